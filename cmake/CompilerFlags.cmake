@@ -1,0 +1,43 @@
+# Flags for the whole tree, and the target morvane_flags with what holds for our own code only.
+
+add_library(morvane_flags INTERFACE)
+
+if(MORVANE_CHECKED)
+    # MinGW has no UBSan run-time library; a trap ends the program at the faulty instruction instead.
+    add_compile_definitions(_GLIBCXX_ASSERTIONS)
+    target_compile_options(morvane_flags INTERFACE
+        "$<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined;-fsanitize-undefined-trap-on-error>")
+endif()
+
+if(MORVANE_SANITIZE)
+    add_compile_definitions(_GLIBCXX_ASSERTIONS)
+    target_compile_options(morvane_flags INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(morvane_flags INTERFACE -fsanitize=address,undefined)
+    set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1")
+endif()
+
+if(WIN32)
+    # One file that runs anywhere: no compiler DLLs beside it.
+    add_link_options(-static)
+    # Line numbers are enough for the trace of a crash and keep the checked programs small; Wine's debugger reads
+    # them up to DWARF 4.
+    set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1 -gdwarf-4")
+    set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+    add_link_options("$<$<CONFIG:Release>:-s>")
+    # Unoptimised template code overflows the section table of a plain COFF object.
+    add_compile_options("$<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Debug>>:-Wa,-mbig-obj>")
+endif()
+
+target_include_directories(morvane_flags INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(morvane_flags INTERFACE
+    "$<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wshadow;-Wconversion;-Werror>")
+target_compile_definitions(morvane_flags INTERFACE
+    MORVANE_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}
+    MORVANE_VERSION_MINOR=${PROJECT_VERSION_MINOR}
+    MORVANE_VERSION_PATCH=${PROJECT_VERSION_PATCH})
+if(WIN32)
+    target_compile_definitions(morvane_flags INTERFACE
+        UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT
+        _WIN32_WINNT=0x0A00 WINVER=0x0A00 NTDDI_VERSION=0x0A000000)
+endif()

@@ -1,0 +1,12 @@
+# The native tree: portable sources and their tests, nothing else.
+include(PortableSources)
+morvane_sources(sources tests/wire/*.cpp)
+if(MORVANE_HAVE_GOOGLETEST AND sources)
+    add_executable(wire_tests ${sources} ${MORVANE_PORTABLE_SOURCES})
+    target_link_libraries(wire_tests PRIVATE morvane_flags morvane_googletest)
+    # For the tests only: the portable sources have to name what they use.
+    target_precompile_headers(wire_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>
+        <algorithm> <cstdint> <functional> <random> <span> <string> <vector>)
+    set_source_files_properties(${MORVANE_PORTABLE_SOURCES} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    morvane_add_test(TARGET wire_tests LABEL wire)
+endif()

@@ -1,0 +1,15 @@
+# Tests of the sources and of the rig itself; none of them needs a compiled program.
+
+function(morvane_add_script_test name script)
+    add_test(NAME ${MORVANE_TEST_PREFIX}${name} COMMAND ${PROJECT_SOURCE_DIR}/${script})
+    set_tests_properties(${MORVANE_TEST_PREFIX}${name} PROPERTIES LABELS rig TIMEOUT 180 COST 180)
+endfunction()
+
+if(NOT WIN32)
+    morvane_add_script_test(formatting cmake/check-format)
+    morvane_add_script_test(include_directions cmake/check-includes)
+    morvane_add_script_test(include_directions_check tests/rig/include-directions)
+elseif(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
+    morvane_add_script_test(wine_runs tests/rig/wine-runs)
+    set_tests_properties(wine_runs PROPERTIES FIXTURES_REQUIRED wine)
+endif()

@@ -1,0 +1,110 @@
+# Test programs that run on Windows (or Wine): one per room, and the whole-process tests.
+if(NOT MORVANE_HAVE_GOOGLETEST)
+    return()
+endif()
+
+# Tests wait far longer than they compute: also in the release tree only the code under test is optimised.
+set(test_options $<$<COMPILE_LANGUAGE:CXX>:-O0>)
+if(MINGW)
+    list(APPEND test_options $<$<COMPILE_LANGUAGE:CXX>:-Wa,-mbig-obj>)
+endif()
+
+morvane_sources(support_sources tests/support/*.cpp)
+morvane_sources(trace_source tests/support/RecordingTrace.cpp)
+list(FILTER support_sources EXCLUDE REGEX "/RecordingTrace\\.cpp$")
+set(support_libraries "")
+if(support_sources)
+    add_library(morvane_testsupport STATIC ${support_sources})
+    target_link_libraries(morvane_testsupport PUBLIC morvane_flags morvane_generated morvane_googletest)
+    target_compile_options(morvane_testsupport PRIVATE ${test_options})
+    # GoogleMock and windows.h take longer to read than most tests take to compile.
+    target_precompile_headers(morvane_testsupport PRIVATE <gmock/gmock.h> <gtest/gtest.h> <windows.h>
+        <atomic> <chrono> <filesystem> <functional> <memory> <mutex> <string> <thread> <vector>)
+    list(APPEND support_libraries morvane_testsupport)
+endif()
+
+# The sink behind the trace call for every room but host/, whose tests use the product's own.
+set(trace_library "")
+if(trace_source)
+    add_library(morvane_recordingtrace STATIC ${trace_source})
+    target_link_libraries(morvane_recordingtrace PUBLIC morvane_flags)
+    set(trace_library morvane_recordingtrace)
+endif()
+
+# The simulated instrument behind a kernel driver.
+morvane_sources(instrument_project tests/instrument/CMakeLists.txt)
+if(instrument_project)
+    add_subdirectory(${PROJECT_SOURCE_DIR}/tests/instrument instrument)
+endif()
+
+# For test programs that install the driver and play the instrument: the driver lies beside them.
+function(morvane_use_instrument target)
+    if(TARGET morvane_instrument)
+        target_link_libraries(${target} PRIVATE morvane_instrument)
+        add_dependencies(${target} MorvaneTestInstrument)
+    endif()
+endfunction()
+
+if(CMAKE_CROSSCOMPILING)
+    add_test(NAME ${MORVANE_TEST_PREFIX}wine_prefix
+        COMMAND ${PROJECT_SOURCE_DIR}/cmake/wine-run --prepare ${PROJECT_BINARY_DIR})
+    set_tests_properties(${MORVANE_TEST_PREFIX}wine_prefix PROPERTIES
+        LABELS rig TIMEOUT 180 FIXTURES_SETUP ${MORVANE_TEST_PREFIX}wine)
+endif()
+
+# morvane_add_gtest(<name> SOURCES ... LIBRARIES ...)
+function(morvane_add_gtest name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+    add_executable(${name} ${arg_SOURCES})
+    target_link_libraries(${name} PRIVATE morvane_googletest)
+    target_compile_options(${name} PRIVATE ${test_options})
+    target_precompile_headers(${name} REUSE_FROM morvane_testsupport)
+    morvane_link_rooms(${name} ${arg_LIBRARIES})
+endfunction()
+
+set(rooms_without_host ${MORVANE_ROOM_LIBRARIES})
+list(REMOVE_ITEM rooms_without_host morvane_host)
+
+foreach(room ${MORVANE_ROOMS} tools support)
+    morvane_sources(sources tests/unit/${room}/*.cpp)
+    if(NOT sources)
+        continue()
+    endif()
+    if(room STREQUAL "host")
+        set(libraries ${support_libraries} ${MORVANE_ROOM_LIBRARIES})
+    else()
+        set(libraries ${support_libraries} ${trace_library} ${rooms_without_host})
+    endif()
+    if(room STREQUAL "tools" AND TARGET morvane_toolcommon)
+        list(APPEND libraries morvane_toolcommon)
+    endif()
+    morvane_add_gtest(unit_${room} SOURCES ${sources} LIBRARIES ${libraries})
+    if(room STREQUAL "host" OR room STREQUAL "diag")
+        morvane_add_resources(unit_${room})
+    endif()
+    if(room STREQUAL "usb" OR room STREQUAL "transport")
+        morvane_use_instrument(unit_${room})
+    endif()
+    if(room STREQUAL "tools")
+        # These tests start the built programs, which lie beside them.
+        foreach(program RouterProbe InstrumentSimulator)
+            if(TARGET ${program})
+                add_dependencies(unit_tools ${program})
+            endif()
+        endforeach()
+    endif()
+    morvane_add_test(TARGET unit_${room} LABEL unit)
+endforeach()
+
+morvane_sources(system_sources tests/system/*.cpp)
+if(system_sources)
+    morvane_add_gtest(system_tests SOURCES ${system_sources}
+        LIBRARIES ${support_libraries} ${trace_library} ${rooms_without_host})
+    foreach(program MorvanePortRouter RouterProbe InstrumentSimulator)
+        if(TARGET ${program})
+            add_dependencies(system_tests ${program})
+        endif()
+    endforeach()
+    morvane_use_instrument(system_tests)
+    morvane_add_test(TARGET system_tests LABEL system SHARDS 4 TIMEOUT 400)
+endif()

@@ -1,0 +1,130 @@
+# Shell helpers shared by run-tests, the demonstration and the test emulator: packages, builds, Wine prefixes,
+# displays. To be sourced by bash; sets nothing but functions and the two variables below.
+#
+#   ensure_packages                    installs what is missing of Debian's packages; quick when nothing is
+#   ensure_build PRESET [TARGET...]    configures where needed and builds
+#   ensure_prefix DIR                  makes a Wine prefix there unless there is one; safe to call side by side
+#   clone_prefix TEMPLATE DIR          a private copy of a prefix, made in a fraction of a second
+#   end_prefix DIR                     ends every program of that prefix and its server
+#   with_display COMMAND...            runs a command under a virtual display of its own
+#   run_wine PROGRAM [ARGUMENT...]     runs a Windows program in $WINEPREFIX
+
+morvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+morvane_packages=(
+    git bash coreutils findutils procps util-linux
+    cmake ninja-build g++ g++-mingw-w64-x86-64-posix mingw-w64-tools
+    libwine-dev wine64 wine libwine xvfb xauth xdotool imagemagick
+    googletest clang-format clang-tidy
+)
+
+die() {
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
+ensure_packages() {
+    local missing=() package installed
+    command -v dpkg-query >/dev/null || die "needs Debian 12 (or the tools named in cmake/env.sh and no call of this)"
+    installed=$(dpkg-query -W -f='${Package} ${Status}\n' "${morvane_packages[@]}" 2>/dev/null)
+    for package in "${morvane_packages[@]}"; do
+        grep -qx "$package install ok installed" <<<"$installed" || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo -n true 2>/dev/null || die "missing packages (${missing[*]}); run as root, or install them first"
+        as_root=(sudo -n)
+    fi
+    echo "Installing: ${missing[*]}"
+    local install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends)
+    {
+        "${as_root[@]}" apt-get update -q && "${install[@]}" "${missing[@]}"
+    } </dev/null || die "could not install ${missing[*]}"
+}
+
+ensure_build() {
+    local preset=$1
+    shift
+    local tree=$morvane_root/build/$preset
+    local targets=()
+    [ $# -gt 0 ] && targets=(--target "$@")
+    (
+        cd "$morvane_root" &&
+            { [ -f "$tree/build.ninja" ] || cmake --preset "$preset" --log-level=NOTICE; } &&
+            cmake --build --preset "$preset" --parallel "$(nproc)" "${targets[@]}"
+    )
+}
+
+# Wine talks on its error channel in every run; menus, .NET and HTML engines are of no use here.
+wine_environment() {
+    export WINEDEBUG=${WINEDEBUG:--all}
+    export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-winemenubuilder.exe,mscoree,mshtml=}
+}
+
+ensure_prefix() {
+    local prefix=$1 version
+    version="$(wine_environment; wine --version), unmanaged windows"
+    mkdir -p "$(dirname "$prefix")"
+    (
+        flock 9
+        [ "$(cat "$prefix/.morvane-ready" 2>/dev/null)" = "$version" ] && exit 0
+        rm -rf "$prefix"
+        wine_environment
+        export WINEPREFIX=$prefix
+        # A program started before the first server has ended finds two service managers in one prefix.
+        with_display wineboot -i >"$prefix.log" 2>&1 9>&- && wineserver -w || exit 1
+        # A crash prints its trace and ends the program, instead of a dialog that waits for somebody to press OK.
+        with_display wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+            >>"$prefix.log" 2>&1 9>&- && wineserver -w || exit 1
+        # Without this Wine waits two seconds, for each window that comes or goes, for a window manager that the
+        # virtual display does not have.
+        wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >>"$prefix.log" 2>&1 9>&- &&
+            wineserver -w || exit 1
+        # Wine links Documents and the like to the caller's home; a test must not write there.
+        find "$prefix/drive_c/users" -type l -exec sh -c 'rm "$1" && mkdir "$1"' - {} \;
+        echo "$version" >"$prefix/.morvane-ready"
+    ) 9>"$prefix.lock" || die "could not make a Wine prefix in $prefix (see $prefix.log)"
+}
+
+# Programs and libraries, which nobody writes to, are shared by hard links; everything else is copied.
+clone_prefix() {
+    local template=$1 prefix=$2
+    mkdir -p "$prefix" &&
+        tar -C "$template" --exclude='*.dll' --exclude='*.exe' --exclude='*.drv' --exclude='*.ocx' \
+            --exclude='*.cpl' --exclude='*.acm' --exclude='*.ax' --exclude='*.nls' --exclude='*.ttf' -cf - . |
+        tar -C "$prefix" -xf - &&
+        cp -al --no-clobber "$template/." "$prefix/"
+}
+
+end_prefix() {
+    [ -d "$1" ] || return 0
+    WINEPREFIX=$1 wineserver -k 2>/dev/null
+    WINEPREFIX=$1 wineserver -w 2>/dev/null
+    return 0
+}
+
+# Xvfb itself picks a free display number (-displayfd), so any number of these may start at the same time.
+with_display() (
+    number=$(mktemp)
+    Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$number" >/dev/null 2>&1 &
+    xvfb=$!
+    trap 'kill $xvfb 2>/dev/null; wait $xvfb 2>/dev/null; rm -f "$number"' EXIT
+    trap 'exit 143' TERM INT HUP
+    for _ in $(seq 200); do
+        [ -s "$number" ] && break
+        kill -0 $xvfb 2>/dev/null || break
+        sleep 0.05
+    done
+    [ -s "$number" ] || die "could not start a virtual display (Xvfb)"
+    export DISPLAY=:$(cat "$number")
+    "$@" &
+    wait $!
+)
+
+run_wine() {
+    [ -n "${WINEPREFIX:-}" ] || die "run_wine: WINEPREFIX is not set"
+    wine_environment
+    wine "$@"
+}

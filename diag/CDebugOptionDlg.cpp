@@ -1,0 +1,113 @@
+// The window itself: creation, messages, showing and hiding. What its controls do is in DebugOptionControls.cpp.
+#include "diag/CDebugOptionDlg.h"
+
+#include "diag/Resource.h"
+
+bool CDebugOptionDlg::Create(HINSTANCE program, IDebugOptionsHost& host)
+{
+    if (m_window != nullptr) {
+        return false;
+    }
+    m_program = program;
+    m_host = &host;
+    m_taskbarCreated = ::RegisterWindowMessageW(L"TaskbarCreated");
+    ::CreateDialogParamW(program, MAKEINTRESOURCEW(IDD_DEBUG_OPTIONS), nullptr, &DialogProc,
+                         reinterpret_cast<LPARAM>(this));
+    m_exists = m_window != nullptr;
+    return m_exists;
+}
+
+void CDebugOptionDlg::Destroy() noexcept
+{
+    if (m_window != nullptr) {
+        ::DestroyWindow(m_window);
+    }
+}
+
+bool CDebugOptionDlg::TranslateDialogMessage(MSG& message) noexcept
+{
+    return IsVisible() && ::IsDialogMessageW(m_window, &message) != FALSE;
+}
+
+INT_PTR CALLBACK CDebugOptionDlg::DialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept
+{
+    if (message == WM_INITDIALOG) {
+        reinterpret_cast<CDebugOptionDlg*>(lParam)->m_window = window;
+        ::SetWindowLongPtrW(window, DWLP_USER, lParam);
+    }
+    auto* self = reinterpret_cast<CDebugOptionDlg*>(::GetWindowLongPtrW(window, DWLP_USER));
+    if (self == nullptr) {
+        return FALSE;
+    }
+    try {
+        return self->Handle(message, wParam, lParam) ? TRUE : FALSE;
+    } catch (...) {
+        return FALSE; // nothing thrown may pass through Windows; the message counts as not handled
+    }
+}
+
+/// True: handled; false: the default handling of a dialog follows.
+bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message) {
+    case WM_INITDIALOG:
+        m_tray.SetUp(m_window, m_program, *m_host);
+        return false; // a window that nobody sees must not take the keyboard
+    case WM_SHOWWINDOW: OnShow(wParam != FALSE); return false;
+    case WM_WINDOWPOSCHANGED: OnPositionChanged(*reinterpret_cast<const WINDOWPOS*>(lParam)); return false;
+    case WM_TIMER: m_tray.Refresh(); return true;
+    case TrayIcon::CallbackMessage: OnTrayCallback(lParam); return true;
+    case WM_CONTEXTMENU: return true;
+    case WM_COMMAND: return OnCommand(LOWORD(wParam), HIWORD(wParam));
+    case WM_DESTROY: OnDestroy(); return true;
+    default: break;
+    }
+    if (message == m_taskbarCreated && message != 0) {
+        m_tray.Restore();
+    }
+    return false;
+}
+
+void CDebugOptionDlg::OnShow(bool shown)
+{
+    if (shown) {
+        m_visible = true; // before anything of it can be seen
+        LoadOptions();
+    } else {
+        m_options.clear();
+    }
+}
+
+/// The way in which a window was shown or hidden does not matter to this message.
+void CDebugOptionDlg::OnPositionChanged(const WINDOWPOS& position) noexcept
+{
+    if ((position.flags & (SWP_SHOWWINDOW | SWP_HIDEWINDOW)) != 0) {
+        m_visible = ::IsWindowVisible(m_window) != FALSE;
+    }
+}
+
+void CDebugOptionDlg::OnTrayCallback(LPARAM mouseMessage)
+{
+    if (mouseMessage == WM_RBUTTONUP) {
+        // What is chosen is left unused on purpose: the entry only closes the menu, the double click opens.
+        m_tray.ShowPopupMenu(IDR_TRAY_MENU);
+    } else if (mouseMessage == WM_LBUTTONDBLCLK) {
+        ::ShowWindow(m_window, SW_SHOW);
+        ::SetForegroundWindow(m_window);
+    }
+}
+
+void CDebugOptionDlg::OnDestroy()
+{
+    m_exists = false;
+    m_visible = false;
+    m_tray.EnableTray(false);
+    m_options.clear();
+    ::SetWindowLongPtrW(m_window, DWLP_USER, 0);
+    m_window = nullptr;
+}
+
+void CDebugOptionDlg::Hide() noexcept
+{
+    ::ShowWindow(m_window, SW_HIDE);
+}

@@ -1,0 +1,129 @@
+// The tracer: takes finished lines from any thread, writes them to the log file and the debug window on its own.
+#pragma once
+
+#include "diag/CDebugWindow.h"
+#include "diag/LogFile.h"
+#include "diag/TraceQueue.h"
+#include "win32/ModulePath.h"
+#include "win32/Thread.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+/// Created, configured, started and stopped by one thread (the main one); traced to by any. A producer never
+/// waits for disk or window: it takes a short lock and signals.
+class CDebugThread
+{
+public:
+    /// What may be exchanged for tests.
+    struct Surroundings
+    {
+        std::optional<std::wstring> (*ProgramPath)() = &win32::ModulePath; // the log folder lies beside it
+        LogFile::Disk Disk;
+    };
+
+    /// Stops the tracer before it deletes it. A tracer whose thread did not end in time is left in memory on
+    /// purpose, since its thread may still come back to it.
+    struct Deleter
+    {
+        void operator()(CDebugThread* tracer) const noexcept;
+    };
+    using Owner = std::unique_ptr<CDebugThread, Deleter>;
+
+    static constexpr DWORD StopPatience = 5000; // ms
+
+    static Owner Create();
+    static Owner Create(const Surroundings& surroundings);
+
+    CDebugThread(const CDebugThread&) = delete;
+    CDebugThread& operator=(const CDebugThread&) = delete;
+
+    /// `filter`: the OR of all masks that lines may come with. `fileName`: bare; null keeps the one there is.
+    /// `limitMB`: where the log file is given up for a new one; unchecked, 4096 and more wrap around. Takes
+    /// effect while running, too.
+    void SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append);
+
+    /// Whether the debug window may be closed by its system menu. Before Start only.
+    void SetShowWindow(bool closable) { m_window.Closable = closable; }
+
+    /// False when the thread could not be created.
+    bool Start();
+
+    /// Ends the thread, which first writes at most 1000 of the waiting lines; waits at most 5 seconds. False
+    /// when it did not end in that time; it is not waited for again.
+    bool Stop();
+
+    /// Queues a line behind a time stamp; drops it unless the thread is there and mask and filter meet. Any
+    /// thread.
+    void AddTrace(std::uint32_t mask, std::string text);
+    /// The same without the time stamp.
+    void AddRawTrace(std::uint32_t mask, std::string text);
+
+    /// Any thread. The path and the folder (with its trailing backslash) are those of the last file that was to
+    /// be opened; empty before.
+    std::wstring LogFileName() const;
+    std::wstring LogFilePath() const;
+    std::wstring LogFolder() const;
+
+protected:
+    explicit CDebugThread(const Surroundings& surroundings);
+    virtual ~CDebugThread() = default;
+
+    /// The first and the last thing that the thread does.
+    virtual bool InitInstance();
+    virtual unsigned ExitInstance();
+
+private:
+    enum class Slot : DWORD {
+        Stop = WAIT_OBJECT_0,
+        SettingsChanged,
+        EntriesQueued,
+        InputPending,
+        Failed = WAIT_FAILED
+    };
+
+    /// Written by SetOptions, read by the producers (the filter) and the worker.
+    struct Options
+    {
+        std::atomic<std::uint32_t> TraceFilter{0xFFFFFFFF};
+        std::atomic<std::uint32_t> FileSizeLimit{0x500000}; // bytes
+        std::atomic<bool> AppendToFile{true};
+    };
+
+    bool Accepts(std::uint32_t mask) const noexcept;
+
+    void Run();
+    void Serve();
+    void DispatchMessages();
+    Slot Wait() const noexcept;
+    void ApplySettings();
+    std::wstring ChooseLogFilePath();
+    void ProcessEntries(std::uint32_t maxCount);
+    void Deliver(const CDebugEntry& entry, int& lastLine);
+
+    const Surroundings m_surroundings;
+
+    Options m_options;
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_threadHeld{false};
+
+    mutable win32::SharedLock m_namesLock; // guards the three names
+    std::wstring m_logFileName = L"Debug.log";
+    std::wstring m_logFilePath;
+    std::wstring m_logFolder;
+
+    TraceQueue m_queue;
+    const win32::Event m_stop{win32::Event::Kind::ManualReset};
+    const win32::Event m_settings{win32::Event::Kind::AutoReset};
+
+    // The worker's own.
+    CDebugWindow m_window;
+    LogFile m_file;
+
+    // The owner's.
+    bool m_abandoned = false;
+    win32::Thread m_thread; // last, so that it goes first
+};

@@ -1,0 +1,155 @@
+#include "diag/CDebugWindow.h"
+
+#include "diag/Resource.h"
+#include "diag/WindowPlacement.h"
+
+#include <array>
+#include <string>
+
+namespace {
+
+constexpr wchar_t ClassName[] = L"MorvaneDebugWindow";
+
+enum Command : WORD { ClearList = 150, Hold, Release, BringWindowToView };
+
+HINSTANCE Program() noexcept
+{
+    return ::GetModuleHandleW(nullptr);
+}
+
+std::wstring Title()
+{
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    std::array<wchar_t, 100> text{};
+    ::wsprintfW(text.data(), L"%s - Debug Window (%d/%d %02d:%02d:%02d)", L"Morvane Port Router", now.wMonth,
+                now.wDay, now.wHour, now.wMinute, now.wSecond);
+    return text.data();
+}
+
+void RegisterWindowClass(WNDPROC procedure) noexcept
+{
+    WNDCLASSEXW definition{};
+    definition.cbSize = sizeof definition;
+    definition.lpfnWndProc = procedure;
+    definition.hInstance = Program();
+    definition.hIcon = ::LoadIconW(Program(), MAKEINTRESOURCEW(IDI_CONNECTED_1));
+    definition.hCursor = ::LoadCursorW(nullptr, MAKEINTRESOURCEW(32512)); // the arrow
+    definition.hbrBackground = reinterpret_cast<HBRUSH>(static_cast<INT_PTR>(COLOR_WINDOW + 1));
+    definition.lpszClassName = ClassName;
+    ::RegisterClassExW(&definition); // fails from the second time on, which is fine
+}
+
+} // namespace
+
+void CDebugWindow::Create()
+{
+    if (Exists()) {
+        return;
+    }
+    RegisterWindowClass(&WindowProc);
+    const RECT place = LoadWindowPlacement();
+    ::CreateWindowExW(0, ClassName, Title().c_str(), WS_OVERLAPPEDWINDOW | WS_VISIBLE | WS_CLIPCHILDREN,
+                      place.left, place.top, place.right - place.left, place.bottom - place.top, nullptr, nullptr,
+                      Program(), this);
+    if (Exists() && !Closable) {
+        ::EnableMenuItem(::GetSystemMenu(m_window, FALSE), SC_CLOSE, MF_BYCOMMAND | MF_GRAYED);
+    }
+}
+
+void CDebugWindow::Destroy() noexcept
+{
+    if (Exists()) {
+        ::DestroyWindow(m_window);
+    }
+}
+
+LRESULT CALLBACK CDebugWindow::WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept
+{
+    if (message == WM_NCCREATE) {
+        const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
+        auto* self = static_cast<CDebugWindow*>(creation->lpCreateParams);
+        self->m_window = window;
+        ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(self));
+    }
+    auto* self = reinterpret_cast<CDebugWindow*>(::GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (self == nullptr) {
+        return ::DefWindowProcW(window, message, wParam, lParam);
+    }
+    if (message == WM_NCDESTROY) {
+        ::SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+        self->m_window = nullptr;
+        return ::DefWindowProcW(window, message, wParam, lParam);
+    }
+    return self->Handle(message, wParam, lParam);
+}
+
+LRESULT CDebugWindow::Handle(UINT message, WPARAM wParam, LPARAM lParam) noexcept
+{
+    switch (message) {
+    case WM_CREATE: return OnCreate() ? 0 : -1;
+    case WM_DESTROY: OnDestroy(); return 0;
+    case WM_SIZE: m_list.Resize(LOWORD(lParam), HIWORD(lParam)); return 0;
+    case WM_SETFOCUS: ::SetFocus(m_list.Window()); return 0; // the arrow keys scroll
+    case WM_COMMAND: OnCommand(LOWORD(wParam)); return 0;
+    case WM_TIMER: m_list.Paint(); return 0;
+    case WM_WINDOWPOSCHANGED: SavePlacement(); break;
+    default: break;
+    }
+    return ::DefWindowProcW(m_window, message, wParam, lParam);
+}
+
+bool CDebugWindow::OnCreate() noexcept
+{
+    m_menuBar = ::CreateMenu();
+    ::AppendMenuW(m_menuBar, MF_STRING, BringWindowToView, L"&BringWindowToView");
+    ::AppendMenuW(m_menuBar, MF_STRING, ClearList, L"&Clear");
+    // Also for a window that comes back while held: what the user sees is the bar of a new window, and the next
+    // Hold and Release set things right.
+    ::AppendMenuW(m_menuBar, MF_STRING, Hold, L"&Hold");
+    ::SetMenu(m_window, m_menuBar);
+
+    return m_list.Create(m_window);
+}
+
+void CDebugWindow::OnDestroy() noexcept
+{
+    ::SetMenu(m_window, nullptr);
+    ::DestroyMenu(m_menuBar);
+    m_menuBar = nullptr;
+    m_list.Forget();
+}
+
+void CDebugWindow::OnCommand(WORD id) noexcept
+{
+    switch (id) {
+    case ClearList: m_list.Clear(); break;
+    case Hold: SetHeld(true); break;
+    case Release: SetHeld(false); break;
+    case BringWindowToView: BringToView(); break;
+    default: break;
+    }
+}
+
+/// Hold and Release take each other's place, always at the end of the bar.
+void CDebugWindow::SetHeld(bool held) noexcept
+{
+    m_list.Held = held;
+    ::RemoveMenu(m_menuBar, held ? Hold : Release, MF_BYCOMMAND);
+    ::AppendMenuW(m_menuBar, MF_STRING, held ? Release : Hold, held ? L"&Release" : L"&Hold");
+    ::DrawMenuBar(m_window);
+}
+
+void CDebugWindow::BringToView() noexcept
+{
+    ::ShowWindow(m_window, SW_RESTORE);
+    ::MoveWindow(m_window, 10, 10, 500, 500, TRUE);
+}
+
+void CDebugWindow::SavePlacement() const noexcept
+{
+    RECT place;
+    if (::GetWindowRect(m_window, &place)) {
+        SaveWindowPlacement(place);
+    }
+}

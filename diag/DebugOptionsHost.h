@@ -1,0 +1,35 @@
+// What the Debug Options dialog and its tray icon need of the module that owns them.
+#pragma once
+
+#include "diag/CDebugOption.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+/// Device number to record, in ascending order.
+using DebugOptionsMap = std::map<std::int32_t, CDebugOption>;
+
+/// Main thread only.
+class IDebugOptionsHost
+{
+public:
+    virtual ~IDebugOptionsHost() = default;
+
+    virtual const DebugOptionsMap& DeviceOptions() const = 0;
+    virtual std::uint32_t LogFileLimit() const = 0; // megabytes
+    virtual bool AppendLogFile() const = 0;
+    virtual bool SimulateUsb() const = 0;
+
+    /// Stores the settings, takes the records unless there are none, saves both and reconfigures the tracer.
+    virtual void ApplySettings(std::uint32_t limit, bool append, bool simulate,
+                               const DebugOptionsMap& options) = 0;
+
+    virtual std::wstring LogFileName() const = 0; // bare
+    virtual std::wstring LogFolder() const = 0;   // with its trailing backslash
+
+    /// Of the transport; without one: not connected, not updating, 0.
+    virtual bool IsConnected() const = 0;
+    virtual bool IsUpdatingFirmware() const = 0;
+    virtual std::uint32_t GetTransferredBytes() const = 0;
+};

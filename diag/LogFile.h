@@ -1,0 +1,55 @@
+// The log file on disk: banners, size limit with one backup, flushing.
+#pragma once
+
+#include "win32/Handle.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// Used by the tracer's thread alone. No failure is reported: a file that cannot be opened is not open, and what
+/// is written to a full disk or to a file that is not open is lost.
+class LogFile
+{
+public:
+    /// The calls whose failures, time and order a test wants to command.
+    struct Disk
+    {
+        decltype(&::CreateFileW) Create = &::CreateFileW;
+        decltype(&::WriteFile) Write = &::WriteFile;
+        decltype(&::FlushFileBuffers) Flush = &::FlushFileBuffers;
+        decltype(&::GetTickCount) Ticks = &::GetTickCount; // ms
+    };
+
+    LogFile() noexcept = default;
+    explicit LogFile(const Disk& disk) noexcept : m_disk(disk) {}
+
+    bool IsOpen() const noexcept { return static_cast<bool>(m_file); }
+
+    /// Opens or creates the file, keeps its contents if `append`, and writes the begin banner. Only while none
+    /// is open.
+    void Open(const std::wstring& path, bool append);
+
+    /// Writes one line behind those already there. A file that holds more than `sizeLimit` bytes is first moved
+    /// aside, in place of the previous backup, and a new one begun.
+    void WriteLine(std::string_view text, std::uint32_t sizeLimit);
+
+    /// Writes `text` as it is: a banner.
+    void Write(std::string_view text) noexcept;
+
+    /// Flushes when a second has passed since the last time or 50 lines wait.
+    void FlushWhenDue() noexcept;
+
+    /// Writes the end banner and closes.
+    void Close();
+
+private:
+    win32::FileHandle OpenForWriting(const std::wstring& path, DWORD disposition) const noexcept;
+    void Rotate();
+
+    Disk m_disk;
+    win32::FileHandle m_file;
+    std::wstring m_path; // of the open file
+    std::int32_t m_unflushedLines = 0;
+    DWORD m_lastFlush = 0; // ticks
+};

@@ -1,0 +1,154 @@
+// The tracer's own thread.
+#include "diag/CDebugThread.h"
+#include "diag/TimeStamp.h"
+#include "diag/TraceMask.h"
+
+#include <array>
+#include <cstdio>
+#include <new>
+
+namespace {
+
+constexpr std::uint32_t EntriesPerWakeUp = 3; // then the window's messages have their turn
+constexpr std::uint32_t EntriesAtEnd = 1000;
+
+} // namespace
+
+void CDebugThread::Run()
+{
+    InitInstance();
+    while (m_running) {
+        try {
+            Serve();
+        } catch (const std::bad_alloc&) {
+            // What memory could not be found for is lost; the tracer goes on.
+        }
+    }
+    ExitInstance();
+}
+
+bool CDebugThread::InitInstance()
+{
+    ApplySettings();
+    return true;
+}
+
+void CDebugThread::Serve()
+{
+    DispatchMessages();
+    switch (Wait()) {
+    case Slot::SettingsChanged: ApplySettings(); break;
+    case Slot::EntriesQueued: ProcessEntries(EntriesPerWakeUp); break;
+    case Slot::InputPending: break;
+    case Slot::Stop:
+    case Slot::Failed: m_running = false; break;
+    }
+}
+
+void CDebugThread::DispatchMessages()
+{
+    MSG message;
+    while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        if (message.message == WM_QUIT) {
+            m_running = false;
+            return;
+        }
+        ::TranslateMessage(&message);
+        ::DispatchMessageW(&message);
+    }
+}
+
+CDebugThread::Slot CDebugThread::Wait() const noexcept
+{
+    const std::array<HANDLE, 3> handles{m_stop.Get(), m_settings.Get(), m_queue.DataEvent()};
+    const DWORD result = ::MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
+                                                     INFINITE, QS_ALLINPUT);
+    return result <= static_cast<DWORD>(Slot::InputPending) ? static_cast<Slot>(result) : Slot::Failed;
+}
+
+void CDebugThread::ApplySettings()
+{
+    const std::uint32_t filter = m_options.TraceFilter;
+    if (WantsWindow(filter)) {
+        m_window.Create();
+    } else {
+        m_window.Destroy();
+    }
+    if (WantsFile(filter) && !m_file.IsOpen()) {
+        m_file.Open(ChooseLogFilePath(), m_options.AppendToFile);
+    } else if (!WantsFile(filter) && m_file.IsOpen()) {
+        m_file.Close();
+    }
+}
+
+std::wstring CDebugThread::ChooseLogFilePath()
+{
+    const std::optional<std::wstring> program = m_surroundings.ProgramPath();
+    std::wstring folder = L"c:\\";
+    if (program) {
+        folder = win32::FolderOf(*program);
+        if (folder.empty()) {
+            return LogFilePath();
+        }
+        folder += L"Log";
+        ::CreateDirectoryW(folder.c_str(), nullptr);
+        folder += L'\\';
+    }
+    const win32::ExclusiveScope lock(m_namesLock);
+    m_logFolder = folder;
+    m_logFilePath = folder + m_logFileName;
+    return m_logFilePath;
+}
+
+void CDebugThread::ProcessEntries(std::uint32_t maxCount)
+{
+    int lastLine = -1;
+    CDebugEntry entry;
+    for (std::uint32_t taken = 0; taken < maxCount && m_queue.Pop(entry); ++taken) {
+        if (!entry.Text.empty()) {
+            Deliver(entry, lastLine);
+        }
+        if (m_queue.DiscardOverflow(Accepts(EveryTrace)) && WantsWindow(m_options.TraceFilter)) {
+            m_window.Clear();
+        }
+        ::Sleep(0);
+    }
+    const std::uint32_t filter = m_options.TraceFilter;
+    if (WantsWindow(filter)) {
+        m_window.ScrollTo(lastLine);
+    }
+    if (WantsFile(filter) && m_file.IsOpen()) {
+        m_file.FlushWhenDue();
+    }
+}
+
+void CDebugThread::Deliver(const CDebugEntry& entry, int& lastLine)
+{
+    const std::uint32_t filter = m_options.TraceFilter;
+    if (WantsWindow(filter) && entry.ToWindow) {
+        lastLine = m_window.AddLine(entry.Text, false);
+    }
+    if (WantsFile(filter) && m_file.IsOpen() && entry.ToFile) {
+        m_file.WriteLine(entry.Text, m_options.FileSizeLimit);
+    }
+}
+
+unsigned CDebugThread::ExitInstance()
+{
+    m_window.Destroy();
+    if (!WantsFile(m_options.TraceFilter) || !m_file.IsOpen()) {
+        return 0;
+    }
+    m_file.Write("********* Debug Tracer Terminating *********\r\n");
+    ProcessEntries(EntriesAtEnd);
+    const std::size_t lost = m_queue.Size();
+    if (lost != 0) {
+        // With a blank before the line end, as the log's readers know it.
+        std::array<char, 80> text{};
+        std::snprintf(text.data(), text.size(), "********* %d Entries Not Yet Processed ********* \r\n",
+                      static_cast<int>(lost));
+        m_file.Write(text.data());
+    }
+    m_file.Close();
+    return 0;
+}

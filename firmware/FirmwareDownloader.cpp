@@ -1,0 +1,163 @@
+#include "firmware/FirmwareDownloader.h"
+
+#include "host/Trace.h"
+#include "win32/Text.h"
+
+#include <limits>
+#include <string>
+#include <string_view>
+#include <utility>
+
+FirmwareDownloader::FirmwareDownloader(IFirmwareTransport& transport, FirmwareSurroundings surroundings)
+    : m_Transport(transport),
+      m_Surroundings(std::move(surroundings)),
+      m_Dialogue(*this),
+      m_CompletionMutex(::CreateMutexW(nullptr, FALSE, nullptr))
+{
+    m_Transport.RegisterDeviceName(L"_FirmwareDownload", trace::FirmwareChannel);
+    m_Transport.RegisterDeviceName(L"_FirmwareDebug", trace::RouterChannel);
+}
+
+bool FirmwareDownloader::ReadFirmwareFile(std::uint16_t productId, std::int32_t bootloaderVersion) noexcept
+{
+    Report("FirmwareDownloader::ReadFirmwareFile()");
+    FirmwareReading reading = ReadProductFile(productId);
+    if (reading.outcome == FirmwareReading::Outcome::Discarded) {
+        SetDownloaded();
+    }
+    const bool loaded = reading.outcome == FirmwareReading::Outcome::Loaded;
+
+    const win32::ExclusiveScope turn(m_Turn);
+    // Without a file the product has no image, also when one was loaded for the product before it.
+    m_Dialogue.SetImage(std::move(reading.image));
+    if (reading.outcome != FirmwareReading::Outcome::NoFile) {
+        m_Dialogue.SetImageSize(reading.count);
+    }
+    if (bootloaderVersion == 1) {
+        m_Dialogue.SwitchQueuedModeOff();
+    }
+    return loaded;
+}
+
+FirmwareReading FirmwareDownloader::ReadProductFile(std::uint16_t productId) const noexcept
+{
+    try {
+        const std::wstring name = FirmwareFileName(m_Surroundings.programPath, productId);
+        Trace(trace::FirmwareChannel, trace::Usb, "FirmwareDownloader::ReadFirmwareFile() firmware filename=%s",
+              win32::ToAnsi(name).c_str());
+        return ReadFirmware(name, m_Surroundings.readFile);
+    } catch (...) {
+        return {}; // no memory for the name
+    }
+}
+
+void FirmwareDownloader::Download() noexcept
+{
+    Report("FirmwareDownloader::Download()");
+    const win32::ExclusiveScope turn(m_Turn);
+    m_Dialogue.Start(m_Surroundings.tickCount());
+}
+
+bool FirmwareDownloader::NeedsDownload() noexcept
+{
+    bool needed = true;
+    if (m_hDownloaded.Exists()) {
+        if (m_bDownloaded) {
+            needed = false;
+        } else {
+            needed = m_Dialogue.HasImage();
+            ResendWhenDue();
+        }
+    }
+    Trace(trace::FirmwareChannel, trace::Usb, "FirmwareDownloader::NeedsDownload() %d", needed ? 1 : 0);
+    return needed;
+}
+
+void FirmwareDownloader::ResendWhenDue() noexcept
+{
+    if (m_Dialogue.IsRetryDue(m_Surroundings.tickCount())) {
+        // Somebody else's turn means that the dialogue goes on by itself: the next query looks again.
+        if (m_Turn.TryEnterExclusive()) {
+            m_Dialogue.Retry(m_Surroundings.tickCount());
+            m_Turn.LeaveExclusive();
+        }
+    } else if (m_Dialogue.RetryCount() > DownloadDialogue::MaxRetries) {
+        // Not reached, since the counter ends at the maximum; kept as it is meant to stand.
+        Report(
+            "FirmwareDownloader::NeedsDownload() max numer of retries reached, new Firmware will not be loaded!");
+    }
+}
+
+bool FirmwareDownloader::IsDownloading() const noexcept
+{
+    return m_Dialogue.IsDownloading();
+}
+
+void FirmwareDownloader::OnReceive(const std::uint8_t* bytes, std::uint32_t length) noexcept
+{
+    if (bytes == nullptr || length == 0 || length > std::uint32_t{std::numeric_limits<std::int32_t>::max()}) {
+        return;
+    }
+    const win32::ExclusiveScope turn(m_Turn);
+    m_Dialogue.Receive({reinterpret_cast<const char*>(bytes), length});
+}
+
+void FirmwareDownloader::SetForDownloadOnNextConnect() noexcept
+{
+    Report("FirmwareDownloader::SetForDownloadOnNextConnect()");
+    const win32::ExclusiveScope turn(m_Turn);
+    m_Dialogue.Reset();
+}
+
+void FirmwareDownloader::Submit(const std::uint8_t* data, std::uint32_t length)
+{
+    m_Transport.SubmitFirmware(data, length);
+}
+
+void FirmwareDownloader::ClearCommandQueue()
+{
+    m_Transport.ClearCommandQueue();
+}
+
+void FirmwareDownloader::Completed() noexcept
+{
+    Report("FirmwareDownloader::Completed()");
+    if (!OwnCompletionMutex()) {
+        return;
+    }
+    Report("FirmwareDownloader::Completed() setting event m_hDownloaded");
+    SetDownloaded();
+    m_nSpare = -1;
+}
+
+bool FirmwareDownloader::OwnCompletionMutex() noexcept
+{
+    // The mutex is acquired by the first completion and never released; that is meant. Completions nearly always
+    // come from the reply thread, which would get it again at once. Others (a dialogue that ends for want of
+    // memory while the command thread or a port thread begins it) would wait for ever, and even the owner's
+    // acquisitions are counted by Windows and may not exceed 2^31, which an instrument that keeps talking would
+    // reach in the end. So it is waited for once; m_Turn keeps completions apart.
+    if (!m_bCompletionOwned) {
+        const DWORD result = ::WaitForSingleObject(m_CompletionMutex.Get(), INFINITE);
+        m_bCompletionOwned = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
+    }
+    return m_bCompletionOwned;
+}
+
+void FirmwareDownloader::SetDownloaded() noexcept
+{
+    m_hDownloaded.Set();
+    m_bDownloaded = true;
+}
+
+void FirmwareDownloader::Report(const char* line) noexcept
+{
+    Trace(trace::FirmwareChannel, trace::Usb, "%s", line);
+}
+
+void FirmwareDownloader::ReportChunk(std::uint32_t offset, std::uint32_t size) noexcept
+{
+    Trace(trace::FirmwareChannel, trace::Usb,
+          "FirmwareDownloader::DownloadImage() Firmware image queued Offset %d Size %d",
+          static_cast<std::int32_t>(offset), static_cast<std::int32_t>(size));
+}

@@ -1,0 +1,79 @@
+// Loads a firmware image from a file beside the program and sends it to the instrument at connection.
+//
+// Threads: the transport's command thread calls ReadFirmwareFile and Download, its reply thread OnReceive, and any
+// thread NeedsDownload and IsDownloading. What is sent when, is the business of DownloadDialogue; this class gives
+// it the file, the clock, the events and one lock.
+//
+// The lock (m_Turn) is held for one whole event of the dialogue, with everything that the event sends, so that
+// messages leave in the order of the events that caused them. Hence the order of locks: m_Turn before whatever
+// lock IFirmwareTransport's operations take. NeedsDownload and IsDownloading never wait for m_Turn and may be
+// called with any lock held; the other operations must not be called with a lock held that SubmitFirmware or
+// ClearCommandQueue takes. No file is touched under m_Turn.
+#pragma once
+
+#include "firmware/DownloadDialogue.h"
+#include "firmware/FirmwareFile.h"
+#include "firmware/FirmwareTransport.h"
+#include "win32/CriticalSection.h"
+#include "win32/Event.h"
+#include "win32/Handle.h"
+
+#include <atomic>
+#include <cstdint>
+
+/// Part of a transport and used only while that lives. Nothing thrown leaves any operation: a failed allocation
+/// ends the dialogue like a refusal by the instrument.
+class FirmwareDownloader : private IDialogueOutput
+{
+public:
+    /// Names the trace channels 0 and -1 through `transport`, which must be ready for that and outlive this.
+    explicit FirmwareDownloader(IFirmwareTransport& transport,
+                                FirmwareSurroundings surroundings = FirmwareSurroundings::OfThisProcess());
+    ~FirmwareDownloader() override = default;
+    FirmwareDownloader(const FirmwareDownloader&) = delete;
+    FirmwareDownloader& operator=(const FirmwareDownloader&) = delete;
+
+    /// Replaces the image by the product's file, if there is one; returns whether an image was loaded. Bootloader
+    /// version 1 is sent the whole image without waiting for acknowledgements, from now on. Command thread.
+    bool ReadFirmwareFile(std::uint16_t productId, std::int32_t bootloaderVersion) noexcept;
+
+    /// Begins the dialogue anew, with all its re-sends. Command thread.
+    void Download() noexcept;
+
+    /// Whether the ports have to wait: an image is loaded and no dialogue has ended yet. Each query may re-send
+    /// PREPARE_DOWNLOAD to an instrument that has not answered for more than 3000 ms. Any thread, cheap.
+    bool NeedsDownload() noexcept;
+
+    /// Whether the dialogue is under way. Any thread.
+    bool IsDownloading() const noexcept;
+
+    /// One reply of the instrument: `length` bytes of text, with or without a terminating zero. Nothing when null
+    /// or empty. Reply thread.
+    void OnReceive(const std::uint8_t* bytes, std::uint32_t length) noexcept;
+
+    /// Forgets a dialogue that is under way. Any thread, but waits for an event being handled.
+    void SetForDownloadOnNextConnect() noexcept;
+
+private:
+    void Submit(const std::uint8_t* data, std::uint32_t length) override;
+    void ClearCommandQueue() override;
+    void Completed() noexcept override;
+    void Report(const char* line) noexcept override;
+    void ReportChunk(std::uint32_t offset, std::uint32_t size) noexcept override;
+
+    FirmwareReading ReadProductFile(std::uint16_t productId) const noexcept;
+    void ResendWhenDue() noexcept;
+    bool OwnCompletionMutex() noexcept;
+    void SetDownloaded() noexcept;
+
+    IFirmwareTransport& m_Transport;
+    const FirmwareSurroundings m_Surroundings;
+    win32::Event m_hDownloaded{win32::Event::Kind::ManualReset}; // once set, set for the life of the object
+    std::atomic<bool> m_bDownloaded{false};                      // mirrors it: no kernel call for each query
+
+    win32::SharedLock m_Turn;
+    DownloadDialogue m_Dialogue;                 // guarded by m_Turn, but for its operations named for any thread
+    const win32::KernelHandle m_CompletionMutex; // unnamed
+    bool m_bCompletionOwned = false;             // guarded by m_Turn
+    std::int32_t m_nSpare = -1;                  // guarded by m_Turn; set on completion and read by nobody
+};

@@ -1,0 +1,68 @@
+#include "firmware/FirmwareFile.h"
+
+#include "win32/Handle.h"
+#include "win32/ModulePath.h"
+
+#include <limits>
+#include <new>
+#include <optional>
+
+namespace {
+
+std::optional<std::uint32_t> SizeOf(const win32::FileHandle& file) noexcept
+{
+    LARGE_INTEGER size{};
+    if (::GetFileSizeEx(file.Get(), &size) == FALSE || size.QuadPart > std::numeric_limits<std::uint32_t>::max()) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(size.QuadPart);
+}
+
+FirmwareReading ReadOpenFile(const win32::FileHandle& file, std::uint32_t size, decltype(&::ReadFile) readFile)
+{
+    const auto image = std::make_shared<FirmwareImage>();
+    image->bytes.reset(new std::uint8_t[size]); // not zeroed: an image is some megabytes
+    DWORD count = 0;
+    const bool worked = readFile(file.Get(), image->bytes.get(), size, &count, nullptr) != FALSE;
+    image->size = count;
+    // Three outcomes, all meant: a read that worked is an image, one that failed with all bytes there is none and
+    // ends the matter, and one that failed with fewer is an image as far as it goes.
+    if (!worked && count == size) {
+        return {FirmwareReading::Outcome::Discarded, nullptr, count};
+    }
+    return {FirmwareReading::Outcome::Loaded, image, count};
+}
+
+} // namespace
+
+FirmwareSurroundings FirmwareSurroundings::OfThisProcess()
+{
+    return {win32::ModulePath().value_or(std::wstring()), &::GetTickCount, &::ReadFile};
+}
+
+std::wstring FirmwareFileName(const std::wstring& programPath, std::uint16_t productId)
+{
+    const std::wstring folder = win32::FolderOf(programPath);
+    return folder.empty() ? folder : folder + L"Firmware\\Firmware_" + std::to_wstring(productId) + L".Out";
+}
+
+FirmwareReading ReadFirmware(const std::wstring& name, decltype(&::ReadFile) readFile) noexcept
+{
+    if (name.empty() || ::GetFileAttributesW(name.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        return {};
+    }
+    const win32::FileHandle file(::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                               FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) {
+        return {};
+    }
+    const std::optional<std::uint32_t> size = SizeOf(file);
+    if (!size) {
+        return {};
+    }
+    try {
+        return ReadOpenFile(file, *size, readFile);
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+}

@@ -1,0 +1,233 @@
+#include "host/CMorvanePortRouterModule.h"
+
+#include "host/FindProcess.h"
+#include "host/Registration.h"
+#include "host/Trace.h"
+#include "transport/CCyUSBDriver.h"
+#include "win32/Text.h"
+
+#include <objbase.h>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+/// A run-time engine in this process may have initialised COM in its own way; that one failure is none.
+bool MayContinue(HRESULT initialised)
+{
+    return SUCCEEDED(initialised) ||
+           (initialised == RPC_E_CHANGED_MODE && ::GetModuleHandleW(L"Mscoree.dll") != nullptr);
+}
+
+/// Runs a step of the start-up, which goes on without what the step would have built when memory is short.
+template <class Step>
+void Attempt(Step step) noexcept
+{
+    try {
+        step();
+    } catch (...) {
+        // Nobody can be told: what did not get built is missing, and every user of it tests for that.
+    }
+}
+
+} // namespace
+
+CMorvanePortRouterModule::CMorvanePortRouterModule(HINSTANCE instance)
+    : m_instance(instance),
+      m_mainThreadId(::GetCurrentThreadId()),
+      m_traceOutput(m_dialog),
+      m_traceFrontEnd(m_traceOutput),
+      m_configuration(m_traceFrontEnd),
+      m_server(*this, m_mainThreadId)
+{
+}
+
+CMorvanePortRouterModule::~CMorvanePortRouterModule()
+{
+    TearDown();
+}
+
+int CMorvanePortRouterModule::WinMain(const wchar_t* commandLine)
+{
+    const HRESULT initialised = ::CoInitialize(nullptr);
+    if (!MayContinue(initialised)) {
+        return initialised;
+    }
+    const HRESULT result = RunAction(ParseCommandLine(commandLine));
+    if (SUCCEEDED(initialised)) {
+        // What a failed start has built holds COM objects and windows: it goes before COM does.
+        TearDown();
+        ::CoUninitialize();
+    }
+    return result;
+}
+
+HRESULT CMorvanePortRouterModule::RunAction(CommandLineAction action)
+{
+    switch (action) {
+    case CommandLineAction::RegServer: return RegisterRouter(RegistrationHive::Machine);
+    case CommandLineAction::UnregServer: return UnregisterRouter(RegistrationHive::Machine);
+    case CommandLineAction::RegServerPerUser: return RegisterRouter(RegistrationHive::User);
+    case CommandLineAction::UnregServerPerUser: return UnregisterRouter(RegistrationHive::User);
+    case CommandLineAction::RunServer: break;
+    }
+    return Run();
+}
+
+HRESULT CMorvanePortRouterModule::Run()
+{
+    const HRESULT result = PreMessageLoop();
+    if (result == S_OK) {
+        RunMessageLoop();
+    }
+    if (SUCCEEDED(result)) {
+        PostMessageLoop();
+    }
+    return result;
+}
+
+HRESULT CMorvanePortRouterModule::PreMessageLoop()
+{
+    const HRESULT registered = m_server.RegisterClassObjects();
+    m_standalone = FindProcess(GetFirstHostName()) == 0 && FindProcess(GetSecondHostName()) == 0;
+    m_dialog.Create(m_instance, *this);
+    Attempt([this] { m_configuration.LoadConfiguration(); });
+    Attempt([this] { StartTracer(); });
+    Attempt([this] { TraceDeviceOptions(); });
+    Attempt([this] { StartTransport(); });
+    return registered;
+}
+
+void CMorvanePortRouterModule::StartTracer()
+{
+    m_tracer = CDebugThread::Create();
+    ConfigureTracer();
+    m_tracer->SetShowWindow(false);
+    m_tracer->Start();
+    m_traceOutput.Attach(m_tracer.get());
+}
+
+void CMorvanePortRouterModule::ConfigureTracer()
+{
+    m_tracer->SetOptions(m_configuration.CombinedMask(), ConfigurationStore::LogFileName,
+                         m_configuration.LogFileLimit(), m_configuration.AppendLogFile());
+}
+
+void CMorvanePortRouterModule::TraceDeviceOptions() const
+{
+    for (const auto& [device, option] : m_configuration.DeviceOptions()) {
+        Trace(device, trace::General, "%s, DebugOptions=0x%X", win32::ToAnsi(option.DeviceName).c_str(),
+              static_cast<unsigned>(option.GetMask()));
+    }
+}
+
+void CMorvanePortRouterModule::StartTransport()
+{
+    m_transport = std::make_unique<CCyUSBDriver>(m_configuration.IsSimulation(), *this);
+    m_transport->Reconnect();
+}
+
+// Only WM_QUIT ends it: GetMessage's -1 means a message that could not be fetched, and the next one can.
+void CMorvanePortRouterModule::RunMessageLoop()
+{
+    MSG message{};
+    for (BOOL got; (got = ::GetMessageW(&message, nullptr, 0, 0)) != 0;) {
+        if (got == -1 || m_dialog.TranslateDialogMessage(message)) {
+            continue;
+        }
+        ::TranslateMessage(&message);
+        ::DispatchMessageW(&message);
+    }
+}
+
+void CMorvanePortRouterModule::PostMessageLoop()
+{
+    TearDown();
+    // The class object stays registered and COM initialised, which end with the process; so do the automation objects
+    // that clients still hold.
+    std::exit(0);
+}
+
+void CMorvanePortRouterModule::TearDown() noexcept
+{
+    m_ports.DeleteAllPorts();
+    m_transport.reset();
+    if (m_tracer != nullptr) {
+        m_tracer->Stop();
+        m_traceOutput.Detach();
+        m_tracer.reset();
+    }
+    m_dialog.Destroy();
+}
+
+void CMorvanePortRouterModule::RegisterDeviceName(const std::wstring& name, std::int32_t device,
+                                                  std::uint32_t /*port*/)
+{
+    m_configuration.RegisterDeviceName(name, device);
+}
+
+void CMorvanePortRouterModule::ApplySettings(std::uint32_t limit, bool append, bool simulate,
+                                             const DebugOptionsMap& options)
+{
+    m_configuration.Apply(limit, append, simulate, options);
+    if (m_tracer != nullptr) {
+        ConfigureTracer();
+    }
+}
+
+bool CMorvanePortRouterModule::SendToPort(std::int32_t deviceType, std::int32_t port, CCommunicationDriver* source,
+                                          const std::uint8_t* data, std::uint32_t length)
+{
+    return m_ports.SendToPort(deviceType, static_cast<std::uint32_t>(port), source, data, length);
+}
+
+void CMorvanePortRouterModule::SendToPorts(std::uint32_t port, CCommunicationDriver* source,
+                                           const std::uint8_t* data, std::uint32_t length)
+{
+    m_ports.SendToPorts(port, source, data, length);
+}
+
+void CMorvanePortRouterModule::PacketCompleted(std::int32_t deviceType, std::int32_t port)
+{
+    m_ports.PacketCompleted(deviceType, static_cast<std::uint32_t>(port));
+}
+
+bool CMorvanePortRouterModule::IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId)
+{
+    return m_configuration.IsSupportedProduct(vendorId, productId);
+}
+
+std::int32_t CMorvanePortRouterModule::GetBootloaderVersion(std::uint16_t productId)
+{
+    return m_configuration.GetBootloaderVersion(productId);
+}
+
+std::uint32_t CMorvanePortRouterModule::FindProcess(const std::wstring& name)
+{
+    return ::FindProcess(name);
+}
+
+std::wstring CMorvanePortRouterModule::LogFileName() const
+{
+    return m_tracer != nullptr ? m_tracer->LogFileName() : ConfigurationStore::LogFileName;
+}
+
+std::wstring CMorvanePortRouterModule::LogFolder() const
+{
+    return m_tracer != nullptr ? m_tracer->LogFolder() : std::wstring();
+}
+
+bool CMorvanePortRouterModule::IsConnected() const
+{
+    return m_transport != nullptr && m_transport->IsConnected();
+}
+
+bool CMorvanePortRouterModule::IsUpdatingFirmware() const
+{
+    return m_transport != nullptr && m_transport->IsUpdatingFirmware();
+}
+
+std::uint32_t CMorvanePortRouterModule::GetTransferredBytes() const
+{
+    return m_transport != nullptr ? m_transport->GetTransferredBytes() : 0;
+}

@@ -1,0 +1,159 @@
+#include "host/CMorvaneUSBRouter.h"
+
+#include "host/RouterTypeLibrary.h"
+#include "host/Trace.h"
+#include "ports/CCDevicePortPipe.h"
+#include "win32/Text.h"
+
+#include <string_view>
+
+namespace {
+
+/// The port's name up to its last dot.
+std::wstring DeviceNameOf(std::wstring_view portName)
+{
+    return std::wstring(portName.substr(0, portName.rfind(L'.')));
+}
+
+} // namespace
+
+CMorvaneUSBRouter::CMorvaneUSBRouter(IRouterHost& host) : m_host(host), m_serverLock(host)
+{
+    Trace(trace::RouterChannel, trace::Dispatch, "CMorvaneUSBRouter::CMorvaneUSBRouter()");
+}
+
+// Without end, and the main thread with it, when another object has unregistered one of our ports: Unregister then
+// returns before it erases the pair. That is meant to be so; do not mend it by erasing in Unregister's early return.
+CMorvaneUSBRouter::~CMorvaneUSBRouter()
+{
+    Trace(trace::RouterChannel, trace::Dispatch, "CMorvaneUSBRouter::~CMorvaneUSBRouter()");
+    while (!m_registeredPorts.empty()) {
+        const auto [deviceType, port] = *m_registeredPorts.begin();
+        Unregister(deviceType, port);
+    }
+}
+
+HRESULT CMorvaneUSBRouter::Register(LONG nDeviceType, ULONG nPort, LONG nReadBufferSize, LONG nWriteBufferSize,
+                                    BSTR bstrPortName) noexcept
+{
+    try {
+        if (m_host.Ports().FindPort(nDeviceType, nPort) == nullptr) {
+            AddPort(nDeviceType, nPort, nReadBufferSize, nWriteBufferSize, bstrPortName);
+        }
+    } catch (...) {
+        // A client learns of a port that could not be made when it cannot open the port's pipe.
+    }
+    return S_OK;
+}
+
+void CMorvaneUSBRouter::AddPort(LONG deviceType, ULONG port, LONG readBufferSize, LONG writeBufferSize,
+                                BSTR portName)
+{
+    const std::wstring_view name = portName != nullptr ? portName : L"";
+    auto pipe = std::make_unique<CCDevicePortPipe>(m_host.Transport(), deviceType, static_cast<std::int32_t>(port),
+                                                   win32::ToAnsi(name), readBufferSize, writeBufferSize);
+    m_host.RegisterDeviceName(DeviceNameOf(name), deviceType, port);
+
+    // Recorded first, so that a port in the table always has an owner.
+    const auto recorded = m_registeredPorts.emplace(deviceType, port);
+    try {
+        m_host.Ports().AddPort(deviceType, port, std::move(pipe));
+    } catch (...) {
+        if (recorded.second) {
+            m_registeredPorts.erase(recorded.first);
+        }
+        throw;
+    }
+}
+
+HRESULT CMorvaneUSBRouter::Unregister(LONG nDeviceType, ULONG nPort) noexcept
+{
+    if (m_host.Ports().FindPort(nDeviceType, nPort) == nullptr) {
+        return S_OK;
+    }
+    m_host.Ports().RemovePort(nDeviceType, nPort).reset();
+    m_registeredPorts.erase({nDeviceType, nPort});
+    return S_OK;
+}
+
+HRESULT CMorvaneUSBRouter::QueryInterface(REFIID id, void** object) noexcept
+{
+    if (object == nullptr) {
+        return E_POINTER;
+    }
+    *object = nullptr;
+    if (id != __uuidof(IUnknown) && id != __uuidof(IDispatch) && id != __uuidof(IMorvaneUSBRouter)) {
+        return E_NOINTERFACE;
+    }
+    *object = static_cast<IMorvaneUSBRouter*>(this);
+    AddRef();
+    return S_OK;
+}
+
+ULONG CMorvaneUSBRouter::AddRef() noexcept
+{
+    return ++m_references;
+}
+
+ULONG CMorvaneUSBRouter::Release() noexcept
+{
+    const ULONG left = --m_references;
+    if (left == 0) {
+        delete this;
+    }
+    return left;
+}
+
+HRESULT CMorvaneUSBRouter::NeedTypeInfo() noexcept
+{
+    try {
+        return m_typeInfo != nullptr ? S_OK : LoadRouterTypeInfo(m_typeInfo);
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT CMorvaneUSBRouter::GetTypeInfoCount(UINT* count) noexcept
+{
+    if (count == nullptr) {
+        return E_POINTER;
+    }
+    *count = 1;
+    return S_OK;
+}
+
+HRESULT CMorvaneUSBRouter::GetTypeInfo(UINT index, LCID /*language*/, ITypeInfo** info) noexcept
+{
+    if (info == nullptr) {
+        return E_POINTER;
+    }
+    *info = nullptr;
+    if (index != 0) {
+        return DISP_E_BADINDEX;
+    }
+    const HRESULT result = NeedTypeInfo();
+    if (SUCCEEDED(result)) {
+        *info = m_typeInfo.get();
+        (*info)->AddRef();
+    }
+    return result;
+}
+
+HRESULT CMorvaneUSBRouter::GetIDsOfNames(REFIID /*reserved*/, LPOLESTR* names, UINT count, LCID /*language*/,
+                                         DISPID* ids) noexcept
+{
+    const HRESULT result = NeedTypeInfo();
+    return SUCCEEDED(result) ? m_typeInfo->GetIDsOfNames(names, count, ids) : result;
+}
+
+HRESULT CMorvaneUSBRouter::Invoke(DISPID id, REFIID /*reserved*/, LCID /*language*/, WORD flags,
+                                  DISPPARAMS* parameters, VARIANT* result, EXCEPINFO* exception,
+                                  UINT* badArgument) noexcept
+{
+    const HRESULT loaded = NeedTypeInfo();
+    if (FAILED(loaded)) {
+        return loaded;
+    }
+    return m_typeInfo->Invoke(static_cast<IMorvaneUSBRouter*>(this), id, flags, parameters, result, exception,
+                              badArgument);
+}

@@ -1,0 +1,52 @@
+// The router as a COM server: its class object and the count of what keeps the process alive.
+//
+// Main thread only. The class object is registered once and never revoked: the process ends with it.
+#pragma once
+
+#include "host/RouterHost.h"
+#include "win32/Windows.h"
+
+#include <unknwn.h>
+
+/// Creates automation objects. Its lifetime is the server's, so references to it are not counted; a client that wants
+/// to keep the process alive by it calls LockServer.
+class CMorvaneUSBRouterFactory final : public IClassFactory
+{
+public:
+    explicit CMorvaneUSBRouterFactory(IRouterHost& host) noexcept : m_host(host) {}
+    virtual ~CMorvaneUSBRouterFactory() = default;
+    CMorvaneUSBRouterFactory(const CMorvaneUSBRouterFactory&) = delete;
+    CMorvaneUSBRouterFactory& operator=(const CMorvaneUSBRouterFactory&) = delete;
+
+    STDMETHODIMP QueryInterface(REFIID id, void** object) noexcept override;
+    STDMETHODIMP_(ULONG) AddRef() noexcept override { return 2; }
+    STDMETHODIMP_(ULONG) Release() noexcept override { return 1; }
+
+    /// CO_E_SERVER_STOPPING once the last server lock was released: a call that was already on its way would get an
+    /// object that dies with the process a moment later.
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID id, void** object) noexcept override;
+    STDMETHODIMP LockServer(BOOL lock) noexcept override;
+
+private:
+    IRouterHost& m_host;
+};
+
+class ComServer
+{
+public:
+    /// `mainThreadId`: the thread that WM_QUIT is posted to by the last release.
+    ComServer(IRouterHost& host, DWORD mainThreadId) noexcept : m_factory(host), m_mainThreadId(mainThreadId) {}
+    ComServer(const ComServer&) = delete;
+    ComServer& operator=(const ComServer&) = delete;
+
+    HRESULT RegisterClassObjects() noexcept;
+
+    void AddLock() noexcept;
+    void ReleaseLock() noexcept;
+    bool IsStopping() const noexcept { return m_isStopping; }
+
+private:
+    CMorvaneUSBRouterFactory m_factory;
+    const DWORD m_mainThreadId;
+    bool m_isStopping = false; // never taken back: WM_QUIT is on its way
+};

@@ -1,0 +1,18 @@
+// Entering the router in the registry as an automation server, and taking it out again.
+#pragma once
+
+#include "win32/Windows.h"
+
+/// Where registrations go: for all users, or for the one who runs the program (their Software\Classes).
+enum class RegistrationHive { Machine, User };
+
+/// Both read the scripts and the type library from this program's own resources, on the calling thread, on which COM
+/// must be initialised.
+
+/// Writes the AppID script, then the class script, and registers the type library. The first failing step's HRESULT;
+/// what was written until then stays for UnregisterRouter to remove.
+HRESULT RegisterRouter(RegistrationHive hive);
+
+/// Removes the class and the type library, then the AppID entries; what is missing counts as removed. Goes on after a
+/// failing step and returns the first one's HRESULT.
+HRESULT UnregisterRouter(RegistrationHive hive);

@@ -1,0 +1,25 @@
+// What the automation objects need of the module that they belong to.
+#pragma once
+
+#include "host/PortTable.h"
+
+#include <cstdint>
+#include <string>
+
+/// Main thread only.
+class IRouterHost
+{
+public:
+    virtual ~IRouterHost() = default;
+
+    virtual PortTable& Ports() = 0;
+    /// Null when it could not be created.
+    virtual CCommunicationDriver* Transport() = 0;
+    virtual void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) = 0;
+
+    /// One for each thing that keeps the process alive. The last release ends it.
+    virtual void AddServerLock() = 0;
+    virtual void ReleaseServerLock() = 0;
+    /// True once the last lock was released: nothing may come to life any more.
+    virtual bool IsStopping() const = 0;
+};

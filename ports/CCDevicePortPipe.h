@@ -1,0 +1,88 @@
+// The router's end of one client connection: one named pipe for one port address.
+//
+// The port's own worker thread (PipeProcessThread) does all pipe I/O. The transport's reply thread comes through
+// Send, its command thread through PacketCompleted and RequestPipeRecreate, the main thread through the constructor
+// and the destructor.
+#pragma once
+
+#include "ports/CCommandQueue.h"
+#include "ports/CSimulationDevice.h"
+#include "transport/CCommunicationDriver.h"
+#include "win32/CriticalSection.h"
+#include "win32/Event.h"
+#include "win32/Thread.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+/// Messages on the pipe are bare payloads. The router reads in byte mode: what a client writes faster than the
+/// router reads arrives merged in one packet.
+class CCDevicePortPipe : public CSimulationDevice
+{
+public:
+    /// Starts serving "\\.\pipe\" + `pipeName` (an empty name never opens). `transport` is borrowed and must outlive
+    /// the port. `readBufferSize` bounds a client message and is the pipe's buffer towards the client;
+    /// `writeBufferSize` is the pipe's buffer from the client. Throws nothing but std::bad_alloc.
+    CCDevicePortPipe(CCommunicationDriver* transport, std::int32_t deviceType, std::int32_t port,
+                     std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize);
+
+    /// Ends the worker and closes the pipe. Waits for what has been written into the pipe to be read, or for the
+    /// client to close its end.
+    ~CCDevicePortPipe() override;
+
+    /// Queues a packet's payload for the client; dropped with a trace while no client is connected. `source` is the
+    /// transport that the packet came through, null when it came from a simulation. Any thread; copies the data.
+    void Send(CCommunicationDriver* source, const std::uint8_t* bytes, std::uint32_t length);
+
+    bool IsPipeConnected() const noexcept { return m_IsPipeConnected.load(std::memory_order_relaxed); }
+
+    /// Makes the worker tear the pipe down and create it anew. Any thread.
+    void RequestPipeRecreate() noexcept { RecreateEvent.Set(); }
+
+    /// The write of one of this port's packets to the instrument has begun. Any thread. Returns the packets still
+    /// pending.
+    std::int32_t PacketCompleted() noexcept;
+
+    std::int32_t DeviceType() const noexcept { return m_DeviceType; }
+    std::int32_t Port() const noexcept { return m_Port; }
+
+    /// Client packets that may be pending in the transport before the worker stops reading, and queued packets that
+    /// a producer with its limit switched on accepts.
+    static constexpr std::int32_t MaximumPending = 500;
+
+private:
+    friend class PipeWorker;
+    friend struct CCDevicePortPipeTestAccess;
+
+    /// Body of the worker thread; ends at once for an empty pipe name.
+    void PipeProcessThread();
+
+    /// Handles one client message; whether it was submitted. Worker only.
+    bool OnPipePacket(const std::uint8_t* bytes, std::int32_t length);
+    void IncrementPending() noexcept;
+    void ResetPending() noexcept;
+    std::int32_t Pending() noexcept;
+    bool MayRead() noexcept;
+
+    // Immutable after construction.
+    CCommunicationDriver* const m_Transport; // borrowed
+    const std::int32_t m_DeviceType;
+    const std::int32_t m_Port;
+    const std::int32_t m_ReadBufferSize;
+    const std::int32_t m_WriteBufferSize;
+    const std::string m_PipeName; // without the "\\.\pipe\" prefix
+
+    win32::Event StopEvent{win32::Event::Kind::ManualReset};
+    win32::Event RecreateEvent{win32::Event::Kind::AutoReset, true};
+    win32::Event ReadEnableEvent{win32::Event::Kind::AutoReset, true};
+
+    CCommandQueue OutQueue;                     // device packets for the client; locks itself
+    const bool QueueLimitEnabled = false;       // dormant: nothing sets it, and it stays that way
+    std::atomic<bool> m_IsPipeConnected{false}; // written by the worker, read by Send
+
+    win32::CriticalSection m_PendingSection; // guards PendingCount
+    std::int32_t PendingCount = 0;
+
+    win32::Thread m_Worker; // last, so that it ends first
+};

@@ -1,0 +1,33 @@
+#include "tests/system/ProcessUsage.h"
+
+#include <winternl.h>
+
+#include <cstdint>
+#include <vector>
+
+// From the list of all processes: GetProcessHandleCount and GetProcessMemoryInfo tell nothing of another process
+// under Wine, while the list is right there and on Windows.
+ProcessUsage UsageOf(DWORD processId)
+{
+    using Query = NTSTATUS(WINAPI*)(SYSTEM_INFORMATION_CLASS, void*, ULONG, ULONG*);
+    const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    std::vector<std::uint64_t> buffer(1u << 16);
+    ULONG length = 0;
+    if (query(SystemProcessInformation, buffer.data(), static_cast<ULONG>(buffer.size() * sizeof buffer[0]),
+              &length) < 0)
+    {
+        return {};
+    }
+    const auto* at = reinterpret_cast<const std::uint8_t*>(buffer.data());
+    for (;;) {
+        const auto* const process = reinterpret_cast<const SYSTEM_PROCESS_INFORMATION*>(at);
+        if (reinterpret_cast<std::uintptr_t>(process->UniqueProcessId) == processId) {
+            return {process->HandleCount, process->VirtualMemoryCounters.PagefileUsage};
+        }
+        if (process->NextEntryOffset == 0) {
+            return {};
+        }
+        at += process->NextEntryOffset;
+    }
+}

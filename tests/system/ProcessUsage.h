@@ -1,0 +1,15 @@
+// What another process holds of Windows.
+#pragma once
+
+#include "win32/Windows.h"
+
+#include <cstddef>
+
+struct ProcessUsage
+{
+    DWORD handles = 0;
+    std::size_t privateBytes = 0;
+};
+
+/// All 0 when no such process runs.
+ProcessUsage UsageOf(DWORD processId);

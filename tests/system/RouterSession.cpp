@@ -1,0 +1,131 @@
+#include "tests/system/RouterSession.h"
+
+#include "tests/support/UniqueName.h"
+#include "tests/system/KilledServer.h"
+#include "win32/RegistryKey.h"
+
+#include <objbase.h>
+#include <tlhelp32.h>
+
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+constexpr const wchar_t* Options = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
+constexpr const wchar_t* Settings = L"Software\\Morvane Biosystems";
+constexpr const wchar_t* RouterName = L"MorvanePortRouter.exe";
+
+} // namespace
+
+DWORD FindProgram(const std::wstring& name)
+{
+    const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
+         more = ::Process32NextW(snapshot.Get(), &entry)) {
+        if (name == entry.szExeFile) {
+            return entry.th32ProcessID;
+        }
+    }
+    return 0;
+}
+
+RouterSession::RouterSession(Transport transport)
+    : m_folder(std::filesystem::temp_directory_path() / support::UniqueName(L"router")),
+      m_program(m_folder / RouterName)
+{
+    ::CoInitialize(nullptr);
+    std::filesystem::create_directories(m_folder);
+    std::filesystem::copy_file(support::ProgramFolder() / RouterName, m_program);
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, Settings);
+    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, Options, KEY_READ | KEY_WRITE);
+    key.WriteDword(L"SimulateUSB", transport == Transport::Simulation ? 1 : 0);
+    Run(L"/RegServer");
+}
+
+RouterSession::~RouterSession()
+{
+    Release();
+    if (m_process && !WaitForEnd(std::chrono::seconds(5))) {
+        ::TerminateProcess(m_process.Get(), 98);
+        WaitForEnd();
+        ForgetKilledServers();
+    }
+    Run(L"/UnregServer");
+    ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, Settings);
+    std::error_code ignored;
+    std::filesystem::remove_all(m_folder, ignored);
+    ::CoUninitialize();
+}
+
+void RouterSession::SetMask(int device, DWORD mask)
+{
+    const std::wstring name = std::wstring(Options) + L"\\" + std::to_wstring(device);
+    win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name.c_str(), KEY_READ | KEY_WRITE)
+        .WriteDword(L"DebugMask", mask);
+}
+
+bool RouterSession::Activate()
+{
+    void* object = nullptr;
+    const HRESULT result = ::CoCreateInstance(__uuidof(MorvaneUSBRouter), nullptr, CLSCTX_LOCAL_SERVER,
+                                              __uuidof(IMorvaneUSBRouter), &object);
+    if (FAILED(result)) {
+        return false;
+    }
+    m_object = static_cast<IMorvaneUSBRouter*>(object);
+    m_process.Reset(::OpenProcess(PROCESS_ALL_ACCESS, FALSE, FindProgram(RouterName)));
+    return static_cast<bool>(m_process);
+}
+
+HRESULT RouterSession::RegisterPort(LONG deviceType, ULONG port, const std::wstring& pipeName, LONG size)
+{
+    if (m_object == nullptr) {
+        return E_POINTER;
+    }
+    const BSTR name = ::SysAllocString(pipeName.c_str());
+    const HRESULT result = m_object->Register(deviceType, port, size, size, name);
+    ::SysFreeString(name);
+    return result;
+}
+
+HRESULT RouterSession::UnregisterPort(LONG deviceType, ULONG port)
+{
+    return m_object != nullptr ? m_object->Unregister(deviceType, port) : E_POINTER;
+}
+
+void RouterSession::Release()
+{
+    if (m_object != nullptr) {
+        m_object->Release();
+        m_object = nullptr;
+    }
+}
+
+std::optional<DWORD> RouterSession::WaitForEnd(std::chrono::milliseconds patience) const
+{
+    DWORD code = 0;
+    if (!m_process || !support::WaitFor(m_process.Get(), patience) ||
+        !::GetExitCodeProcess(m_process.Get(), &code)) {
+        return std::nullopt;
+    }
+    return code;
+}
+
+std::string RouterSession::Log() const
+{
+    std::ifstream in(LogFile(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+bool RouterSession::WaitForLog(const std::string& part, std::chrono::milliseconds patience) const
+{
+    return support::WaitUntil([&] { return Log().find(part) != std::string::npos; }, patience);
+}
+
+std::optional<DWORD> RouterSession::Run(const std::wstring& arguments) const
+{
+    return support::ChildProcess(m_program, arguments).WaitForExit();
+}

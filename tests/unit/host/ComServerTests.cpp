@@ -1,0 +1,101 @@
+#include "host/ComServer.h"
+
+#include "host/CMorvaneUSBRouter.h"
+#include "tests/unit/host/FakeRouterHost.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class Factory : public testing::Test
+{
+protected:
+    FakeRouterHost m_host;
+    CMorvaneUSBRouterFactory m_factory{m_host};
+};
+
+TEST_F(Factory, CreatesObjectsThatHoldALock)
+{
+    void* object = nullptr;
+    ASSERT_EQ(m_factory.CreateInstance(nullptr, __uuidof(IMorvaneUSBRouter), &object), S_OK);
+    EXPECT_EQ(m_host.locks, 1);
+    EXPECT_EQ(static_cast<IMorvaneUSBRouter*>(object)->Release(), 0U);
+    EXPECT_EQ(m_host.locks, 0);
+}
+
+TEST_F(Factory, LeavesNothingBehindWhenTheInterfaceIsUnknown)
+{
+    void* object = &object;
+    EXPECT_EQ(m_factory.CreateInstance(nullptr, __uuidof(IClassFactory), &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(m_host.locks, 0);
+}
+
+TEST_F(Factory, RefusesAggregationAndNoResult)
+{
+    void* object = &object;
+    EXPECT_EQ(m_factory.CreateInstance(&m_factory, __uuidof(IUnknown), &object), CLASS_E_NOAGGREGATION);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(m_factory.CreateInstance(nullptr, __uuidof(IUnknown), nullptr), E_POINTER);
+}
+
+TEST_F(Factory, LockServerCountsLikeAnObject)
+{
+    EXPECT_EQ(m_factory.LockServer(TRUE), S_OK);
+    EXPECT_EQ(m_host.locks, 1);
+    EXPECT_EQ(m_factory.LockServer(FALSE), S_OK);
+    EXPECT_EQ(m_host.locks, 0);
+}
+
+TEST_F(Factory, AnActivationThatArrivesAfterTheLastReleaseIsToldSo)
+{
+    m_factory.LockServer(TRUE);
+    m_factory.LockServer(FALSE);
+    void* object = &object;
+    EXPECT_EQ(m_factory.CreateInstance(nullptr, __uuidof(IMorvaneUSBRouter), &object), CO_E_SERVER_STOPPING);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(m_factory.LockServer(TRUE), CO_E_SERVER_STOPPING);
+    EXPECT_EQ(m_host.locks, 0);
+}
+
+TEST_F(Factory, OffersItsTwoInterfacesAndNoOther)
+{
+    void* found = nullptr;
+    EXPECT_EQ(m_factory.QueryInterface(__uuidof(IUnknown), &found), S_OK);
+    EXPECT_EQ(m_factory.QueryInterface(__uuidof(IClassFactory), &found), S_OK);
+    EXPECT_EQ(found, static_cast<IClassFactory*>(&m_factory));
+    EXPECT_EQ(m_factory.QueryInterface(__uuidof(IMorvaneUSBRouter), &found), E_NOINTERFACE);
+    EXPECT_EQ(found, nullptr);
+}
+
+/// Whether WM_QUIT waits in this thread's queue.
+bool QuitIsPosted()
+{
+    MSG message{};
+    return ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE) != FALSE;
+}
+
+TEST(ServerLocks, OnlyTheLastReleasePostsQuitToTheMainThread)
+{
+    FakeRouterHost host;
+    ComServer server(host, ::GetCurrentThreadId());
+    MSG message{};
+    ::PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
+    server.AddLock();
+    server.AddLock();
+    server.ReleaseLock();
+    EXPECT_FALSE(server.IsStopping());
+    EXPECT_FALSE(QuitIsPosted());
+    server.ReleaseLock();
+    EXPECT_TRUE(server.IsStopping());
+    EXPECT_TRUE(QuitIsPosted());
+}
+
+TEST(ServerLocks, RegisteringTheClassWithoutComFails)
+{
+    FakeRouterHost host;
+    ComServer server(host, ::GetCurrentThreadId());
+    EXPECT_EQ(server.RegisterClassObjects(), CO_E_NOTINITIALIZED);
+}
+
+} // namespace

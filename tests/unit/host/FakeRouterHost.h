@@ -1,0 +1,37 @@
+// The module as the automation objects see it, with a port table and a transport of the test's own.
+#pragma once
+
+#include "host/RouterHost.h"
+#include "tests/unit/ports/FakeTransport.h"
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+class FakeRouterHost final : public IRouterHost
+{
+public:
+    PortTable& Ports() override { return ports; }
+    CCommunicationDriver* Transport() override { return &transport; }
+    void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) override
+    {
+        names.emplace_back(name, device, port);
+        if (namingFails) {
+            throw std::bad_alloc();
+        }
+    }
+    void AddServerLock() override { ++locks; }
+    void ReleaseServerLock() override
+    {
+        --locks;
+        stopping = stopping || locks == 0;
+    }
+    bool IsStopping() const override { return stopping; }
+
+    FakeTransport transport;
+    PortTable ports;
+    std::vector<std::tuple<std::wstring, std::int32_t, std::uint32_t>> names;
+    bool namingFails = false;
+    int locks = 0;
+    bool stopping = false;
+};

@@ -1,0 +1,352 @@
+#include "ports/CCDevicePortPipe.h"
+#include "tests/support/PipeClient.h"
+#include "tests/support/RecordingTrace.h"
+#include "tests/support/TestSupport.h"
+#include "tests/unit/ports/FakeTransport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+
+struct CCDevicePortPipeTestAccess
+{
+    static bool OnPipePacket(CCDevicePortPipe& port, const std::string& bytes)
+    {
+        return port.OnPipePacket(reinterpret_cast<const std::uint8_t*>(bytes.data()),
+                                 static_cast<std::int32_t>(bytes.size()));
+    }
+    static std::int32_t Pending(CCDevicePortPipe& port) { return port.Pending(); }
+    static std::int32_t Queued(CCDevicePortPipe& port) { return port.OutQueue.GetCount(); }
+};
+
+namespace {
+
+using support::PipeClient;
+using support::RecordingTrace;
+using Access = CCDevicePortPipeTestAccess;
+
+class PortPipe : public testing::Test
+{
+protected:
+    PortPipe() { RecordingTrace::Clear(); }
+    ~PortPipe() override
+    {
+        client.Close();
+        port.reset();
+        if (HasFailure()) {
+            for (const std::string& line : RecordingTrace::Texts()) {
+                std::printf("  %s\n", line.c_str());
+            }
+        }
+        RecordingTrace::Clear();
+    }
+
+    CCDevicePortPipe& Make(std::int32_t readSize = 4096, std::int32_t writeSize = 4096)
+    {
+        port = std::make_unique<CCDevicePortPipe>(&transport, 3, 1, name, readSize, writeSize);
+        return *port;
+    }
+    void Connect()
+    {
+        // An open may fall into the moment of a re-creation; the port's own flag tells which open counts.
+        ASSERT_TRUE(support::WaitUntil([this] {
+            return client.Open(name) &&
+                   support::WaitUntil([this] { return port->IsPipeConnected(); }, std::chrono::milliseconds(200));
+        }));
+    }
+    void SendToClient(const std::string& payload)
+    {
+        port->Send(&transport, reinterpret_cast<const std::uint8_t*>(payload.data()),
+                   static_cast<std::uint32_t>(payload.size()));
+    }
+    /// Answers every submitted packet as a transport does whose writes begin at once.
+    void CompleteAtOnce()
+    {
+        transport.OnSend([this] { port->PacketCompleted(); });
+    }
+
+    const std::string name = support::UniqueName("Port");
+    const std::string fullName = "\\\\.\\pipe\\" + name;
+    FakeTransport transport;
+    std::unique_ptr<CCDevicePortPipe> port;
+    PipeClient client;
+};
+
+TEST_F(PortPipe, HandsEachRequestToTheTransportUnderItsAddress)
+{
+    Make();
+    CompleteAtOnce();
+    Connect();
+    ASSERT_TRUE(client.Write("measure"));
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == 1; }));
+    EXPECT_EQ(transport.TheSent()[0].x, 3);
+    EXPECT_EQ(transport.TheSent()[0].y, 1);
+    EXPECT_EQ(transport.TheSent()[0].payload, "measure");
+}
+
+TEST_F(PortPipe, OnlyTheLowByteOfEachAddressElementGoesToTheTransport)
+{
+    port = std::make_unique<CCDevicePortPipe>(&transport, 0x103, 0x205, name, 64, 64);
+    Access::OnPipePacket(*port, "x");
+    ASSERT_EQ(transport.Count(), 1u);
+    EXPECT_EQ(transport.TheSent()[0].x, 3);
+    EXPECT_EQ(transport.TheSent()[0].y, 5);
+}
+
+TEST_F(PortPipe, WritesEachPacketToTheClientAsOneMessageInOrder)
+{
+    Make();
+    Connect();
+    SendToClient("first");
+    SendToClient("second one");
+    EXPECT_EQ(client.Read(), "first");
+    EXPECT_EQ(client.Read(), "second one");
+}
+
+TEST_F(PortPipe, TracesPacketsInBothDirectionsWithTheirDump)
+{
+    RecordingTrace::WantDumps(true);
+    Make();
+    Connect();
+    ASSERT_TRUE(client.Write("AB"));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("DEV->PCR[03,01][002] text 41 42"));
+    SendToClient("C");
+    EXPECT_TRUE(RecordingTrace::WaitForLine("DEV<-PCR[03,01][001] text 43"));
+}
+
+TEST_F(PortPipe, WithReadBufferSizeZeroThePipeIsThereButNeverCountsAsConnectedAndEverySendSaysNoConnection)
+{
+    Make(0);
+    ASSERT_TRUE(client.Open(name));
+    ASSERT_TRUE(RecordingTrace::WaitForLine("CCDevicePortPipe::PipeProcessThread (" + fullName + ") Connected"));
+    // Not connected, the pipe is created anew: the client is thrown out.
+    EXPECT_TRUE(client.WaitForBreak());
+    EXPECT_FALSE(port->IsPipeConnected());
+    SendToClient("lost");
+    SendToClient("lost too");
+    EXPECT_EQ(RecordingTrace::Count("DEV<-PCR[03,01] ** NO_CONNECTION **"), 2u);
+    EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::Send() NO device connection, ignore all incoming  request"),
+              2u);
+    EXPECT_EQ(RecordingTrace::Count("Pipe connected"), 0u);
+}
+
+TEST_F(PortPipe, AnEmptyPipeNameEndsTheWorkerAtOnceWithoutATrace)
+{
+    port = std::make_unique<CCDevicePortPipe>(&transport, 3, 1, "", 64, 64);
+    port.reset();
+    EXPECT_TRUE(RecordingTrace::Lines().empty());
+}
+
+TEST_F(PortPipe, WithoutADeviceConnectionNoPipeIsCreatedAndTheFirstOneAfterItCountsZero)
+{
+    transport.ready = false;
+    Make();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Started (" + fullName + ")"));
+    EXPECT_FALSE(client.TryOpen(name));
+    EXPECT_EQ(client.Error(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(RecordingTrace::Count("Pipe Created"), 0u);
+    transport.ready = true;
+    port->RequestPipeRecreate();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Pipe Created"));
+    EXPECT_EQ(RecordingTrace::Count("(" + fullName + ") Pipe Created 0 th time, waiting for connection..."), 1u);
+}
+
+TEST_F(PortPipe, WhileNobodyConnectsThePipeIsCreatedAgainAndAgain)
+{
+    Make();
+    EXPECT_TRUE(RecordingTrace::WaitForLine("Pipe Created 3 th time"));
+}
+
+TEST_F(PortPipe, AMessageOfLengthZeroIsNotSubmittedAndNotCounted)
+{
+    Make();
+    EXPECT_FALSE(Access::OnPipePacket(*port, ""));
+    EXPECT_EQ(transport.Count(), 0u);
+    EXPECT_EQ(Access::Pending(*port), 0);
+}
+
+TEST_F(PortPipe, ARequestWithoutADeviceConnectionIsDroppedWithAWarning)
+{
+    Make();
+    transport.ready = false;
+    EXPECT_FALSE(Access::OnPipePacket(*port, "x"));
+    EXPECT_EQ(RecordingTrace::Count("Warning: Packet ignored"), 1u);
+    EXPECT_EQ(Access::Pending(*port), 0);
+}
+
+TEST_F(PortPipe, APacketFromASimulationIsDropped)
+{
+    Make();
+    port->Send(nullptr, reinterpret_cast<const std::uint8_t*>("x"), 1);
+    EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::Send() ignored simulation packet in non-simulation mode"),
+              1u);
+}
+
+TEST_F(PortPipe, After500UncompletedPacketsReadingStopsAndOneCompletionEnablesItAgain)
+{
+    Make(16);
+    Connect();
+    // Each message fills the read buffer, so that none are merged.
+    const std::string message(16, 'm');
+    for (int written = 0; written < 500; ++written) {
+        ASSERT_TRUE(client.Write(message)) << client.Error() << " after " << written;
+    }
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() >= 500; }));
+    ASSERT_TRUE(support::WaitUntil([&] { return Access::Pending(*port) >= 500; }));
+
+    // The read that completed last is handed over again and again, about every 100 ms.
+    const std::size_t before = transport.Count();
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() >= before + 2; }));
+    EXPECT_EQ(transport.TheSent().back().payload, transport.TheSent()[before - 1].payload);
+
+    const std::string marker(16, 'z');
+    ASSERT_TRUE(client.Write(marker));
+    ASSERT_TRUE(support::WaitUntil([&] {
+        port->PacketCompleted();
+        const auto sent = transport.TheSent();
+        return sent.back().payload == marker;
+    }));
+}
+
+TEST_F(PortPipe, StoppingAPortWithAConnectedClientSaysSoAndEmptiesItsQueue)
+{
+    Make();
+    Connect();
+    port.reset();
+    EXPECT_EQ(RecordingTrace::Count("(" + fullName + ") PipeProcessThread shutting down..."), 1u);
+    EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::PipeProcessThread Ended (" + fullName + ")"), 1u);
+    EXPECT_TRUE(client.WaitForBreak());
+}
+
+TEST_F(PortPipe, AClientThatLeavesIsReplacedByTheNext)
+{
+    Make();
+    CompleteAtOnce();
+    Connect();
+    client.Close();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Read Pipe Broken (109)"));
+    Connect();
+    ASSERT_TRUE(client.Write("again"));
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == 1; }));
+}
+
+TEST_F(PortPipe, AClientThatWritesAndLeavesAtOnceIsHeardAndReplaced)
+{
+    Make();
+    CompleteAtOnce();
+    for (std::size_t round = 1; round <= 20; ++round) {
+        Connect();
+        ASSERT_TRUE(client.Write("last words"));
+        client.Close();
+        ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == round; })) << round;
+        ASSERT_TRUE(support::WaitUntil([&] { return !port->IsPipeConnected(); })) << round;
+    }
+}
+
+TEST_F(PortPipe, AConnectEventThatNeverCameIsMadeUpForByTheFirstMessage)
+{
+    // The line about the created pipe stands between creating it and waiting for the client: a client that comes
+    // just then is connected without an event.
+    bool opened = false;
+    RecordingTrace::OnLine([&](const std::string& line) {
+        if (!opened && line.find("Pipe Created 0 th time") != std::string::npos) {
+            opened = client.TryOpen(name) && client.Write("early");
+        }
+    });
+    Make();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("CCDevicePortPipe::PipeProcessThread (" + fullName +
+                                            ") Pipe connect event NEVER received, compensating"));
+    EXPECT_TRUE(opened);
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == 1; }));
+    EXPECT_TRUE(port->IsPipeConnected());
+    SendToClient("welcome");
+    EXPECT_EQ(client.Read(), "welcome");
+}
+
+TEST_F(PortPipe, AMessageThatIsReadBeforeTheConnectionIsNoticedIsNotLost)
+{
+    // A new port has its first read enabled, so that read may begin between the client's coming and the port's
+    // noticing it. Which rounds hit that moment is chance; in every one of them the message has to arrive.
+    CompleteAtOnce();
+    for (std::size_t round = 1; round <= 150; ++round) {
+        Make();
+        ASSERT_TRUE(client.Open(name));
+        ASSERT_TRUE(client.Write("first"));
+        ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == round; }, std::chrono::seconds(5)))
+            << round;
+        client.Close();
+        port.reset();
+    }
+}
+
+TEST_F(PortPipe, AClientThatDoesNotReadIsDeniedWritePermissionAndLosesNothing)
+{
+    Make(64);
+    Connect();
+    for (int packet = 0; packet < 40; ++packet) {
+        SendToClient(std::string(60, static_cast<char>('A' + packet % 26)));
+    }
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Write permission denied, "));
+    for (int packet = 0; packet < 40; ++packet) {
+        ASSERT_EQ(client.Read(), std::string(60, static_cast<char>('A' + packet % 26))) << packet;
+    }
+}
+
+TEST_F(PortPipe, RecreatingThePipeThrowsTheClientOutAndEmptiesTheQueue)
+{
+    Make();
+    Connect();
+    port->RequestPipeRecreate();
+    EXPECT_TRUE(client.WaitForBreak());
+    client.Close();
+    Connect();
+    EXPECT_EQ(Access::Queued(*port), 0);
+}
+
+TEST_F(PortPipe, PortsComeAndGoWhilePacketsAndCompletionsArriveForThem)
+{
+    for (int round = 0; round < 20; ++round) {
+        Make();
+        win32::Thread sender;
+        sender.Start([&] {
+            for (int packet = 0; packet < 200; ++packet) {
+                SendToClient("packet");
+                port->PacketCompleted();
+                port->RequestPipeRecreate();
+            }
+        });
+        sender.Join();
+        port.reset();
+    }
+    EXPECT_EQ(RecordingTrace::Count("PipeProcessThread Ended"), 20u);
+}
+
+TEST_F(PortPipe, ARequestDoesNotCostThePortAHundredMilliseconds)
+{
+    // Completions come from another thread and late enough to find the next read under way, were it started at once.
+    Make();
+    win32::Event submitted(win32::Event::Kind::AutoReset);
+    transport.OnSend([&] { submitted.Set(); });
+    win32::Thread completer;
+    completer.Start([&] {
+        for (int packet = 0; packet < 50; ++packet) {
+            submitted.Wait(20'000);
+            ::Sleep(2); // the time a write may take to begin: what is simulated, not what is waited for
+            port->PacketCompleted();
+        }
+    });
+    Connect();
+    const ULONGLONG begin = ::GetTickCount64();
+    for (std::size_t request = 1; request <= 50; ++request) {
+        ASSERT_TRUE(client.Write("request"));
+        ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == request; }));
+    }
+    const ULONGLONG elapsed = ::GetTickCount64() - begin;
+    completer.Join();
+    // 49 requests would cost 4.9 s were each to wait out the 100 ms.
+    EXPECT_LT(elapsed, 2'500u);
+}
+
+} // namespace

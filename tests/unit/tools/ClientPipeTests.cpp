@@ -1,0 +1,154 @@
+// A client's end of a port pipe, against a pipe that behaves as the router's do.
+#include "tests/support/WaitUntil.h"
+#include "tests/unit/tools/FakePort.h"
+#include "tools/common/ClientPipe.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace {
+
+using Outcome = ClientPipe::Outcome;
+using Bytes = std::vector<std::uint8_t>;
+using std::chrono::milliseconds;
+
+Bytes Of(const std::string& text)
+{
+    return {text.begin(), text.end()};
+}
+
+struct ClientPipeTest : testing::Test
+{
+    win32::Event stop{win32::Event::Kind::ManualReset};
+    Bytes message;
+};
+
+TEST_F(ClientPipeTest, APipeThatIsNotServedIsAbsentWhenTheTimeIsOver)
+{
+    ClientPipe pipe(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(pipe.Open(milliseconds(80)), Outcome::Absent);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(80));
+    EXPECT_EQ(pipe.Error(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(pipe.IsOpen());
+}
+
+TEST_F(ClientPipeTest, APipeThatAnotherClientHasIsBusy)
+{
+    FakePort port(Echo);
+    ClientPipe first(port.Path(), stop.Get());
+    ClientPipe second(port.Path(), stop.Get());
+    ASSERT_EQ(first.Open(support::Patience), Outcome::Done);
+    EXPECT_EQ(second.Open(milliseconds(50)), Outcome::Busy);
+    first.Close();
+    EXPECT_EQ(second.Open(support::Patience), Outcome::Done);
+}
+
+TEST_F(ClientPipeTest, APipeThatBreaksRightAfterItWasOpenedIsOpenedAgain)
+{
+    FakePort port(Echo, {.breaksAtFirst = 3, .breaksAtMessage = 0, .messages = true, .greeting = {}});
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Done);
+    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    EXPECT_EQ(message, Of("x"));
+    EXPECT_EQ(port.Connections(), 4);
+}
+
+TEST_F(ClientPipeTest, MessagesAreReadOneByOne)
+{
+    FakePort port([](const std::string&) { return FakePort::Replies{"one", "", "three"}; });
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("go"), support::Patience), Outcome::Done);
+    for (const char* expected : {"one", "", "three"}) {
+        ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+        EXPECT_EQ(message, Of(expected));
+    }
+}
+
+TEST_F(ClientPipeTest, AMessageThatComesWhileThePipeIsOpenedIsNotLost)
+{
+    FakePort port(Echo, {.breaksAtFirst = 0, .breaksAtMessage = 0, .messages = true, .greeting = "welcome"});
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    EXPECT_EQ(message, Of("welcome"));
+}
+
+TEST_F(ClientPipeTest, AReplyThatIsLateIsReadByTheNextRead)
+{
+    FakePort port(Echo);
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    EXPECT_EQ(pipe.Read(message, milliseconds(30)), Outcome::TimedOut);
+    ASSERT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Done);
+    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    EXPECT_EQ(message, Of("x"));
+}
+
+TEST_F(ClientPipeTest, TheLongestPayloadFits)
+{
+    const std::string longest(65535, 'x');
+    FakePort port([&](const std::string&) { return FakePort::Replies{longest}; });
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("go"), support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    EXPECT_EQ(message, Of(longest));
+}
+
+TEST_F(ClientPipeTest, APipeWithoutMessagesIsReadAsBytes)
+{
+    FakePort port(Echo, {.breaksAtFirst = 0, .breaksAtMessage = 0, .messages = false, .greeting = {}});
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("bytes"), support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    EXPECT_EQ(message, Of("bytes"));
+}
+
+TEST_F(ClientPipeTest, ABrokenPipeIsToldWithItsError)
+{
+    std::optional<FakePort> port(std::in_place, Echo);
+    ClientPipe pipe(port->Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    port.reset();
+    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Broken);
+    EXPECT_EQ(pipe.Error(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+    EXPECT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Broken);
+}
+
+TEST_F(ClientPipeTest, AWriteThatNobodyReadsTimesOut)
+{
+    // Never reads: a pipe of the test's own without a thread behind it.
+    const std::wstring path = support::PipePath(support::UniqueName(L"NoReader"));
+    const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                                      PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+    ASSERT_TRUE(server);
+    ClientPipe pipe(path, stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    const Bytes big(1'000'000);
+    EXPECT_EQ(pipe.Write(big, milliseconds(50)), Outcome::TimedOut);
+}
+
+TEST_F(ClientPipeTest, TheStopSignalEndsOpeningAndReading)
+{
+    FakePort port(Echo);
+    ClientPipe pipe(port.Path(), stop.Get());
+    ClientPipe absent(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
+    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    stop.Set();
+    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Stopped);
+    EXPECT_EQ(absent.Open(support::Patience), Outcome::Stopped);
+}
+
+TEST_F(ClientPipeTest, AClosedPipeIsBroken)
+{
+    ClientPipe pipe(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
+    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Broken);
+    EXPECT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Broken);
+}
+
+} // namespace

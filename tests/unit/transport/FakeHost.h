@@ -1,0 +1,114 @@
+// A module that records what the transport asks of it.
+#pragma once
+
+#include "transport/TransportHost.h"
+#include "win32/Windows.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+class FakeHost : public ITransportHost
+{
+public:
+    struct Delivery
+    {
+        std::int32_t deviceType;
+        std::int32_t port;
+        std::string payload;
+    };
+
+    bool SendToPort(std::int32_t deviceType, std::int32_t port, CCommunicationDriver*, const std::uint8_t* data,
+                    std::uint32_t length) override
+    {
+        const std::lock_guard guard(m_lock);
+        if (!m_ports.contains({deviceType, port})) {
+            return false;
+        }
+        if (length != 0) {
+            m_deliveries.push_back({deviceType, port, std::string(reinterpret_cast<const char*>(data), length)});
+        }
+        return true;
+    }
+    void SendToPorts(std::uint32_t port, CCommunicationDriver*, const std::uint8_t* data,
+                     std::uint32_t length) override
+    {
+        const std::lock_guard guard(m_lock);
+        for (const auto& [type, number] : m_ports) {
+            if (number == static_cast<std::int32_t>(port)) {
+                m_deliveries.push_back({type, number, std::string(reinterpret_cast<const char*>(data), length)});
+            }
+        }
+    }
+    void PacketCompleted(std::int32_t deviceType, std::int32_t port) override
+    {
+        const std::lock_guard guard(m_lock);
+        m_completions.emplace_back(deviceType, port);
+    }
+    void SignalAllPorts() override { ++signals; }
+    bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) override
+    {
+        return vendorId == 0x1E4F && (productId == 0x0100 || productId == 0x0500);
+    }
+    std::int32_t GetBootloaderVersion(std::uint16_t) override { return 2; }
+    void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t) override
+    {
+        const std::lock_guard guard(m_lock);
+        m_names.emplace(device, name);
+    }
+    std::uint32_t FindProcess(const std::wstring& name) override
+    {
+        const std::lock_guard guard(m_lock);
+        return m_processes.contains(name) ? 1 : 0;
+    }
+    std::wstring GetFirstHostName() override { return L"First.exe"; }
+    std::wstring GetSecondHostName() override { return L"Second.exe"; }
+    bool IsStandalone() override { return standalone; }
+    std::uint32_t MainThreadId() override { return mainThread; }
+
+    void AddPort(std::int32_t deviceType, std::int32_t port)
+    {
+        const std::lock_guard guard(m_lock);
+        m_ports.emplace(deviceType, port);
+    }
+    void SetRunning(const std::wstring& name, bool running)
+    {
+        const std::lock_guard guard(m_lock);
+        if (running) {
+            m_processes.insert(name);
+        } else {
+            m_processes.erase(name);
+        }
+    }
+    std::vector<Delivery> Deliveries() const
+    {
+        const std::lock_guard guard(m_lock);
+        return m_deliveries;
+    }
+    std::vector<std::pair<std::int32_t, std::int32_t>> Completions() const
+    {
+        const std::lock_guard guard(m_lock);
+        return m_completions;
+    }
+    std::map<std::int32_t, std::wstring> Names() const
+    {
+        const std::lock_guard guard(m_lock);
+        return m_names;
+    }
+
+    std::atomic<int> signals{0};
+    std::atomic<bool> standalone{true};
+    std::atomic<DWORD> mainThread{::GetCurrentThreadId()};
+
+private:
+    mutable std::mutex m_lock;
+    std::set<std::pair<std::int32_t, std::int32_t>> m_ports;
+    std::vector<Delivery> m_deliveries;
+    std::vector<std::pair<std::int32_t, std::int32_t>> m_completions;
+    std::map<std::int32_t, std::wstring> m_names;
+    std::set<std::wstring> m_processes;
+};

@@ -1,0 +1,286 @@
+#include "tests/support/Frames.h"
+#include "tests/support/RecordingTrace.h"
+#include "tests/support/TestSupport.h"
+#include "tests/unit/transport/FakeHost.h"
+#include "tests/unit/transport/TestAccess.h"
+#include "win32/OverlappedOperation.h"
+#include "win32/Thread.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+namespace {
+
+using support::Frame;
+using support::RecordingTrace;
+using Access = CCyUSBDriverTestAccess;
+
+/// Serves the simulator's pipe in byte mode, in this process. The name is the product's own, so only one test program
+/// may do this at a time on one machine; under Wine each has a machine of its own.
+class Simulator
+{
+public:
+    Simulator()
+        : m_pipe(::CreateNamedPipeA("\\\\.\\pipe\\UsbPipeSimulator", PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                    PIPE_TYPE_BYTE | PIPE_WAIT, 1, 65'536, 65'536, 0, nullptr))
+    {
+        EXPECT_TRUE(m_pipe);
+    }
+    bool AwaitRouter()
+    {
+        m_connect.ConnectPipe(m_pipe.Get());
+        if (!m_connect.IsPending()) {
+            return ::GetLastError() == ERROR_PIPE_CONNECTED;
+        }
+        DWORD unused = 0;
+        return support::WaitFor(m_connect.EventHandle()) && m_connect.Finish(m_pipe.Get(), unused);
+    }
+    /// Reads until one whole frame is there.
+    std::optional<std::string> ReadFrame()
+    {
+        for (;;) {
+            const std::span bytes(reinterpret_cast<const std::uint8_t*>(m_received.data()), m_received.size());
+            if (const auto frame = wire::ParseFrame(bytes)) {
+                const std::string text = m_received.substr(0, frame->Length());
+                m_received.erase(0, frame->Length());
+                return text;
+            }
+            char buffer[4096];
+            m_read.Read(m_pipe.Get(), buffer, sizeof buffer);
+            DWORD length = 0;
+            if ((m_read.IsPending() && !support::WaitFor(m_read.EventHandle())) ||
+                !m_read.Finish(m_pipe.Get(), length)) {
+                m_read.Cancel();
+                return std::nullopt;
+            }
+            m_received.append(buffer, length);
+        }
+    }
+    bool Write(const std::string& bytes)
+    {
+        DWORD length = 0;
+        m_write.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()));
+        return support::WaitFor(m_write.EventHandle()) && m_write.Finish(m_pipe.Get(), length);
+    }
+
+private:
+    win32::FileHandle m_pipe;
+    win32::OverlappedOperation m_connect;
+    win32::OverlappedOperation m_read;
+    win32::OverlappedOperation m_write;
+    std::string m_received;
+};
+
+class Simulation : public testing::Test
+{
+protected:
+    Simulation()
+    {
+        host.AddPort(3, 1);
+        RecordingTrace::Clear();
+    }
+    void StartDriver()
+    {
+        driver.emplace(true, host);
+        driver->Reconnect();
+    }
+    void StartBoth()
+    {
+        simulator.emplace();
+        StartDriver();
+        AwaitConnection();
+    }
+    /// Numbering begins after the transport has said that it is connected. A packet that no port gets, read by the
+    /// same thread, tells that it is through with connecting.
+    void AwaitConnection()
+    {
+        const std::size_t before = RecordingTrace::Count("ApppendToReplyProcessQueue() 15 bytes");
+        ASSERT_TRUE(simulator->AwaitRouter());
+        ASSERT_TRUE(simulator->Write(Frame(0, 9, 0, 0, "?")));
+        ASSERT_TRUE(
+            RecordingTrace::WaitForLine("ApppendToReplyProcessQueue() 15 bytes", support::Patience, before + 1));
+    }
+    void Send(const std::string& payload)
+    {
+        driver->Send(3, 1, reinterpret_cast<const std::uint8_t*>(payload.data()),
+                     static_cast<std::uint32_t>(payload.size()));
+    }
+
+    FakeHost host;
+    std::optional<Simulator> simulator;
+    std::optional<CCyUSBDriver> driver;
+};
+
+TEST_F(Simulation, WithoutASimulatorTheTransportStaysNotConnectedAndDropsWhatIsSent)
+{
+    StartDriver();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed"));
+    EXPECT_FALSE(driver->IsConnected());
+    EXPECT_FALSE(driver->IsReady());
+    Send("lost");
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::Submit() No connection, ignore all incomcing  requests"), 1u);
+}
+
+TEST_F(Simulation, EveryTwentiethAttemptIsTraced)
+{
+    StartDriver();
+    ASSERT_TRUE(
+        RecordingTrace::WaitForLine("SimulationCommandProcessThread(21th try) looking for USB endpoints..."));
+    EXPECT_EQ(RecordingTrace::Count("(1th try)"), 1u);
+    EXPECT_EQ(RecordingTrace::Count("th try)"), 2u);
+    EXPECT_TRUE(
+        RecordingTrace::WaitForLine("SimulationCommandProcessThread() 0 pending writes", support::Patience, 2));
+    EXPECT_GE(host.signals, 20);
+}
+
+TEST_F(Simulation, ASimulatorThatComesLaterIsFound)
+{
+    StartDriver();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed"));
+    simulator.emplace();
+    ASSERT_TRUE(simulator->AwaitRouter());
+    EXPECT_TRUE(support::WaitUntil([&] { return driver->IsReady(); }));
+    EXPECT_EQ(RecordingTrace::Count("Connection to USB-Simulation opened (\\\\.\\pipe\\UsbPipeSimulator)"), 1u);
+}
+
+TEST_F(Simulation, CarriesPacketsBothWaysAndTellsThePortThatTheWriteBegan)
+{
+    StartBoth();
+    Send("request");
+    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 1, 3, 1, "request"));
+    ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "reply")));
+    ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
+    EXPECT_EQ(host.Deliveries()[0].payload, "reply");
+    EXPECT_EQ(host.Completions(), (std::vector<std::pair<std::int32_t, std::int32_t>>{{3, 1}}));
+}
+
+TEST_F(Simulation, AnIdlePacketIsWrittenAfterEachQuietSecond)
+{
+    StartBoth();
+    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 238, 238, 238, ""));
+    EXPECT_EQ(simulator->ReadFrame(), Frame(1, 238, 238, 238, ""));
+}
+
+TEST_F(Simulation, TheWriteTraceShows65535WhileTheCounterGrowsByTheRealCount)
+{
+    StartBoth();
+    const std::uint32_t before = driver->GetTransferredBytes();
+    Send("12345");
+    ASSERT_TRUE(RecordingTrace::WaitForLine("SimulationCommandProcessThread overlapped write 65535 bytes"));
+    EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == 19; }));
+    ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "1234567")));
+    EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == 19 + 21; }));
+}
+
+TEST_F(Simulation, PacketsAreDumpedInBothDirectionsWhenTheirTracesAreWanted)
+{
+    RecordingTrace::WantDumps(true);
+    StartBoth();
+    Send("A");
+    EXPECT_TRUE(RecordingTrace::WaitForLine("PCR->USB[15] text 23 23 00 01"));
+    ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "B")));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("PCR<-USB[15] text 23 23 01 01"));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::ApppendToReplyProcessQueue() 15 bytes"));
+}
+
+TEST_F(Simulation, ASimulatorThatVanishesAndComesBackIsConnectedAgainWithNumbersFrom0)
+{
+    StartBoth();
+    Send("one");
+    Send("two");
+    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 1, 3, 1, "one"));
+    EXPECT_EQ(simulator->ReadFrame(), Frame(1, 1, 3, 1, "two"));
+    ASSERT_TRUE(simulator->Write(Frame(200, 1, 3, 1, "number 200")));
+    ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
+    RecordingTrace::Clear();
+    const int signals = host.signals;
+
+    simulator.reset();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Reply-receive failed(109), reconnecting..."));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::NotifyState(Not Connected)"));
+    EXPECT_GT(host.signals, signals);
+    simulator.emplace();
+    AwaitConnection();
+    EXPECT_TRUE(driver->IsReady());
+    Send("three");
+    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 1, 3, 1, "three"));
+    // The numbering check starts anew as well: 1 after 200 is no gap.
+    ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "number 1")));
+    ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 2; }));
+    EXPECT_EQ(RecordingTrace::Count("Packet has packet number"), 0u);
+}
+
+TEST_F(Simulation, ASimulatorThatWritesAndVanishesAtOnceIsNoticedEveryTime)
+{
+    StartDriver();
+    for (std::size_t round = 1; round <= 20; ++round) {
+        simulator.emplace();
+        ASSERT_TRUE(simulator->AwaitRouter());
+        ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "last words")));
+        ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
+        simulator.reset();
+        ASSERT_TRUE(support::WaitUntil([&] { return !driver->IsConnected(); })) << round;
+    }
+}
+
+TEST_F(Simulation, ASimulatorThatStopsReadingIsWarnedOfAndNothingIsAbortedOrLost)
+{
+    StartBoth();
+    const std::string payload(60'000, 'p');
+    for (int packet = 0; packet < 4; ++packet) {
+        Send(payload);
+    }
+    ASSERT_TRUE(RecordingTrace::WaitForLine("WARNING: Command queue not empty, but previous Write operation "
+                                            "incomplete (TotalAborted=0)"));
+    for (std::uint8_t packet = 0; packet < 4; ++packet) {
+        ASSERT_EQ(simulator->ReadFrame(), Frame(packet, 1, 3, 1, payload));
+    }
+}
+
+TEST_F(Simulation, StoppingWithWritesAndReadsUnderWayEndsAllThreads)
+{
+    StartBoth();
+    for (int packet = 0; packet < 8; ++packet) {
+        Send(std::string(60'000, 'p'));
+    }
+    driver.reset();
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationCommandProcessThread() ended"), 1u);
+}
+
+TEST_F(Simulation, ThereIsNoHostWatch)
+{
+    host.standalone = false;
+    StartBoth();
+    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 238, 238, 238, "")); // a quiet second has passed
+    EXPECT_EQ(RecordingTrace::Count("Host application does not exist"), 0u);
+}
+
+TEST_F(Simulation, TheQuietTraceNamesPendingWriteInTheSingular)
+{
+    StartBoth();
+    EXPECT_TRUE(RecordingTrace::WaitForLine("SimulationCommandProcessThread() IDLE, Number of pending write: "));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::ReplyProcessThread()IDLE"));
+}
+
+TEST_F(Simulation, TheReadThreadOverAPipeReadsUntilItIsStopped)
+{
+    // The driver stays without a simulator of its own: the pipe is lent to its second way of reading.
+    driver.emplace(true, host);
+    simulator.emplace();
+    win32::FileHandle end(::CreateFileA("\\\\.\\pipe\\UsbPipeSimulator", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                        OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    ASSERT_TRUE(end);
+    win32::Thread reader;
+    reader.Start([&] { Access::ReadPipe(*driver, end.Get()); });
+    ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "read by the thread")));
+    ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
+    Access::StopRead(*driver);
+    reader.Join();
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 1u);
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() ended"), 1u);
+    Access::ReadPipe(*driver, INVALID_HANDLE_VALUE); // ends at once
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 1u);
+}
+
+} // namespace

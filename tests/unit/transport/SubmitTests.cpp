@@ -1,0 +1,126 @@
+#include "tests/support/RecordingTrace.h"
+#include "tests/support/TestSupport.h"
+#include "tests/unit/transport/FakeHost.h"
+#include "tests/unit/transport/TestAccess.h"
+#include "win32/Thread.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+namespace {
+
+using support::RecordingTrace;
+using Access = CCyUSBDriverTestAccess;
+
+// No simulator serves the pipe and Reconnect was not called: the driver counts as connected and writes nothing.
+class Submit : public testing::Test
+{
+protected:
+    Submit() { RecordingTrace::Clear(); }
+    std::unique_ptr<CSerialPortCommand> Next() { return Access::PopQueued(driver); }
+    void Send(std::uint8_t x, std::uint8_t y, const std::string& payload)
+    {
+        driver.Send(x, y, reinterpret_cast<const std::uint8_t*>(payload.data()),
+                    static_cast<std::uint32_t>(payload.size()));
+    }
+
+    FakeHost host;
+    CCyUSBDriver driver{true, host};
+};
+
+TEST_F(Submit, WhileDisconnectedASendIsDroppedWithTheTraceAndQueuesNothing)
+{
+    driver.Reconnect();
+    Send(3, 1, "lost");
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::Submit() No connection, ignore all incomcing  requests"), 1u);
+    EXPECT_EQ(Access::Queued(driver), 0);
+}
+
+TEST_F(Submit, After255PacketsTheNextNumberIs0)
+{
+    for (int number = 0; number < 257; ++number) {
+        Send(3, 1, "x");
+        const auto packet = Next();
+        ASSERT_TRUE(packet);
+        ASSERT_EQ(packet->GetByteAt(2), number % 256);
+    }
+}
+
+TEST_F(Submit, ASendOfLength0MakesA14ByteFrameWithChecksum0)
+{
+    driver.Send(3, 1, nullptr, 0);
+    const auto packet = Next();
+    ASSERT_TRUE(packet);
+    EXPECT_EQ(packet->GetLength(), 14);
+    EXPECT_EQ(packet->GetByteAt(12), 0);
+    EXPECT_EQ(packet->GetByteAt(13), 0);
+}
+
+TEST_F(Submit, FramesThePayloadWithTypeAddressLengthAndChecksum)
+{
+    Send(3, 2, "AB");
+    const auto packet = Next();
+    ASSERT_TRUE(packet);
+    const std::array<std::uint8_t, 16> expected{'#', '#', 0, 1, 0, 1, 3, 2, 0, 0, 0, 2, 'A', 'B', 'A' ^ 'B', 0};
+    ASSERT_EQ(packet->GetLength(), 16);
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), packet->GetData()));
+}
+
+TEST_F(Submit, TheIdlePacketIsOfType238ToAddress238WithoutPayload)
+{
+    Access::SubmitIdle(driver);
+    const auto packet = Next();
+    ASSERT_TRUE(packet);
+    EXPECT_EQ(packet->GetLength(), 14);
+    EXPECT_EQ(packet->GetByteAt(3), 238);
+    EXPECT_EQ(packet->GetByteAt(6), 238);
+    EXPECT_EQ(packet->GetByteAt(7), 238);
+}
+
+TEST_F(Submit, TheQueueLimitIsDormant)
+{
+    for (int packet = 0; packet < 600; ++packet) {
+        Send(3, 1, "x");
+    }
+    EXPECT_GE(Access::Queued(driver), 600);
+    EXPECT_EQ(RecordingTrace::Count("Maximum queue size reached"), 0u);
+}
+
+TEST_F(Submit, SeveralPortsAtOnceGetNumbersInTheOrderOfTheQueue)
+{
+    std::array<win32::Thread, 3> threads;
+    for (win32::Thread& thread : threads) {
+        thread.Start([this] {
+            for (int packet = 0; packet < 500; ++packet) {
+                Send(3, 1, "x");
+            }
+        });
+    }
+    for (win32::Thread& thread : threads) {
+        thread.Join();
+    }
+    int expected = 0;
+    int taken = 0;
+    while (const auto packet = Next()) {
+        if (packet->GetByteAt(3) == 1) {
+            ++taken;
+        }
+        ASSERT_EQ(packet->GetByteAt(2), expected++ % 256);
+    }
+    EXPECT_EQ(taken, 1500);
+}
+
+TEST_F(Submit, TheDownloaderNamesItsTwoTraceChannelsWhenTheTransportIsBuilt)
+{
+    const std::map<std::int32_t, std::wstring> expected{{0, L"_FirmwareDownload"}, {-1, L"_FirmwareDebug"}};
+    EXPECT_EQ(host.Names(), expected);
+}
+
+TEST_F(Submit, ThePacketsLeftAtTheEndGoWithTheDriver)
+{
+    Send(3, 1, "left over");
+    EXPECT_EQ(Access::Queued(driver), 1);
+}
+
+} // namespace

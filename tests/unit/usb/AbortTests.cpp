@@ -1,0 +1,230 @@
+// Aborted transfers: the driver may let go of them late, or never, and must never write into memory in other hands.
+#include "tests/unit/usb/UsbFixture.h"
+#include "usb/ControlCodes.h"
+
+#include <psapi.h>
+
+namespace usbtest {
+
+class Aborts : public UsbTest
+{
+protected:
+    /// Makes the driver answer aborts without aborting anything.
+    void IgnoreAborts()
+    {
+        Rule rule = ForControl(usb::ControlAbortPipe, Action::Refuse);
+        rule.status = 0xC0000010;
+        bus.SetRule(rule);
+    }
+
+    static DWORD Handles()
+    {
+        DWORD count = 0;
+        ::GetProcessHandleCount(::GetCurrentProcess(), &count);
+        return count;
+    }
+
+    static std::size_t PrivateBytes()
+    {
+        PROCESS_MEMORY_COUNTERS counters{};
+        ::GetProcessMemoryInfo(::GetCurrentProcess(), &counters, sizeof counters);
+        return counters.PagefileUsage;
+    }
+
+    usb::BulkTransfer write;
+    usb::BulkTransfer read;
+};
+
+TEST_F(Aborts, OnAnIdleEndpointIsHarmless)
+{
+    Connect();
+    EXPECT_TRUE(Endpoint(Out)->Abort());
+    EXPECT_TRUE(Endpoint(In)->Abort());
+    EXPECT_EQ(bus.Count(0).aborts, 2u);
+    EXPECT_EQ(bus.Count(0, In).endpointAborts, 1u);
+    ASSERT_TRUE(Write(write, Pattern(10)));
+    EXPECT_TRUE(End(write).worked);
+}
+
+TEST_F(Aborts, OnAnIdleEndpointIsHarmlessWhenTheDriverRefuses)
+{
+    Connect();
+    IgnoreAborts();
+    EXPECT_FALSE(Endpoint(Out)->Abort());
+    ASSERT_TRUE(Write(write, Pattern(10)));
+    EXPECT_TRUE(End(write).worked);
+}
+
+TEST_F(Aborts, OfATransferObjectThatHasNothingUnderWayAsksNobody)
+{
+    Connect();
+    write.Abort();
+    write.Abandon();
+    EXPECT_EQ(bus.Count(0).aborts, 0u);
+}
+
+TEST_F(Aborts, EndOnlyTheTransfersOfTheirEndpoint)
+{
+    Connect();
+    bus.SetRule(For(Out, Action::Hold));
+    ASSERT_TRUE(Write(write, Pattern(10)));
+    ASSERT_TRUE(read.BeginRead(*Endpoint(In), 100));
+    write.Abort();
+    EXPECT_FALSE(write.IsUnderWay());
+    EXPECT_EQ(bus.Count(0, In).pending, 1u);
+    bus.Feed(0, In, Pattern(7));
+    EXPECT_EQ(End(read).length, 7u);
+}
+
+TEST_F(Aborts, OfAWriteHeldForeverLetTheNextOneGoAtOnce)
+{
+    Connect();
+    Rule rule = For(Out, Action::Hold);
+    rule.count = 1;
+    bus.SetRule(rule);
+    ASSERT_TRUE(Write(write, Pattern(10)));
+    EXPECT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.held == 1; }));
+    write.Abort();
+    ASSERT_TRUE(Write(write, Pattern(11)));
+    EXPECT_EQ(End(write).length, 11u);
+    EXPECT_EQ(bus.TakeWritten(0, Out)->bytes, Pattern(11)) << "the aborted one never went out";
+}
+
+TEST_F(Aborts, KeepTheEventHandle)
+{
+    Connect();
+    const HANDLE event = read.EventHandle();
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(read.BeginRead(*Endpoint(In), 100));
+        EXPECT_EQ(read.EventHandle(), event);
+        read.Abort();
+        EXPECT_EQ(read.EventHandle(), event);
+    }
+}
+
+TEST_F(Aborts, ThatTheDriverIgnoresKeepEverythingOfTheTransferUntilItLetsGo)
+{
+    Connect();
+    IgnoreAborts();
+    Rule late = For(Out, Action::Delay);
+    late.count = 1;
+    late.milliseconds = 300;
+    bus.SetRule(late);
+    bus.SetRule(For(Out, Action::Hold)); // all further ones
+    ASSERT_TRUE(Write(write, Pattern(10)));
+    write.Abort();
+    EXPECT_FALSE(write.IsUnderWay());
+    EXPECT_EQ(Endpoint(Out)->Abandoned().Count(), 1u);
+
+    // The next one is under way when the first one's late completion comes: its event is set, but it has not ended.
+    ASSERT_TRUE(Write(write, Pattern(20)));
+    ASSERT_TRUE(support::WaitFor(write.EventHandle())) << "the late completion sets the common event";
+    EXPECT_FALSE(write.HasEnded());
+    write.ResetEvent();
+
+    bus.Release(0);
+    EXPECT_EQ(End(write).length, 20u);
+    // The parked one is freed when the next one is abandoned.
+    bus.SetRule(For(Out, Action::Hold));
+    ASSERT_TRUE(Write(write, Pattern(30)));
+    write.Abort();
+    EXPECT_EQ(Endpoint(Out)->Abandoned().Count(), 0u);
+}
+
+TEST_F(Aborts, OfAReadKeepItsBufferOutOfOtherHands)
+{
+    Connect();
+    IgnoreAborts();
+    ASSERT_TRUE(read.BeginRead(*Endpoint(In), 1'000));
+    read.Abort();
+    EXPECT_EQ(Endpoint(In)->Abandoned().Count(), 1u);
+    ASSERT_TRUE(read.BeginRead(*Endpoint(In), 1'000));
+    // The driver answers the abandoned read first, then the living one: two different buffers.
+    bus.Feed(0, In, Pattern(100, 1));
+    bus.Feed(0, In, Pattern(200, 2));
+    ASSERT_TRUE(support::WaitUntil([&] { return read.HasEnded(); }));
+    std::uint32_t length = 0;
+    ASSERT_TRUE(read.Finish(length));
+    ASSERT_EQ(length, 200u);
+    const auto bytes = read.Received().first(length);
+    EXPECT_EQ(Bytes(bytes.begin(), bytes.end()), Pattern(200, 2));
+}
+
+TEST_F(Aborts, AreWaitedForWhenTheDeviceCloses)
+{
+    Connect();
+    IgnoreAborts();
+    std::vector<std::unique_ptr<usb::BulkTransfer>> reads;
+    for (int i = 0; i < 10; ++i) {
+        reads.push_back(std::make_unique<usb::BulkTransfer>());
+        ASSERT_TRUE(reads.back()->BeginRead(*Endpoint(In), 4'096));
+        reads.back()->Abort();
+    }
+    EXPECT_EQ(Endpoint(In)->Abandoned().Count(), 10u);
+    EXPECT_EQ(bus.Count(0, In).pending, 10u);
+    reads.clear(); // their events go before the driver has let go
+    device.Close();
+    EXPECT_EQ(bus.Count(0, In).pending, 0u) << "cancelled";
+}
+
+TEST_F(Aborts, ThatADriverNeverHeedsDoNotKeepTheDeviceFromClosing)
+{
+    Connect();
+    bus.SetRule(For(Out, Action::Hold | Action::Stubborn));
+    ASSERT_TRUE(Write(write, Pattern(10)));
+    write.Abort();
+    EXPECT_EQ(Endpoint(Out)->Abandoned().Count(), 1u);
+    const ULONGLONG begin = ::GetTickCount64();
+    device.Close();
+    EXPECT_LT(::GetTickCount64() - begin, 10'000u);
+    EXPECT_FALSE(device.IsOpen());
+    bus.Release(0); // now the driver lets go: into memory that nobody else got
+    ASSERT_TRUE(device.Open(0));
+    ASSERT_TRUE(Write(write, Pattern(5)));
+    EXPECT_TRUE(End(write).worked);
+}
+
+TEST_F(Aborts, ByTheThousandLeaveHandlesAndMemoryFlat)
+{
+    Connect();
+    const auto round = [&] {
+        ASSERT_TRUE(read.BeginRead(*Endpoint(In), 65'535));
+        read.Abort();
+    };
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_NO_FATAL_FAILURE(round());
+    }
+    const DWORD handles = Handles();
+    const std::size_t memory = PrivateBytes();
+    for (int i = 0; i < 5'000; ++i) {
+        ASSERT_NO_FATAL_FAILURE(round());
+    }
+    RecordProperty("handles", std::to_string(handles) + " to " + std::to_string(Handles()));
+    RecordProperty("bytes", std::to_string(memory) + " to " + std::to_string(PrivateBytes()));
+    EXPECT_LE(Handles(), handles);
+    EXPECT_LE(PrivateBytes(), memory + 256 * 1024) << "5,000 lost buffers would be 320 MB";
+    EXPECT_EQ(bus.Count(0, In).endpointAborts, 5'200u);
+    EXPECT_EQ(bus.Count(0, In).pending, 0u);
+}
+
+TEST_F(Aborts, ThatTheDriverIsSlowToHeedDoNotPileUp)
+{
+    Connect();
+    IgnoreAborts();
+    std::size_t most = 0;
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_TRUE(read.BeginRead(*Endpoint(In), 65'535));
+        read.Abort();
+        most = std::max(most, Endpoint(In)->Abandoned().Count());
+        if (i % 10 == 9) {
+            // Ten blocks end the ten that are waiting.
+            for (int block = 0; block < 10; ++block) {
+                bus.Feed(0, In, Pattern(3));
+            }
+            ASSERT_TRUE(bus.WaitFor(0, In, [](const Counters& c) { return c.pending == 0; }));
+        }
+    }
+    EXPECT_LE(most, 11u);
+}
+
+} // namespace usbtest

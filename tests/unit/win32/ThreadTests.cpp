@@ -1,0 +1,87 @@
+#include "tests/support/TestSupport.h"
+#include "win32/Event.h"
+#include "win32/Thread.h"
+
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace {
+
+using win32::Event;
+using win32::Thread;
+
+TEST(Thread, RunsItsBodyOnAnotherThread)
+{
+    DWORD id = 0;
+    Thread thread;
+    ASSERT_TRUE(thread.Start([&] { id = ::GetCurrentThreadId(); }));
+    const DWORD told = thread.Id();
+    thread.Join();
+    EXPECT_EQ(id, told);
+    EXPECT_NE(id, ::GetCurrentThreadId());
+}
+
+TEST(Thread, IsHeldFromStartToJoinAlsoWhenItHasEndedByItself)
+{
+    Thread thread;
+    EXPECT_FALSE(thread.IsHeld());
+    ASSERT_TRUE(thread.Start([] {}));
+    EXPECT_TRUE(support::WaitFor(thread.Get()));
+    EXPECT_TRUE(thread.IsHeld());
+    thread.Join();
+    EXPECT_FALSE(thread.IsHeld());
+    thread.Join();
+}
+
+TEST(Thread, DestructionWaitsForTheEnd)
+{
+    const Event begun(Event::Kind::ManualReset);
+    const Event go(Event::Kind::ManualReset);
+    bool ended = false;
+    {
+        Thread thread;
+        ASSERT_TRUE(thread.Start([&] {
+            begun.Set();
+            go.Wait(INFINITE);
+            ended = true;
+        }));
+        EXPECT_TRUE(support::WaitFor(begun.Get()));
+        go.Set();
+    }
+    EXPECT_TRUE(ended);
+}
+
+TEST(Thread, JoinForGivesUpOnAThreadThatRunsOn)
+{
+    const Event go(Event::Kind::ManualReset);
+    const Event ended(Event::Kind::ManualReset);
+    Thread thread;
+    ASSERT_TRUE(thread.Start([&] {
+        go.Wait(INFINITE);
+        ended.Set();
+    }));
+    EXPECT_FALSE(thread.JoinFor(1));
+    EXPECT_FALSE(thread.IsHeld());
+    go.Set();
+    EXPECT_TRUE(support::WaitFor(ended.Get()));
+}
+
+TEST(Thread, WhatTheBodyThrowsEndsWithTheThread)
+{
+    Thread thread;
+    ASSERT_TRUE(thread.Start([] { throw std::runtime_error("thrown on purpose"); }));
+    EXPECT_TRUE(thread.JoinFor(static_cast<DWORD>(support::Patience.count())));
+}
+
+TEST(Thread, CanBeStartedAgainAfterJoin)
+{
+    int runs = 0;
+    Thread thread;
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_TRUE(thread.Start([&] { ++runs; }));
+        thread.Join();
+    }
+    EXPECT_EQ(runs, 3);
+}
+
+} // namespace

@@ -1,0 +1,129 @@
+// The script language: what it takes and what it says about what it does not take.
+#include "tests/wire/EngineRouter.h"
+
+using namespace enginetest;
+
+namespace {
+
+std::string ErrorOf(std::string_view line)
+{
+    instrument::Script script;
+    return AddScriptLine(script, line).value_or("");
+}
+
+TEST(EngineScript, EmptyLinesAndCommentsChangeNothing)
+{
+    const auto script = ScriptOf("\n  \t\r\n# a comment: with; everything \"in it\n   # another\n");
+    EXPECT_TRUE(script.rules.empty());
+    EXPECT_FALSE(script.flood);
+}
+
+TEST(EngineScript, ACommentMayFollowALine)
+{
+    EXPECT_EQ(ScriptOf("delay 5 # ms").rules.size(), 1u);
+    EXPECT_EQ(ScriptOf("reply \"#1\"").rules[0].actions[0].payload, Text("#1"));
+}
+
+TEST(EngineScript, SeveralActionsMakeOneRule)
+{
+    const auto script = ScriptOf("every 10 from 3,1: delay 2.5; checksum ; broadcast \"a;b:c\"");
+    ASSERT_EQ(script.rules.size(), 1u);
+    EXPECT_EQ(script.rules[0].actions.size(), 3u);
+    EXPECT_EQ(script.rules[0].trigger.from, (Address{3, 1}));
+    EXPECT_EQ(script.rules[0].actions[0].time, Time(2500));
+    EXPECT_EQ(script.rules[0].actions[2].payload, Text("a;b:c"));
+}
+
+TEST(EngineScript, TextsKnowTheirEscapes)
+{
+    EXPECT_EQ(ScriptOf(R"(reply "\r\n\t\0\\\"\x41z")").rules[0].actions[0].payload,
+              (Bytes{'\r', '\n', '\t', 0, '\\', '"', 'A', 'z'}));
+    EXPECT_EQ(ScriptOf("reply \"\"").rules[0].actions[0].payload, Bytes());
+}
+
+TEST(EngineScript, HexMayBeWrittenTogetherOrApart)
+{
+    EXPECT_EQ(ScriptOf("reply 00ffA5 5a").rules[0].actions[0].payload, (Bytes{0, 0xFF, 0xA5, 0x5A}));
+}
+
+TEST(EngineScript, AnErrorNamesItsLine)
+{
+    instrument::Script script;
+    EXPECT_EQ(AddScriptText(script, "echo\n\nfly away\n"), "line 3: 'fly' is not an action");
+}
+
+TEST(EngineScript, TheHelpNamesEveryWordOfTheLanguage)
+{
+    const std::string help(instrument::ScriptHelp());
+    for (const char* word :
+         {"always",       "request ",  "requests ", "every",    "chance",  "from",       "connected",
+          "after",        "each",      "echo",      "silence",  "reply",   "send",       "broadcast",
+          "delay",        "duplicate", "corrupt",   "checksum", "number ", "gap",        "garbage",
+          "raw",          "split",     "merge",     "vanish",   "back",    "flood",      "numbers from",
+          "numbers zero", "seed",      "write",     "accept",   "deny",    "wrong-echo", "answer",
+          "unanswered",   "quiet",     "done",      "fail",     "ready",   "rebooting"})
+    {
+        EXPECT_NE(help.find(word), std::string::npos) << word;
+    }
+}
+
+struct WrongLine
+{
+    const char* line;
+    const char* says; // part of the message
+};
+
+class EngineScriptError : public testing::TestWithParam<WrongLine>
+{};
+
+TEST_P(EngineScriptError, IsSaidInOneLine)
+{
+    const std::string error = ErrorOf(GetParam().line);
+    EXPECT_NE(error.find(GetParam().says), std::string::npos) << GetParam().line << " -> " << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, EngineScriptError,
+    testing::Values(
+        WrongLine{"fly", "'fly' is not an action"}, WrongLine{"sometimes: echo", "'always' is missing"},
+        WrongLine{"request 0: echo", "'0' is not a request number"}, WrongLine{"request: echo", "is missing"},
+        WrongLine{"requests 3: echo", "'on' is missing"}, WrongLine{"every -1: echo", "'-1' is not"},
+        WrongLine{"chance 101: echo", "'101' is not"}, WrongLine{"from 3: echo", "not a port address"},
+        WrongLine{"from 256,1: echo", "'256' is not a device type"}, WrongLine{"each 0: broadcast 00", "above 0"},
+        WrongLine{"each 5: echo", "needs a request"}, WrongLine{"each 5: broadcast", "needs a payload"},
+        WrongLine{"echo echo", "'echo' is too much"}, WrongLine{"echo;", "an action is missing"},
+        WrongLine{"delay", "milliseconds is missing"}, WrongLine{"delay x", "'x' is not a time"},
+        WrongLine{"delay -1", "'-1' is not a time"}, WrongLine{"delay nan", "'nan' is not a time"},
+        WrongLine{"delay 1e9", "'1e9' is not a time"}, WrongLine{"delay 99999999999", "is not a time"},
+        WrongLine{"reply", "payload is missing"}, WrongLine{"reply 0", "'0' is not a byte"},
+        WrongLine{"reply 0g", "'0g' is not a byte"}, WrongLine{"reply \"abc", "does not end"},
+        WrongLine{"reply \"abc\\", "does not end"}, WrongLine{"reply \"\\q\"", "a text knows only"},
+        WrongLine{"reply \"\\x4\"", "is not a byte"}, WrongLine{"number 256", "'256' is not a packet number"},
+        WrongLine{"split 0", "'0' is not"}, WrongLine{"merge 1", "'1' is not"},
+        WrongLine{"vanish behind 3", "'behind' is too much"}, WrongLine{"flood 3,1", "payload length is missing"},
+        WrongLine{"flood 3,1 0", "'0' is not a payload length"}, WrongLine{"flood 3,1 65536", "'65536' is not"},
+        WrongLine{"numbers", "'from' is missing"}, WrongLine{"numbers zero 1", "'1' is too much"},
+        WrongLine{"write 0", "'0' is not"}, WrongLine{"seed", "seed is missing"},
+        WrongLine{"firmware", "'at' is missing"}, WrongLine{"firmware accept many", "'many' is not a chunk size"},
+        WrongLine{"firmware at 0 fail", "'0' is not a chunk number"},
+        WrongLine{"firmware at done", "what happens then is missing"},
+        WrongLine{"firmware at 3 explode", "'explode' is not one of"},
+        WrongLine{"request 99999999999999999999: echo", "is not a request number"}));
+
+TEST(EngineScript, AnyBytesAsALineGiveARuleOrAnError)
+{
+    std::minstd_rand random(42);
+    const std::string_view alphabet = "echo split vanish 0123456789,:;#\"\\x \t\xff\x01-.flood firmware at done";
+    for (int round = 0; round < 5000; ++round) {
+        std::string line;
+        for (std::size_t left = random() % 40; left > 0; --left) {
+            line.push_back(alphabet[random() % alphabet.size()]);
+        }
+        instrument::Script script;
+        const auto error = AddScriptLine(script, line);
+        EXPECT_TRUE(!error || !error->empty()) << line;
+    }
+}
+
+} // namespace

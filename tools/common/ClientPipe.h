@@ -1,0 +1,60 @@
+// A client's end of a port pipe of the router.
+#pragma once
+
+#include "win32/Handle.h"
+#include "win32/OverlappedOperation.h"
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+/// One thread, but for the stop signal, which ends every wait. The router makes an unconnected pipe anew every 50 ms:
+/// it may be missing or busy for a moment, and may break right after it was opened; Open sits that out.
+class ClientPipe
+{
+public:
+    enum class Outcome { Done, Stopped, TimedOut, Busy, Absent, Broken };
+    using Patience = std::chrono::milliseconds;
+
+    /// `path` with its "\\.\pipe\"; `stop` is borrowed.
+    ClientPipe(std::wstring path, HANDLE stop);
+    ~ClientPipe() { Close(); }
+    ClientPipe(const ClientPipe&) = delete;
+    ClientPipe& operator=(const ClientPipe&) = delete;
+
+    /// Tries until the pipe is open and stays so, for a moment at least. Done, Stopped, Busy (somebody else has it)
+    /// or Absent (never there, or never for long).
+    Outcome Open(Patience patience);
+
+    /// One message. Done, Stopped, TimedOut (it is cancelled then) or Broken.
+    Outcome Write(std::span<const std::uint8_t> message, Patience patience);
+
+    /// The next message, of at most 65,535 bytes (of a pipe without messages: what there is). Done, Stopped,
+    /// TimedOut (nothing is lost; the next Read gets it) or Broken.
+    Outcome Read(std::vector<std::uint8_t>& message, Patience patience);
+
+    /// Drops what has not been read. The router flushes its end when a port stops and waits for its client to read
+    /// or close; so close before unregistering the port.
+    void Close();
+
+    bool IsOpen() const noexcept { return static_cast<bool>(m_pipe); }
+    /// The Windows error behind the last Busy, Absent or Broken.
+    DWORD Error() const noexcept { return m_error; }
+
+private:
+    bool TryOpen();
+    bool StaysOpen();
+    bool StartReading();
+    Outcome Complete(win32::OverlappedOperation& operation, DWORD& length, Patience patience);
+    Outcome Await(const win32::OverlappedOperation& operation, Patience patience) const;
+
+    const std::wstring m_path;
+    const HANDLE m_stop;
+    std::vector<std::uint8_t> m_buffer;
+    win32::FileHandle m_pipe;
+    win32::OverlappedOperation m_read; // under way whenever the pipe is open
+    win32::OverlappedOperation m_write;
+    DWORD m_error = ERROR_SUCCESS;
+};

@@ -1,0 +1,149 @@
+// From a completed read to the ports: the reply queue, the reply thread, and the sorting of packets.
+//
+// ApppendToReplyProcessQueue runs on the thread that reads; everything else here on the reply thread, which alone
+// touches the reply buffer.
+#include "host/Trace.h"
+#include "transport/CCyUSBDriver.h"
+#include "transport/SkippedPacketLog.h"
+#include "win32/WaitSet.h"
+
+#include <memory>
+#include <new>
+#include <optional>
+
+namespace {
+
+constexpr DWORD QuietTime = 1000; // ms
+constexpr std::int32_t BroadcastPort = 2;
+
+enum class Slot : DWORD { Stop, BlockQueued, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
+
+} // namespace
+
+void CCyUSBDriver::ApppendToReplyProcessQueue(const std::uint8_t* data, std::uint32_t length)
+{
+    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::ApppendToReplyProcessQueue() %d bytes",
+          static_cast<int>(length));
+    if (data == nullptr || length < 1) {
+        return;
+    }
+    try {
+        auto block = std::make_unique<CSerialPortCommand>(data, static_cast<std::int32_t>(length), true, false);
+        m_ReplyQueue.Push(block.get());
+        block.release();
+    } catch (const std::bad_alloc&) {
+        // Without memory the block is lost; the numbering check reports the gap.
+    }
+}
+
+void CCyUSBDriver::ReplyProcessThread()
+{
+    const win32::WaitSet<Slot, 2> waits(m_hStop.Get(), m_ReplyQueue.GetNotEmptyEvent());
+    bool running = true;
+    while (running) {
+        switch (waits.Any(QuietTime)) {
+        case Slot::Stop:
+            m_ReplyQueue.DestroyAll();
+            running = false;
+            break;
+        case Slot::BlockQueued: HandleReplyBlock(); break;
+        case Slot::TimedOut:
+            if (const std::int32_t pending = m_ReplyQueue.GetCount(); pending == 0) {
+                Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::ReplyProcessThread()IDLE");
+            } else {
+                Trace(trace::RouterChannel, trace::Usb,
+                      "CCyUSBDriver::ReplyProcessThread()FORWARD, Number of pending replies: %d", pending);
+                HandleReplyBlock();
+            }
+            break;
+        case Slot::Failed: break;
+        }
+        ::Sleep(0);
+        running = running && !m_bTerminate;
+    }
+}
+
+void CCyUSBDriver::HandleReplyBlock()
+{
+    try {
+        const std::unique_ptr<CSerialPortCommand> block(m_ReplyQueue.Pop());
+        if (!block) {
+            return;
+        }
+        const auto length = static_cast<std::uint32_t>(block->GetLength());
+        std::string dump;
+        if (DumpPacket(trace::RouterChannel, trace::ReadWrite, block->GetData(), length, false, dump) &&
+            !dump.empty()) {
+            Trace(trace::RouterChannel, trace::ReadWrite, "PCR<-USB[%d] %s", block->GetLength(), dump.c_str());
+        }
+        CCommunicationDriver& self = *this;
+        self.DispatchToDevice(block->GetData(), length);
+    } catch (...) {
+        Trace(trace::RouterChannel, trace::ReadWrite,
+              "Error in ReplyProcessThread - ignored to prevent loss of threaded functionality.");
+    }
+}
+
+void CCyUSBDriver::DispatchToDevice(const std::uint8_t* data, std::uint32_t length)
+{
+    if (data == nullptr || length < 1) {
+        return;
+    }
+    m_ReplyBuffer.Append({data, length});
+    while (m_ReplyBuffer.Size() >= wire::LeastToLookAt) {
+        if (!SyncToFrame() || m_ReplyBuffer.Size() < wire::FrameOverhead) {
+            return; // too little is left, which the next call's bytes may complete
+        }
+        const std::optional<wire::Frame> frame = wire::ParseFrame(m_ReplyBuffer.Bytes());
+        if (!frame) {
+            return; // the partial packet stands at the front and stays
+        }
+        if (frame->packetType == wire::PortTraffic) {
+            Deliver(*frame);
+        }
+        CheckNumber(frame->packetNumber);
+        m_ReplyBuffer.Consume(frame->Length());
+        SyncToFrame();
+    }
+}
+
+// Drops what stands in front of the next "##", everything when there is none: a lone '#' at the end goes with it.
+// Returns whether a pair is at the front now.
+bool CCyUSBDriver::SyncToFrame()
+{
+    const std::optional<std::size_t> at = wire::FindSync(m_ReplyBuffer.Bytes());
+    m_ReplyBuffer.Consume(at.value_or(m_ReplyBuffer.Size()));
+    return at.has_value();
+}
+
+void CCyUSBDriver::Deliver(const wire::Frame& frame)
+{
+    const std::int32_t x = wire::Coordinate(frame.deviceType);
+    const std::int32_t y = wire::Coordinate(frame.port);
+    const auto length = static_cast<std::uint32_t>(frame.payload.size());
+    if (x == 0 && y == 0) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::DispatchToDevice() Reply for Firmware Download");
+        m_Firmware.OnReceive(frame.payload.data(), length);
+    } else if (x == -1 && y == BroadcastPort) {
+        if (length != 0) {
+            Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::DispatchToDevice() Broadcast to all EV ports");
+            m_Host.SendToPorts(BroadcastPort, this, frame.payload.data(), length);
+        }
+    } else if (!m_Host.SendToPort(x, y, this, frame.payload.data(), length)) {
+        Trace(trace::RouterChannel, trace::Usb,
+              "CCyUSBDriver::DispatchToDevice() Packet has no valid destination at (%d,%d)", x, y);
+    }
+}
+
+// The expected number is deliberately not wrapped to 8 bits: 255 followed by 0 is reported, with 256 expected, and
+// after a packet numbered 0 the next one is not checked. Readers of the trace know both.
+void CCyUSBDriver::CheckNumber(std::uint8_t received)
+{
+    const int previous = m_nLastPacketNumber.load(std::memory_order_relaxed);
+    if (previous != 0 && received != previous + 1) {
+        Trace(trace::RouterChannel, trace::Usb,
+              "CCyUSBDriver::DispatchToDevice() Packet has packet number %d, expect %d", received, previous + 1);
+        SkippedPacketLog(previous, received);
+    }
+    m_nLastPacketNumber.store(received, std::memory_order_relaxed);
+}

@@ -1,0 +1,84 @@
+#include "usb/BulkTransfer.h"
+
+namespace usb {
+
+BulkTransfer::BulkTransfer() : m_event(win32::Event::Kind::ManualReset) {}
+
+Transfer& BulkTransfer::Renew()
+{
+    if (!m_transfer) {
+        m_transfer = std::make_unique<Transfer>();
+    }
+    m_transfer->overlapped = OVERLAPPED{};
+    m_transfer->overlapped.hEvent = m_event.Get();
+    return *m_transfer;
+}
+
+bool BulkTransfer::BeginKept(CCyUSBEndPoint& endpoint, Keeper packet, std::span<const std::uint8_t> bytes)
+{
+    Renew().packet = std::move(packet);
+    // The driver's interface has one buffer for both directions; in this one it only reads.
+    return Begin(endpoint, const_cast<std::uint8_t*>(bytes.data()), static_cast<std::uint32_t>(bytes.size()));
+}
+
+bool BulkTransfer::BeginRead(CCyUSBEndPoint& endpoint, std::uint32_t length)
+{
+    // One byte more than is read: the reader may put a terminator behind a full block.
+    std::vector<std::uint8_t>& buffer = Renew().buffer;
+    buffer.resize(std::size_t{length} + 1);
+    return Begin(endpoint, buffer.data(), length);
+}
+
+bool BulkTransfer::Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::uint32_t length)
+{
+    m_event.Reset();
+    m_transfer->block.reset(endpoint.BeginDataXfer(buffer, length, &m_transfer->overlapped));
+    if (!m_transfer->block) {
+        return false;
+    }
+    m_endpoint = &endpoint;
+    if (m_transfer->block->refusal) {
+        m_event.Set();
+    }
+    return true;
+}
+
+bool BulkTransfer::Finish(std::uint32_t& length)
+{
+    length = static_cast<std::uint32_t>(m_transfer->buffer.size());
+    RequestBlock* const context = m_transfer->block.release();
+    if (m_endpoint->FinishDataXfer(m_transfer->buffer.data(), length, &m_transfer->overlapped, context)) {
+        m_endpoint = nullptr;
+        return true;
+    }
+    if (m_endpoint->LastError() == ERROR_IO_INCOMPLETE) {
+        m_transfer->block.reset(context); // asked too early: it is still under way
+    } else {
+        m_endpoint = nullptr;
+    }
+    return false;
+}
+
+void BulkTransfer::Abandon() noexcept
+{
+    if (m_endpoint == nullptr) {
+        return;
+    }
+    CCyUSBEndPoint& endpoint = *std::exchange(m_endpoint, nullptr);
+    if (m_transfer->HasCompleted()) {
+        m_transfer->block.reset();
+        endpoint.Abandoned().Sweep();
+    } else {
+        endpoint.Abandon(std::move(m_transfer));
+    }
+}
+
+void BulkTransfer::Abort() noexcept
+{
+    if (m_endpoint != nullptr) {
+        m_endpoint->Abort();
+        Abandon();
+    }
+}
+
+} // namespace usb

@@ -1,0 +1,143 @@
+#include "usb/CCyUSBEndPoint.h"
+
+#include "usb/ControlCodes.h"
+#include "usb/DeviceControl.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor) noexcept
+    : m_device(device),
+      m_descriptorLength(descriptor.length),
+      m_descriptorType(descriptor.type),
+      m_address(descriptor.address),
+      m_attributes(descriptor.attributes),
+      m_maximumPacketSize(descriptor.MaximumPacketSize()),
+      m_packetsPerMicroFrame(descriptor.PacketsPerMicroFrame()),
+      m_interval(descriptor.interval),
+      m_in(descriptor.IsIn())
+{
+}
+
+CCyUSBEndPoint::~CCyUSBEndPoint() = default;
+
+usb::RequestBlock* CCyUSBEndPoint::BeginDirectXfer(std::uint8_t* buffer, std::uint32_t length,
+                                                   OVERLAPPED* overlapped)
+{
+    auto block = std::make_unique<usb::RequestBlock>();
+    usb::TransferHeader header{};
+    header.endpointAddress = m_address;
+    block->SetHeader(header);
+    Start(usb::ControlDirectTransfer, *block, {buffer, length}, overlapped);
+    return block.release();
+}
+
+usb::RequestBlock* CCyUSBEndPoint::BeginBufferedXfer(std::uint8_t* buffer, std::uint32_t length,
+                                                     OVERLAPPED* overlapped)
+{
+    usb::TransferHeader header{};
+    header.endpointAddress = m_address;
+    header.dataOffset = usb::TransferHeaderSize;
+    header.dataLength = length;
+    return StartBuffered(usb::ControlBufferedTransfer, header, {buffer, length}, overlapped);
+}
+
+usb::RequestBlock* CCyUSBEndPoint::BeginPreferredXfer(std::uint8_t* buffer, std::uint32_t length,
+                                                      OVERLAPPED* overlapped)
+{
+    if (m_device == INVALID_HANDLE_VALUE) {
+        return nullptr;
+    }
+    return m_direct ? BeginDirectXfer(buffer, length, overlapped) : BeginBufferedXfer(buffer, length, overlapped);
+}
+
+usb::RequestBlock* CCyUSBEndPoint::StartBuffered(DWORD code, const usb::TransferHeader& header,
+                                                 std::span<const std::uint8_t> data, OVERLAPPED* overlapped)
+{
+    auto block = std::make_unique<usb::RequestBlock>(header.dataOffset - usb::TransferHeaderSize + data.size());
+    block->SetHeader(header);
+    std::copy(data.begin(), data.end(), block->Part(header.dataOffset, data.size()).begin());
+    Start(code, *block, block->Bytes(), overlapped);
+    return block.release();
+}
+
+void CCyUSBEndPoint::Start(DWORD code, usb::RequestBlock& block, std::span<std::uint8_t> output,
+                           OVERLAPPED* overlapped) noexcept
+{
+    const std::span<std::uint8_t> input = block.Bytes();
+    const BOOL completed =
+        ::DeviceIoControl(m_device, code, input.data(), static_cast<DWORD>(input.size()), output.data(),
+                          static_cast<DWORD>(output.size()), nullptr, overlapped);
+    m_lastError = completed != FALSE ? ERROR_SUCCESS : ::GetLastError();
+    if (completed == FALSE && m_lastError != ERROR_IO_PENDING) {
+        block.refusal = m_lastError;
+    }
+    KeepStatuses(block);
+}
+
+bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length, OVERLAPPED* overlapped,
+                                    usb::RequestBlock* context, std::span<usb::IsoPacketRecord> records) noexcept
+{
+    const std::uint32_t room = std::exchange(length, 0u);
+    if (context == nullptr) {
+        m_lastError = ERROR_INVALID_PARAMETER;
+        ::SetLastError(m_lastError);
+        return false;
+    }
+    DWORD returned = 0;
+    const bool worked = ::GetOverlappedResult(m_device, overlapped, &returned, FALSE) != FALSE;
+    m_lastError = worked ? ERROR_SUCCESS : ::GetLastError();
+    if (m_lastError == ERROR_IO_INCOMPLETE) {
+        if (!context->refusal) {
+            return false; // asked before the event was signalled; GetLastError() still says so
+        }
+        m_lastError = *context->refusal;
+    }
+    std::unique_ptr<usb::RequestBlock> block(context);
+    KeepStatuses(*block);
+    TakeData(*block, returned, {buffer, room});
+    TakeRecords(*block, records);
+    block.reset();
+    length = m_transferred;
+    ::SetLastError(m_lastError);
+    return worked && m_ntStatus == 0 && m_usbdStatus == 0;
+}
+
+void CCyUSBEndPoint::TakeData(usb::RequestBlock& block, std::uint32_t returned,
+                              std::span<std::uint8_t> room) noexcept
+{
+    const std::uint32_t offset = block.Header().dataOffset; // 0 in direct requests
+    m_transferred = returned > offset ? returned - offset : 0;
+    if (offset != 0 && m_in && m_transferred != 0) {
+        const std::span<const std::uint8_t> data =
+            block.Part(offset, std::min<std::size_t>(m_transferred, room.size()));
+        std::copy(data.begin(), data.end(), room.begin());
+        m_transferred = static_cast<std::uint32_t>(data.size());
+    }
+}
+
+void CCyUSBEndPoint::TakeRecords(usb::RequestBlock& block, std::span<usb::IsoPacketRecord> records) const noexcept
+{
+    if (records.empty() || m_transferred == 0) {
+        return;
+    }
+    const usb::TransferHeader header = block.Header();
+    const std::span<const std::uint8_t> bytes =
+        block.Part(header.isoPacketOffset, std::min<std::size_t>(header.isoPacketLength, records.size_bytes()));
+    std::memcpy(records.data(), bytes.data(), bytes.size());
+}
+
+void CCyUSBEndPoint::KeepStatuses(const usb::RequestBlock& block) noexcept
+{
+    const usb::TransferHeader header = block.Header();
+    m_usbdStatus = header.usbdStatus;
+    m_ntStatus = header.ntStatus;
+}
+
+bool CCyUSBEndPoint::Abort() noexcept
+{
+    DWORD returned = 0;
+    std::uint8_t address = m_address;
+    return usb::DeviceControl(m_device, usb::ControlAbortPipe, {&address, 1}, returned);
+}

@@ -1,0 +1,164 @@
+#include "usb/UsbDevice.h"
+
+#include "usb/ControlCodes.h"
+#include "usb/DeviceControl.h"
+#include "usb/DeviceInterfaces.h"
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+
+namespace {
+
+// A driver ends cancelled transfers within microseconds; the device's thread must not hang on one that never does.
+constexpr std::chrono::milliseconds CancelPatience{1000};
+
+} // namespace
+
+UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open)
+    : m_interfaceClass(interfaceClass), m_window(window)
+{
+    if (m_window != nullptr) {
+        m_interfaceNotification.RegisterClass(m_window, m_interfaceClass);
+    }
+    if (open) {
+        Open(0);
+    }
+}
+
+UsbDevice::~UsbDevice()
+{
+    try {
+        Close();
+        Unregister();
+    } catch (...) {
+        // Whoever wants to hear of it calls them first; here there is nobody left to tell.
+    }
+}
+
+std::uint8_t UsbDevice::DeviceCount()
+{
+    m_count = usb::DeviceInterfaces(m_interfaceClass).Count();
+    return m_count;
+}
+
+bool UsbDevice::Open(std::uint8_t index)
+{
+    if (IsOpen()) {
+        Close();
+    }
+    if (!OpenPath(index)) {
+        m_index = 0;
+        return false;
+    }
+    m_index = index;
+    ReadIdentity();
+    ReadConfigurations();
+    usb::EndpointDescriptor zero;
+    zero.maximumPacket = m_descriptor.maximumPacketSize0;
+    m_control = std::make_unique<CCyControlEndPoint>(m_device.Get(), zero);
+    if (m_configurations.empty()) {
+        Close();
+        return false;
+    }
+    SelectInterface();
+    if (m_window != nullptr) {
+        m_handleNotification.RegisterDevice(m_window, m_device.Get());
+    }
+    return true;
+}
+
+bool UsbDevice::OpenPath(std::uint8_t index)
+{
+    const usb::DeviceInterfaces interfaces(m_interfaceClass);
+    const std::optional<std::string> path = interfaces.Path(index);
+    if (!path) {
+        return false;
+    }
+    m_path = *path;
+    m_device.Reset(::CreateFileA(m_path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                 nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    return IsOpen();
+}
+
+template <class Function>
+void UsbDevice::ForEachEndpoint(Function&& function)
+{
+    if (m_control) {
+        function(*m_control);
+    }
+    for (const auto& configuration : m_configurations) {
+        for (const auto& endpoint : configuration->Endpoints()) {
+            function(*endpoint);
+        }
+    }
+}
+
+void UsbDevice::Close()
+{
+    const char* failure = nullptr;
+    if (!m_handleNotification.Unregister()) {
+        failure = "Failed to close the handle notification handle.";
+    }
+    ForEachEndpoint([&](CCyUSBEndPoint& endpoint) { endpoint.Abandoned().CancelAll(m_device.Get()); });
+    if (!m_device.Reset() && failure == nullptr) {
+        failure = "Failed to close the device handle.";
+    }
+    LetGoOfTransfers();
+    Forget();
+    if (failure != nullptr) {
+        throw std::runtime_error(failure);
+    }
+}
+
+void UsbDevice::LetGoOfTransfers() noexcept
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + CancelPatience;
+    ForEachEndpoint([&](CCyUSBEndPoint& endpoint) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        endpoint.Abandoned().WaitForAll(std::max(left, std::chrono::milliseconds(0)));
+    });
+}
+
+void UsbDevice::Forget() noexcept
+{
+    m_endpoints.clear();
+    m_configurations.clear();
+    m_control.reset();
+    m_path.clear();
+    m_index = 0;
+    m_count = 0;
+    m_descriptor = {};
+    m_manufacturer = {};
+    m_product = {};
+    m_serialNumber = {};
+    m_friendlyName = {};
+    m_configuration = 0;
+    m_alternateSetting = 0;
+    m_address = 0;
+    m_driverVersion = 0;
+    m_stackVersion = 0;
+    m_highSpeed = false;
+}
+
+void UsbDevice::Unregister()
+{
+    if (!m_interfaceNotification.Unregister()) {
+        throw std::runtime_error("Failed to close the device notification handle.");
+    }
+}
+
+void UsbDevice::ResetParentPort() noexcept
+{
+    DWORD returned = 0;
+    usb::DeviceControl(m_device.Get(), usb::ControlResetParentPort, {}, returned);
+}
+
+bool UsbDevice::IoControl(std::uint32_t code, std::span<std::uint8_t> buffer)
+{
+    DWORD returned = 0;
+    const bool worked = usb::DeviceControl(m_device.Get(), code, buffer, returned);
+    m_lastByteCount = returned;
+    return worked && returned == buffer.size();
+}

@@ -1,0 +1,62 @@
+// A recursive lock of Windows.
+#pragma once
+
+#include "win32/Windows.h"
+
+namespace win32 {
+
+/// Recursive, as Windows critical sections are. Owned by the object whose fields it guards.
+class CriticalSection
+{
+public:
+    CriticalSection() noexcept { ::InitializeCriticalSection(&m_section); }
+    ~CriticalSection() { ::DeleteCriticalSection(&m_section); }
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+
+    void Enter() noexcept { ::EnterCriticalSection(&m_section); }
+    void Leave() noexcept { ::LeaveCriticalSection(&m_section); }
+
+private:
+    CRITICAL_SECTION m_section{};
+};
+
+/// Shared by readers, exclusive to a writer. Not recursive.
+class SharedLock
+{
+public:
+    void EnterShared() noexcept { ::AcquireSRWLockShared(&m_lock); }
+    void LeaveShared() noexcept { ::ReleaseSRWLockShared(&m_lock); }
+    void EnterExclusive() noexcept { ::AcquireSRWLockExclusive(&m_lock); }
+    bool TryEnterExclusive() noexcept { return ::TryAcquireSRWLockExclusive(&m_lock) != FALSE; }
+    void LeaveExclusive() noexcept { ::ReleaseSRWLockExclusive(&m_lock); }
+
+private:
+    SRWLOCK m_lock = SRWLOCK_INIT;
+};
+
+class SharedScope
+{
+public:
+    explicit SharedScope(SharedLock& lock) noexcept : m_lock(lock) { m_lock.EnterShared(); }
+    ~SharedScope() { m_lock.LeaveShared(); }
+    SharedScope(const SharedScope&) = delete;
+    SharedScope& operator=(const SharedScope&) = delete;
+
+private:
+    SharedLock& m_lock;
+};
+
+class ExclusiveScope
+{
+public:
+    explicit ExclusiveScope(SharedLock& lock) noexcept : m_lock(lock) { m_lock.EnterExclusive(); }
+    ~ExclusiveScope() { m_lock.LeaveExclusive(); }
+    ExclusiveScope(const ExclusiveScope&) = delete;
+    ExclusiveScope& operator=(const ExclusiveScope&) = delete;
+
+private:
+    SharedLock& m_lock;
+};
+
+} // namespace win32

@@ -1,0 +1,57 @@
+// One overlapped operation on a file, pipe or device, as an object.
+#pragma once
+
+#include "win32/Event.h"
+
+namespace win32 {
+
+/// Owns the OVERLAPPED and its manual-reset event. At most one operation is under way at a time; the buffer is
+/// the caller's and must live as long as it is. The destructor cancels and waits, so neither the OVERLAPPED nor
+/// a buffer declared before it can be written after it is gone. Used by one thread; the handle given to the last
+/// start must stay open until Finish, Cancel or the destructor.
+class OverlappedOperation
+{
+public:
+    OverlappedOperation() noexcept : m_event(Event::Kind::ManualReset) {}
+    ~OverlappedOperation() { Cancel(); }
+    OverlappedOperation(const OverlappedOperation&) = delete;
+    OverlappedOperation& operator=(const OverlappedOperation&) = delete;
+
+    /// The event to wait for: Windows resets it at a start and sets it at the completion.
+    HANDLE EventHandle() const noexcept { return m_event.Get(); }
+    void ResetEvent() const noexcept { m_event.Reset(); }
+
+    /// Start an operation; true when it is under way or already complete, false when Windows refused it. A
+    /// refused operation never sets the event: Finish then reports the refusal.
+    bool Read(HANDLE file, void* buffer, DWORD length) noexcept;
+    bool Write(HANDLE file, const void* data, DWORD length) noexcept;
+    bool ConnectPipe(HANDLE pipe) noexcept;
+
+    /// For an operation that another call starts with this OVERLAPPED: zeroes the record but for its event.
+    OVERLAPPED* Prepare() noexcept;
+
+    /// Takes the result without waiting. False with GetLastError() when it failed, was refused or still runs.
+    bool Finish(HANDLE file, DWORD& transferred) noexcept;
+
+    /// True while an operation started by this object has not been seen complete.
+    bool IsPending() const noexcept { return m_file != nullptr; }
+
+    /// True when the operation under way has its result, whatever became of the event since. Does not ask the kernel.
+    bool HasCompleted() const noexcept { return IsPending() && HasOverlappedIoCompleted(&m_overlapped); }
+
+    /// Signals the event by hand: lets a wait loop handle a refused start like a failed completion.
+    void SignalEvent() const noexcept { m_event.Set(); }
+
+    /// Cancels what is under way and waits until Windows has let go of the OVERLAPPED and the buffer.
+    void Cancel() noexcept;
+
+private:
+    bool Started(HANDLE file, BOOL completed) noexcept;
+
+    Event m_event;
+    OVERLAPPED m_overlapped{};
+    HANDLE m_file = nullptr;         // borrowed; null when nothing is under way
+    DWORD m_refusal = ERROR_SUCCESS; // why the last start was refused
+};
+
+} // namespace win32

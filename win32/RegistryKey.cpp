@@ -1,0 +1,110 @@
+#include "win32/RegistryKey.h"
+
+#include <array>
+#include <utility>
+#include <vector>
+
+namespace win32 {
+
+RegistryKey::RegistryKey(RegistryKey&& other) noexcept : m_key(std::exchange(other.m_key, nullptr)) {}
+
+RegistryKey& RegistryKey::operator=(RegistryKey&& other) noexcept
+{
+    std::swap(m_key, other.m_key);
+    return *this;
+}
+
+RegistryKey::~RegistryKey()
+{
+    if (m_key != nullptr) {
+        ::RegCloseKey(m_key);
+    }
+}
+
+LSTATUS RegistryKey::Open(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& opened) noexcept
+{
+    HKEY key = nullptr;
+    const LSTATUS status = ::RegOpenKeyExW(parent, name, 0, access, &key);
+    opened = RegistryKey(status == ERROR_SUCCESS ? key : nullptr);
+    return status;
+}
+
+LSTATUS RegistryKey::Create(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& created) noexcept
+{
+    HKEY key = nullptr;
+    const LSTATUS status =
+        ::RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr);
+    created = RegistryKey(status == ERROR_SUCCESS ? key : nullptr);
+    return status;
+}
+
+RegistryKey RegistryKey::Open(HKEY parent, const wchar_t* name, REGSAM access) noexcept
+{
+    RegistryKey key;
+    Open(parent, name, access, key);
+    return key;
+}
+
+RegistryKey RegistryKey::Create(HKEY parent, const wchar_t* name, REGSAM access) noexcept
+{
+    RegistryKey key;
+    Create(parent, name, access, key);
+    return key;
+}
+
+std::optional<std::uint32_t> RegistryKey::ReadDword(const wchar_t* name) const noexcept
+{
+    DWORD type = 0;
+    DWORD value = 0;
+    DWORD size = sizeof value;
+    const LSTATUS status = ::RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
+    if (status != ERROR_SUCCESS || type != REG_DWORD || size != sizeof value) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<std::wstring> RegistryKey::ReadString(const wchar_t* name, std::size_t capacity) const
+{
+    std::vector<wchar_t> buffer(capacity);
+    DWORD type = 0;
+    DWORD size = static_cast<DWORD>(capacity * sizeof(wchar_t));
+    const LSTATUS status =
+        ::RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &size);
+    if (status != ERROR_SUCCESS || type != REG_SZ) {
+        return std::nullopt;
+    }
+    // The stored text need not be terminated.
+    std::wstring text(buffer.data(), size / sizeof(wchar_t));
+    const std::size_t end = text.find(L'\0');
+    if (end != std::wstring::npos) {
+        text.resize(end);
+    } else if (text.size() == capacity) {
+        return std::nullopt;
+    }
+    return text;
+}
+
+void RegistryKey::WriteDword(const wchar_t* name, std::uint32_t value) const noexcept
+{
+    const DWORD data = value;
+    ::RegSetValueExW(m_key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
+}
+
+void RegistryKey::WriteString(const wchar_t* name, const std::wstring& value) const noexcept
+{
+    const DWORD size = static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t));
+    ::RegSetValueExW(m_key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()), size);
+}
+
+std::optional<std::wstring> RegistryKey::SubkeyName(DWORD index) const
+{
+    std::array<wchar_t, 100> name{};
+    DWORD length = static_cast<DWORD>(name.size());
+    if (::RegEnumKeyExW(m_key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    return std::wstring(name.data(), length);
+}
+
+} // namespace win32

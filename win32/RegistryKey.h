@@ -1,0 +1,53 @@
+// An open registry key.
+#pragma once
+
+#include "win32/Windows.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace win32 {
+
+/// Owner of an open key. Reads and writes fail silently, as the configuration's users want it: a value that is
+/// missing or has another type reads as "none".
+class RegistryKey
+{
+public:
+    RegistryKey() noexcept = default;
+    RegistryKey(RegistryKey&& other) noexcept;
+    RegistryKey& operator=(RegistryKey&& other) noexcept;
+    RegistryKey(const RegistryKey&) = delete;
+    RegistryKey& operator=(const RegistryKey&) = delete;
+    ~RegistryKey();
+
+    /// Open with `access`; test the result before use.
+    static RegistryKey Open(HKEY parent, const wchar_t* name, REGSAM access) noexcept;
+    static RegistryKey Create(HKEY parent, const wchar_t* name, REGSAM access) noexcept;
+
+    /// The same for callers that want to know why not: Windows' error code, and on success the key in `opened`.
+    static LSTATUS Open(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& opened) noexcept;
+    static LSTATUS Create(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& created) noexcept;
+
+    explicit operator bool() const noexcept { return m_key != nullptr; }
+    HKEY Get() const noexcept { return m_key; }
+
+    /// A REG_DWORD value; none when missing or of another type.
+    std::optional<std::uint32_t> ReadDword(const wchar_t* name) const noexcept;
+    /// A REG_SZ value of at most `capacity` characters with its terminator; none when missing, longer or of
+    /// another type.
+    std::optional<std::wstring> ReadString(const wchar_t* name, std::size_t capacity) const;
+    void WriteDword(const wchar_t* name, std::uint32_t value) const noexcept;
+    void WriteString(const wchar_t* name, const std::wstring& value) const noexcept;
+
+    /// Name of the subkey at `index`, at most 99 characters; none at the end (or when the name is longer, which
+    /// ends an enumeration as well).
+    std::optional<std::wstring> SubkeyName(DWORD index) const;
+
+private:
+    explicit RegistryKey(HKEY key) noexcept : m_key(key) {}
+
+    HKEY m_key = nullptr;
+};
+
+} // namespace win32
