@@ -3,6 +3,7 @@
 #include <winternl.h>
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 // From the list of all processes: GetProcessHandleCount and GetProcessMemoryInfo tell nothing of another process
@@ -19,15 +20,17 @@ ProcessUsage UsageOf(DWORD processId)
     {
         return {};
     }
+    // Wine does not align the entries of the list to what the structure asks for.
     const auto* at = reinterpret_cast<const std::uint8_t*>(buffer.data());
     for (;;) {
-        const auto* const process = reinterpret_cast<const SYSTEM_PROCESS_INFORMATION*>(at);
-        if (reinterpret_cast<std::uintptr_t>(process->UniqueProcessId) == processId) {
-            return {process->HandleCount, process->VirtualMemoryCounters.PagefileUsage};
+        SYSTEM_PROCESS_INFORMATION process;
+        std::memcpy(&process, at, sizeof process);
+        if (reinterpret_cast<std::uintptr_t>(process.UniqueProcessId) == processId) {
+            return {process.HandleCount, process.VirtualMemoryCounters.PagefileUsage};
         }
-        if (process->NextEntryOffset == 0) {
+        if (process.NextEntryOffset == 0) {
             return {};
         }
-        at += process->NextEntryOffset;
+        at += process.NextEntryOffset;
     }
 }
