@@ -40,6 +40,14 @@ bool OverlappedOperation::ConnectPipe(HANDLE pipe) noexcept
     return Started(pipe, ::ConnectNamedPipe(pipe, overlapped));
 }
 
+bool OverlappedOperation::Control(HANDLE device, DWORD code, const void* input, DWORD inputLength, void* output,
+                                  DWORD outputLength) noexcept
+{
+    OVERLAPPED* const overlapped = Prepare();
+    return Started(device, ::DeviceIoControl(device, code, const_cast<void*>(input), inputLength, output,
+                                             outputLength, nullptr, overlapped));
+}
+
 bool OverlappedOperation::Finish(HANDLE file, DWORD& transferred) noexcept
 {
     transferred = 0;

@@ -26,6 +26,8 @@ public:
     bool Read(HANDLE file, void* buffer, DWORD length) noexcept;
     bool Write(HANDLE file, const void* data, DWORD length) noexcept;
     bool ConnectPipe(HANDLE pipe) noexcept;
+    bool Control(HANDLE device, DWORD code, const void* input, DWORD inputLength, void* output,
+                 DWORD outputLength) noexcept;
 
     /// For an operation that another call starts with this OVERLAPPED: zeroes the record but for its event.
     OVERLAPPED* Prepare() noexcept;

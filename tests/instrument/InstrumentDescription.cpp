@@ -133,6 +133,7 @@ Bytes Encoded(const Description& description, std::uint32_t slot)
     Plug plug{};
     plug.slot = slot;
     plug.keepWritten = description.keepWritten ? 1 : 0;
+    plug.leavesWithHandle = description.leavesWithHandle ? 1 : 0;
     plug.driverVersion = description.driverVersion;
     plug.stackVersion = description.stackVersion;
     plug.speed = description.speed;

@@ -25,6 +25,7 @@ struct Description
 {
     std::vector<Descriptor> descriptors; // of several for the same question the first is told
     bool keepWritten = true;             // false: what is written is counted and dropped
+    bool leavesWithHandle = false;       // unplugged when the InstrumentControl that plugged it goes
     std::uint32_t driverVersion = 0x01020304;
     std::uint32_t stackVersion = 0x00000200;
     std::uint32_t speed = 2;

@@ -22,6 +22,8 @@ namespace fs = std::filesystem;
 const wchar_t HardwareId[] = L"root\\MorvaneTestInstrument";
 const wchar_t ServiceName[] = L"MorvaneTestInstrument";
 const wchar_t FileName[] = L"MorvaneTestInstrument.sys";
+// Of the session: each Wine prefix has its own.
+const wchar_t InstallationName[] = L"Local\\MorvaneTestInstrumentInstallation";
 const GUID DeviceClass = {0x4d36e97d, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}}; // System
 
 constexpr std::chrono::milliseconds HelloPatience{5'000};
@@ -69,6 +71,34 @@ public:
 private:
     HDEVINFO m_set;
 };
+
+/// Of several programs that install or remove the driver one at a time goes on.
+class InstallationTurn
+{
+public:
+    explicit InstallationTurn(std::chrono::milliseconds patience)
+        : m_mutex(::CreateMutexW(nullptr, FALSE, InstallationName)),
+          m_result(::WaitForSingleObject(m_mutex.Get(), static_cast<DWORD>(patience.count())))
+    {
+    }
+    ~InstallationTurn()
+    {
+        if (IsOurs()) {
+            ::ReleaseMutex(m_mutex.Get());
+        }
+    }
+    InstallationTurn(const InstallationTurn&) = delete;
+    InstallationTurn& operator=(const InstallationTurn&) = delete;
+
+    /// Also after one that died in its turn: every step can be done again.
+    bool IsOurs() const noexcept { return m_result == WAIT_OBJECT_0 || m_result == WAIT_ABANDONED; }
+
+private:
+    win32::KernelHandle m_mutex;
+    DWORD m_result;
+};
+
+const char NoTurn[] = "another program is installing the driver and does not come to an end";
 
 std::string Failure(const char* what)
 {
@@ -206,6 +236,10 @@ fs::path DriverBesideProgram()
 
 std::string InstallDriver(const fs::path& driver, std::chrono::milliseconds patience)
 {
+    const InstallationTurn turn(patience);
+    if (!turn.IsOurs()) {
+        return NoTurn;
+    }
     if (IsReady()) {
         return {};
     }
@@ -225,6 +259,10 @@ std::string InstallDriver(const fs::path& driver, std::chrono::milliseconds pati
 
 std::string UninstallDriver()
 {
+    const InstallationTurn turn(HelloPatience);
+    if (!turn.IsOurs()) {
+        return NoTurn;
+    }
     if (std::string failure = RemoveNodes(); !failure.empty()) {
         return failure;
     }

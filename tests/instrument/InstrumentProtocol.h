@@ -6,7 +6,7 @@
 
 namespace instrumentbus {
 
-inline constexpr std::uint32_t ProtocolVersion = 1;
+inline constexpr std::uint32_t ProtocolVersion = 2;
 inline constexpr std::uint32_t SlotCount = 8;
 inline constexpr std::uint32_t EndpointCount = 32; // 16 addresses in two directions
 inline constexpr std::uint32_t MaximumPlugBytes = 4u << 20;
@@ -25,6 +25,8 @@ inline constexpr std::uint32_t RemoteFeed = RemoteCode(5);     // in: Target, by
 inline constexpr std::uint32_t RemoteRule = RemoteCode(6);     // in: Rule
 inline constexpr std::uint32_t RemoteRelease = RemoteCode(7);  // in: Target. Drops rules, lets go what they hold
 inline constexpr std::uint32_t RemoteCounters = RemoteCode(8); // in: Target; out: Counters
+inline constexpr std::uint32_t RemoteWatch = RemoteCode(9);    // in: Watch; out: Connection. Waits for another one
+inline constexpr std::uint32_t RemoteSupply = RemoteCode(10);  // in: Supply, bytes. Waits for room
 
 struct Hello
 {
@@ -53,7 +55,8 @@ struct Plug
     std::uint8_t deviceAddress;
     std::uint8_t alternateSetting;
     std::uint8_t friendlyName[256];
-    std::uint8_t reserved[2];
+    std::uint8_t leavesWithHandle; // 1: unplugged when the handle that plugged it is closed
+    std::uint8_t reserved;
 };
 
 struct DescriptorHead
@@ -68,6 +71,28 @@ struct Taken
 {
     std::uint32_t connection; // the count of opens when the write was begun
     std::uint32_t length;     // of the bytes that follow
+};
+
+/// A connection begins with the first transfer of a handle, is numbered by the count of opens at that handle's opening,
+/// and ends when the handle is closed or the device unplugged.
+struct Watch
+{
+    std::uint32_t slot;
+    std::uint32_t known; // answered as soon as the connection is not this one; 0: none
+};
+
+struct Connection
+{
+    std::uint32_t number; // 0: none
+};
+
+/// Followed by bytes for the reads of that connection. They are kept as long as it lasts; without it, and when it ends
+/// before there was room, the answer is STATUS_DEVICE_NOT_CONNECTED.
+struct Supply
+{
+    std::uint32_t slot;
+    std::uint32_t endpoint;
+    std::uint32_t connection;
 };
 
 /// What a rule does, joined by "or". Without any, transfers complete as soon as they can.

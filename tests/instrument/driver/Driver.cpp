@@ -41,12 +41,14 @@ void InitializeSlot(Slot& slot)
 {
     InitializeListHead(&slot.rules);
     InitializeListHead(&slot.held);
+    InitializeListHead(&slot.watchers);
     for (std::uint32_t i = 0; i < instrumentbus::EndpointCount; ++i) {
         Endpoint& endpoint = slot.endpoints[i];
         endpoint.address = static_cast<std::uint8_t>((i & 15) | (i & 16 ? 0x80 : 0));
         InitializeListHead(&endpoint.waiting);
         InitializeListHead(&endpoint.chunks);
         InitializeListHead(&endpoint.takers);
+        InitializeListHead(&endpoint.suppliers);
     }
 }
 
@@ -58,8 +60,9 @@ NTSTATUS NTAPI OnCreate(DEVICE_OBJECT* device, IRP* irp)
         status = MayOpen(*slot);
         if (NT_SUCCESS(status)) {
             ++slot->counters.opens;
-            IoGetCurrentIrpStackLocation(irp)->FileObject->FsContext =
-                reinterpret_cast<void*>(static_cast<std::uintptr_t>(slot->generation));
+            FILE_OBJECT& file = *IoGetCurrentIrpStackLocation(irp)->FileObject;
+            file.FsContext = reinterpret_cast<void*>(static_cast<std::uintptr_t>(slot->generation));
+            file.FsContext2 = reinterpret_cast<void*>(static_cast<std::uintptr_t>(slot->counters.opens));
         }
     }
     return CompleteNow(irp, status);
@@ -74,10 +77,15 @@ NTSTATUS NTAPI OnCleanup(DEVICE_OBJECT*, IRP* irp)
 NTSTATUS NTAPI OnClose(DEVICE_OBJECT* device, IRP* irp)
 {
     // Wine sends no cleanup in front of the close.
-    DropFile(IoGetCurrentIrpStackLocation(irp)->FileObject);
+    FILE_OBJECT* const file = IoGetCurrentIrpStackLocation(irp)->FileObject;
+    DropFile(file);
     if (Slot* const slot = SlotOf(device)) {
+        Batch batch;
         const LockScope lock(g_bus.lock);
         ++slot->counters.closes;
+        if (slot->connection != 0 && slot->connection == ConnectionOf(*file)) {
+            SetConnection(*slot, 0, batch);
+        }
     }
     return CompleteNow(irp, STATUS_SUCCESS);
 }

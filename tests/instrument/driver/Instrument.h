@@ -12,7 +12,7 @@ using kernel::LockScope;
 struct Chunk
 {
     LIST_ENTRY link;
-    std::uint32_t connection; // the slot's count of opens at that time
+    std::uint32_t connection; // written: count of opens at that time; supplied: for whom; fed: 0
     std::uint32_t length;
     std::uint32_t consumed;
 
@@ -24,7 +24,8 @@ struct Endpoint
     std::uint8_t address;
     LIST_ENTRY waiting; // Requests: reads without data, writes without room
     LIST_ENTRY chunks;
-    LIST_ENTRY takers; // Requests of the remote control
+    LIST_ENTRY takers;    // Requests of the remote control
+    LIST_ENTRY suppliers; // the same: waiting for room
     std::uint64_t chunkBytes;
     std::uint32_t aborts;
     std::uint32_t begun;
@@ -56,8 +57,11 @@ struct Slot
     std::uint32_t plugLength;
     std::uint8_t vendorData[64]; // what the last vendor request wrote to endpoint 0, for the next one to read
     std::uint32_t vendorDataLength;
-    LIST_ENTRY rules; // RuleRecords
-    LIST_ENTRY held;  // Requests: held or delayed
+    FILE_OBJECT* owner;       // whose end unplugs the device; null: nobody's
+    std::uint32_t connection; // 0: none
+    LIST_ENTRY watchers;      // Requests of the remote control
+    LIST_ENTRY rules;         // RuleRecords
+    LIST_ENTRY held;          // Requests: held or delayed
     Endpoint endpoints[instrumentbus::EndpointCount];
     instrumentbus::Counters counters; // the part about the device
 };
@@ -89,7 +93,8 @@ struct Request
     std::uint8_t* data;    // to be written or read
     std::uint32_t length;  // of data
     std::uint32_t prefix;  // of the answer, in front of the data
-    Chunk* written;        // copy of what a transfer writes
+    Chunk* written;        // copy of what a transfer writes or a supplier brings
+    std::uint32_t known;   // of a watcher
     std::uint32_t actions; // of the rule that applies, as are the next four
     std::int32_t status;
     std::uint32_t limit;

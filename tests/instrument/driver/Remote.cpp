@@ -105,6 +105,7 @@ NTSTATUS OnPlug(const Call& call)
     {
         const LockScope lock(g_bus.lock);
         slot.plug = plug;
+        slot.owner = plug->leavesWithHandle != 0 ? call.file : nullptr;
         slot.plugLength = call.in;
         slot.plugged = true;
         slot.vendorDataLength = 0;
@@ -127,21 +128,30 @@ NTSTATUS OnUnplug(const Call& call)
     return CompleteNow(call.irp, STATUS_SUCCESS);
 }
 
+Request* NewRequest(const Call& call, Slot& slot)
+{
+    auto* const request = kernel::New<Request>();
+    if (request != nullptr) {
+        request->irp = call.irp;
+        request->slot = &slot;
+        request->file = call.file;
+        request->code = call.code;
+        request->remote = true;
+        request->data = call.bytes;
+        request->length = call.out;
+    }
+    return request;
+}
+
 NTSTATUS OnTake(const Call& call)
 {
     const Target* const target = call.Input<Target>();
-    auto* const request = target != nullptr && call.out >= sizeof(Taken) ? kernel::New<Request>() : nullptr;
+    Request* const request =
+        target != nullptr && call.out >= sizeof(Taken) ? NewRequest(call, g_bus.slots[target->slot]) : nullptr;
     if (request == nullptr) {
         return CompleteNow(call.irp, STATUS_INVALID_PARAMETER);
     }
-    request->irp = call.irp;
-    request->slot = &g_bus.slots[target->slot];
-    request->file = call.file;
-    request->code = call.code;
-    request->remote = true;
     request->endpoint = EndpointOf(*request->slot, target->endpoint);
-    request->data = call.bytes;
-    request->length = call.out;
     IoMarkIrpPending(call.irp);
     Batch batch;
     const LockScope lock(g_bus.lock);
@@ -178,6 +188,64 @@ NTSTATUS OnFeed(const Call& call)
         kernel::Free(chunk);
     }
     return CompleteNow(call.irp, fed ? STATUS_SUCCESS : STATUS_DEVICE_NOT_CONNECTED);
+}
+
+/// Ends a request that cannot be served, `request` is what there is of it.
+NTSTATUS Reject(const Call& call, Request* request)
+{
+    if (request != nullptr) {
+        kernel::Free(request->written);
+        kernel::Free(request);
+    }
+    return CompleteNow(call.irp, STATUS_INVALID_PARAMETER);
+}
+
+NTSTATUS OnSupply(const Call& call)
+{
+    const Supply* const supply = call.Input<Supply>();
+    Request* const request = supply != nullptr ? NewRequest(call, g_bus.slots[supply->slot]) : nullptr;
+    if (request == nullptr) {
+        return Reject(call, request);
+    }
+    request->endpoint = EndpointOf(*request->slot, supply->endpoint);
+    request->length = call.in - static_cast<std::uint32_t>(sizeof(Supply));
+    request->written = kernel::New<Chunk>(request->length);
+    if (request->written == nullptr || request->length == 0 || !request->endpoint->IsIn()) {
+        return Reject(call, request);
+    }
+    request->written->length = request->length;
+    request->written->connection = supply->connection;
+    RtlCopyMemory(request->written->Bytes(), call.bytes + sizeof(Supply), request->length);
+    IoMarkIrpPending(call.irp);
+    Batch batch;
+    const LockScope lock(g_bus.lock);
+    if (supply->connection == 0 || supply->connection != request->slot->connection) {
+        Finish(*request, STATUS_DEVICE_NOT_CONNECTED, 0, batch);
+        return STATUS_PENDING;
+    }
+    Endpoint& endpoint = *request->endpoint;
+    Park(*request, endpoint.suppliers, batch);
+    ServeSuppliers(endpoint, batch);
+    ServeReads(endpoint, batch);
+    return STATUS_PENDING;
+}
+
+NTSTATUS OnWatch(const Call& call)
+{
+    const Watch* const watch = call.Input<Watch>();
+    Request* const request =
+        watch != nullptr && call.out >= sizeof(Connection) ? NewRequest(call, g_bus.slots[watch->slot]) : nullptr;
+    if (request == nullptr) {
+        return Reject(call, request);
+    }
+    request->known = watch->known;
+    IoMarkIrpPending(call.irp);
+    Batch batch;
+    const LockScope lock(g_bus.lock);
+    Slot& slot = *request->slot;
+    Park(*request, slot.watchers, batch);
+    ServeWatchers(slot, batch);
+    return STATUS_PENDING;
 }
 
 NTSTATUS OnRule(const Call& call)
@@ -279,6 +347,8 @@ NTSTATUS OnRemoteControl(IRP* irp)
     case RemoteRule: return OnRule(call);
     case RemoteRelease: return OnRelease(call);
     case RemoteCounters: return OnCounters(call);
+    case RemoteWatch: return OnWatch(call);
+    case RemoteSupply: return OnSupply(call);
     default: return CompleteNow(irp, STATUS_INVALID_DEVICE_REQUEST);
     }
 }
@@ -295,6 +365,8 @@ void UnplugSlot(Slot& slot)
         ++slot.generation;
         FinishAll(slot, STATUS_DEVICE_NOT_CONNECTED, batch,
                   [](const Request& request) { return !request.remote; });
+        SetConnection(slot, 0, batch);
+        slot.owner = nullptr;
         for (Endpoint& endpoint : slot.endpoints) {
             if (endpoint.IsIn()) {
                 FreeChunks(endpoint);
@@ -308,10 +380,17 @@ void UnplugSlot(Slot& slot)
 
 void DropFile(FILE_OBJECT* file)
 {
-    Batch batch;
-    const LockScope lock(g_bus.lock);
+    {
+        Batch batch;
+        const LockScope lock(g_bus.lock);
+        for (Slot& slot : g_bus.slots) {
+            FinishAll(slot, STATUS_CANCELLED, batch, [&](const Request& request) { return request.file == file; });
+        }
+    }
     for (Slot& slot : g_bus.slots) {
-        FinishAll(slot, STATUS_CANCELLED, batch, [&](const Request& request) { return request.file == file; });
+        if (slot.owner == file) {
+            UnplugSlot(slot);
+        }
     }
 }
 

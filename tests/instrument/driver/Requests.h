@@ -38,9 +38,11 @@ void FinishAll(Slot& slot, NTSTATUS status, Batch& batch, Condition condition)
         return !request.Has(instrumentbus::Stubborn) && condition(request);
     };
     FinishThose(slot.held, status, batch, applies);
+    FinishThose(slot.watchers, status, batch, applies);
     for (Endpoint& endpoint : slot.endpoints) {
         FinishThose(endpoint.waiting, status, batch, applies);
         FinishThose(endpoint.takers, status, batch, applies);
+        FinishThose(endpoint.suppliers, status, batch, applies);
     }
 }
 

@@ -11,6 +11,9 @@ using namespace instrumentbus;
 // What may be written and not taken; further writes wait, as they do for an instrument that does not read.
 constexpr std::uint64_t MaximumUntaken = 16u << 20;
 
+// What may be supplied and not read; further supplies wait, as an instrument does whose reader does not ask.
+constexpr std::uint64_t MaximumUnread = 1u << 20;
+
 std::uint32_t Smaller(std::uint32_t a, std::uint32_t b)
 {
     return a < b ? a : b;
@@ -156,7 +159,9 @@ void Read(Request& request, Batch& batch)
     if (request.block != nullptr && wire::Number(request.block + wire::IsoLength) >= 8) {
         wire::Put(request.block + wire::Number(request.block + wire::IsoOffset) + 4, bytes);
     }
+    Endpoint& endpoint = *request.endpoint;
     Finish(request, STATUS_SUCCESS, bytes, batch);
+    ServeSuppliers(endpoint, batch);
 }
 
 bool HasRoom(const Request& request)
@@ -221,6 +226,9 @@ NTSTATUS OnInstrumentControl(Slot& slot, IRP* irp)
             status = request->status;
         } else {
             IoMarkIrpPending(irp);
+            if (request->endpoint != nullptr && slot.connection != ConnectionOf(*request->file)) {
+                SetConnection(slot, ConnectionOf(*request->file), batch);
+            }
             Begin(*request, batch);
             return STATUS_PENDING;
         }
@@ -277,6 +285,59 @@ void ServeReads(Endpoint& endpoint, Batch& batch)
         Request& request = *kernel::FromLink<Request>(endpoint.waiting.Flink);
         if (Claim(request)) {
             Read(request, batch);
+        }
+    }
+}
+
+void ServeSuppliers(Endpoint& endpoint, Batch& batch)
+{
+    while (!IsListEmpty(&endpoint.suppliers)) {
+        Request& supplier = *kernel::FromLink<Request>(endpoint.suppliers.Flink);
+        const std::uint64_t unread = endpoint.chunkBytes;
+        if (unread != 0 && unread + supplier.length > MaximumUnread) {
+            return;
+        }
+        if (Claim(supplier)) {
+            endpoint.chunkBytes += supplier.length;
+            InsertTailList(&endpoint.chunks, &supplier.written->link);
+            supplier.written = nullptr;
+            Finish(supplier, STATUS_SUCCESS, 0, batch);
+        }
+    }
+}
+
+std::uint32_t ConnectionOf(const FILE_OBJECT& file)
+{
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(file.FsContext2));
+}
+
+void SetConnection(Slot& slot, std::uint32_t connection, Batch& batch)
+{
+    slot.connection = connection;
+    for (Endpoint& endpoint : slot.endpoints) {
+        FinishThose(endpoint.suppliers, STATUS_DEVICE_NOT_CONNECTED, batch, [](const Request&) { return true; });
+        for (LIST_ENTRY* entry = endpoint.chunks.Flink; endpoint.IsIn() && entry != &endpoint.chunks;) {
+            Chunk* const chunk = kernel::FromLink<Chunk>(entry);
+            entry = entry->Flink;
+            if (chunk->connection != 0) {
+                endpoint.chunkBytes -= chunk->length - chunk->consumed;
+                RemoveEntryList(&chunk->link);
+                kernel::Free(chunk);
+            }
+        }
+    }
+    ServeWatchers(slot, batch);
+}
+
+void ServeWatchers(Slot& slot, Batch& batch)
+{
+    for (LIST_ENTRY* entry = slot.watchers.Flink; entry != &slot.watchers;) {
+        Request& watcher = *kernel::FromLink<Request>(entry);
+        entry = entry->Flink;
+        if (watcher.known != slot.connection && Claim(watcher)) {
+            const Connection answer{slot.connection};
+            RtlCopyMemory(watcher.data, &answer, sizeof answer);
+            Finish(watcher, STATUS_SUCCESS, sizeof answer, batch);
         }
     }
 }

@@ -25,6 +25,18 @@ void ServeReads(Endpoint& endpoint, Batch& batch);
 /// Gives written bytes to those who take them, then lets writes in that waited for room.
 void ServeTakers(Endpoint& endpoint, Batch& batch);
 
+/// Lets suppliers in that waited for room.
+void ServeSuppliers(Endpoint& endpoint, Batch& batch);
+
+/// The number of the connection that a handle of an instrument has or would have.
+std::uint32_t ConnectionOf(const FILE_OBJECT& file);
+
+/// Another connection, or none (0): what was supplied to the one before goes, watchers are answered.
+void SetConnection(Slot& slot, std::uint32_t connection, Batch& batch);
+
+/// Answers those who watch for another connection.
+void ServeWatchers(Slot& slot, Batch& batch);
+
 /// Drops all chunks.
 void FreeChunks(Endpoint& endpoint);
 

@@ -11,6 +11,9 @@ using support::WaitFor;
 using win32::FileHandle;
 using win32::OverlappedOperation;
 
+/// The control code behind ConnectNamedPipe, which only the kernel's headers name.
+constexpr DWORD ListenCode = 0x110008;
+
 /// Both ends of a message pipe; the client's end opens it when asked to.
 class OverlappedOperationTest : public ::testing::Test
 {
@@ -45,6 +48,26 @@ protected:
     std::array<char, 64> m_buffer{};
     DWORD m_transferred = 0;
 };
+
+TEST_F(OverlappedOperationTest, AControlIsPendingUntilItIsAnswered)
+{
+    OverlappedOperation listen;
+    ASSERT_TRUE(listen.Control(m_server.Get(), ListenCode, nullptr, 0, nullptr, 0));
+    EXPECT_FALSE(listen.Finish(m_server.Get(), m_transferred));
+    EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_IO_INCOMPLETE));
+    OpenClient();
+    ASSERT_TRUE(WaitFor(listen.EventHandle()));
+    EXPECT_TRUE(listen.Finish(m_server.Get(), m_transferred));
+}
+
+TEST_F(OverlappedOperationTest, ARefusedControlTellsWhyAtItsFinish)
+{
+    OpenClient();
+    OverlappedOperation listen;
+    ASSERT_FALSE(listen.Control(m_server.Get(), ListenCode, nullptr, 0, nullptr, 0));
+    EXPECT_FALSE(listen.Finish(m_server.Get(), m_transferred));
+    EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_PIPE_CONNECTED));
+}
 
 TEST_F(OverlappedOperationTest, ConnectingIsPendingUntilAClientComes)
 {

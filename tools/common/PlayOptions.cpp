@@ -1,8 +1,9 @@
-#include "SimulatorOptions.h"
+#include "tools/common/PlayOptions.h"
 
 #include "tools/common/WholeFile.h"
 
 #include <algorithm>
+#include <iterator>
 
 using commandline::Error;
 using commandline::Handler;
@@ -64,14 +65,13 @@ Handler ScriptFile(instrument::Script& script)
 
 } // namespace
 
-std::optional<Error> ReadOptions(const std::vector<std::string>& arguments, SimulatorOptions& options)
+std::vector<Switch> PlaySwitches(PlayOptions& options, std::vector<Switch> own)
 {
     using namespace commandline;
     instrument::Script& script = options.script;
-    const std::vector<Switch> switches = {
+    std::vector<Switch> switches = {
         {"--help", false, Set(options.help)},
         {"--quiet", false, Set(options.quiet)},
-        {"--pipe", true, Store(options.pipeName)},
         {"--for", true, StoreSeconds(options.milliseconds)},
         {"--requests", true, StoreNumber(options.requests, 1, INT64_MAX)},
         {"--ready-event", true, Store(options.readyEvent)},
@@ -99,9 +99,6 @@ std::optional<Error> ReadOptions(const std::vector<std::string>& arguments, Simu
          [&script](const std::string& line) { return AddScriptLine(script, "firmware " + line); }},
         {"--firmware-expect", true, Store(options.expectFile)},
     };
-    auto error = Parse(arguments, switches);
-    if (!error && options.pipeName.empty()) {
-        error = "'--pipe': a name is missing";
-    }
-    return error;
+    std::move(own.begin(), own.end(), std::back_inserter(switches));
+    return switches;
 }

@@ -1,4 +1,4 @@
-// What the simulator prints while it runs, and at its end.
+// What a simulated instrument prints while it runs, and at its end.
 #pragma once
 
 #include "tools/common/InstrumentEngine.h"
@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-/// Prints a line for each thing that happens. Used by the simulator's one thread; lines are gathered and printed by
+/// Prints a line for each thing that happens. Used by the one thread that plays it; lines are gathered and printed by
 /// Flush, once a pass.
 class PacketPrinter : public instrument::Observer
 {

@@ -1,4 +1,4 @@
-#include "PacketPrinter.h"
+#include "tools/common/PacketPrinter.h"
 
 #include "tools/common/Console.h"
 #include "tools/common/HexDump.h"
