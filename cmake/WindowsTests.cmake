@@ -108,3 +108,14 @@ if(system_sources)
     morvane_use_instrument(system_tests)
     morvane_add_test(TARGET system_tests LABEL system SHARDS 4 TIMEOUT 400)
 endif()
+
+# Real windows, pointer and keys, which the display's own tools move: under Wine only. Each entry has a desktop of its
+# own.
+if(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
+    morvane_sources(ui_sources tests/system/ui/*.cpp tests/system/RouterSession.cpp tests/system/KilledServer.cpp
+        tests/system/RegistryListing.cpp)
+    morvane_add_gtest(ui_tests SOURCES ${ui_sources}
+        LIBRARIES ${support_libraries} ${trace_library} ${rooms_without_host})
+    add_dependencies(ui_tests MorvanePortRouter InstrumentSimulator)
+    morvane_add_test(TARGET ui_tests LABEL system TIMEOUT 240 ENVIRONMENT MORVANE_DESKTOP=1024x768)
+endif()

@@ -14,7 +14,7 @@ morvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 morvane_packages=(
     git bash coreutils findutils procps util-linux
     cmake ninja-build g++ g++-mingw-w64-x86-64-posix mingw-w64-tools
-    libwine-dev wine64 wine libwine xvfb xauth xdotool imagemagick
+    libwine-dev wine64 wine libwine fonts-wine xvfb xauth xdotool imagemagick
     googletest clang-format clang-tidy
 )
 

@@ -92,8 +92,19 @@ void CDebugOptionDlg::OnTrayCallback(LPARAM mouseMessage)
         // What is chosen is left unused on purpose: the entry only closes the menu, the double click opens.
         m_tray.ShowPopupMenu(IDR_TRAY_MENU);
     } else if (mouseMessage == WM_LBUTTONDBLCLK) {
-        ::ShowWindow(m_window, SW_SHOW);
-        ::SetForegroundWindow(m_window);
+        ShowToUser();
+    }
+}
+
+/// Opened anew, the keyboard begins at the top, wherever it was left the last time.
+void CDebugOptionDlg::ShowToUser() noexcept
+{
+    const bool opening = !IsVisible();
+    ::ShowWindow(m_window, SW_SHOW);
+    ::SetForegroundWindow(m_window);
+    if (opening) {
+        ::SendMessageW(m_window, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(::GetDlgItem(m_window, IDC_DEVICE)),
+                       TRUE);
     }
 }
 

@@ -42,6 +42,7 @@ private:
     void OnShow(bool shown);
     void OnPositionChanged(const WINDOWPOS& position) noexcept;
     void OnTrayCallback(LPARAM mouseMessage);
+    void ShowToUser() noexcept;
     void OnDestroy();
 
     void LoadOptions();

@@ -1,5 +1,6 @@
 #include "tests/system/ui/Desktop.h"
 
+#include "tests/support/UniqueName.h"
 #include "tests/support/WaitUntil.h"
 #include "win32/Handle.h"
 
@@ -8,31 +9,53 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 namespace desktop {
 
 namespace {
 
-/// Runs a program of the system below Wine, which gives no handle of it to wait for.
-void RunNative(const std::string& program, const std::string& arguments)
+/// A path of Windows as the programs outside know it; empty when that failed.
+std::string OutsidePath(const std::filesystem::path& path)
 {
-    const std::string path = "Z:\\usr\\bin\\" + program;
-    std::string commandLine = path + " " + arguments;
+    using Translate = char*(__cdecl*)(const wchar_t*);
+    const auto translate = reinterpret_cast<Translate>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+    char* const outside = translate != nullptr ? translate(path.c_str()) : nullptr;
+    const std::string copy = outside != nullptr ? outside : "";
+    ::HeapFree(::GetProcessHeap(), 0, outside);
+    return copy;
+}
+
+/// Runs a command of the system below Wine and waits for its end. Wine gives no handle of such a program to wait
+/// for, so the command leaves its exit code in a file. True when that is 0.
+bool RunOutside(const std::string& command)
+{
+    const auto end = std::filesystem::temp_directory_path() / support::UniqueName(L"outside");
+    std::ofstream(end).close();
+    const std::string file = OutsidePath(end);
+    std::string commandLine = "sh -c \"" + command + "; echo $? >'" + file + "'\"";
     STARTUPINFOA start{};
     start.cb = sizeof start;
     PROCESS_INFORMATION process{};
-    if (::CreateProcessA(path.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start,
-                         &process))
+    if (file.empty() || !::CreateProcessA("Z:\\bin\\sh", commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                                          nullptr, &start, &process))
     {
-        const win32::KernelHandle thread(process.hThread);
-        const win32::KernelHandle handle(process.hProcess);
+        return false;
     }
+    const win32::KernelHandle thread(process.hThread);
+    const win32::KernelHandle handle(process.hProcess);
+    int code = -1;
+    const bool ended = support::WaitUntil([&] { return static_cast<bool>(std::ifstream(end) >> code); });
+    std::error_code ignored;
+    std::filesystem::remove(end, ignored);
+    return ended && code == 0;
 }
 
-void Pointer(POINT place, const std::string& then)
+bool Pointer(POINT place, const std::string& then)
 {
-    RunNative("xdotool",
-              "mousemove --sync " + std::to_string(place.x) + " " + std::to_string(place.y) + " " + then);
+    // The display keeps the order; --sync would wait 15 s for a pointer that stands there already.
+    return RunOutside("xdotool mousemove " + std::to_string(place.x) + " " + std::to_string(place.y) + " " + then);
 }
 
 HWND Taskbar()
@@ -118,29 +141,45 @@ POINT CenterOf(HWND window)
     return CenterOf(place);
 }
 
-void PointAt(POINT place)
+bool PointAt(POINT place)
 {
-    Pointer(place, "");
+    return Pointer(place, "");
 }
 
-void Click(POINT place)
+bool Click(POINT place)
 {
-    Pointer(place, "click 1");
+    return Pointer(place, "click 1");
 }
 
-void DoubleClick(POINT place)
+bool DoubleClick(POINT place)
 {
-    Pointer(place, "click --repeat 2 --delay 80 1");
+    return Pointer(place, "click --repeat 2 --delay 80 1");
 }
 
-void RightClick(POINT place)
+bool RightClick(POINT place)
 {
-    Pointer(place, "click 3");
+    return Pointer(place, "click 3");
 }
 
-void Press(const std::string& keys)
+bool Drag(POINT from, POINT to)
 {
-    RunNative("xdotool", "key --delay 60 " + keys);
+    return Pointer(from, "mousedown 1") && Pointer(to, "") && Pointer(to, "mouseup 1");
+}
+
+bool Press(const std::string& keys)
+{
+    return RunOutside("xdotool key " + keys);
+}
+
+bool Type(const std::string& text)
+{
+    return RunOutside("xdotool type '" + text + "'");
+}
+
+bool WaitForKeyboard(const std::string& part)
+{
+    return support::WaitUntil(
+        [&] { return RunOutside("xdotool getwindowfocus getwindowname | grep -q '" + part + "'"); });
 }
 
 HWND VisibleWindow(const wchar_t* windowClass, const wchar_t* title)
@@ -160,22 +199,10 @@ bool TakePicture(const std::string& name, const RECT& area)
     if (folder == nullptr) {
         return true;
     }
-    const std::string path = std::string(folder) + "/" + name + ".png";
     const std::string crop = std::to_string(area.right - area.left) + "x" +
                              std::to_string(area.bottom - area.top) + "+" + std::to_string(area.left) + "+" +
                              std::to_string(area.top);
-    RunNative("import", "-window root -crop " + crop + " +repage " + path + ".part.png");
-    // Complete once it can be moved to its own name by a second command that waits for no one: its size stands still.
-    std::filesystem::path part = "Z:" + path + ".part.png";
-    std::uintmax_t size = 0;
-    return support::WaitUntil([&] {
-        std::error_code error;
-        const std::uintmax_t now = std::filesystem::file_size(part, error);
-        const bool complete = !error && now != 0 && now == size;
-        size = error ? 0 : now;
-        ::Sleep(200);
-        return complete && (std::filesystem::rename(part, "Z:" + path, error), !error);
-    });
+    return RunOutside("import -window root -crop " + crop + " +repage -strip '" + folder + "/" + name + ".png'");
 }
 
 } // namespace desktop

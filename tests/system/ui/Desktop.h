@@ -6,7 +6,8 @@
 #include <string>
 
 /// Pointer and keys are those of the display itself, moved from outside Windows (xdotool): what a program gets of
-/// them has come the whole way. All of them return before the effect can be seen; wait for that.
+/// them has come the whole way. Each returns when the display has them, true when it took them; the effect comes
+/// later, wait for that.
 namespace desktop {
 
 /// Whether there is a taskbar, without which there is no icon to point at.
@@ -22,12 +23,19 @@ std::wstring Tooltip();
 POINT CenterOf(const RECT& area);
 POINT CenterOf(HWND window);
 
-void PointAt(POINT place);
-void Click(POINT place);
-void DoubleClick(POINT place);
-void RightClick(POINT place);
-/// Keys by their names on the display ("Tab", "space", "Return"), one after the other.
-void Press(const std::string& keys);
+bool PointAt(POINT place);
+bool Click(POINT place);
+bool DoubleClick(POINT place);
+bool RightClick(POINT place);
+bool Drag(POINT from, POINT to);
+/// Keys by their names on the display ("Tab", "space", "alt+h"), one after the other.
+bool Press(const std::string& keys);
+/// Letters and digits.
+bool Type(const std::string& text);
+
+/// Waits until the keyboard is with a window whose title has `part`, also as the display sees it: keys that come
+/// earlier go elsewhere.
+bool WaitForKeyboard(const std::string& part);
 
 /// A top-level window of that class, or of that title if `title` is given, that can be seen; null when there is none.
 HWND VisibleWindow(const wchar_t* windowClass, const wchar_t* title = nullptr);
@@ -37,3 +45,8 @@ HWND VisibleWindow(const wchar_t* windowClass, const wchar_t* title = nullptr);
 bool TakePicture(const std::string& name, const RECT& area);
 
 } // namespace desktop
+
+inline bool operator==(const RECT& a, const RECT& b)
+{
+    return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
+}

@@ -33,6 +33,26 @@ TEST_F(DialogTest, FocusIsOnTheDeviceListWhenItOpens)
     EXPECT_EQ(FocusedId(), IDC_DEVICE);
 }
 
+TEST_F(DialogTest, FocusIsOnTheDeviceListAgainWhenItIsOpenedAnew)
+{
+    AddDevice(1, L"Pump");
+    Show();
+    ::SetFocus(Control(IDC_USB_LOG));
+    Press(VK_RETURN);
+    ASSERT_FALSE(m_dialog.IsVisible());
+    Show();
+    EXPECT_EQ(FocusedId(), IDC_DEVICE);
+}
+
+TEST_F(DialogTest, SecondDoubleClickWhileItIsOpenLeavesTheFocusWhereItIs)
+{
+    AddDevice(1, L"Pump");
+    Show();
+    ::SetFocus(Control(IDC_USB_LOG));
+    Show();
+    EXPECT_EQ(FocusedId(), IDC_USB_LOG);
+}
+
 TEST_F(DialogTest, ArrowKeysInTheListChangeTheDevice)
 {
     AddDevice(1, L"A", 0x00080000);
