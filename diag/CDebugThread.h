@@ -14,8 +14,9 @@
 #include <string>
 
 /// Created, configured, started and stopped by one thread (the main one); traced to by any. A producer never
-/// waits for disk or window: it takes a short lock and signals.
-class CDebugThread
+/// waits for disk or window: it takes a short lock and signals. Only its own Deleter destroys one, hence the protected
+/// destructor; it is virtual because the hooks are.
+class CDebugThread // NOLINT(cppcoreguidelines-virtual-class-destructor)
 {
 public:
     /// What may be exchanged for tests.

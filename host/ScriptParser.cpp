@@ -126,7 +126,7 @@ void ScriptParser::ParseValue(Key* around)
     std::wstring name = TakeWord();
     m_malformed |= around == nullptr || !Accept(L"=");
     std::wstring text = ParseText();
-    if (!m_malformed) {
+    if (!m_malformed && around != nullptr) {
         around->values.emplace_back(std::move(name), std::move(text));
     }
 }

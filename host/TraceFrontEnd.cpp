@@ -34,7 +34,7 @@ void TraceFrontEnd::Write(std::uint32_t effectiveMask, const char* format, std::
     if (!m_output.TracerExists() || !m_output.DialogExists() || m_output.DialogIsVisible() || !m_gate.IsSet()) {
         return;
     }
-    std::array<char, MaximumLineLength + 1> line;
+    std::array<char, MaximumLineLength + 1> line; // NOLINT(cppcoreguidelines-pro-type-member-init): 2 KB a line
     line[0] = '\0';
     std::vsnprintf(line.data(), line.size(), format, arguments);
     try {

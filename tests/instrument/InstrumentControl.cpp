@@ -73,7 +73,7 @@ std::optional<Written> InstrumentControl::TakeWritten(std::uint32_t slot, std::u
     if (error != ERROR_SUCCESS) {
         ThrowRefusal(RemoteTake, error);
     }
-    Taken head;
+    Taken head{};
     std::memcpy(&head, m_taken.data(), sizeof head);
     return Written{head.connection, Bytes(m_taken.begin() + sizeof head, m_taken.begin() + taken)};
 }

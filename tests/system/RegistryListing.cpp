@@ -21,7 +21,7 @@ public:
                 return;
             }
             const std::wstring child(m_name.data(), length);
-            ListKey(key.Get(), child, path + L"\\" + child);
+            ListKey(key.Get(), child, (path + L"\\").append(child));
         }
     }
 

@@ -27,7 +27,7 @@ protected:
         RouterSession::SetMask(-1, 0x00380000);
         RouterSession::SetMask(3, 0x00060000);
     }
-    ~Route() override
+    void TearDown() override
     {
         if (HasFailure()) {
             std::printf("%s\n", session.Log().c_str());

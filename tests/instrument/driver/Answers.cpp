@@ -32,7 +32,7 @@ Bytes FindDescriptor(const Slot& slot, std::uint32_t value, std::uint32_t index)
     const auto* next = reinterpret_cast<const std::uint8_t*>(slot.plug) + sizeof(Plug);
     const auto* const end = reinterpret_cast<const std::uint8_t*>(slot.plug) + slot.plugLength;
     while (static_cast<std::size_t>(end - next) >= sizeof(DescriptorHead)) {
-        DescriptorHead head;
+        DescriptorHead head{};
         RtlCopyMemory(&head, next, sizeof head);
         next += sizeof head;
         if (head.length > static_cast<std::size_t>(end - next)) {

@@ -148,10 +148,11 @@ NTSTATUS NTAPI AddDevice(DRIVER_OBJECT* driver, DEVICE_OBJECT* physicalDevice)
         return status;
     }
     Slot* const slot = SlotNamedBy(interfaceName);
+    constexpr ULONG extensionSize = sizeof(Slot*); // NOLINT(bugprone-sizeof-expression): a pointer is all it holds
     DEVICE_OBJECT* device = nullptr;
     status = slot == nullptr
                ? STATUS_INVALID_PARAMETER
-               : IoCreateDevice(driver, sizeof(Slot*), nullptr, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
+               : IoCreateDevice(driver, extensionSize, nullptr, FILE_DEVICE_UNKNOWN, 0, FALSE, &device);
     if (!NT_SUCCESS(status)) {
         RtlFreeUnicodeString(&interfaceName);
         return status;

@@ -123,7 +123,7 @@ public:
     void Add(Request& request) { InsertTailList(&m_done, &request.link); }
 
 private:
-    LIST_ENTRY m_done;
+    LIST_ENTRY m_done{};
 };
 
 } // namespace driver

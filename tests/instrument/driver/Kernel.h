@@ -73,7 +73,7 @@ public:
 
 private:
     SpinLock& m_lock;
-    KIRQL m_old;
+    KIRQL m_old = 0;
 };
 
 } // namespace kernel

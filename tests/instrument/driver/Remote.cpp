@@ -307,7 +307,7 @@ NTSTATUS OnCounters(const Call& call)
     if (target == nullptr) {
         return CompleteNow(call.irp, STATUS_INVALID_PARAMETER);
     }
-    Counters counters;
+    Counters counters{};
     {
         const LockScope lock(g_bus.lock);
         Slot& slot = g_bus.slots[target->slot];

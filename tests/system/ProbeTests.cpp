@@ -1,0 +1,142 @@
+// The built probe and the built router together: what a service engineer does first.
+#include "tests/support/TestSupport.h"
+#include "tests/system/RouterSession.h"
+#include "tests/system/SimulatorProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+namespace {
+
+/// One run of the probe, ended by an event if it does not end by itself. A router that it started has ended before
+/// it: under Wine the client itself starts the server, which would then be killed with the job of the probe's process.
+class Probe
+{
+public:
+    explicit Probe(const std::wstring& commandAndSwitches)
+        : m_stopName(support::UniqueName(L"ProbeStop")),
+          m_stop(::CreateEventW(nullptr, TRUE, FALSE, m_stopName.c_str())),
+          m_process(support::ProgramFolder() / L"RouterProbe.exe",
+                    commandAndSwitches + L" --stop-event " + m_stopName +
+                        (commandAndSwitches.find(L"--attach") == std::wstring::npos ? L" --wait-exit 20" : L""))
+    {
+    }
+
+    int ExitCode() const { return static_cast<int>(m_process.WaitForExit().value_or(999)); }
+    int Stop() const
+    {
+        ::SetEvent(m_stop.Get());
+        return ExitCode();
+    }
+    void Kill() const
+    {
+        m_process.Kill();
+        m_process.WaitForExit();
+    }
+    std::string Output() const { return m_process.Output(); }
+    bool Says(const std::string& text) const { return Output().find(text) != std::string::npos; }
+    bool WaitUntilItSays(const std::string& text) const
+    {
+        return support::WaitUntil([&] { return Says(text); });
+    }
+
+private:
+    std::wstring m_stopName;
+    win32::KernelHandle m_stop;
+    support::ChildProcess m_process;
+};
+
+class ProbeAndRouter : public testing::Test
+{
+protected:
+    ProbeAndRouter() { RouterSession::SetMask(3, 0x00020000); }
+    void TearDown() override
+    {
+        if (HasFailure()) {
+            std::printf("%s\n", session.Log().c_str());
+        }
+    }
+    void StartSimulator(const std::wstring& switches = {})
+    {
+        simulator.emplace(switches);
+        ASSERT_TRUE(simulator->WaitUntilServed());
+    }
+
+    RouterSession session{RouterSession::Transport::Simulation};
+    std::optional<SimulatorProcess> simulator;
+};
+
+TEST_F(ProbeAndRouter, SendStartsTheRouterPrintsTheReplyAndSeesTheRouterEnd)
+{
+    StartSimulator();
+    const Probe probe(L"send --port 3,1 --text hello");
+    EXPECT_EQ(probe.ExitCode(), 0) << probe.Output();
+    EXPECT_TRUE(probe.Says("[03,01] reply to request 1 after ")) << probe.Output();
+    EXPECT_TRUE(probe.Says("|hello|")) << probe.Output();
+    EXPECT_TRUE(probe.Says("router ended with code 0")) << probe.Output();
+}
+
+TEST_F(ProbeAndRouter, MeasureLateBoundOverThreePortsFindsEveryEcho)
+{
+    StartSimulator();
+    const Probe probe(L"measure --late-bound --port 3,1 --port 3,2 --port 4,2 --count 100 --size 100");
+    EXPECT_EQ(probe.ExitCode(), 0) << probe.Output();
+    EXPECT_TRUE(probe.Says("[04,02] 100 answered, 0 lost, 0 twice, 0 wrong, 0 out of order")) << probe.Output();
+}
+
+TEST_F(ProbeAndRouter, WithoutAnInstrumentThePortIsNeverServedCode5)
+{
+    const Probe probe(L"send --port 3,1 --text hello --open-timeout 0.5");
+    EXPECT_EQ(probe.ExitCode(), 5) << probe.Output();
+}
+
+TEST_F(ProbeAndRouter, AnInstrumentThatIsSilentGivesCode7)
+{
+    StartSimulator(L"--silent");
+    const Probe probe(L"send --port 3,1 --text hello --reply-timeout 0.5");
+    EXPECT_EQ(probe.ExitCode(), 7) << probe.Output();
+}
+
+TEST_F(ProbeAndRouter, AClientProcessKilledInMidRequestLeavesItsPortToTheNext)
+{
+    StartSimulator(L"--echo --do \"from 3,1: silence\"");
+    ASSERT_TRUE(session.Activate());
+    const std::wstring name = support::UniqueName(L"Killed");
+    const std::wstring other = support::UniqueName(L"Staying");
+    ASSERT_EQ(session.RegisterPort(3, 1, name), S_OK);
+    ASSERT_EQ(session.RegisterPort(3, 2, other), S_OK);
+    const Probe staying(L"measure --attach --port 3,2 --for 3600 --pipe-name " + other);
+    ASSERT_TRUE(staying.WaitUntilItSays("[03,02] pipe open"));
+    for (int round = 0; round < 3; ++round) {
+        const std::string request = "request " + std::to_string(round);
+        const Probe killed(L"send --attach --port 3,1 --reply-timeout 60 --pipe-name " + name + L" --text \"" +
+                           std::wstring(request.begin(), request.end()) + L"\"");
+        std::string asDumped;
+        for (const char character : request) {
+            asDumped += character == ' ' ? std::string("..") : std::string(1, character);
+            asDumped += ' ';
+        }
+        ASSERT_TRUE(session.WaitForLog("DEV->PCR[03,01][009] " + asDumped)) << killed.Output();
+        killed.Kill();
+    }
+    EXPECT_EQ(staying.Stop(), 0) << staying.Output();
+    EXPECT_TRUE(staying.Says(" 0 lost, 0 twice, 0 wrong, 0 out of order")) << staying.Output();
+}
+
+TEST_F(ProbeAndRouter, KeepsGoingOverASimulatorThatIsKilledAndStartedAgain)
+{
+    StartSimulator();
+    const Probe probe(L"ping --port 3,1 --count 0 --interval 0.01 --keep-going");
+    ASSERT_TRUE(probe.WaitUntilItSays("reply 3:")) << probe.Output();
+    simulator->Kill();
+    ASSERT_TRUE(probe.WaitUntilItSays("router or instrument gone")) << probe.Output();
+    StartSimulator();
+    ASSERT_TRUE(probe.WaitUntilItSays("[03,01] pipe open again")) << probe.Output();
+    const std::size_t reopened = probe.Output().find("pipe open again");
+    EXPECT_TRUE(support::WaitUntil([&] { return probe.Output().find("] reply ", reopened) != std::string::npos; }))
+        << probe.Output();
+    EXPECT_EQ(probe.Stop(), 0) << probe.Output();
+}
+
+} // namespace
