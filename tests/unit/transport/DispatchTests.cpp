@@ -1,4 +1,5 @@
 #include "tests/support/Frames.h"
+#include "tests/support/OwnFolder.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
@@ -88,7 +89,7 @@ TEST_F(Dispatch, BytesBeforeTheFirstSyncPairAreDroppedSilently)
     Feed("garbage # and more" + Frame(1, 1, 3, 1, "one"));
     EXPECT_EQ(Payloads(), Strings{"one"});
     EXPECT_EQ(Access::Buffered(driver), 0u);
-    EXPECT_TRUE(RecordingTrace::Lines().empty());
+    EXPECT_EQ(RecordingTrace::Count("DispatchToDevice()"), 0u); // the driver's threads have traces of their own
 }
 
 TEST_F(Dispatch, ABlockWithoutASyncPairEmptiesTheReplyBuffer)
@@ -129,9 +130,11 @@ TEST_F(Dispatch, NumbersAreCheckedForPacketsOfAnyType)
 
 TEST_F(Dispatch, AGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists)
 {
+    if (support::DoneInOwnFolder()) {
+        return;
+    }
     const std::filesystem::path folder = win32::FolderOf(*win32::ModulePath()) + L"Log";
     const std::filesystem::path file = folder / L"USBPortRouterSkippedPacket.log";
-    std::filesystem::remove_all(folder);
     Feed(Frame(1, 1, 3, 1, "a") + Frame(3, 1, 3, 1, "b"));
     EXPECT_FALSE(std::filesystem::exists(folder));
 
@@ -143,8 +146,6 @@ TEST_F(Dispatch, AGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists)
     EXPECT_NE(line.find("]  Previous Packet#   3  Current Packet# 9  "), std::string::npos) << line;
     EXPECT_EQ(line[0], '[');
     EXPECT_FALSE(std::getline(in, line));
-    in.close();
-    std::filesystem::remove_all(folder);
 }
 
 TEST_F(Dispatch, ABroadcastToPort2ReachesEveryPortNumbered2)

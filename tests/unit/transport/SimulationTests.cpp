@@ -8,7 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -29,6 +32,7 @@ public:
     }
     bool AwaitRouter()
     {
+        m_nextNumber = 0;
         m_connect.ConnectPipe(m_pipe.Get());
         if (!m_connect.IsPending()) {
             return ::GetLastError() == ERROR_PIPE_CONNECTED;
@@ -57,6 +61,29 @@ public:
             m_received.append(buffer, length);
         }
     }
+    /// The next frame that is no idle packet. Those come after every quiet second, also in the middle of a test that
+    /// a busy machine has stopped for that long. All frames since the last call to AwaitRouter count up from 0.
+    std::optional<std::string> ReadRequest()
+    {
+        for (;;) {
+            const std::optional<std::string> frame = ReadFrame();
+            if (!frame) {
+                return std::nullopt;
+            }
+            EXPECT_EQ(static_cast<std::uint8_t>((*frame)[2]), m_nextNumber);
+            if (*frame != Frame(m_nextNumber++, 238, 238, 238, "")) {
+                return frame;
+            }
+        }
+    }
+    /// The number of the frame that ReadRequest returned last.
+    std::uint8_t Number() const { return static_cast<std::uint8_t>(m_nextNumber - 1); }
+    /// What ReadRequest returns for a payload of port (3, 1).
+    bool NextRequestIs(const std::string& payload)
+    {
+        const std::optional<std::string> frame = ReadRequest();
+        return frame && *frame == Frame(Number(), 1, 3, 1, payload);
+    }
     bool Write(const std::string& bytes)
     {
         DWORD length = 0;
@@ -70,6 +97,7 @@ private:
     win32::OverlappedOperation m_read;
     win32::OverlappedOperation m_write;
     std::string m_received;
+    std::uint8_t m_nextNumber = 0;
 };
 
 class Simulation : public testing::Test
@@ -127,8 +155,16 @@ TEST_F(Simulation, EveryTwentiethAttemptIsTraced)
     StartDriver();
     ASSERT_TRUE(
         RecordingTrace::WaitForLine("SimulationCommandProcessThread(21th try) looking for USB endpoints..."));
-    EXPECT_EQ(RecordingTrace::Count("(1th try)"), 1u);
-    EXPECT_EQ(RecordingTrace::Count("th try)"), 2u);
+    std::vector<std::string> traced;
+    for (const std::string& text : RecordingTrace::Texts()) {
+        if (text.find("th try)") != std::string::npos) {
+            traced.push_back(text);
+        }
+    }
+    // By now there may be a third one, on a machine that was busy.
+    ASSERT_GE(traced.size(), 2u);
+    EXPECT_NE(traced[0].find("(1th try)"), std::string::npos) << traced[0];
+    EXPECT_NE(traced[1].find("(21th try)"), std::string::npos) << traced[1];
     EXPECT_TRUE(
         RecordingTrace::WaitForLine("SimulationCommandProcessThread() 0 pending writes", support::Patience, 2));
     EXPECT_GE(host.signals, 20);
@@ -148,11 +184,12 @@ TEST_F(Simulation, CarriesPacketsBothWaysAndTellsThePortThatTheWriteBegan)
 {
     StartBoth();
     Send("request");
-    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 1, 3, 1, "request"));
+    EXPECT_TRUE(simulator->NextRequestIs("request"));
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "reply")));
     ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
     EXPECT_EQ(host.Deliveries()[0].payload, "reply");
-    EXPECT_EQ(host.Completions(), (std::vector<std::pair<std::int32_t, std::int32_t>>{{3, 1}}));
+    const auto completions = host.Completions();
+    EXPECT_EQ(std::ranges::count(completions, std::pair<std::int32_t, std::int32_t>(3, 1)), 1);
 }
 
 TEST_F(Simulation, AnIdlePacketIsWrittenAfterEachQuietSecond)
@@ -168,9 +205,11 @@ TEST_F(Simulation, TheWriteTraceShows65535WhileTheCounterGrowsByTheRealCount)
     const std::uint32_t before = driver->GetTransferredBytes();
     Send("12345");
     ASSERT_TRUE(RecordingTrace::WaitForLine("SimulationCommandProcessThread overlapped write 65535 bytes"));
-    EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == 19; }));
+    // 14 bytes for each packet written, which may be more than this one: see ReadRequest.
+    const auto written = [&] { return 14u * Access::NextNumber(*driver) + 5u; };
+    EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == written(); }));
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "1234567")));
-    EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == 19 + 21; }));
+    EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == written() + 21; }));
 }
 
 TEST_F(Simulation, PacketsAreDumpedInBothDirectionsWhenTheirTracesAreWanted)
@@ -178,7 +217,7 @@ TEST_F(Simulation, PacketsAreDumpedInBothDirectionsWhenTheirTracesAreWanted)
     RecordingTrace::WantDumps(true);
     StartBoth();
     Send("A");
-    EXPECT_TRUE(RecordingTrace::WaitForLine("PCR->USB[15] text 23 23 00 01"));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("PCR->USB[15] text 23 23 "));
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "B")));
     EXPECT_TRUE(RecordingTrace::WaitForLine("PCR<-USB[15] text 23 23 01 01"));
     EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::ApppendToReplyProcessQueue() 15 bytes"));
@@ -189,8 +228,8 @@ TEST_F(Simulation, ASimulatorThatVanishesAndComesBackIsConnectedAgainWithNumbers
     StartBoth();
     Send("one");
     Send("two");
-    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 1, 3, 1, "one"));
-    EXPECT_EQ(simulator->ReadFrame(), Frame(1, 1, 3, 1, "two"));
+    EXPECT_TRUE(simulator->NextRequestIs("one"));
+    EXPECT_TRUE(simulator->NextRequestIs("two"));
     ASSERT_TRUE(simulator->Write(Frame(200, 1, 3, 1, "number 200")));
     ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
     RecordingTrace::Clear();
@@ -204,7 +243,7 @@ TEST_F(Simulation, ASimulatorThatVanishesAndComesBackIsConnectedAgainWithNumbers
     AwaitConnection();
     EXPECT_TRUE(driver->IsReady());
     Send("three");
-    EXPECT_EQ(simulator->ReadFrame(), Frame(0, 1, 3, 1, "three"));
+    EXPECT_TRUE(simulator->NextRequestIs("three"));
     // The numbering check starts anew as well: 1 after 200 is no gap.
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "number 1")));
     ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 2; }));
@@ -233,8 +272,8 @@ TEST_F(Simulation, ASimulatorThatStopsReadingIsWarnedOfAndNothingIsAbortedOrLost
     }
     ASSERT_TRUE(RecordingTrace::WaitForLine("WARNING: Command queue not empty, but previous Write operation "
                                             "incomplete (TotalAborted=0)"));
-    for (std::uint8_t packet = 0; packet < 4; ++packet) {
-        ASSERT_EQ(simulator->ReadFrame(), Frame(packet, 1, 3, 1, payload));
+    for (int packet = 0; packet < 4; ++packet) {
+        ASSERT_TRUE(simulator->NextRequestIs(payload)) << packet;
     }
 }
 

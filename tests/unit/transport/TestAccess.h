@@ -1,6 +1,7 @@
 // The transport's inner operations, for its tests.
 #pragma once
 
+#include "ports/CCriticalSectionHelper.h"
 #include "transport/CCyUSBDriver.h"
 
 #include <memory>
@@ -12,6 +13,26 @@ struct CCyUSBDriverTestAccess
     static std::unique_ptr<CSerialPortCommand> PopQueued(CCyUSBDriver& driver)
     {
         return std::unique_ptr<CSerialPortCommand>(driver.m_CommandQueue.Pop());
+    }
+    /// Ends the driver's threads, so that nothing but the test submits packets: left alone, the command thread sends
+    /// an idle packet after every quiet second, also into a test that a busy machine has stopped for that long.
+    static void EndThreads(CCyUSBDriver& driver)
+    {
+        driver.m_hStop.Set();
+        driver.m_hCommandThread.Join();
+        driver.m_hReplyThread.Join();
+    }
+    /// The number that the next packet will have.
+    static std::uint8_t NextNumber(CCyUSBDriver& driver)
+    {
+        const CCriticalSectionHelper lock(driver.m_Lock);
+        return driver.m_nNextPacketNumber;
+    }
+    /// To tell afterwards whether the numbering has begun anew.
+    static void SetNextNumber(CCyUSBDriver& driver, std::uint8_t number)
+    {
+        const CCriticalSectionHelper lock(driver.m_Lock);
+        driver.m_nNextPacketNumber = number;
     }
     static std::size_t Buffered(CCyUSBDriver& driver) { return driver.m_ReplyBuffer.Size(); }
     static void SubmitIdle(CCyUSBDriver& driver) { driver.SendIdlePacket(); }
