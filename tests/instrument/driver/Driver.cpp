@@ -39,6 +39,7 @@ Slot* SlotNamedBy(const UNICODE_STRING& interfaceName)
 
 void InitializeSlot(Slot& slot)
 {
+    slot.generation = 1; // a handle that was refused has none: Wine opens it all the same, see OnCreate
     InitializeListHead(&slot.rules);
     InitializeListHead(&slot.held);
     InitializeListHead(&slot.watchers);
@@ -52,6 +53,7 @@ void InitializeSlot(Slot& slot)
     }
 }
 
+// Wine does not wait for what this says: a refused handle is opened too, but every request on it fails.
 NTSTATUS NTAPI OnCreate(DEVICE_OBJECT* device, IRP* irp)
 {
     NTSTATUS status = STATUS_SUCCESS;

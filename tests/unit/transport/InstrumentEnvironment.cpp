@@ -1,0 +1,8 @@
+#include "tests/instrument/InstrumentEnvironment.h"
+
+namespace {
+
+[[maybe_unused]] const testing::Environment* const environment =
+    testing::AddGlobalTestEnvironment(new instrumentbus::InstrumentEnvironment);
+
+} // namespace
