@@ -18,6 +18,21 @@ constexpr std::int32_t BroadcastPort = 2;
 
 enum class Slot : DWORD { Stop, BlockQueued, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
 
+/// Takes a packet from the front of the reply buffer when it goes, also when handling the packet throws: left there it
+/// would be met, and throw, again and again, with everything behind it waiting.
+class ConsumeAtEnd
+{
+public:
+    ConsumeAtEnd(ReceiveBuffer& buffer, std::size_t length) noexcept : m_buffer(buffer), m_length(length) {}
+    ~ConsumeAtEnd() { m_buffer.Consume(m_length); }
+    ConsumeAtEnd(const ConsumeAtEnd&) = delete;
+    ConsumeAtEnd& operator=(const ConsumeAtEnd&) = delete;
+
+private:
+    ReceiveBuffer& m_buffer;
+    std::size_t m_length;
+};
+
 } // namespace
 
 void CCyUSBDriver::ApppendToReplyProcessQueue(const std::uint8_t* data, std::uint32_t length)
@@ -98,11 +113,13 @@ void CCyUSBDriver::DispatchToDevice(const std::uint8_t* data, std::uint32_t leng
         if (!frame) {
             return; // the partial packet stands at the front and stays
         }
-        if (frame->packetType == wire::PortTraffic) {
-            Deliver(*frame);
+        {
+            const ConsumeAtEnd consume(m_ReplyBuffer, frame->Length());
+            if (frame->packetType == wire::PortTraffic) {
+                Deliver(*frame);
+            }
+            CheckNumber(frame->packetNumber);
         }
-        CheckNumber(frame->packetNumber);
-        m_ReplyBuffer.Consume(frame->Length());
         SyncToFrame();
     }
 }
