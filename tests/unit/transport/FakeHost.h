@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,9 @@ public:
     bool SendToPort(std::int32_t deviceType, std::int32_t port, CCommunicationDriver*, const std::uint8_t* data,
                     std::uint32_t length) override
     {
+        if (port == throwsForPort) {
+            throw std::runtime_error("thrown by the test");
+        }
         const std::lock_guard guard(m_lock);
         if (!m_ports.contains({deviceType, port})) {
             return false;
@@ -52,6 +56,9 @@ public:
     void SignalAllPorts() override { ++signals; }
     bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) override
     {
+        if (productId == throwsForProduct) {
+            throw std::runtime_error("thrown by the test");
+        }
         return vendorId == 0x1E4F && (productId == 0x0100 || productId == 0x0500);
     }
     std::int32_t GetBootloaderVersion(std::uint16_t) override { return 2; }
@@ -63,6 +70,7 @@ public:
     std::uint32_t FindProcess(const std::wstring& name) override
     {
         const std::lock_guard guard(m_lock);
+        m_asked.push_back(name);
         return m_processes.contains(name) ? 1 : 0;
     }
     std::wstring GetFirstHostName() override { return L"First.exe"; }
@@ -94,6 +102,12 @@ public:
         const std::lock_guard guard(m_lock);
         return m_completions;
     }
+    /// The names that FindProcess was asked for.
+    std::vector<std::wstring> Asked() const
+    {
+        const std::lock_guard guard(m_lock);
+        return m_asked;
+    }
     std::map<std::int32_t, std::wstring> Names() const
     {
         const std::lock_guard guard(m_lock);
@@ -103,6 +117,8 @@ public:
     std::atomic<int> signals{0};
     std::atomic<bool> standalone{true};
     std::atomic<DWORD> mainThread{::GetCurrentThreadId()};
+    std::atomic<int> throwsForProduct{-1};
+    std::atomic<int> throwsForPort{-2}; // -1 is an address, too
 
 private:
     mutable std::mutex m_lock;
@@ -111,4 +127,5 @@ private:
     std::vector<std::pair<std::int32_t, std::int32_t>> m_completions;
     std::map<std::int32_t, std::wstring> m_names;
     std::set<std::wstring> m_processes;
+    std::vector<std::wstring> m_asked;
 };

@@ -1,0 +1,186 @@
+// Writes that do not end, or end badly.
+#include "tests/unit/transport/UsbFixture.h"
+#include "usb/ControlCodes.h"
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <vector>
+
+namespace usbtransport {
+
+constexpr const char* Abandoned = "CCyUSBDriver::USBCommandProcessThread() abort previous Write operation";
+
+class UsbStuckWrite : public UsbTransport
+{
+protected:
+    /// The next write hangs until it is aborted; returns once it does.
+    void SendStuck(std::string_view payload)
+    {
+        bus.Release(0);
+        bus.SetRule(For(Out, Action::Hold, 1));
+        Send(payload);
+        ASSERT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.held == 1; }));
+    }
+    std::uint32_t Aborts() { return bus.Count(0, Out).endpointAborts; }
+};
+
+TEST_F(UsbStuckWrite, IsAbortedWhenAnotherPacketWaitsWhichThenGoesOut)
+{
+    Connect();
+    ASSERT_NO_FATAL_FAILURE(SendStuck("stuck"));
+    EXPECT_EQ(Aborts(), 0u);
+    Send("next");
+    nextNumber = 1; // the stuck packet had number 0 and never goes out
+    EXPECT_TRUE(NextIs("next"));
+    EXPECT_EQ(Aborts(), 1u);
+    EXPECT_TRUE(TracedInOrder({
+        "CCyUSBDriver::USBCommandProcessThread() WARNING: Command queue not empty, but previous Write operation "
+        "incomplete (TotalAborted=0)",
+        "CCyUSBDriver::USBCommandProcessThread() abort previous Write operation (TotalAborted=1)",
+    }));
+    // Only what was written counts.
+    EXPECT_TRUE(support::WaitUntil(
+        [&] { return driver->GetTransferredBytes() == 14u * (Access::NextNumber(*driver) - 1u) + 4u; }));
+    EXPECT_TRUE(driver->IsConnected());
+}
+
+TEST_F(UsbStuckWrite, LastsForSixPassesOfAMillisecondAndNotSixTicksOfTheUsualTimer)
+{
+    using Clock = std::chrono::steady_clock;
+    std::mutex lock;
+    std::vector<Clock::time_point> aborts;
+    Connect();
+    RecordingTrace::OnLine([&](const std::string& line) {
+        if (line.starts_with(Abandoned)) {
+            const std::lock_guard guard(lock);
+            aborts.push_back(Clock::now());
+        }
+    });
+    bus.SetRule(For(Out, Action::Hold));
+    for (int packet = 0; packet < 31; ++packet) {
+        Send("x");
+    }
+    ASSERT_TRUE(RecordingTrace::WaitForLine("abort previous Write operation (TotalAborted=30)"));
+    RecordingTrace::OnLine(nullptr);
+    const std::lock_guard guard(lock);
+    auto shortest = Clock::duration::max();
+    for (std::size_t i = 1; i < aborts.size(); ++i) {
+        shortest = std::min(shortest, aborts[i] - aborts[i - 1]);
+    }
+    // Six times Sleep(1), the shortest of many: a busy machine makes some longer. With the usual 15.6 ms it is 94.
+    EXPECT_GE(shortest, std::chrono::microseconds(5'500));
+    EXPECT_LT(shortest, std::chrono::milliseconds(40));
+}
+
+TEST_F(UsbStuckWrite, CountsGrowForTheLifeOfTheThreadOverReconnectsToo)
+{
+    Connect();
+    for (int round = 1; round <= 2; ++round) {
+        ASSERT_NO_FATAL_FAILURE(SendStuck("stuck"));
+        Send("next");
+        ASSERT_TRUE(RecordingTrace::WaitForLine("(TotalAborted=" + std::to_string(round) + ")"));
+        ASSERT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.pending == 0; }));
+    }
+    ASSERT_NO_FATAL_FAILURE(Reopen());
+    ASSERT_NO_FATAL_FAILURE(SendStuck("stuck"));
+    Send("next");
+    EXPECT_TRUE(RecordingTrace::WaitForLine("abort previous Write operation (TotalAborted=3)"));
+}
+
+TEST_F(UsbStuckWrite, ThatEndsLateDoesNotPassForTheNextOne)
+{
+    Connect();
+    // The driver heeds no abort: the first write goes out when its time has come, with the next one under way.
+    Rule deaf = ForControl(usb::ControlAbortPipe, Action::Refuse);
+    deaf.status = 0xC0000010;
+    bus.SetRule(deaf);
+    Rule late = For(Out, Action::Delay, 1);
+    late.milliseconds = 300;
+    bus.SetRule(late);
+    bus.SetRule(For(Out, Action::Hold, 1));
+    Send("late");
+    ASSERT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.held == 1; }));
+    Send("next one");
+    ASSERT_TRUE(RecordingTrace::WaitForLine(Abandoned));
+    ASSERT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.begun == 2; }));
+    EXPECT_TRUE(NextIs("late"));
+    EXPECT_EQ(driver->GetTransferredBytes(), 0u) << "nobody waits for the late one any more";
+    bus.Release(0);
+    EXPECT_TRUE(NextIs("next one"));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("overlapped write 22 bytes"));
+    EXPECT_EQ(RecordingTrace::Count("overlapped write 18 bytes"), 0u);
+}
+
+TEST_F(UsbStuckWrite, FollowedByThousandsLeavesHandlesFlat)
+{
+    Connect();
+    bus.SetRule(For(Out, Action::Hold));
+    const auto abortMore = [&](std::uint32_t count) {
+        const std::uint32_t before = Aborts();
+        for (std::uint32_t packet = 0; packet < count; ++packet) {
+            Send("x");
+        }
+        ASSERT_TRUE(
+            bus.WaitFor(0, Out, [&](const Counters& c) { return c.endpointAborts >= before + count - 1; }));
+    };
+    const auto handles = [] {
+        DWORD count = 0;
+        ::GetProcessHandleCount(::GetCurrentProcess(), &count);
+        return count;
+    };
+    ASSERT_NO_FATAL_FAILURE(abortMore(20));
+    const DWORD before = handles();
+    ASSERT_NO_FATAL_FAILURE(abortMore(150));
+    EXPECT_LE(handles(), before);
+    EXPECT_LE(bus.Count(0, Out).pending, 1u);
+}
+
+TEST_F(UsbStuckWrite, ThatFailsWithAnErrorOfWindowsMakesTheDriverReconnect)
+{
+    Connect();
+    Rule rule = For(Out, Action::Fail, 1);
+    rule.status = StatusIoDeviceError;
+    bus.SetRule(rule);
+    const int signals = host.signals;
+    Send("fails");
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Command-sent failed, reconnecting"));
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection());
+    EXPECT_GE(host.signals, signals + 2) << "at the failure and in the connect procedure";
+    EXPECT_EQ(Aborts(), 1u) << "at the release of the endpoints";
+    Send("after");
+    EXPECT_TRUE(NextIs("after"));
+}
+
+TEST_F(UsbStuckWrite, ThatIsRefusedAtOnceMakesTheDriverReconnectToo)
+{
+    Connect();
+    Rule rule = For(Out, Action::Refuse, 1);
+    rule.status = StatusIoDeviceError;
+    bus.SetRule(rule);
+    Send("refused");
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Command-sent failed, reconnecting"));
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection());
+    Send("after");
+    EXPECT_TRUE(NextIs("after"));
+}
+
+TEST_F(UsbStuckWrite, ThatFailsWithoutAnErrorOfWindowsCountsAsUnderWayUntilItIsAborted)
+{
+    Connect();
+    Rule rule = For(Out, Action::Fail, 1);
+    rule.status = StatusWithoutError;
+    bus.SetRule(rule);
+    const int signals = host.signals;
+    Send("fails");
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Command-sent failed, reconnecting"));
+    EXPECT_EQ(RecordingTrace::Count(Abandoned), 0u);
+    Send("after");
+    nextNumber = 1;
+    EXPECT_TRUE(NextIs("after"));
+    EXPECT_EQ(RecordingTrace::Count(Abandoned), 1u);
+    EXPECT_EQ(RecordingTrace::Count("NotifyState(Not Connected)"), 1u) << "the one of the first connect";
+    EXPECT_EQ(host.signals, signals);
+}
+
+} // namespace usbtransport
