@@ -16,7 +16,7 @@ namespace instrumentbus {
 /// One write of the router.
 struct Written
 {
-    std::uint32_t connection = 0; // the count of opens when it was begun
+    std::uint32_t connection = 0; // the count of opens when the handle that wrote it was opened
     Bytes bytes;
 };
 

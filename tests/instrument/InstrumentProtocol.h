@@ -69,7 +69,7 @@ struct DescriptorHead
 
 struct Taken
 {
-    std::uint32_t connection; // the count of opens when the write was begun
+    std::uint32_t connection; // of the handle that wrote
     std::uint32_t length;     // of the bytes that follow
 };
 

@@ -113,10 +113,17 @@ void UsbInstrument::Vanish()
 
 void UsbInstrument::Leave()
 {
-    m_supply.Cancel();
-    m_take.Cancel();
+    if (!m_remote) {
+        return; // it has not begun
+    }
+    // Unplugged first: that ends supply and watch. Wine's kernel is not up to a cancellation that meets an end.
+    m_control->Unplug(m_place.slot);
+    AwaitSupply();
+    if (m_connection != 0) {
+        ::WaitForSingleObject(m_watch.EventHandle(), INFINITE);
+    }
     m_watch.Cancel();
-    m_control.reset();
+    m_take.Cancel();
 }
 
 void UsbInstrument::OnRefused(const char* what)
@@ -186,13 +193,22 @@ void UsbInstrument::OnWatched()
 void UsbInstrument::SetConnection(std::uint32_t connection)
 {
     if (m_connection != 0) {
-        m_supply.Cancel();
+        AwaitSupply();
         OnRouterGone({});
     }
     m_connection = connection;
     m_latestConnection = std::max(m_latestConnection, connection);
     if (connection != 0) {
         OnConnected();
+    }
+}
+
+void UsbInstrument::AwaitSupply()
+{
+    DWORD length = 0;
+    if (m_supply.IsPending()) {
+        ::WaitForSingleObject(m_supply.EventHandle(), INFINITE);
+        m_supply.Finish(m_remote.Get(), length);
     }
 }
 

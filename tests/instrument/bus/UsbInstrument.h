@@ -46,6 +46,8 @@ private:
     void OnTaken();
     void OnWatched();
     void SetConnection(std::uint32_t connection);
+    /// Of a connection that is over, whose supply the driver ends or has ended.
+    void AwaitSupply();
     void StartTaking();
     void StartWatching();
     /// Ends the run when the driver fails a request.

@@ -12,7 +12,7 @@ using kernel::LockScope;
 struct Chunk
 {
     LIST_ENTRY link;
-    std::uint32_t connection; // written: count of opens at that time; supplied: for whom; fed: 0
+    std::uint32_t connection; // written: of whom; supplied: for whom; fed: 0
     std::uint32_t length;
     std::uint32_t consumed;
 

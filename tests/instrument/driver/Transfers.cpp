@@ -176,7 +176,7 @@ void Store(Request& request, Batch& batch)
     const std::uint32_t bytes = Smaller(request.length, request.limit);
     if (request.slot->plug->keepWritten != 0) {
         request.written->length = bytes;
-        request.written->connection = request.slot->counters.opens;
+        request.written->connection = ConnectionOf(*request.file);
         endpoint.chunkBytes += bytes;
         InsertTailList(&endpoint.chunks, &request.written->link);
         request.written = nullptr;
