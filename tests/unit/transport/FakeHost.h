@@ -2,7 +2,7 @@
 #pragma once
 
 #include "transport/TransportHost.h"
-#include "win32/Windows.h"
+#include "win32/Event.h"
 
 #include <atomic>
 #include <map>
@@ -75,7 +75,12 @@ public:
     }
     std::wstring GetFirstHostName() override { return L"First.exe"; }
     std::wstring GetSecondHostName() override { return L"Second.exe"; }
-    bool IsStandalone() override { return standalone; }
+    /// Asked once in every quiet second, before anything else is done in it.
+    bool IsStandalone() override
+    {
+        quietSeconds.Wait(20'000);
+        return standalone;
+    }
     std::uint32_t MainThreadId() override { return mainThread; }
 
     void AddPort(std::int32_t deviceType, std::int32_t port)
@@ -113,6 +118,9 @@ public:
         const std::lock_guard guard(m_lock);
         return m_names;
     }
+
+    /// While reset, a quiet second does not go on: no idle packet gets in front of what the test sends first.
+    win32::Event quietSeconds{win32::Event::Kind::ManualReset, true};
 
     std::atomic<int> signals{0};
     std::atomic<bool> standalone{true};

@@ -25,6 +25,7 @@ UsbTransport::~UsbTransport()
             std::printf("%s\n", text.c_str());
         }
     }
+    host.quietSeconds.Set();
     driver.reset();
     bus.Clear();
     RecordingTrace::Clear(); // a hook of the test goes before what it refers to
@@ -56,6 +57,7 @@ void UsbTransport::AwaitConnection(std::uint32_t slot)
     ASSERT_TRUE(support::WaitUntil([&] { return Access::NextNumber(*driver) != NotBegun; }));
     ASSERT_TRUE(bus.WaitFor(slot, In, [](const Counters& c) { return c.pending == 1; }));
     m_proceduresBefore = m_procedures;
+    m_connection = bus.Count(slot).opens;
     nextNumber = 0;
 }
 
@@ -80,18 +82,31 @@ void UsbTransport::Send(std::string_view payload)
 {
     driver->Send(3, 1, reinterpret_cast<const std::uint8_t*>(payload.data()),
                  static_cast<std::uint32_t>(payload.size()));
+    host.quietSeconds.Set();
 }
 
 std::optional<std::string> UsbTransport::NextFrame(std::uint32_t slot)
 {
     for (;;) {
         const std::optional<instrumentbus::Written> written = bus.TakeWritten(slot, Out);
-        if (!written || written->bytes.size() < wire::FrameOverhead) {
+        if (!written) {
             return std::nullopt;
         }
-        const std::string frame(written->bytes.begin(), written->bytes.end());
-        EXPECT_EQ(written->bytes[2], nextNumber);
-        if (frame != Frame(nextNumber++, 238, 238, 238, "")) {
+        if (written->connection >= m_connection) {
+            return std::string(written->bytes.begin(), written->bytes.end());
+        }
+    }
+}
+
+std::optional<std::string> UsbTransport::NextRequest(std::uint32_t slot)
+{
+    for (;;) {
+        std::optional<std::string> frame = NextFrame(slot);
+        if (!frame || frame->size() < wire::FrameOverhead) {
+            return std::nullopt;
+        }
+        EXPECT_EQ(static_cast<std::uint8_t>((*frame)[2]), nextNumber);
+        if (*frame != Frame(nextNumber++, 238, 238, 238, "")) {
             return frame;
         }
     }
@@ -99,7 +114,7 @@ std::optional<std::string> UsbTransport::NextFrame(std::uint32_t slot)
 
 testing::AssertionResult UsbTransport::NextIs(std::string_view payload, std::uint32_t slot)
 {
-    const std::optional<std::string> frame = NextFrame(slot);
+    const std::optional<std::string> frame = NextRequest(slot);
     if (!frame) {
         return testing::AssertionFailure() << "nothing was written";
     }

@@ -58,15 +58,17 @@ protected:
     /// Makes the driver connect anew to the instrument in slot 0, which stays plugged.
     void Reopen();
 
-    /// A packet of port (3, 1).
+    /// A packet of port (3, 1). Lets quiet seconds go on (see FakeHost::quietSeconds), if the test has stopped them.
     void Send(std::string_view payload);
 
-    /// The next frame written that is no idle packet; those come after every quiet second, also in the middle of a
-    /// test that a busy machine has stopped for that long. All frames since AwaitConnection count up from 0.
+    /// The next frame written since AwaitConnection; what was written before and not taken is dropped.
     std::optional<std::string> NextFrame(std::uint32_t slot = 0);
-    /// Whether the next frame is what Send makes of `payload`.
+    /// The next of them that is no idle packet; those come after every quiet second, also in the middle of a test that
+    /// a busy machine has stopped for that long. All frames since AwaitConnection count up from 0.
+    std::optional<std::string> NextRequest(std::uint32_t slot = 0);
+    /// Whether the next request is what Send makes of `payload`.
     testing::AssertionResult NextIs(std::string_view payload, std::uint32_t slot = 0);
-    /// The next number that NextFrame expects; a test that loses packets moves it.
+    /// The next number that NextRequest expects; a test that loses packets moves it.
     std::uint8_t nextNumber = 0;
 
     /// The instrument sends: one call is what one read gets.
@@ -89,6 +91,7 @@ protected:
 private:
     std::atomic<int> m_procedures{0}; // connect procedures begun; counted on the command thread
     int m_proceduresBefore = 0;       // those up to the present connection's
+    std::uint32_t m_connection = 0;   // the instrument's count of opens at the present connection
 };
 
 } // namespace usbtransport

@@ -35,12 +35,7 @@ protected:
         });
     }
     /// A quiet second has passed: what the command thread does in one was done.
-    bool AwaitIdlePacket()
-    {
-        const auto written = bus.TakeWritten(0, Out);
-        return written &&
-               std::string(written->bytes.begin(), written->bytes.end()) == Frame(nextNumber++, 238, 238, 238, "");
-    }
+    bool AwaitIdlePacket() { return NextFrame() == Frame(nextNumber++, 238, 238, 238, ""); }
 };
 
 TEST_F(UsbQuiet, SecondsEachBringAnIdlePacketNumberedFrom0AfterEveryConnect)

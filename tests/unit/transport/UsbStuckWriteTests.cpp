@@ -14,6 +14,8 @@ constexpr const char* Abandoned = "CCyUSBDriver::USBCommandProcessThread() abort
 class UsbStuckWrite : public UsbTransport
 {
 protected:
+    UsbStuckWrite() { host.quietSeconds.Reset(); }
+
     /// The next write hangs until it is aborted; returns once it does.
     void SendStuck(std::string_view payload)
     {
