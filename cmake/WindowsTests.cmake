@@ -119,6 +119,6 @@ if(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
         tests/system/RegistryListing.cpp)
     morvane_add_gtest(ui_tests SOURCES ${ui_sources}
         LIBRARIES ${support_libraries} ${trace_library} ${rooms_without_host})
-    add_dependencies(ui_tests MorvanePortRouter InstrumentSimulator)
+    add_dependencies(ui_tests MorvanePortRouter RouterProbe InstrumentSimulator)
     morvane_add_test(TARGET ui_tests LABEL system TIMEOUT 240 ENVIRONMENT MORVANE_DESKTOP=1024x768)
 endif()

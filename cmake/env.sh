@@ -65,7 +65,7 @@ wine_environment() {
 
 ensure_prefix() {
     local prefix=$1 version
-    version="$(wine_environment; wine --version), unmanaged windows"
+    version="$(wine_environment; wine --version), unmanaged windows, fonts"
     mkdir -p "$(dirname "$prefix")"
     (
         flock 9
@@ -82,6 +82,9 @@ ensure_prefix() {
         # virtual display does not have.
         wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >>"$prefix.log" 2>&1 9>&- &&
             wineserver -w || exit 1
+        # Debian's Wine looks for its own fonts where they are not. Without them captions have letters for buttons
+        # and dialogs another font than they ask for.
+        cp /usr/share/wine/fonts/* "$prefix/drive_c/windows/Fonts/" || exit 1
         # Wine links Documents and the like to the caller's home; a test must not write there.
         find "$prefix/drive_c/users" -type l -exec sh -c 'rm "$1" && mkdir "$1"' - {} \;
         echo "$version" >"$prefix/.morvane-ready"
@@ -93,7 +96,8 @@ clone_prefix() {
     local template=$1 prefix=$2
     mkdir -p "$prefix" &&
         tar -C "$template" --exclude='*.dll' --exclude='*.exe' --exclude='*.drv' --exclude='*.ocx' \
-            --exclude='*.cpl' --exclude='*.acm' --exclude='*.ax' --exclude='*.nls' --exclude='*.ttf' -cf - . |
+            --exclude='*.cpl' --exclude='*.acm' --exclude='*.ax' --exclude='*.nls' --exclude='*.ttf' \
+            --exclude='*.fon' -cf - . |
         tar -C "$prefix" -xf - &&
         cp -al --no-clobber "$template/." "$prefix/"
 }

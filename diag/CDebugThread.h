@@ -100,6 +100,7 @@ private:
     void Serve();
     void DispatchMessages();
     Slot Wait() const noexcept;
+    void OnEntriesQueued();
     void ApplySettings();
     std::wstring ChooseLogFilePath();
     void ProcessEntries(std::uint32_t maxCount);

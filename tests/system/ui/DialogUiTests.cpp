@@ -52,8 +52,8 @@ TEST_F(Ui, ChangedMaskAndOkCountFromTheNextLineOnAndStandInTheRegistry)
 
     ASSERT_NO_FATAL_FAILURE(OpenDialogOfPump());
     ASSERT_NO_FATAL_FAILURE(Toggle(IDC_PARSING_LOG));
-    ASSERT_NO_FATAL_FAILURE(Enter(IDC_MAX_PACKET, "4"));
     EXPECT_TRUE(desktop::TakePicture("dialog", Around(Dialog())));
+    ASSERT_NO_FATAL_FAILURE(Enter(IDC_MAX_PACKET, "4"));
     ASSERT_NO_FATAL_FAILURE(Leave(IDOK));
     EXPECT_EQ(SavedOption(Pump, L"DebugMask"), PipeToFile | PacketsToFile);
     EXPECT_EQ(SavedOption(Pump, L"MaxPacketLength"), 4u);

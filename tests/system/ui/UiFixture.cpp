@@ -128,7 +128,7 @@ void Ui::OpenDialog()
     // On a busy machine the second click may come too late for a double click.
     ASSERT_TRUE(support::WaitUntil([] {
         return desktop::DoubleClick(desktop::CenterOf(desktop::TrayIcon())) &&
-               support::WaitUntil([] { return FocusedId() == IDC_DEVICE; }, std::chrono::seconds(3));
+               support::WaitUntil([] { return FocusedId() == IDC_DEVICE; }, std::chrono::seconds(8));
     }));
     ASSERT_TRUE(desktop::WaitForKeyboard("Debug Options"));
 }
@@ -136,8 +136,11 @@ void Ui::OpenDialog()
 void Ui::OpenDialogOfPump()
 {
     ASSERT_NO_FATAL_FAILURE(OpenDialog());
-    ASSERT_TRUE(desktop::Press("s"));
-    ASSERT_TRUE(support::WaitUntil([] { return Text(IDC_DEVICE) == L"Sample pump (3)"; }));
+    // Typed again it changes nothing: no other device begins with it.
+    ASSERT_TRUE(support::WaitUntil([] {
+        return desktop::Press("s") &&
+               support::WaitUntil([] { return Text(IDC_DEVICE) == L"Sample pump (3)"; }, std::chrono::seconds(8));
+    }));
 }
 
 void Ui::Click(int id)
@@ -208,6 +211,7 @@ void Traffic::Run()
         const std::string request = "request " + std::to_string(m_answered + 1);
         if (m_client.Write(request) && m_client.Read() == request) {
             ++m_answered;
+            ::Sleep(5);
         } else {
             m_failed = true;
         }

@@ -66,11 +66,11 @@ protected:
     support::PipeClient client;
 };
 
-/// Requests and echoes on a port of their own, one after the other on a thread of their own, until the end.
+/// Requests and echoes on a port of their own, up to 200 a second, on a thread of their own. Begin opens the pipe.
 class Traffic
 {
 public:
-    /// `pipeName` is that of a registered port. Begins when Begin has opened it.
+    /// `pipeName` is that of a registered port.
     explicit Traffic(std::string pipeName) : m_pipeName(std::move(pipeName)) {}
     ~Traffic() { End(); }
     Traffic(const Traffic&) = delete;
