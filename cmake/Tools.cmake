@@ -29,8 +29,3 @@ foreach(folder ${tool_folders})
         morvane_add_console_program(${tool} SOURCES ${tool_sources} LIBRARIES ${MORVANE_TOOL_LIBRARIES})
     endif()
 endforeach()
-
-morvane_sources(bench_sources bench/*.cpp)
-if(bench_sources)
-    morvane_add_console_program(bench SOURCES ${bench_sources} LIBRARIES ${MORVANE_TOOL_LIBRARIES})
-endif()

@@ -8,6 +8,7 @@
 struct ProcessUsage
 {
     DWORD handles = 0;
+    DWORD threads = 0;
     std::size_t privateBytes = 0;
 };
 

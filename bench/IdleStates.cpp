@@ -1,0 +1,61 @@
+#include "bench/IdleStates.h"
+
+#include "tests/support/UniqueName.h"
+
+namespace bench {
+
+namespace {
+
+constexpr int Ports = 8;
+
+} // namespace
+
+IdleRouter::IdleRouter(RouterSession& session, IdleState state) : m_session(session)
+{
+    if (state != IdleState::NoInstrument) {
+        m_instrument = std::make_unique<Instrument>(SimulatorPipe, true);
+    }
+    m_router = std::make_unique<RunningRouter>(session);
+    for (ULONG port = 1; port <= Ports; ++port) {
+        if (state == IdleState::Connected) {
+            m_clients.push_back(m_router->OpenPort(3, port));
+        } else {
+            session.RegisterPort(3, port, support::UniqueName(L"BenchIdle"));
+        }
+    }
+}
+
+IdleRouter::~IdleRouter()
+{
+    m_clients.clear();
+}
+
+const char* IdleRouter::NameOf(IdleState state)
+{
+    switch (state) {
+    case IdleState::Connected: return "8 ports connected and quiet";
+    case IdleState::NobodyConnected: return "8 ports, nobody connected";
+    case IdleState::NoInstrument: return "8 ports, no instrument";
+    }
+    return "";
+}
+
+double IdleRouter::StatedWakeUps(IdleState state)
+{
+    constexpr double Tray = 1;         // its timer of 1000 ms
+    constexpr double ReplyThread = 1;  // its time-out of 1000 ms
+    constexpr double PortTimeOut = 20; // every 50 ms
+    // A quiet second queues an idle packet: the time-out, the packet, the end of its write; the echo of this
+    // instrument comes back once and goes through the reply thread, instead of that one's time-out.
+    constexpr double CommandThread = 4;
+    switch (state) {
+    case IdleState::Connected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
+    // After each time-out the pipe is made anew, which is a second wake-up.
+    case IdleState::NobodyConnected: return Tray + ReplyThread + CommandThread + Ports * 2 * PortTimeOut;
+    // A look for the instrument every 10 ms, which is a sleep and a wake-up by the event; ports look once a second.
+    case IdleState::NoInstrument: return Tray + ReplyThread + 2 * 100 + Ports;
+    }
+    return 0;
+}
+
+} // namespace bench

@@ -1,0 +1,148 @@
+// bench.exe: measures the router against what its users would have without it, side by side, and prints one table.
+#include "bench/Roles.h"
+#include "bench/Rows.h"
+#include "bench/WireRows.h"
+#include "tests/system/RouterSession.h"
+#include "tools/common/CommandLine.h"
+#include "tools/common/Console.h"
+
+#include <fstream>
+#include <functional>
+#include <set>
+#include <sstream>
+
+namespace {
+
+constexpr const char* Help = R"(usage: bench [switches]
+  --quick             a few of everything: whether it runs, not how fast
+  --only GROUP[,...]  wire, dispatch, trace, start, trips, streams, ports, idle, usb, counted
+  --json FILE         the rows as JSON
+  --server-log FILE   what the Wine server prints: needed to count its requests
+  --calls FILE        the counted requests, thread by thread
+Registers the router of its own folder and removes the router's settings: for a Windows of its own only.
+)";
+
+struct Options
+{
+    bench::Effort effort;
+    std::set<std::string> only;
+    std::string json;
+    std::string serverLog;
+    std::string calls = "bench-calls.txt";
+    bool help = false;
+};
+
+std::optional<commandline::Error> Read(const std::vector<std::string>& arguments, Options& options)
+{
+    return commandline::Parse(arguments, {{"--quick", false, commandline::Set(options.effort.quick)},
+                                          {"--only", true,
+                                           [&options](const std::string& value) {
+                                               std::istringstream groups(value);
+                                               for (std::string group; std::getline(groups, group, ',');) {
+                                                   options.only.insert(group);
+                                               }
+                                               return std::optional<commandline::Error>();
+                                           }},
+                                          {"--json", true, commandline::Store(options.json)},
+                                          {"--server-log", true, commandline::Store(options.serverLog)},
+                                          {"--calls", true, commandline::Store(options.calls)},
+                                          {"--help", false, commandline::Set(options.help)}});
+}
+
+/// Measures one group after the other. A group that fails is told and makes the program fail; the others go on.
+class Run
+{
+public:
+    explicit Run(const Options& options) : m_options(options)
+    {
+        m_table.announce = [](const std::string& line) { console::Say(line); };
+        console::Say(bench::Table::Head());
+    }
+
+    void All()
+    {
+        const bench::Effort& effort = m_options.effort;
+        Group("wire", [&] { AddDumpAndFramingRows(m_table, effort); });
+        Group("dispatch", [&] { AddDispatchRows(m_table, effort); });
+        Group("trace", [&] { AddTraceRows(m_table, effort); });
+        WithRouter("usb", RouterSession::Transport::Usb, &bench::AddUsbRows);
+        WithRouter("start", RouterSession::Transport::Simulation, &bench::AddStartRows);
+        WithRouter("trips", RouterSession::Transport::Simulation, &bench::AddRoundTripRows);
+        WithRouter("streams", RouterSession::Transport::Simulation, &bench::AddStreamRows);
+        WithRouter("ports", RouterSession::Transport::Simulation, &bench::AddScalingRows);
+        WithRouter("idle", RouterSession::Transport::Simulation, &bench::AddIdleRows);
+        if (!m_options.serverLog.empty()) {
+            WithRouter("counted", RouterSession::Transport::Simulation,
+                       [this](bench::Table& table, const bench::Effort& measure, RouterSession& session) {
+                           AddCountedRows(table, measure, session, console::Wide(m_options.serverLog),
+                                          console::Wide(m_options.calls));
+                       });
+        }
+    }
+
+    bool Finish() const
+    {
+        if (!m_options.json.empty()) {
+            std::ofstream(std::filesystem::path(console::Wide(m_options.json))) << m_table.Json();
+        }
+        std::size_t missed = 0;
+        for (const bench::Row& row : m_table.Rows()) {
+            missed += row.IsMet() == false ? 1 : 0;
+        }
+        console::Say(std::to_string(m_table.Rows().size()) + " rows, " + std::to_string(missed) +
+                     " targets missed, " + std::to_string(m_failed) + " groups failed");
+        return m_failed == 0;
+    }
+
+private:
+    void Group(const char* name, const std::function<void()>& measure)
+    {
+        if (!m_options.only.empty() && !m_options.only.contains(name)) {
+            return;
+        }
+        try {
+            measure();
+        } catch (const std::exception& fault) {
+            ++m_failed;
+            console::Say(std::string("FAILED: ") + name + ": " + fault.what());
+        }
+    }
+
+    void WithRouter(const char* name, RouterSession::Transport transport,
+                    const std::function<void(bench::Table&, const bench::Effort&, RouterSession&)>& measure)
+    {
+        Group(name, [&] {
+            RouterSession session(transport);
+            measure(m_table, m_options.effort, session);
+        });
+    }
+
+    const Options& m_options;
+    bench::Table m_table;
+    int m_failed = 0;
+};
+
+} // namespace
+
+int wmain(int count, wchar_t** arguments)
+{
+    try {
+        const std::vector<std::string> words = console::Arguments(count, arguments);
+        if (!words.empty() && words.front() == "--role") {
+            return bench::PlayRole(words);
+        }
+        Options options;
+        if (const auto fault = Read(words, options)) {
+            return console::Fail("bench", *fault + " (--help tells more)", console::UsageError);
+        }
+        if (options.help) {
+            console::Say(Help);
+            return 0;
+        }
+        Run run(options);
+        run.All();
+        return run.Finish() ? 0 : 1;
+    } catch (const std::exception& fault) {
+        return console::Fail("bench", fault.what(), 1);
+    }
+}

@@ -1,0 +1,99 @@
+// 1 to 64 ports, each with a client that does round trips.
+#include "bench/Road.h"
+#include "bench/Rows.h"
+#include "tests/system/ProcessUsage.h"
+#include "win32/Thread.h"
+
+#include <atomic>
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+constexpr std::size_t MessageSize = 64;
+
+using Clients = std::vector<std::unique_ptr<PipeEnd>>;
+
+/// Round trips a second of the first `count` clients together.
+double TotalRate(const Clients& clients, std::size_t count, std::chrono::milliseconds time)
+{
+    std::atomic<bool> stop{false};
+    std::atomic<bool> broken{false};
+    std::atomic<std::uint64_t> trips{0};
+    std::vector<win32::Thread> threads(count);
+    const Stopwatch watch;
+    for (std::size_t i = 0; i < count; ++i) {
+        threads[i].Start([&, client = clients[i].get()] {
+            const std::vector<std::uint8_t> message(MessageSize, 'p');
+            while (!stop && !broken) {
+                if (client->Write(message) && client->ReadExactly(message.size())) {
+                    ++trips;
+                } else {
+                    broken = true;
+                }
+            }
+        });
+    }
+    ::Sleep(static_cast<DWORD>(time.count()));
+    const double rate = static_cast<double>(trips) / watch.Seconds();
+    stop = true;
+    for (win32::Thread& thread : threads) {
+        thread.Join();
+    }
+    if (broken) {
+        throw std::runtime_error("a pipe broke");
+    }
+    return rate;
+}
+
+} // namespace
+
+void AddScalingRows(Table& table, const Effort& effort, RouterSession& session)
+{
+    const Instrument simulator(SimulatorPipe, true);
+    RunningRouter router(session);
+    const auto time = effort.Time(std::chrono::milliseconds(1000));
+    constexpr std::size_t Most = 64;
+    Clients clients;
+    clients.push_back(router.OpenPort(3, 1));
+    TotalRate(clients, 1, time);
+    const ProcessUsage one = UsageOf(router.Id());
+    for (const std::size_t ports : {std::size_t{4}, std::size_t{16}, Most}) {
+        while (clients.size() < ports) {
+            clients.push_back(router.OpenPort(3, static_cast<ULONG>(clients.size() + 1)));
+        }
+        const int rounds = effort.quick ? 1 : 5;
+        const auto [single, all] = InTurn(
+            rounds, [&] { return TotalRate(clients, 1, time); }, [&] { return TotalRate(clients, ports, time); });
+        table.Add({"round trips of " + std::to_string(ports) + " ports together",
+                   "1 port",
+                   {all, "/s"},
+                   Quantity{single, "/s"},
+                   Bound::AtLeast,
+                   1,
+                   ""});
+    }
+    const ProcessUsage many = UsageOf(router.Id());
+    table.Add(
+        {"private memory per port",
+         "",
+         {(static_cast<double>(many.privateBytes) - static_cast<double>(one.privateBytes)) / 1024 / (Most - 1),
+          "KB"},
+         std::nullopt,
+         Bound::AtMost,
+         300,
+         ""});
+    table.Add({"threads per port",
+               "",
+               {(static_cast<double>(many.threads) - static_cast<double>(one.threads)) / (Most - 1), "threads"},
+               std::nullopt,
+               Bound::AtMost,
+               1,
+               ""});
+    for (const auto& client : clients) {
+        client->Close();
+    }
+}
+
+} // namespace bench

@@ -1,0 +1,88 @@
+#include "bench/ServerLog.h"
+
+#include "tests/support/ChildProcess.h"
+#include "win32/Handle.h"
+
+#include <tlhelp32.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+/// The thread and the name of a request ("0024: select( ..."); an answer ("0024: select() = 0 ...") is none.
+bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
+{
+    const std::size_t colon = line.find(": ");
+    const std::size_t open = line.find('(');
+    if (colon != 4 || open == std::string::npos || open < colon + 2 || line.compare(open, 4, "() =") == 0) {
+        return false;
+    }
+    name = line.substr(colon + 2, open - colon - 2);
+    if (name.find_first_not_of("abcdefghijklmnopqrstuvwxyz_0123456789") != std::string::npos) {
+        return false;
+    }
+    thread = std::strtoul(line.c_str(), nullptr, 16);
+    return true;
+}
+
+} // namespace
+
+ServerLog::ServerLog(std::filesystem::path path) : m_path(std::move(path))
+{
+    // The server logs requests from the moment that any program of this session wants it to.
+    ::SetEnvironmentVariableW(L"WINEDEBUG", L"+server");
+    const support::ChildProcess nobody(support::ProgramFolder() / L"bench.exe", L"--role nobody");
+    ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all");
+    if (!nobody.WaitForExit()) {
+        throw std::runtime_error("the Wine server can't be asked to log");
+    }
+}
+
+void ServerLog::Mark(const std::string& name) const
+{
+    // There is no such event, but the question is in the log.
+    const win32::KernelHandle none(::OpenEventA(SYNCHRONIZE, FALSE, ("bench-mark-" + name).c_str()));
+}
+
+std::map<DWORD, Requests> ServerLog::Counted(const std::string& name) const
+{
+    const std::string begin = "bench-mark-begin-" + name + "\"";
+    const std::string end = "bench-mark-end-" + name + "\"";
+    std::map<DWORD, Requests> counted;
+    std::ifstream log(m_path, std::ios::binary);
+    bool counting = false;
+    for (std::string line; std::getline(log, line);) {
+        if (line.find(end) != std::string::npos) {
+            return counted;
+        }
+        DWORD thread = 0;
+        std::string request;
+        if (counting && ParseRequest(line, thread, request)) {
+            ++counted[thread][request];
+        }
+        counting = counting || line.find(begin) != std::string::npos;
+    }
+    throw std::runtime_error("the Wine server's log does not show " + name);
+}
+
+std::vector<DWORD> ThreadsOf(DWORD processId)
+{
+    std::vector<DWORD> threads;
+    const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = ::Thread32First(snapshot.Get(), &entry); more != FALSE;
+         more = ::Thread32Next(snapshot.Get(), &entry))
+    {
+        if (entry.th32OwnerProcessID == processId) {
+            threads.push_back(entry.th32ThreadID);
+        }
+    }
+    return threads;
+}
+
+} // namespace bench

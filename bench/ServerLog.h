@@ -1,0 +1,40 @@
+// What the Wine server was asked for, counted: on Windows each request is a kernel call.
+#pragma once
+
+#include "win32/Windows.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Request name to count.
+using Requests = std::map<std::string, std::uint64_t>;
+
+/// One thread.
+class ServerLog
+{
+public:
+    /// Makes the server log every request from now on into `path`, which is where its errors go.
+    explicit ServerLog(std::filesystem::path path);
+
+    /// Between Begin and End with the same name everything is counted. The calls leave marks in the log.
+    void Begin(const std::string& name) const { Mark("begin-" + name); }
+    void End(const std::string& name) const { Mark("end-" + name); }
+
+    /// The requests of each thread in that time. Throws std::runtime_error when the marks are not there.
+    std::map<DWORD, Requests> Counted(const std::string& name) const;
+
+private:
+    void Mark(const std::string& name) const;
+
+    std::filesystem::path m_path;
+};
+
+/// Ids of all threads of that process.
+std::vector<DWORD> ThreadsOf(DWORD processId);
+
+} // namespace bench

@@ -1,0 +1,107 @@
+// One-way streams: requests without waiting, and replies that come many to a block.
+#include "bench/Road.h"
+#include "bench/Rows.h"
+
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+constexpr std::size_t FloodMessage = 512;
+
+/// Messages a second until the last byte is with the instrument.
+double StreamRate(PipeEnd& client, const Instrument& instrument, std::size_t size, std::size_t count)
+{
+    const std::vector<std::uint8_t> message(size, 's');
+    instrument.Set(Manner::Sink, size * count);
+    const Stopwatch watch;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!client.Write(message)) {
+            throw std::runtime_error("the stream's pipe broke");
+        }
+    }
+    instrument.AwaitGoal();
+    return static_cast<double>(count) / watch.Seconds();
+}
+
+void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulator, RunningRouter& router,
+                   std::size_t size, bool wholeMessages)
+{
+    DirectRoad direct;
+    const std::size_t count = effort.Times(20'000);
+    const auto routed = router.OpenPort(3, 1, wholeMessages ? static_cast<LONG>(size) : 65536);
+    std::uint64_t packets = 0;
+    std::uint64_t messages = 0;
+    const auto [bare, road] = InTurn(
+        effort.Rounds(), [&] { return StreamRate(direct.Client(), direct.TheInstrument(), size, count); },
+        [&] {
+            simulator.Record().packets = 0;
+            const double rate = StreamRate(*routed, simulator, size, wholeMessages ? count / 10 : count);
+            packets += simulator.Record().packets;
+            messages += wholeMessages ? count / 10 : count;
+            return rate;
+        });
+    simulator.Set(Manner::Echo);
+    routed->Close();
+    router.Unregister(3, 1);
+    const double merged = packets != 0 ? static_cast<double>(messages) / static_cast<double>(packets) : 0;
+    std::string note = std::to_string(merged);
+    note.resize(note.find('.') + 2);
+    table.Add(
+        {"requests without waiting, " + std::to_string(size) + " B" + (wholeMessages ? ", one packet each" : ""),
+         "one-way stream on one pipe",
+         {road, "msg/s"},
+         Quantity{bare, "msg/s"},
+         wholeMessages ? Bound::None : Bound::AtLeast,
+         0.5,
+         note + " messages to a packet"});
+}
+
+/// Messages a second from the request for them to the last one.
+double FloodRate(PipeEnd& client, const Instrument& instrument, std::size_t count)
+{
+    const std::vector<std::uint8_t> request(64, 'r');
+    instrument.Set(Manner::Flood, FloodMessage * count);
+    const Stopwatch watch;
+    if (!client.Write(request) || !client.ReadExactly(FloodMessage * count)) {
+        throw std::runtime_error("the replies' pipe broke");
+    }
+    return static_cast<double>(count) / watch.Seconds();
+}
+
+void AddReplyRow(Table& table, const Effort& effort, const Instrument& simulator, RunningRouter& router)
+{
+    DirectRoad direct;
+    const std::size_t count = effort.Times(5000);
+    const auto routed = router.OpenPort(3, 1);
+    const auto [bare, road] = InTurn(
+        effort.Rounds(), [&] { return FloodRate(direct.Client(), direct.TheInstrument(), count); },
+        [&] { return FloodRate(*routed, simulator, count); });
+    simulator.Set(Manner::Echo);
+    routed->Close();
+    router.Unregister(3, 1);
+    table.Add({"replies to one client, 512 B, many to a block",
+               "one-way stream on one pipe",
+               {road, "msg/s"},
+               Quantity{bare, "msg/s"},
+               Bound::AtLeast,
+               0.5,
+               ""});
+}
+
+} // namespace
+
+void AddStreamRows(Table& table, const Effort& effort, RouterSession& session)
+{
+    const Instrument simulator(SimulatorPipe, true);
+    RunningRouter router(session);
+    for (const bool wholeMessages : {false, true}) {
+        for (const std::size_t size : {std::size_t{64}, std::size_t{1024}}) {
+            AddRequestRow(table, effort, simulator, router, size, wholeMessages);
+        }
+    }
+    AddReplyRow(table, effort, simulator, router);
+}
+
+} // namespace bench

@@ -1,0 +1,197 @@
+#include "bench/WireRows.h"
+
+#include "host/PacketText.h"
+#include "ports/WireFormat.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::size_t LongestRead = 65535;
+
+Bytes Pattern(std::size_t count)
+{
+    Bytes bytes(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
+    }
+    return bytes;
+}
+
+/// As many packets of that payload as fit into one read. Each has number 0, after which the next one's number is not
+/// checked: the report of a gap is no part of parsing.
+Bytes BlockOf(std::size_t payloadLength)
+{
+    const Bytes payload(payloadLength, 'x');
+    const wire::Header header = wire::BuildHeader(0, wire::PortTraffic, 3, 1, payload.size());
+    const wire::Trailer trailer = wire::BuildTrailer(payload);
+    Bytes block;
+    while (block.size() + payloadLength + wire::FrameOverhead <= LongestRead) {
+        block.insert(block.end(), header.begin(), header.end());
+        block.insert(block.end(), payload.begin(), payload.end());
+        block.insert(block.end(), trailer.begin(), trailer.end());
+    }
+    return block;
+}
+
+double CopyTime(const Bytes& from, std::size_t times)
+{
+    Bytes to(from.size());
+    return NanosecondsEach(times, [&](std::size_t) {
+        Keep(from.data());
+        std::memcpy(to.data(), from.data(), from.size());
+        Keep(to.data());
+    });
+}
+
+void AddDumpRow(Table& table, const Effort& effort)
+{
+    const Bytes bytes = Pattern(100);
+    const std::size_t times = effort.Times(200'000);
+    const auto [copy, dump] = InTurn(
+        effort.Rounds(), [&] { return CopyTime(bytes, times); },
+        [&] {
+            return NanosecondsEach(times, [&](std::size_t) {
+                std::string text;
+                AppendPacketText(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 100, false, text);
+                Keep(text.data());
+            });
+        });
+    table.Add(
+        {"dump of 100 bytes", "memcpy of the same bytes", {dump, "ns"}, Quantity{copy, "ns"}, Bound::None, 0, ""});
+}
+
+void AddFramingRow(Table& table, const Effort& effort, std::size_t length)
+{
+    const Bytes payload = Pattern(length);
+    const std::size_t times = effort.Times(100'000);
+    const auto [copy, framing] = InTurn(
+        effort.Rounds(), [&] { return CopyTime(payload, times); },
+        [&] {
+            return NanosecondsEach(times, [&](std::size_t i) {
+                const wire::Trailer trailer = wire::BuildTrailer(payload);
+                const wire::Header header = wire::BuildHeader(static_cast<std::uint8_t>(i & 0xFF),
+                                                              wire::PortTraffic, 3, 1, payload.size());
+                Bytes frame;
+                frame.reserve(payload.size() + wire::FrameOverhead);
+                frame.insert(frame.end(), header.begin(), header.end());
+                frame.insert(frame.end(), payload.begin(), payload.end());
+                frame.insert(frame.end(), trailer.begin(), trailer.end());
+                Keep(frame.data());
+            });
+        });
+    table.Add({"framing of " + std::to_string(length) + " bytes, with its allocation",
+               "memcpy of the same bytes",
+               {framing, "ns"},
+               Quantity{copy, "ns"},
+               Bound::None,
+               0,
+               ""});
+}
+
+/// Counts, and times the first and the last tenth of a block.
+class TenthsWatch final : public PacketWatch
+{
+public:
+    explicit TenthsWatch(std::size_t packets) : m_packets(packets) {}
+
+    void OnPacket(std::span<const std::uint8_t> payload) override
+    {
+        Keep(payload.data());
+        const std::size_t tenth = m_packets / 10;
+        if (m_seen == 0 || m_seen == tenth || m_seen + tenth + 1 == m_packets || m_seen + 1 == m_packets) {
+            m_times[m_next++ % m_times.size()] = std::chrono::steady_clock::now();
+        }
+        ++m_seen;
+    }
+    void Begin() noexcept
+    {
+        m_seen = 0;
+        m_next = 0;
+    }
+    double First() const { return Between(0); }
+    double Last() const { return Between(2); }
+    std::size_t Seen() const noexcept { return m_seen; }
+
+private:
+    double Between(std::size_t at) const
+    {
+        return std::chrono::duration<double, std::nano>(m_times[at + 1] - m_times[at]).count();
+    }
+
+    const std::size_t m_packets;
+    std::size_t m_seen = 0;
+    std::size_t m_next = 0;
+    std::array<std::chrono::steady_clock::time_point, 4> m_times{};
+};
+
+class NoWatch final : public PacketWatch
+{
+public:
+    void OnPacket(std::span<const std::uint8_t> payload) override { Keep(payload.data()); }
+};
+
+void AddTenthsRow(Table& table, const Effort& effort, BlockParser& parser, const std::string& name,
+                  std::size_t frameLength)
+{
+    const Bytes block = BlockOf(frameLength - wire::FrameOverhead);
+    const std::size_t packets = block.size() / frameLength;
+    TenthsWatch watch(packets);
+    std::vector<double> first;
+    std::vector<double> last;
+    for (std::size_t i = 0; i < effort.Times(1000); ++i) {
+        watch.Begin();
+        parser.Parse(block, watch);
+        first.push_back(watch.First());
+        last.push_back(watch.Last());
+    }
+    const std::size_t tenth = packets / 10;
+    table.Add({name + ": " + std::to_string(frameLength) + "-byte packets, last tenth of a block",
+               "first tenth of the same block",
+               {Median(last) / static_cast<double>(tenth), "ns/packet"},
+               Quantity{Median(first) / static_cast<double>(tenth), "ns/packet"},
+               Bound::AtMost,
+               1.25,
+               watch.Seen() == packets ? "" : "packets are missing"});
+}
+
+void AddSpeedRow(Table& table, const Effort& effort, BlockParser& parser, const std::string& name,
+                 std::size_t frameLength, Bound bound)
+{
+    const Bytes block = BlockOf(frameLength - wire::FrameOverhead);
+    NoWatch watch;
+    const std::size_t times = effort.Times(1000);
+    const auto [copy, parsing] = InTurn(
+        effort.Rounds(), [&] { return CopyTime(block, times); },
+        [&] { return NanosecondsEach(times, [&](std::size_t) { parser.Parse(block, watch); }); });
+    const auto speed = [&block](double nanoseconds) {
+        return Quantity{static_cast<double>(block.size()) / nanoseconds, "GB/s"};
+    };
+    table.Add({name + ": " + std::to_string(frameLength) + "-byte packets, a full block",
+               "memcpy of the same bytes", speed(parsing), speed(copy), bound, 0.25, ""});
+}
+
+} // namespace
+
+void AddDumpAndFramingRows(Table& table, const Effort& effort)
+{
+    AddDumpRow(table, effort);
+    AddFramingRow(table, effort, 64);
+    AddFramingRow(table, effort, 1024);
+}
+
+void AddParsingRows(Table& table, const Effort& effort, BlockParser& parser, const std::string& name)
+{
+    AddTenthsRow(table, effort, parser, name, 15);
+    AddTenthsRow(table, effort, parser, name, 512);
+    AddSpeedRow(table, effort, parser, name, 15, Bound::None);
+    AddSpeedRow(table, effort, parser, name, 512, Bound::AtLeast);
+}
+
+} // namespace bench
