@@ -4,10 +4,8 @@
 #include "bench/TracerRig.h"
 #include "host/Trace.h"
 
-#include <algorithm>
 #include <fstream>
 #include <iomanip>
-#include <numeric>
 
 namespace bench {
 
@@ -15,12 +13,6 @@ namespace {
 
 constexpr std::size_t MessageSize = 64;
 constexpr int TraceCalls = 1000;
-
-std::uint64_t Sum(const Requests& requests)
-{
-    return std::accumulate(requests.begin(), requests.end(), std::uint64_t{0},
-                           [](std::uint64_t sum, const auto& entry) { return sum + entry.second; });
-}
 
 /// A part of the counted threads, with the name of its program.
 struct Program
@@ -95,7 +87,7 @@ public:
                              static_cast<double>(count));
     }
 
-    /// Waits of the router's threads in a second.
+    /// How often the router's threads are woken in a second.
     double WakeUps(RouterSession& session, IdleState state)
     {
         const IdleRouter idle(session, state);
@@ -110,14 +102,14 @@ public:
         const std::map<DWORD, Requests> counted = m_log.Counted(name);
         m_calls.Write(std::string(IdleRouter::NameOf(state)) + ", requests in a second", counted,
                       {{"router", threads}}, seconds);
-        std::uint64_t waits = 0;
+        std::uint64_t woken = 0;
         for (const DWORD thread : threads) {
             if (const auto found = counted.find(thread); found != counted.end()) {
-                const auto select = found->second.find("select");
-                waits += select != found->second.end() ? select->second : 0;
+                const auto slept = found->second.find(Slept);
+                woken += slept != found->second.end() ? slept->second : 0;
             }
         }
-        return static_cast<double>(waits) / seconds;
+        return static_cast<double>(woken) / seconds;
     }
 
     /// Requests of calls that nobody wants.

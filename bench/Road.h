@@ -13,6 +13,10 @@ namespace bench {
 /// Round trips are started with this, so that nothing of a just opened pipe is measured.
 inline constexpr int WarmUps = 5;
 
+/// What a client registers that has no reason for another size. What it writes faster than the router reads arrives
+/// merged, and a packet holds 65,535 bytes: a larger buffer would lose what is more.
+inline constexpr LONG UsualReadSize = 32768;
+
 /// The instrument of one road, in its own process.
 class Instrument
 {
@@ -47,7 +51,7 @@ public:
     DWORD Id() const noexcept;
     /// Registers the port and opens its pipe; the instrument must echo. A pipe is made anew every 50 ms until somebody
     /// is connected, so one that has answered is through. `readSize`: of the router's buffer for client messages.
-    std::unique_ptr<PipeEnd> OpenPort(LONG deviceType, ULONG port, LONG readSize = 65536);
+    std::unique_ptr<PipeEnd> OpenPort(LONG deviceType, ULONG port, LONG readSize = UsualReadSize);
     void Unregister(LONG deviceType, ULONG port) { m_session.UnregisterPort(deviceType, port); }
     RouterSession& Session() noexcept { return m_session; }
 

@@ -1,7 +1,9 @@
 // 1 to 64 ports, each with a client that does round trips.
 #include "bench/Road.h"
 #include "bench/Rows.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/system/ProcessUsage.h"
+#include "win32/Event.h"
 #include "win32/Thread.h"
 
 #include <atomic>
@@ -14,6 +16,31 @@ namespace {
 constexpr std::size_t MessageSize = 64;
 
 using Clients = std::vector<std::unique_ptr<PipeEnd>>;
+
+double PrivateKilobytes(DWORD process)
+{
+    return static_cast<double>(UsageOf(process).privateBytes) / 1024;
+}
+
+/// Private memory of a thread that does nothing, in this process: what any program pays for a thread here.
+double BareThreadKilobytes()
+{
+    constexpr std::size_t Count = 32;
+    const win32::Event stop(win32::Event::Kind::ManualReset);
+    std::vector<win32::Thread> threads(Count);
+    std::atomic<std::size_t> running{0};
+    const double before = PrivateKilobytes(::GetCurrentProcessId());
+    for (win32::Thread& thread : threads) {
+        thread.Start([&] {
+            ++running;
+            stop.Wait(INFINITE);
+        });
+    }
+    support::WaitUntil([&] { return running == Count; });
+    const double each = (PrivateKilobytes(::GetCurrentProcessId()) - before) / Count;
+    stop.Set();
+    return each;
+}
 
 /// Round trips a second of the first `count` clients together.
 double TotalRate(const Clients& clients, std::size_t count, std::chrono::milliseconds time)
@@ -75,15 +102,16 @@ void AddScalingRows(Table& table, const Effort& effort, RouterSession& session)
                    ""});
     }
     const ProcessUsage many = UsageOf(router.Id());
-    table.Add(
-        {"private memory per port",
-         "",
-         {(static_cast<double>(many.privateBytes) - static_cast<double>(one.privateBytes)) / 1024 / (Most - 1),
-          "KB"},
-         std::nullopt,
-         Bound::AtMost,
-         300,
-         ""});
+    const double bare = BareThreadKilobytes();
+    const double port =
+        (static_cast<double>(many.privateBytes) - static_cast<double>(one.privateBytes)) / 1024 / (Most - 1);
+    table.Add({"private memory per port, beyond its bare thread",
+               "",
+               {port - bare, "KB"},
+               std::nullopt,
+               Bound::AtMost,
+               300,
+               "a thread takes " + std::to_string(static_cast<int>(bare)) + " KB in any program here"});
     table.Add({"threads per port",
                "",
                {(static_cast<double>(many.threads) - static_cast<double>(one.threads)) / (Most - 1), "threads"},

@@ -13,11 +13,19 @@ namespace bench {
 
 namespace {
 
-/// The thread and the name of a request ("0024: select( ..."); an answer ("0024: select() = 0 ...") is none.
+/// The thread and the name of a request, or Slept ("0024: select( ..."); an answer ("0024: select() = 0 ...") is none.
 bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
 {
+    if (line.size() < 6) {
+        return false;
+    }
     const std::size_t colon = line.find(": ");
     const std::size_t open = line.find('(');
+    if (line.compare(4, 21, ": select() = PENDING ") == 0) {
+        thread = std::strtoul(line.c_str(), nullptr, 16);
+        name = Slept;
+        return true;
+    }
     if (colon != 4 || open == std::string::npos || open < colon + 2 || line.compare(open, 4, "() =") == 0) {
         return false;
     }
@@ -67,6 +75,15 @@ std::map<DWORD, Requests> ServerLog::Counted(const std::string& name) const
         counting = counting || line.find(begin) != std::string::npos;
     }
     throw std::runtime_error("the Wine server's log does not show " + name);
+}
+
+std::uint64_t Sum(const Requests& requests)
+{
+    std::uint64_t sum = 0;
+    for (const auto& [name, count] : requests) {
+        sum += name != Slept ? count : 0;
+    }
+    return sum;
 }
 
 std::vector<DWORD> ThreadsOf(DWORD processId)

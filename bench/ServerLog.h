@@ -11,8 +11,13 @@
 
 namespace bench {
 
-/// Request name to count.
+/// Request name to count. A wait that found nothing signalled and put its thread to sleep counts as Slept besides:
+/// so many times the thread was woken.
 using Requests = std::map<std::string, std::uint64_t>;
+inline constexpr const char* Slept = "(slept)";
+
+/// Without what is no request.
+std::uint64_t Sum(const Requests& requests);
 
 /// One thread.
 class ServerLog

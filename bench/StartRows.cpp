@@ -18,7 +18,7 @@ double RouterStartSeconds()
     PipeEnd client;
     const Stopwatch watch;
     if (automation.Create(RouterAutomation::Binding::Early) != RouterAutomation::Result::Done ||
-        automation.Register(3, 1, 65536, 65536, name) != RouterAutomation::Result::Done ||
+        automation.Register(3, 1, UsualReadSize, UsualReadSize, name) != RouterAutomation::Result::Done ||
         !client.Open(name, std::chrono::seconds(20)))
     {
         throw std::runtime_error("the router does not start or serves no pipe");

@@ -30,7 +30,7 @@ void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulat
 {
     DirectRoad direct;
     const std::size_t count = effort.Times(20'000);
-    const auto routed = router.OpenPort(3, 1, wholeMessages ? static_cast<LONG>(size) : 65536);
+    const auto routed = router.OpenPort(3, 1, wholeMessages ? static_cast<LONG>(size) : UsualReadSize);
     std::uint64_t packets = 0;
     std::uint64_t messages = 0;
     const auto [bare, road] = InTurn(
