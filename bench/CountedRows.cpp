@@ -87,18 +87,25 @@ public:
                              static_cast<double>(count));
     }
 
-    /// How often the router's threads are woken in a second.
-    double WakeUps(RouterSession& session, IdleState state)
+    struct Idleness
+    {
+        double wakeUps = 0;   // of the router's threads in a second
+        double processor = 0; // percent of one
+    };
+
+    Idleness Idle(RouterSession& session, IdleState state)
     {
         const IdleRouter idle(session, state);
+        const std::vector<DWORD> threads = ThreadsOf(idle.Id());
         const std::string name = "idle-" + std::to_string(static_cast<int>(state));
-        ::Sleep(500);
+        ::Sleep(500); // for what the start leaves to be done
+        const double before = m_log.ProcessorSeconds(threads.front());
         const Stopwatch watch;
         m_log.Begin(name);
         ::Sleep(static_cast<DWORD>(m_effort.Time(std::chrono::milliseconds(5000)).count()));
         m_log.End(name);
         const double seconds = watch.Seconds();
-        const std::vector<DWORD> threads = ThreadsOf(idle.Id());
+        const double processor = m_log.ProcessorSeconds(threads.front()) - before;
         const std::map<DWORD, Requests> counted = m_log.Counted(name);
         m_calls.Write(std::string(IdleRouter::NameOf(state)) + ", requests in a second", counted,
                       {{"router", threads}}, seconds);
@@ -109,7 +116,7 @@ public:
                 woken += slept != found->second.end() ? slept->second : 0;
             }
         }
-        return static_cast<double>(woken) / seconds;
+        return {static_cast<double>(woken) / seconds, 100 * processor / seconds};
     }
 
     /// Requests of calls that nobody wants.
@@ -170,12 +177,20 @@ void AddCountedRows(Table& table, const Effort& effort, RouterSession& session,
                0,
                ""});
     for (const IdleState state : AllIdleStates) {
+        const Counting::Idleness idleness = counting.Idle(session, state);
         table.Add({std::string("wake-ups, ") + IdleRouter::NameOf(state),
                    "the waits with a time in them",
-                   {counting.WakeUps(session, state), "/s"},
+                   {idleness.wakeUps, "/s"},
                    Quantity{IdleRouter::StatedWakeUps(state), "/s"},
                    Bound::AtMost,
                    1.1,
+                   ""});
+        table.Add({std::string("processor, ") + IdleRouter::NameOf(state),
+                   "one processor",
+                   {idleness.processor, "%"},
+                   std::nullopt,
+                   Bound::None,
+                   0,
                    ""});
     }
 }

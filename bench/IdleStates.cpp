@@ -10,7 +10,7 @@ constexpr int Ports = 8;
 
 } // namespace
 
-IdleRouter::IdleRouter(RouterSession& session, IdleState state) : m_session(session)
+IdleRouter::IdleRouter(RouterSession& session, IdleState state)
 {
     if (state != IdleState::NoInstrument) {
         m_instrument = std::make_unique<Instrument>(SimulatorPipe, true);
@@ -50,10 +50,10 @@ double IdleRouter::StatedWakeUps(IdleState state)
     constexpr double CommandThread = 4;
     switch (state) {
     case IdleState::Connected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
-    // After each time-out the pipe is made anew, which is a second wake-up.
-    case IdleState::NobodyConnected: return Tray + ReplyThread + CommandThread + Ports * 2 * PortTimeOut;
-    // A look for the instrument every 10 ms, which is a sleep and a wake-up by the event; ports look once a second.
-    case IdleState::NoInstrument: return Tray + ReplyThread + 2 * 100 + Ports;
+    // After each time-out the pipe is made anew, by an event that is signalled already when it is waited for.
+    case IdleState::NobodyConnected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
+    // Ports look for a connection once a second. The command thread looks every 10 ms, with a sleep in between.
+    case IdleState::NoInstrument: return Tray + ReplyThread + Ports;
     }
     return 0;
 }

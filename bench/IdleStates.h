@@ -23,13 +23,11 @@ public:
     IdleRouter& operator=(const IdleRouter&) = delete;
 
     static const char* NameOf(IdleState state);
-    /// Wake-ups a second that the waits with a time in them ask for.
+    /// Wake-ups a second that the waits with a time in them ask for; plain sleeps are not counted.
     static double StatedWakeUps(IdleState state);
     DWORD Id() const noexcept { return m_router->Id(); }
-    HANDLE Process() const noexcept { return m_session.Process(); }
 
 private:
-    RouterSession& m_session;
     std::unique_ptr<Instrument> m_instrument;
     std::unique_ptr<RunningRouter> m_router;
     std::vector<std::unique_ptr<PipeEnd>> m_clients;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* Help = R"(usage: bench [switches]
   --quick             a few of everything: whether it runs, not how fast
-  --only GROUP[,...]  wire, dispatch, trace, start, trips, streams, ports, idle, usb, counted
+  --only GROUP[,...]  wire, dispatch, trace, start, trips, streams, ports, usb, counted
   --json FILE         the rows as JSON
   --server-log FILE   what the Wine server prints: needed to count its requests
   --calls FILE        the counted requests, thread by thread
@@ -70,7 +70,6 @@ public:
         WithRouter("trips", RouterSession::Transport::Simulation, &bench::AddRoundTripRows);
         WithRouter("streams", RouterSession::Transport::Simulation, &bench::AddStreamRows);
         WithRouter("ports", RouterSession::Transport::Simulation, &bench::AddScalingRows);
-        WithRouter("idle", RouterSession::Transport::Simulation, &bench::AddIdleRows);
         if (!m_options.serverLog.empty()) {
             WithRouter("counted", RouterSession::Transport::Simulation,
                        [this](bench::Table& table, const bench::Effort& measure, RouterSession& session) {

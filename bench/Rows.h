@@ -20,12 +20,12 @@ void AddStartRows(Table& table, const Effort& effort, RouterSession& session);
 void AddRoundTripRows(Table& table, const Effort& effort, RouterSession& session);
 void AddStreamRows(Table& table, const Effort& effort, RouterSession& session);
 void AddScalingRows(Table& table, const Effort& effort, RouterSession& session);
-void AddIdleRows(Table& table, const Effort& effort, RouterSession& session);
 
 /// The same in USB mode.
 void AddUsbRows(Table& table, const Effort& effort, RouterSession& session);
 
-/// Counts instead of timing, from what the Wine server logs into `serverLog`; from here on everything is slow.
+/// Counts instead of timing, from what the Wine server logs into `serverLog`; from here on everything is slow. The
+/// idle router too: what it takes of a processor is not the server's.
 /// `calls` gets the list of calls, thread by thread. Wants a router as AddRoundTripRows does.
 void AddCountedRows(Table& table, const Effort& effort, RouterSession& session,
                     const std::filesystem::path& serverLog, const std::filesystem::path& calls);

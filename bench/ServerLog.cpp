@@ -5,8 +5,12 @@
 
 #include <tlhelp32.h>
 
+#include <algorithm>
+#include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace bench {
@@ -35,6 +39,27 @@ bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
     }
     thread = std::strtoul(line.c_str(), nullptr, 16);
     return true;
+}
+
+/// From the stat file of that process: user and system time are fields 14 and 15, in hundredths of a second. Windows'
+/// own call tells nothing of another process under Wine.
+double ProcessorSecondsOf(const std::string& unixProcess)
+{
+    std::ifstream stat("Z:\\proc\\" + unixProcess + "\\stat", std::ios::binary);
+    std::string text;
+    std::getline(stat, text);
+    constexpr int FieldsBehindTheName = 11;
+    std::istringstream fields(text.substr(std::min(text.rfind(')') + 1, text.size())));
+    std::string skipped;
+    for (int i = 0; i < FieldsBehindTheName; ++i) {
+        fields >> skipped;
+    }
+    double user = 0;
+    double system = 0;
+    if (!(fields >> user >> system)) {
+        throw std::runtime_error("the processor time of a process can't be read");
+    }
+    return (user + system) / 100;
 }
 
 } // namespace
@@ -75,6 +100,20 @@ std::map<DWORD, Requests> ServerLog::Counted(const std::string& name) const
         counting = counting || line.find(begin) != std::string::npos;
     }
     throw std::runtime_error("the Wine server's log does not show " + name);
+}
+
+double ServerLog::ProcessorSeconds(DWORD firstThread) const
+{
+    std::array<char, 60> start{};
+    std::snprintf(start.data(), start.size(), "%04lx: init_first_thread( unix_pid=", firstThread);
+    const std::string mark = start.data();
+    std::ifstream log(m_path, std::ios::binary);
+    for (std::string line; std::getline(log, line);) {
+        if (line.compare(0, mark.size(), mark) == 0) {
+            return ProcessorSecondsOf(std::to_string(std::strtoul(line.c_str() + mark.size(), nullptr, 10)));
+        }
+    }
+    throw std::runtime_error("the Wine server's log does not show the start of a process");
 }
 
 std::uint64_t Sum(const Requests& requests)

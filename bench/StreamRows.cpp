@@ -29,7 +29,7 @@ void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulat
                    std::size_t size, bool wholeMessages)
 {
     DirectRoad direct;
-    const std::size_t count = effort.Times(20'000);
+    const std::size_t count = effort.Times(5000);
     const auto routed = router.OpenPort(3, 1, wholeMessages ? static_cast<LONG>(size) : UsualReadSize);
     std::uint64_t packets = 0;
     std::uint64_t messages = 0;
@@ -37,9 +37,9 @@ void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulat
         effort.Rounds(), [&] { return StreamRate(direct.Client(), direct.TheInstrument(), size, count); },
         [&] {
             simulator.Record().packets = 0;
-            const double rate = StreamRate(*routed, simulator, size, wholeMessages ? count / 10 : count);
+            const double rate = StreamRate(*routed, simulator, size, wholeMessages ? count / 5 : count);
             packets += simulator.Record().packets;
-            messages += wholeMessages ? count / 10 : count;
+            messages += wholeMessages ? count / 5 : count;
             return rate;
         });
     simulator.Set(Manner::Echo);

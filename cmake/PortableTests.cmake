@@ -1,4 +1,4 @@
-# The native tree: portable sources and their tests, nothing else.
+# The native trees: portable sources and their tests, nothing else.
 include(PortableSources)
 morvane_sources(sources tests/wire/*.cpp)
 if(MORVANE_HAVE_GOOGLETEST AND sources)
@@ -10,3 +10,8 @@ if(MORVANE_HAVE_GOOGLETEST AND sources)
     set_source_files_properties(${MORVANE_PORTABLE_SOURCES} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
     morvane_add_test(TARGET wire_tests LABEL wire)
 endif()
+
+# The benchmark's rows about bytes alone.
+add_executable(bench_native EXCLUDE_FROM_ALL
+    bench/native/Main.cpp bench/Table.cpp bench/WireRows.cpp ports/WireFormat.cpp host/PacketText.cpp)
+target_link_libraries(bench_native PRIVATE morvane_flags)
