@@ -9,12 +9,18 @@
 
 namespace {
 
-EngineLoop::Listener ListenerFor(PacketPrinter* printer, const PlayOptions& options)
+EngineLoop::Listener ListenerFor(PacketPrinter* printer, const PlayOptions& options, const std::string& serving)
 {
     EngineLoop::Listener listener;
-    if (!options.readyEvent.empty()) {
-        listener.served = [&options] { console::Announce(options.readyEvent); };
-    }
+    listener.served = [printer, &options, &serving] {
+        if (printer != nullptr) {
+            printer->Line(serving);
+            printer->Flush();
+        }
+        if (!options.readyEvent.empty()) {
+            console::Announce(options.readyEvent);
+        }
+    };
     if (printer != nullptr) {
         listener.connected = [printer] { printer->Line("router connected"); };
         listener.routerGone = [printer](const std::string& reason) {
@@ -80,10 +86,8 @@ int PlayProgram::Play(const PlayOptions& options, const Place& place, const Make
     const console::StopSignal stop(options.stopEvent);
     const std::unique_ptr<PacketPrinter> printer(options.quiet ? nullptr : std::make_unique<PacketPrinter>());
     instrument::InstrumentEngine engine(options.script, printer.get(), std::move(expected));
-    const std::unique_ptr<EngineLoop> loop = makeLoop(engine, stop.Get(), ListenerFor(printer.get(), options));
-    if (printer) {
-        printer->Line(place.serving);
-    }
+    const std::unique_ptr<EngineLoop> loop =
+        makeLoop(engine, stop.Get(), ListenerFor(printer.get(), options, place.serving));
     const auto start = console::Now();
     const EngineLoop::End end = loop->Run(LimitsOf(options));
     if (printer) {

@@ -18,7 +18,7 @@ public:
     /// Lines about the place the instrument is played at.
     struct Place
     {
-        std::string serving;
+        std::string serving; // as soon as the router can find the instrument
         std::string taken;
         std::string refused; // a reason in parentheses follows
     };

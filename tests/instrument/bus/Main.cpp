@@ -67,7 +67,7 @@ int Run(const std::vector<std::string>& arguments)
         return *code;
     }
     at.slot = static_cast<std::uint32_t>(slot);
-    const PlayProgram::Place place{"plugging in at " + Described(at),
+    const PlayProgram::Place place{"plugged in at " + Described(at),
                                    "slot " + std::to_string(slot) + " is played by somebody else already",
                                    "the device can't be played"};
     return program.Play(options, place,

@@ -23,7 +23,7 @@ constexpr std::size_t LongestWrite = 128u << 10;
 
 constexpr std::chrono::milliseconds InstallationPatience{30'000};
 
-/// How long an instrument that vanishes lets the router read what was sent before.
+/// How long an instrument that goes lets the router read what was sent before.
 constexpr std::chrono::milliseconds LastReads{200};
 
 win32::KernelHandle SlotMutex(std::uint32_t slot)
@@ -104,10 +104,15 @@ void UsbInstrument::Return()
 
 void UsbInstrument::Vanish()
 {
+    m_connection = 0;
+    Unplug();
+}
+
+void UsbInstrument::Unplug()
+{
     // The driver drops what is unread. The router always reads: a moment is enough for it to ask again.
     m_control->WaitFor(
         m_place.slot, InEndpoint, [](const Counters& counters) { return counters.chunks == 0; }, LastReads);
-    m_connection = 0;
     m_control->Unplug(m_place.slot);
 }
 
@@ -117,7 +122,7 @@ void UsbInstrument::Leave()
         return; // it has not begun
     }
     // Unplugged first: that ends supply and watch. Wine's kernel is not up to a cancellation that meets an end.
-    m_control->Unplug(m_place.slot);
+    Unplug();
     AwaitSupply();
     if (m_connection != 0) {
         ::WaitForSingleObject(m_watch.EventHandle(), INFINITE);

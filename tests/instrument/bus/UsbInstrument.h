@@ -42,6 +42,7 @@ private:
     void Leave() override;
 
     bool IsSlotOurs();
+    void Unplug();
     void OnSupplied();
     void OnTaken();
     void OnWatched();

@@ -62,7 +62,7 @@ TEST(BusProgram, PrintsOneLineForEachPacketAndEachComingAndGoing)
     Bus bus(L"");
     ASSERT_TRUE(bus.router.Open());
     ASSERT_TRUE(bus.router.Send(3, 1, "hello"));
-    EXPECT_TRUE(bus.run.WaitUntilSaid("plugging in at slot 0, vendor 0x1E4F, product 0x0100\n"));
+    EXPECT_TRUE(bus.run.WaitUntilSaid("plugged in at slot 0, vendor 0x1E4F, product 0x0100\n"));
     EXPECT_TRUE(bus.run.WaitUntilSaid("router connected\n"));
     EXPECT_TRUE(bus.run.WaitUntilSaid("no   0 type   1 [03,01]     5 bytes 68 65 6c 6c 6f |hello|\n"));
     bus.router.Close();
