@@ -103,7 +103,7 @@ morvane_sources(system_sources tests/system/*.cpp)
 if(system_sources)
     morvane_add_gtest(system_tests SOURCES ${system_sources}
         LIBRARIES ${support_libraries} ${trace_library} ${rooms_without_host})
-    foreach(program MorvanePortRouter RouterProbe InstrumentSimulator)
+    foreach(program MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus)
         if(TARGET ${program})
             add_dependencies(system_tests ${program})
         endif()

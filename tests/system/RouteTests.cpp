@@ -2,6 +2,7 @@
 #include "tests/support/PipeClient.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/RouterSession.h"
+#include "tests/system/ServedPort.h"
 #include "tests/system/SimulatorProcess.h"
 
 #include <gtest/gtest.h>
@@ -46,14 +47,7 @@ protected:
         ASSERT_EQ(session.RegisterPort(deviceType, port, Wide(name)), S_OK);
         OpenServed(client, name);
     }
-    /// A pipe is created anew every 50 ms until somebody is connected, so a first open may be thrown out again: one
-    /// that was answered is through.
-    void OpenServed(PipeClient& client, const std::string& name)
-    {
-        ASSERT_TRUE(support::WaitUntil([&] {
-            return client.Open(name) && client.Write("hello") && client.Read(std::chrono::seconds(3)) == "hello";
-        }));
-    }
+    void OpenServed(PipeClient& client, const std::string& name) { ASSERT_TRUE(served::Open(client, name)); }
 
     RouterSession session{RouterSession::Transport::Simulation};
     std::optional<SimulatorProcess> simulator;

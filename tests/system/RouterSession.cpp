@@ -13,6 +13,7 @@
 namespace {
 
 constexpr const wchar_t* Options = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
+constexpr const wchar_t* Products = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\Products";
 constexpr const wchar_t* Settings = L"Software\\Morvane Biosystems";
 constexpr const wchar_t* RouterName = L"MorvanePortRouter.exe";
 
@@ -65,6 +66,23 @@ void RouterSession::SetMask(int device, DWORD mask)
     const std::wstring name = std::wstring(Options) + L"\\" + std::to_wstring(device);
     win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name.c_str(), KEY_READ | KEY_WRITE)
         .WriteDword(L"DebugMask", mask);
+}
+
+void RouterSession::AddProduct(DWORD productId, DWORD bootloaderVersion)
+{
+    const std::wstring name = std::wstring(Products) + L"\\Product " + std::to_wstring(productId);
+    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name.c_str(), KEY_READ | KEY_WRITE);
+    key.WriteDword(L"ProductID", productId);
+    key.WriteDword(L"BootloaderVersion", bootloaderVersion);
+}
+
+std::filesystem::path RouterSession::WriteFirmware(int productId, const std::string& image) const
+{
+    const std::filesystem::path folder = m_folder / L"Firmware";
+    std::filesystem::create_directories(folder);
+    const std::filesystem::path file = folder / (L"Firmware_" + std::to_wstring(productId) + L".Out");
+    std::ofstream(file, std::ios::binary) << image;
+    return file;
 }
 
 bool RouterSession::Activate()

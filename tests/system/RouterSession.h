@@ -30,6 +30,12 @@ public:
     /// Trace mask of a device number, for routers started from now on.
     static void SetMask(int device, DWORD mask);
 
+    /// An entry of the product table, for routers started from now on. With any, only those are accepted.
+    static void AddProduct(DWORD productId, DWORD bootloaderVersion);
+
+    /// Puts a firmware image for that product beside the program.
+    std::filesystem::path WriteFirmware(int productId, const std::string& image) const;
+
     /// Activates the router, from this thread, and keeps the object. False when that failed.
     bool Activate();
     /// Registers a port with the activated router.

@@ -36,6 +36,15 @@ struct Bus
     UsbRouterEnd router;
 };
 
+std::size_t CountOf(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) {
+        ++count;
+    }
+    return count;
+}
+
 TEST(BusProgram, EchoesEachRequestToItsSender)
 {
     Bus bus(L"");
@@ -82,6 +91,7 @@ TEST(BusProgram, ARouterThatGoesAndComesAgainFindsTheNumberingAfreshAndNoOldAnsw
         ASSERT_TRUE(bus.router.Send(3, 1, "answered and not read"));
         bus.router.Close();
     }
+    EXPECT_TRUE(support::WaitUntil([&] { return CountOf(bus.run.Output(), "router gone\n") == 10; }));
     EXPECT_EQ(bus.Stop(), 0);
     EXPECT_TRUE(bus.run.Said("10 connections"));
     EXPECT_TRUE(bus.run.Said("20 requests")) << "what was written before the close is taken";

@@ -1,0 +1,29 @@
+// Ports of the built router, as clients of the tests use them.
+#pragma once
+
+#include "tests/support/PipeClient.h"
+#include "tests/system/RouterSession.h"
+
+#include <string>
+#include <string_view>
+
+namespace served {
+
+/// Opens a port's pipe and waits until an echo comes through it. A pipe is created anew every 50 ms until somebody is
+/// connected, so a first open may be thrown out again: one that was answered is through.
+inline bool Open(support::PipeClient& client, const std::string& name)
+{
+    return support::WaitUntil([&] {
+        return client.Open(name) && client.Write("hello") && client.Read(std::chrono::seconds(3)) == "hello";
+    });
+}
+
+/// Registers the port under a name of its own; the name, empty when that failed.
+inline std::string Register(RouterSession& session, LONG deviceType, ULONG port)
+{
+    const std::string name = support::UniqueName(std::string_view("Port"));
+    return session.RegisterPort(deviceType, port, std::wstring(name.begin(), name.end())) == S_OK ? name
+                                                                                                  : std::string();
+}
+
+} // namespace served
