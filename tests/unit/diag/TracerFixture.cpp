@@ -138,8 +138,8 @@ std::wstring TracerTest::WindowText()
         const auto length = ::SendMessageW(DebugList(), LB_GETTEXTLEN, static_cast<WPARAM>(i), 0);
         std::wstring line(static_cast<std::size_t>(length) + 1, L'\0');
         ::SendMessageW(DebugList(), LB_GETTEXT, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(line.data()));
-        all += line.c_str();
-        all += L'\n';
+        line.back() = L'\n'; // over the terminator
+        all += line;
     }
     return all;
 }

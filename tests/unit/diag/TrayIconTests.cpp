@@ -44,12 +44,10 @@ protected:
 
     bool TimerRuns() const
     {
-        bool came = false;
         return support::WaitUntil(
             [&] {
-                MSG message;
-                came = came || ::PeekMessageW(&message, m_window, WM_TIMER, WM_TIMER, PM_REMOVE);
-                return came && message.wParam == 1;
+                MSG message{};
+                return ::PeekMessageW(&message, m_window, WM_TIMER, WM_TIMER, PM_REMOVE) && message.wParam == 1;
             },
             std::chrono::milliseconds(3000));
     }

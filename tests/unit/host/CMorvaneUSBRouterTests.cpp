@@ -22,7 +22,7 @@ public:
     ~Bstr() { ::SysFreeString(m_text); }
     Bstr(const Bstr&) = delete;
     Bstr& operator=(const Bstr&) = delete;
-    operator BSTR() const { return m_text; }
+    BSTR Get() const { return m_text; }
 
 private:
     BSTR m_text;
@@ -35,7 +35,7 @@ protected:
 
     HRESULT Register(CMorvaneUSBRouter& router, LONG deviceType, ULONG port, const std::wstring& name)
     {
-        return router.Register(deviceType, port, 256, 256, Bstr(name));
+        return router.Register(deviceType, port, 256, 256, Bstr(name).Get());
     }
 
     FakeRouterHost m_host;
@@ -220,7 +220,7 @@ TEST_F(RouterObject, IsCalledThroughIDispatchWithConvertibleArguments)
     // In reverse order; a script passes 16-bit integers for small numbers.
     VARIANTARG arguments[5]{};
     arguments[0].vt = VT_BSTR;
-    arguments[0].bstrVal = name;
+    arguments[0].bstrVal = name.Get();
     for (int i = 1; i < 5; ++i) {
         arguments[i].vt = VT_I2;
         arguments[i].iVal = 256;

@@ -202,7 +202,7 @@ TEST_F(Aborts, ByTheThousandLeaveHandlesAndMemoryFlat)
     RecordProperty("handles", std::to_string(handles) + " to " + std::to_string(Handles()));
     RecordProperty("bytes", std::to_string(memory) + " to " + std::to_string(PrivateBytes()));
     EXPECT_LE(Handles(), handles);
-    EXPECT_LE(PrivateBytes(), memory + 256 * 1024) << "5,000 lost buffers would be 320 MB";
+    EXPECT_LE(PrivateBytes(), memory + 256u * std::size_t{1024}) << "5,000 lost buffers would be 320 MB";
     EXPECT_EQ(bus.Count(0, In).endpointAborts, 5'200u);
     EXPECT_EQ(bus.Count(0, In).pending, 0u);
 }
