@@ -14,7 +14,7 @@ RequestBlock::RequestBlock(std::size_t trailing)
 
 TransferHeader RequestBlock::Header() const noexcept
 {
-    TransferHeader header;
+    TransferHeader header{};
     std::memcpy(&header, Bytes().data(), sizeof header);
     return header;
 }

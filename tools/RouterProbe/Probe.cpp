@@ -36,7 +36,7 @@ Probe::Probe(const ProbeOptions& options)
 
 std::optional<ProbeFault> Probe::Run()
 {
-    if (const auto fault = m_session.Begin()) {
+    if (auto fault = m_session.Begin()) {
         m_session.End();
         return fault;
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace commandline {
 
@@ -28,7 +29,7 @@ public:
                     return "unexpected argument '" + argument + "'";
                 }
                 words->push_back(argument);
-            } else if (const auto error = ReadSwitch(argument)) {
+            } else if (auto error = ReadSwitch(argument)) {
                 return error;
             }
         }
@@ -122,7 +123,7 @@ Handler StoreSeconds(std::int64_t& milliseconds)
         if (error != std::errc() || end != value.data() + value.size() || !(number >= 0 && number <= 1e6)) {
             return "'" + value + "' is not a number of seconds";
         }
-        milliseconds = static_cast<std::int64_t>(number * 1000 + 0.5);
+        milliseconds = std::llround(number * 1000);
         return std::nullopt;
     };
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace instrument {
 
@@ -178,7 +179,7 @@ Time Words::Milliseconds()
     if (error != std::errc() || end != text.data() + text.size() || !(number >= 0 && number <= 1e9)) {
         throw WrongLine("'" + text + "' is not a time in milliseconds (0 to 1000000000)");
     }
-    return Time(static_cast<Time::rep>(number * 1000 + 0.5));
+    return Time(std::llround(number * 1000));
 }
 
 Address Words::PortAddress()

@@ -12,7 +12,7 @@ namespace {
 
 /// Much more than the router ever has under way, so that neither end waits for the other's buffer.
 constexpr DWORD PipeBuffer = 1024 * 1024;
-constexpr std::size_t ReadBuffer = 256 * 1024;
+constexpr std::size_t ReadBuffer = std::size_t{256} * 1024;
 
 /// The old pipe's name is free only once the router has let go of its end.
 constexpr microseconds NameTakenPause = std::chrono::milliseconds(10);

@@ -10,7 +10,7 @@
 
 /// The methods in the order of the router's type library. Not in the unnamed namespace: there the compiler takes it
 /// that nobody implements the interface, and that its calls are never reached.
-struct RouterMethods : IDispatch
+struct RouterMethods : IDispatch // NOLINT(cppcoreguidelines-virtual-class-destructor): released, never deleted
 {
     virtual HRESULT STDMETHODCALLTYPE Register(LONG deviceType, ULONG port, LONG readBuffer, LONG writeBuffer,
                                                BSTR portName) = 0;

@@ -11,7 +11,7 @@ namespace {
 
 std::filesystem::path FileWith(const support::TempFolder& folder, const std::string& content)
 {
-    const auto path = folder.Path() / support::UniqueName(L"file");
+    auto path = folder.Path() / support::UniqueName(L"file");
     std::ofstream(path, std::ios::binary) << content;
     return path;
 }
