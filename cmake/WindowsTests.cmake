@@ -99,7 +99,7 @@ foreach(room ${MORVANE_ROOMS} tools support bus)
     morvane_add_test(TARGET unit_${room} LABEL unit)
 endforeach()
 
-morvane_sources(system_sources tests/system/*.cpp)
+morvane_sources(system_sources tests/system/*.cpp tests/unit/bus/UsbRouterEnd.cpp)
 if(system_sources)
     morvane_add_gtest(system_tests SOURCES ${system_sources}
         LIBRARIES ${support_libraries} ${trace_library} ${rooms_without_host})

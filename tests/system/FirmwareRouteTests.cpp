@@ -4,10 +4,12 @@
 #include "tests/system/BusProcess.h"
 #include "tests/system/RouterSession.h"
 #include "tests/system/ServedPort.h"
+#include "tests/unit/bus/UsbRouterEnd.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 
 namespace {
@@ -178,6 +180,46 @@ TEST_F(FirmwareRoute, OnceCompletedThereIsNoFurtherDownloadInThisProcess)
     ExpectAllServed();
     EXPECT_EQ(bus->Stop(), 6u);
     EXPECT_NE(bus->Output().find(" 0 firmware messages"), std::string::npos);
+}
+
+/// Megabytes a second of `rounds` messages of `size` bytes, each answered before the next, without any router.
+double BareEcho(std::size_t size, int rounds)
+{
+    UsbRouterEnd end;
+    EXPECT_TRUE(end.Open());
+    const std::string payload(size, 'x');
+    const auto start = std::chrono::steady_clock::now();
+    for (int round = 0; round < rounds; ++round) {
+        EXPECT_TRUE(end.Send(3, 1, payload));
+        EXPECT_TRUE(end.Next());
+    }
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+    end.Close();
+    return static_cast<double>(size) * rounds / time.count() / 1e6;
+}
+
+// Not a test: how fast both are depends on the machine. See docs/firmware.md.
+TEST_F(FirmwareRoute, DISABLED_MeasureTheDownloadAgainstABareEcho)
+{
+    RouterSession::SetMask(-1, 0);
+    RouterSession::SetMask(0, 0);
+    PutImage(1 << 20);
+    Plug({L"accept 4000"});
+    StartRouter();
+    ASSERT_TRUE(bus->WaitUntilSaid(ImageCame));
+    const std::string lines = bus->Output();
+    const std::size_t end = lines.rfind(" MB/s, the same");
+    const std::size_t begin = lines.rfind(' ', end - 1) + 1;
+    session.Release();
+    ASSERT_EQ(session.WaitForEnd(), 0u);
+    EXPECT_EQ(bus->Stop(), 0u);
+    file.clear();
+    Plug({});
+    const double echo = BareEcho(3990, 263);
+    const double download = std::stod(lines.substr(begin, end - begin));
+    std::printf(
+        "download of 1 MB in chunks of 3990 bytes: %.3f MB/s; bare echo of as many: %.3f MB/s; ratio %.2f\n",
+        download, echo, download / echo);
 }
 
 struct Ending
