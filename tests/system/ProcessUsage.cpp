@@ -26,7 +26,7 @@ ProcessUsage UsageOf(DWORD processId)
         SYSTEM_PROCESS_INFORMATION process;
         std::memcpy(&process, at, sizeof process);
         if (reinterpret_cast<std::uintptr_t>(process.UniqueProcessId) == processId) {
-            return {process.HandleCount, process.NumberOfThreads, process.VirtualMemoryCounters.PagefileUsage};
+            return {process.HandleCount, process.VirtualMemoryCounters.PagefileUsage, process.NumberOfThreads};
         }
         if (process.NextEntryOffset == 0) {
             return {};

@@ -8,8 +8,8 @@
 struct ProcessUsage
 {
     DWORD handles = 0;
-    DWORD threads = 0;
     std::size_t privateBytes = 0;
+    DWORD threads = 0;
 };
 
 /// All 0 when no such process runs.

@@ -174,10 +174,7 @@ public:
             return Median(std::vector(all.begin() + static_cast<std::ptrdiff_t>(from),
                                       all.begin() + static_cast<std::ptrdiff_t>(to)));
         };
-        ProcessUsage median;
-        median.handles = part(m_handles);
-        median.privateBytes = part(m_bytes);
-        return median;
+        return {part(m_handles), part(m_bytes)};
     }
 
 private:
