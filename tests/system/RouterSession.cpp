@@ -7,6 +7,7 @@
 #include <objbase.h>
 #include <tlhelp32.h>
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -91,10 +92,14 @@ bool RouterSession::Activate()
     const HRESULT result = ::CoCreateInstance(__uuidof(MorvaneUSBRouter), nullptr, CLSCTX_LOCAL_SERVER,
                                               __uuidof(IMorvaneUSBRouter), &object);
     if (FAILED(result)) {
+        std::printf("the activation failed with 0x%08lX\n", static_cast<unsigned long>(result));
         return false;
     }
     m_object = static_cast<IMorvaneUSBRouter*>(object);
     m_process.Reset(::OpenProcess(PROCESS_ALL_ACCESS, FALSE, FindProgram(RouterName)));
+    if (!m_process) {
+        std::printf("the activated router's process can't be opened (%lu)\n", ::GetLastError());
+    }
     return static_cast<bool>(m_process);
 }
 
