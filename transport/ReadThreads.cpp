@@ -5,6 +5,7 @@
 #include "win32/OverlappedOperation.h"
 #include "win32/WaitSet.h"
 
+#include <new>
 #include <span>
 #include <vector>
 
@@ -112,8 +113,12 @@ void CCyUSBDriver::USBReadWaitThread(CCyUSBEndPoint* in)
     if (in == nullptr) {
         return;
     }
-    EndpointReader reader(*in);
-    RunReader(reader, "CCyUSBDriver::USBReadWaitThread() started", "CCyUSBDriver::USBReadWaitThread() ended");
+    try {
+        EndpointReader reader(*in);
+        RunReader(reader, "CCyUSBDriver::USBReadWaitThread() started", "CCyUSBDriver::USBReadWaitThread() ended");
+    } catch (const std::bad_alloc&) {
+        DropConnection(); // a connection that nobody reads from is none; a new one tries again
+    }
 }
 
 // The simulation's command thread reads the pipe itself; this one is there for a transport that leaves it the reading.

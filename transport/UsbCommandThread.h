@@ -8,7 +8,6 @@
 #include "win32/WaitSet.h"
 
 #include <cstdint>
-#include <optional>
 
 /// What USBCommandProcessThread does, and its state; lives on that thread and is used by it alone. The IN endpoint is
 /// lent to the read thread, which is joined before the device is closed.
@@ -42,6 +41,14 @@ private:
         int outIndex = 0;
     };
 
+    /// A supported device of a scan.
+    struct Choice
+    {
+        std::uint8_t index;
+        std::uint16_t vendorId;
+        std::uint16_t productId;
+    };
+
     void Handle(Slot slot);
     void OnStop();
     void OnDisconnected();
@@ -51,7 +58,7 @@ private:
 
     void ScanDevices();
     bool Query(std::uint8_t index);
-    void ReopenChosen(std::uint8_t index);
+    void ReopenChosen(const Choice& chosen);
     void OnOpened();
     void OnBusy();
     void WriteNext();

@@ -2,6 +2,8 @@
 #include "host/Trace.h"
 #include "transport/UsbCommandThread.h"
 
+#include <optional>
+
 namespace {
 
 constexpr DWORD TimeBetweenScans = 10; // ms
@@ -41,13 +43,13 @@ void UsbCommandThread::ScanDevices()
     const std::uint8_t count = m_device.DeviceCount();
     Trace(trace::RouterChannel, trace::Usb, "Iterate USB devices (Found=%d), looking for Morvane Devices",
           static_cast<int>(count));
-    std::optional<std::uint8_t> chosen;
+    std::optional<Choice> chosen;
     bool chosenIsOpen = false;
     for (std::uint8_t index = 0; index < count; ++index) {
         chosenIsOpen = false; // looking at the next device closes the one before
         try {
             if (Query(index)) {
-                chosen = index;
+                chosen = {index, m_device.VendorId(), m_device.ProductId()};
                 chosenIsOpen = true;
             }
         } catch (...) {
@@ -78,11 +80,14 @@ bool UsbCommandThread::Query(std::uint8_t index)
     return true;
 }
 
-// A foreign device behind the chosen one made the scan close it, and its endpoints went with it.
-void UsbCommandThread::ReopenChosen(std::uint8_t index)
+// A foreign device behind the chosen one made the scan close it, and its endpoints went with it. Another product that
+// stands at its index by now is left to the next scan: the firmware that was read is not for that one.
+void UsbCommandThread::ReopenChosen(const Choice& chosen)
 {
     m_endpoints = {};
-    if (m_device.Open(index) && m_driver.m_Host.IsSupportedProduct(m_device.VendorId(), m_device.ProductId())) {
+    if (m_device.Open(chosen.index) && m_device.VendorId() == chosen.vendorId &&
+        m_device.ProductId() == chosen.productId)
+    {
         m_endpoints = ChooseEndpoints(m_device);
     }
 }

@@ -75,9 +75,11 @@ bool UsbDevice::OpenPath(std::uint8_t index)
     if (!path) {
         return false;
     }
-    m_path = *path;
-    m_device.Reset(::CreateFileA(m_path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+    m_device.Reset(::CreateFileA(path->c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                  nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    if (IsOpen()) {
+        m_path = *path;
+    }
     return IsOpen();
 }
 

@@ -22,6 +22,14 @@ struct CCyUSBDriverTestAccess
         driver.m_hCommandThread.Join();
         driver.m_hReplyThread.Join();
     }
+    static int CommandThreadPriority(CCyUSBDriver& driver)
+    {
+        return ::GetThreadPriority(driver.m_hCommandThread.Get());
+    }
+    static int ReplyThreadPriority(CCyUSBDriver& driver)
+    {
+        return ::GetThreadPriority(driver.m_hReplyThread.Get());
+    }
     /// The number that the next packet will have.
     static std::uint8_t NextNumber(CCyUSBDriver& driver)
     {

@@ -202,6 +202,39 @@ TEST_F(UsbConnect, AnExceptionAtOneIndexDoesNotEndTheScan)
     EXPECT_TRUE(NextIs("to the one in the middle", 1));
 }
 
+TEST_F(UsbConnect, AnotherProductThatHasTakenTheChosenOnesIndexWaitsForTheNextScan)
+{
+    bus.Plug(0, Instrument());
+    bus.Plug(1, Instrument(0x1E4F, 0x0500));
+    bus.Plug(2, Instrument(0x1234, 0x0100));
+    // While the foreign one is looked at, it goes for good and one of another product comes to the chosen one's index.
+    bool done = false;
+    onLine = [&](const std::string& line) {
+        if (line == "Found USB device, VID=4660, PID=256" && !done) {
+            done = true;
+            instrumentbus::InstrumentControl hand;
+            hand.Unplug(0);
+            hand.Unplug(1);
+            hand.Unplug(2);
+            hand.Plug(3, Instrument(0x1E4F, 0x0500));
+            hand.Plug(4, Instrument());
+        }
+    };
+    Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection(4));
+    EXPECT_TRUE(
+        TracedInOrder({"Query USB device #3", "Found USB device, VID=4660", "Connection to USB failed",
+                       "(Found=2)", "Query USB device #2", "Firmware_256.Out", "Connection to USB opened"}));
+    EXPECT_EQ(RecordingTrace::Count("Connection to USB opened"), 1u);
+}
+
+TEST_F(UsbConnect, TheCommandThreadRunsAboveAndTheReplyThreadAtNormalPriority)
+{
+    Start();
+    EXPECT_EQ(Access::CommandThreadPriority(*driver), THREAD_PRIORITY_ABOVE_NORMAL);
+    EXPECT_EQ(Access::ReplyThreadPriority(*driver), THREAD_PRIORITY_NORMAL);
+}
+
 TEST_F(UsbConnect, WithoutABulkOutEndpointThereIsNoConnection)
 {
     bus.Plug(0, InstrumentWith({describe::Endpoint(0x86), describe::Endpoint(0x02, 3)}));

@@ -39,6 +39,9 @@ void UsbTransport::Start()
             Access::SetNextNumber(*driver, NotBegun);
             ++m_procedures;
         }
+        if (onLine) {
+            onLine(line);
+        }
     });
     driver.emplace(false, host);
     driver->Reconnect();

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -83,6 +84,9 @@ protected:
 
     /// Whether lines with these parts were traced one after the other, others in between or not.
     static testing::AssertionResult TracedInOrder(std::initializer_list<std::string_view> parts);
+
+    /// Called for every line traced, on the thread that traces it. To be set before Start.
+    std::function<void(const std::string&)> onLine;
 
     instrumentbus::InstrumentControl bus;
     FakeHost host;
