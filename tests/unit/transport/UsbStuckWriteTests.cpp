@@ -3,9 +3,29 @@
 #include "usb/ControlCodes.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <mutex>
+#include <utility>
 #include <vector>
+
+namespace {
+
+// Calls of Sleep(1) by this thread.
+thread_local int naps = 0;
+
+void WINAPI CountingSleep(DWORD milliseconds)
+{
+    naps += milliseconds == 1 ? 1 : 0;
+    ::SleepEx(milliseconds, FALSE);
+}
+
+} // namespace
+
+// In this program, what the import library has for Sleep is not taken: the calls are counted instead.
+extern "C" {
+void(WINAPI* __imp_Sleep)(DWORD) = CountingSleep; // NOLINT: the linker's name for it
+}
 
 namespace usbtransport {
 
@@ -45,6 +65,25 @@ TEST_F(UsbStuckWrite, IsAbortedWhenAnotherPacketWaitsWhichThenGoesOut)
     EXPECT_TRUE(support::WaitUntil(
         [&] { return driver->GetTransferredBytes() == 14u * (Access::NextNumber(*driver) - 1u) + 4u; }));
     EXPECT_TRUE(driver->IsConnected());
+}
+
+TEST_F(UsbStuckWrite, IsAbortedOnTheSixthBusyPass)
+{
+    std::atomic<int> aborts{0};
+    std::atomic<int> afterSix{0};
+    onLine = [&](const std::string& line) {
+        if (line.starts_with(Abandoned)) {
+            ++aborts;
+            afterSix += std::exchange(naps, 0) == 6 ? 1 : 0;
+        }
+    };
+    Connect();
+    bus.SetRule(For(Out, Action::Hold));
+    for (int packet = 0; packet < 11; ++packet) {
+        Send("x");
+    }
+    ASSERT_TRUE(support::WaitUntil([&] { return aborts == 10; }));
+    EXPECT_EQ(afterSix, 10);
 }
 
 TEST_F(UsbStuckWrite, LastsForSixPassesOfAMillisecondAndNotSixTicksOfTheUsualTimer)
