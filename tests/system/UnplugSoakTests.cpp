@@ -33,7 +33,7 @@ constexpr std::uint8_t In = 0x86;
 std::size_t Rounds()
 {
     const char* const wanted = std::getenv("MORVANE_SOAK_UNPLUGS");
-    return wanted != nullptr ? static_cast<std::size_t>(std::atoi(wanted)) : 6;
+    return wanted != nullptr ? static_cast<std::size_t>(std::atoi(wanted)) : 5;
 }
 
 /// Echoes every packet to its sender and keeps the payloads.

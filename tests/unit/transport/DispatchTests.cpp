@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -128,24 +129,35 @@ TEST_F(Dispatch, NumbersAreCheckedForPacketsOfAnyType)
     EXPECT_EQ(Payloads(), Strings{"a"});
 }
 
-TEST_F(Dispatch, AGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists)
+TEST_F(Dispatch, EveryGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists)
 {
     if (support::DoneInOwnFolder()) {
         return;
     }
     const std::filesystem::path folder = win32::FolderOf(*win32::ModulePath()) + L"Log";
-    const std::filesystem::path file = folder / L"USBPortRouterSkippedPacket.log";
     Feed(Frame(1, 1, 3, 1, "a") + Frame(3, 1, 3, 1, "b"));
     EXPECT_FALSE(std::filesystem::exists(folder));
 
     std::filesystem::create_directory(folder);
-    Feed(Frame(9, 1, 3, 1, "c"));
-    std::ifstream in(file);
-    std::string line;
-    ASSERT_TRUE(std::getline(in, line));
-    EXPECT_NE(line.find("]  Previous Packet#   3  Current Packet# 9  "), std::string::npos) << line;
-    EXPECT_EQ(line[0], '[');
-    EXPECT_FALSE(std::getline(in, line));
+    Feed(Frame(4, 1, 3, 1, "no gap") + Frame(255, 1, 3, 1, "a gap") + Frame(0, 1, 3, 1, "the end of the numbers"));
+    Feed(Frame(1, 1, 3, 1, "unchecked") + Frame(2, 1, 3, 1, "no gap") + Frame(4, 1, 3, 1, "a gap"));
+    std::ifstream in(folder / L"USBPortRouterSkippedPacket.log");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    ASSERT_EQ(lines.size(), 3u);
+    const std::string texts[] = {"]  Previous Packet#   4  Current Packet# 255  ",
+                                 "]  Previous Packet#   255  Current Packet# 0  ",
+                                 "]  Previous Packet#   2  Current Packet# 4  "};
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(lines[i][0], '[');
+        EXPECT_TRUE(lines[i].ends_with(texts[i])) << lines[i];
+        std::string stamp = lines[i].substr(1, lines[i].size() - 1 - texts[i].size());
+        std::ranges::replace_if(
+            stamp, [](char c) { return c >= '0' && c <= '9'; }, '9');
+        EXPECT_EQ(stamp, "99/99/99 99:99:99") << "date and time";
+    }
 }
 
 TEST_F(Dispatch, ABroadcastToPort2ReachesEveryPortNumbered2)

@@ -150,10 +150,4 @@ TEST_F(UsbRead, AnExceptionDuringTheDispatchIsTracedAndTheNextBlockIsHandled)
     }
 }
 
-TEST_F(UsbRead, TheReplyThreadTracesEachQuietSecond)
-{
-    Connect();
-    EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::ReplyProcessThread()IDLE"));
-}
-
 } // namespace usbtransport

@@ -172,7 +172,7 @@ TEST_F(UsbStuckWrite, FollowedByManyMoreLeavesNoHandleBehind)
     };
     ASSERT_NO_FATAL_FAILURE(abortMore(20));
     const DWORD before = handles();
-    ASSERT_NO_FATAL_FAILURE(abortMore(150));
+    ASSERT_NO_FATAL_FAILURE(abortMore(80));
     EXPECT_LE(handles(), before);
     EXPECT_LE(bus.Count(0, Out).pending, 1u);
 }
