@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -18,20 +20,48 @@ constexpr const wchar_t* Products = L"Software\\Morvane Biosystems\\Devices\\Mor
 constexpr const wchar_t* Settings = L"Software\\Morvane Biosystems";
 constexpr const wchar_t* RouterName = L"MorvanePortRouter.exe";
 
-} // namespace
-
-DWORD FindProgram(const std::wstring& name)
+std::vector<DWORD> ProgramsNamed(const std::wstring& name)
 {
+    std::vector<DWORD> found;
     const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
          more = ::Process32NextW(snapshot.Get(), &entry)) {
         if (name == entry.szExeFile) {
-            return entry.th32ProcessID;
+            found.push_back(entry.th32ProcessID);
         }
     }
-    return 0;
+    return found;
+}
+
+/// The router's process; of several programs of its name (one that registered it and is about to leave the list, one
+/// that found it running and ends) the one that goes on.
+win32::KernelHandle OpenRouter()
+{
+    win32::KernelHandle router;
+    support::WaitUntil([&] {
+        std::vector<win32::KernelHandle> running;
+        for (const DWORD id : ProgramsNamed(RouterName)) {
+            win32::KernelHandle process(::OpenProcess(PROCESS_ALL_ACCESS, FALSE, id));
+            if (process && ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT) {
+                running.push_back(std::move(process));
+            }
+        }
+        if (running.size() == 1) {
+            router = std::move(running.front());
+        }
+        return static_cast<bool>(router);
+    });
+    return router;
+}
+
+} // namespace
+
+DWORD FindProgram(const std::wstring& name)
+{
+    const std::vector<DWORD> found = ProgramsNamed(name);
+    return found.empty() ? 0 : found.front();
 }
 
 RouterSession::RouterSession(Transport transport)
@@ -96,9 +126,9 @@ bool RouterSession::Activate()
         return false;
     }
     m_object = static_cast<IMorvaneUSBRouter*>(object);
-    m_process.Reset(::OpenProcess(PROCESS_ALL_ACCESS, FALSE, FindProgram(RouterName)));
+    m_process = OpenRouter();
     if (!m_process) {
-        std::printf("the activated router's process can't be opened (%lu)\n", ::GetLastError());
+        std::printf("the activated router's process can't be found\n");
     }
     return static_cast<bool>(m_process);
 }
