@@ -27,8 +27,8 @@ void TraceFrontEnd::Publish(const DebugOptionsMap& options)
     }
 }
 
-// Kernel objects are asked last: the gate is the only one of these tests that costs a kernel call. A longer line is cut
-// as by _vsnprintf_s with a count of 2055.
+// None of these tests is a kernel call; the gate is asked for its mirror. A longer line is cut as by _vsnprintf_s with a
+// count of 2055.
 void TraceFrontEnd::Write(std::uint32_t effectiveMask, const char* format, std::va_list arguments) noexcept
 {
     if (!m_output.TracerExists() || !m_output.DialogExists() || m_output.DialogIsVisible() || !m_gate.IsSet()) {

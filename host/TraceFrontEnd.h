@@ -6,7 +6,7 @@
 
 #include "diag/DebugOptionsHost.h"
 #include "host/TraceOptionsTable.h"
-#include "win32/Event.h"
+#include "win32/MirroredEvent.h"
 
 #include <atomic>
 #include <cstdarg>
@@ -39,7 +39,7 @@ public:
     TraceFrontEnd& operator=(const TraceFrontEnd&) = delete;
 
     /// The manual-reset event for CDebugOptionsLock; signalled while the options may be read.
-    HANDLE Gate() const noexcept { return m_gate.Get(); }
+    win32::MirroredEvent& Gate() noexcept { return m_gate; }
 
     /// Takes over the options that the trace calls use from now on. Main thread, under a CDebugOptionsLock.
     void Publish(const DebugOptionsMap& options);
@@ -58,7 +58,7 @@ public:
 private:
     static std::atomic<TraceFrontEnd*> s_current;
 
-    win32::Event m_gate{win32::Event::Kind::ManualReset, true};
+    win32::MirroredEvent m_gate{true};
     TraceOptionsTable m_options;
     ITraceOutput& m_output;
 };

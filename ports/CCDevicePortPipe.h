@@ -38,7 +38,13 @@ public:
     bool IsPipeConnected() const noexcept { return m_IsPipeConnected.load(std::memory_order_relaxed); }
 
     /// Makes the worker tear the pipe down and create it anew. Any thread.
-    void RequestPipeRecreate() noexcept { RecreateEvent.Set(); }
+    void RequestPipeRecreate() noexcept
+    {
+        // While nobody answers the request of before, which may be a second, further ones come every 10 ms.
+        if (!m_RecreateRequested.exchange(true)) {
+            RecreateEvent.Set();
+        }
+    }
 
     /// The write of one of this port's packets to the instrument has begun. Any thread. Returns the packets still
     /// pending.
@@ -75,6 +81,7 @@ private:
 
     win32::Event StopEvent{win32::Event::Kind::ManualReset};
     win32::Event RecreateEvent{win32::Event::Kind::AutoReset, true};
+    std::atomic<bool> m_RecreateRequested{true}; // as RecreateEvent, until the worker begins with it
     win32::Event ReadEnableEvent{win32::Event::Kind::AutoReset, true};
 
     CCommandQueue OutQueue;                     // device packets for the client; locks itself

@@ -2,6 +2,7 @@
 
 #include "host/Trace.h"
 
+#include <algorithm>
 #include <new>
 
 namespace {
@@ -38,12 +39,27 @@ void PipeWorker::Run()
           m_fullName.c_str());
     m_port.RequestPipeRecreate();
     while (m_running) {
-        Handle(m_waits.Any(QuietTime));
+        Handle(Wait());
         ForgetWriteBeginInTime();
         ::Sleep(0);
     }
     Trace(m_port.m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread Ended (%s)",
           m_fullName.c_str());
+}
+
+// A packet that is queued while the one before is still being written costs the port 100 ms, in which it does nothing
+// at all. A client that reads takes far less to make room. So for that long the end of the write is let go first, and
+// everything else but the queue with it; then the client is slow indeed, and the queue counts again.
+PipeWorker::Slot PipeWorker::Wait() const
+{
+    if (m_writeComplete || !m_write.IsPending()) {
+        return m_waits.Any(QuietTime);
+    }
+    const ULONGLONG writing = ::GetTickCount64() - m_writingSince;
+    return writing < PermissionTime
+             ? m_waits.AnyBefore(Slot::PacketQueued,
+                                 std::min(QuietTime, PermissionTime - static_cast<DWORD>(writing)))
+             : m_waits.Any(QuietTime);
 }
 
 void PipeWorker::Handle(Slot slot)
@@ -98,6 +114,7 @@ void PipeWorker::OnStop()
 
 void PipeWorker::OnRecreate()
 {
+    m_port.m_RecreateRequested = false; // from here on a request means another re-creation
     if (m_pipe) {
         m_port.m_IsPipeConnected = false;
         ClosePipe();
@@ -297,6 +314,7 @@ void PipeWorker::WriteNext()
     }
     const auto length = static_cast<std::uint32_t>(m_lastWritten->GetLength());
     m_writeComplete = false;
+    m_writingSince = ::GetTickCount64();
     if (!m_write.Write(m_pipe.Get(), m_lastWritten->GetData(), length)) {
         m_write.SignalEvent(); // refused: reported like any other broken write
     }

@@ -31,6 +31,7 @@ private:
         Failed = WAIT_FAILED
     };
 
+    Slot Wait() const;
     void Handle(Slot slot);
     void OnQuiet();
     void OnStop();
@@ -66,6 +67,7 @@ private:
     int m_idlePasses = 0;
     bool m_awaitingWriteBegin = false;
     ULONGLONG m_awaitingSince = 0; // GetTickCount64, meaningful while awaiting
+    ULONGLONG m_writingSince = 0;  // of the last write's start
 
     const win32::WaitSet<Slot, 7> m_waits;
 };

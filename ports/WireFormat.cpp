@@ -59,6 +59,10 @@ Trailer BuildTrailer(std::span<const std::uint8_t> payload) noexcept
 
 std::optional<std::size_t> FindSync(std::span<const std::uint8_t> bytes) noexcept
 {
+    // Behind a packet comes the next one, nearly always.
+    if (bytes.size() >= 2 && bytes[0] == SyncByte && bytes[1] == SyncByte) {
+        return 0;
+    }
     std::size_t from = 0;
     while (from + 1 < bytes.size()) {
         const void* const hit = std::memchr(bytes.data() + from, SyncByte, bytes.size() - 1 - from);

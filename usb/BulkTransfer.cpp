@@ -31,7 +31,7 @@ bool BulkTransfer::BeginRead(CCyUSBEndPoint& endpoint, std::uint32_t length)
 
 bool BulkTransfer::Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::uint32_t length)
 {
-    m_event.Reset();
+    // The start resets the event.
     m_transfer->block.reset(endpoint.BeginDataXfer(buffer, length, &m_transfer->overlapped));
     if (!m_transfer->block) {
         return false;

@@ -13,7 +13,10 @@ namespace win32 {
 class MirroredEvent
 {
 public:
-    MirroredEvent() noexcept : m_event(Event::Kind::ManualReset) {}
+    explicit MirroredEvent(bool signalled = false) noexcept
+        : m_event(Event::Kind::ManualReset, signalled), m_isSet(signalled)
+    {
+    }
 
     void Set() noexcept
     {
@@ -33,7 +36,7 @@ public:
 
 private:
     Event m_event;
-    std::atomic<bool> m_isSet{false};
+    std::atomic<bool> m_isSet;
 };
 
 } // namespace win32

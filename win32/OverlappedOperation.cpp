@@ -8,7 +8,24 @@ OVERLAPPED* OverlappedOperation::Prepare() noexcept
     m_overlapped = OVERLAPPED{};
     m_overlapped.hEvent = m_event.Get();
     m_refusal = ERROR_SUCCESS;
+    m_maybeSignalled = true;
     return &m_overlapped;
+}
+
+void OverlappedOperation::ResetEvent() const noexcept
+{
+    if (!m_maybeSignalled) {
+        return;
+    }
+    m_event.Reset();
+    // What still runs will signal the event yet. Windows writes the result before it does that, and in this thread.
+    m_maybeSignalled = IsPending() && !HasCompleted();
+}
+
+void OverlappedOperation::SignalEvent() const noexcept
+{
+    m_maybeSignalled = true;
+    m_event.Set();
 }
 
 bool OverlappedOperation::Started(HANDLE file, BOOL completed) noexcept

@@ -19,7 +19,9 @@ public:
 
     /// The event to wait for: Windows resets it at a start and sets it at the completion.
     HANDLE EventHandle() const noexcept { return m_event.Get(); }
-    void ResetEvent() const noexcept { m_event.Reset(); }
+    /// No kernel call when the event can't be signalled: nothing was started or signalled since the last reset that
+    /// came after the completion.
+    void ResetEvent() const noexcept;
 
     /// Start an operation; true when it is under way or already complete, false when Windows refused it. A
     /// refused operation never sets the event: Finish then reports the refusal.
@@ -28,9 +30,6 @@ public:
     bool ConnectPipe(HANDLE pipe) noexcept;
     bool Control(HANDLE device, DWORD code, const void* input, DWORD inputLength, void* output,
                  DWORD outputLength) noexcept;
-
-    /// For an operation that another call starts with this OVERLAPPED: zeroes the record but for its event.
-    OVERLAPPED* Prepare() noexcept;
 
     /// Takes the result without waiting. False with GetLastError() when it failed, was refused or still runs.
     bool Finish(HANDLE file, DWORD& transferred) noexcept;
@@ -42,15 +41,18 @@ public:
     bool HasCompleted() const noexcept { return IsPending() && HasOverlappedIoCompleted(&m_overlapped); }
 
     /// Signals the event by hand: lets a wait loop handle a refused start like a failed completion.
-    void SignalEvent() const noexcept { m_event.Set(); }
+    void SignalEvent() const noexcept;
 
     /// Cancels what is under way and waits until Windows has let go of the OVERLAPPED and the buffer.
     void Cancel() noexcept;
 
 private:
+    /// Zeroes the record but for its event.
+    OVERLAPPED* Prepare() noexcept;
     bool Started(HANDLE file, BOOL completed) noexcept;
 
     Event m_event;
+    mutable bool m_maybeSignalled = false; // false: the event is certainly not signalled
     OVERLAPPED m_overlapped{};
     HANDLE m_file = nullptr;         // borrowed; null when nothing is under way
     DWORD m_refusal = ERROR_SUCCESS; // why the last start was refused

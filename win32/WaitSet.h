@@ -31,6 +31,14 @@ public:
         return result < Count || result == WAIT_TIMEOUT ? static_cast<Slot>(result) : Slot::Failed;
     }
 
+    /// The same for the objects in front of `end`: those behind do not count, signalled or not.
+    Slot AnyBefore(Slot end, DWORD milliseconds) const noexcept
+    {
+        const auto count = static_cast<DWORD>(end);
+        const DWORD result = ::WaitForMultipleObjects(count, m_handles.data(), FALSE, milliseconds);
+        return result < count || result == WAIT_TIMEOUT ? static_cast<Slot>(result) : Slot::Failed;
+    }
+
     const HANDLE* Handles() const noexcept { return m_handles.data(); }
 
 private:

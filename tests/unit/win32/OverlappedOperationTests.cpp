@@ -118,6 +118,34 @@ TEST_F(OverlappedOperationTest, TheSameObjectServesManyOperations)
     }
 }
 
+TEST_F(OverlappedOperationTest, AResetThatComesBeforeTheCompletionIsNotTheLastOne)
+{
+    OpenClient();
+    OverlappedOperation read;
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    read.ResetEvent();
+    ClientSays("text");
+    ASSERT_TRUE(WaitFor(read.EventHandle()));
+    ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
+    read.ResetEvent();
+    EXPECT_FALSE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
+}
+
+TEST_F(OverlappedOperationTest, AnEventThatWasSignalledByHandOrByACancellationIsResetAsWell)
+{
+    OpenClient();
+    OverlappedOperation read;
+    read.ResetEvent();
+    read.SignalEvent();
+    ASSERT_TRUE(WaitFor(read.EventHandle()));
+    read.ResetEvent();
+    EXPECT_FALSE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    read.Cancel();
+    read.ResetEvent();
+    EXPECT_FALSE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
+}
+
 TEST_F(OverlappedOperationTest, ARefusedStartIsReportedByFinishWithoutAnEvent)
 {
     OpenClient();

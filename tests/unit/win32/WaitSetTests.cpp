@@ -29,6 +29,17 @@ TEST(WaitSet, OnlyTheCountedAutoResetEventIsConsumed)
     EXPECT_EQ(waits.Any(0), Slot::TimedOut);
 }
 
+TEST(WaitSet, ObjectsFromTheEndOnDoNotCount)
+{
+    const Event stop(Event::Kind::ManualReset);
+    const Event work(Event::Kind::AutoReset, true);
+    const win32::WaitSet<Slot, 2> waits(stop.Get(), work.Get());
+    EXPECT_EQ(waits.AnyBefore(Slot::Work, 1), Slot::TimedOut);
+    EXPECT_EQ(waits.Any(0), Slot::Work);
+    stop.Set();
+    EXPECT_EQ(waits.AnyBefore(Slot::Work, 0), Slot::Stop);
+}
+
 TEST(WaitSet, NothingSignalledIsATimeOut)
 {
     const Event event(Event::Kind::ManualReset);
