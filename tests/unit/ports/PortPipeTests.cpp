@@ -120,8 +120,12 @@ TEST_F(PortPipe, TracesPacketsInBothDirectionsWithTheirDump)
 TEST_F(PortPipe, WithReadBufferSizeZeroThePipeIsThereButNeverCountsAsConnectedAndEverySendSaysNoConnection)
 {
     Make(0);
-    ASSERT_TRUE(client.Open(name));
-    ASSERT_TRUE(RecordingTrace::WaitForLine("CCDevicePortPipe::PipeProcessThread (" + fullName + ") Connected"));
+    // An open may fall into the moment of a re-creation, and then nobody notices it.
+    ASSERT_TRUE(support::WaitUntil([&] {
+        return client.Open(name) &&
+               RecordingTrace::WaitForLine("CCDevicePortPipe::PipeProcessThread (" + fullName + ") Connected",
+                                           std::chrono::milliseconds(200));
+    }));
     // Not connected, the pipe is created anew: the client is thrown out.
     EXPECT_TRUE(client.WaitForBreak());
     EXPECT_FALSE(port->IsPipeConnected());
