@@ -26,7 +26,7 @@ std::string PayloadIn(std::string_view line)
         if ((text[at] != 'x' && text[at] != 'y') || text.size() - at < PayloadLength) {
             continue;
         }
-        const std::string payload = text.substr(at, PayloadLength);
+        std::string payload = text.substr(at, PayloadLength);
         if (std::all_of(payload.begin() + 1, payload.end(), [](char c) { return c >= '0' && c <= '9'; })) {
             return payload;
         }

@@ -66,7 +66,7 @@ public:
     std::optional<std::string> ReadRequest()
     {
         for (;;) {
-            const std::optional<std::string> frame = ReadFrame();
+            std::optional<std::string> frame = ReadFrame();
             if (!frame) {
                 return std::nullopt;
             }

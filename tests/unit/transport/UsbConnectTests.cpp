@@ -2,6 +2,7 @@
 #include "tests/unit/transport/UsbFixture.h"
 #include "usb/ControlCodes.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace usbtransport {

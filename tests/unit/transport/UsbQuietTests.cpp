@@ -3,6 +3,7 @@
 #include "tests/unit/transport/UsbFixture.h"
 #include "win32/ModulePath.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
