@@ -165,7 +165,7 @@ void UsbInstrument::OnTaken()
             }
             return;
         }
-        instrumentbus::Taken head;
+        instrumentbus::Taken head{};
         std::memcpy(&head, m_taken.data(), sizeof head);
         if (head.connection > m_latestConnection) {
             SetConnection(head.connection); // faster than the watch

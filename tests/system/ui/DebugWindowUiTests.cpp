@@ -36,7 +36,7 @@ protected:
 
     void AddLines(int exchanges)
     {
-        const LRESULT wanted = Lines() + 2 * exchanges;
+        const LRESULT wanted = Lines() + LRESULT{2} * exchanges;
         for (int i = 0; i < exchanges; ++i) {
             ASSERT_NO_FATAL_FAILURE(Exchange("sample " + std::to_string(i)));
         }

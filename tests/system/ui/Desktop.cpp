@@ -22,7 +22,7 @@ std::string OutsidePath(const std::filesystem::path& path)
     const auto translate = reinterpret_cast<Translate>(
         reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
     char* const outside = translate != nullptr ? translate(path.c_str()) : nullptr;
-    const std::string copy = outside != nullptr ? outside : "";
+    std::string copy = outside != nullptr ? outside : "";
     ::HeapFree(::GetProcessHeap(), 0, outside);
     return copy;
 }

@@ -88,7 +88,7 @@ TEST_F(WindowLoad, LinesPourIntoTheOpenWindowWhilePacketsGoOn)
         ASSERT_NO_FATAL_FAILURE(Measure(requests, without));
         ASSERT_NO_FATAL_FAILURE(ShowPackets(true));
         ASSERT_NO_FATAL_FAILURE(Measure(requests, with));
-        ASSERT_TRUE(support::WaitUntil([&] { return Lines() >= 2 * requests; })) << "a line for each way";
+        ASSERT_TRUE(support::WaitUntil([&] { return Lines() >= LRESULT{2} * requests; })) << "a line for each way";
         ASSERT_NO_FATAL_FAILURE(ShowPackets(false));
         closed.push_back(without.median);
         open.push_back(with.median);
