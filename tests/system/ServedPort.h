@@ -26,4 +26,19 @@ inline std::string Register(RouterSession& session, LONG deviceType, ULONG port)
                                                                                                   : std::string();
 }
 
+/// Whether ten of the longest payloads come back as they went.
+inline bool EchoesTheLongestPayload(support::PipeClient& client)
+{
+    std::string payload(65'535, '\0');
+    for (std::size_t at = 0; at < payload.size(); ++at) {
+        payload[at] = static_cast<char>(at * 7);
+    }
+    for (int round = 0; round < 10; ++round) {
+        if (!client.Write(payload) || client.Read() != payload) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace served

@@ -2,6 +2,7 @@
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/instrument/InstrumentDriver.h"
 #include "tests/unit/bus/UsbRouterEnd.h"
+#include "tests/unit/tools/Echoes.h"
 #include "tests/unit/tools/ToolRun.h"
 
 #include <gtest/gtest.h>
@@ -49,16 +50,7 @@ TEST(BusProgram, EchoesEachRequestToItsSender)
 {
     Bus bus(L"");
     ASSERT_TRUE(bus.router.Open());
-    for (int i = 0; i < 100; ++i) {
-        const std::string payload = "request " + std::to_string(i);
-        ASSERT_TRUE(bus.router.Send(3, static_cast<std::uint8_t>(i % 4), payload));
-        const auto packet = bus.router.Next();
-        ASSERT_TRUE(packet);
-        EXPECT_EQ(packet->payload, payload);
-        EXPECT_EQ(packet->deviceType, 3);
-        EXPECT_EQ(packet->port, i % 4);
-        EXPECT_EQ(packet->number, i + 1);
-    }
+    ASSERT_NO_FATAL_FAILURE(ExpectEchoesToTheirSenders(bus.router));
     EXPECT_EQ(bus.Stop(), 0);
     EXPECT_TRUE(bus.run.Said("1 connections"));
     EXPECT_TRUE(bus.run.Said("100 requests"));

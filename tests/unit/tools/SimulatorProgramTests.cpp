@@ -1,5 +1,6 @@
 // The built simulator, at a pipe of the test's own.
 #include "tests/support/TempFolder.h"
+#include "tests/unit/tools/Echoes.h"
 #include "tests/unit/tools/RouterEnd.h"
 #include "tests/unit/tools/ToolRun.h"
 
@@ -50,16 +51,7 @@ TEST(SimulatorProgram, EchoesEachRequestToItsSender)
 {
     Simulator simulator(L"");
     ASSERT_TRUE(simulator.router.Open());
-    for (int i = 0; i < 100; ++i) {
-        const std::string payload = "request " + std::to_string(i);
-        ASSERT_TRUE(simulator.router.Send(3, static_cast<std::uint8_t>(i % 4), payload));
-        const auto packet = simulator.router.Next();
-        ASSERT_TRUE(packet);
-        EXPECT_EQ(packet->payload, payload);
-        EXPECT_EQ(packet->deviceType, 3);
-        EXPECT_EQ(packet->port, i % 4);
-        EXPECT_EQ(packet->number, i + 1);
-    }
+    ASSERT_NO_FATAL_FAILURE(ExpectEchoesToTheirSenders(simulator.router));
     EXPECT_EQ(simulator.Stop(), 0);
     EXPECT_TRUE(simulator.run.Said("100 requests"));
     EXPECT_TRUE(simulator.run.Said("0 number gaps, 0 wrong checksums, 0 bytes outside packets"));
