@@ -51,7 +51,7 @@ TEST_F(UsbRead, FullReadsOf65535BytesAreTakenWhole)
     Connect();
     std::string stream;
     std::uint8_t number = 1;
-    while (stream.size() < 3 * 65'535) {
+    while (stream.size() < 3u * std::size_t{65'535}) {
         stream += Frame(number, 1, 3, 1, std::string(20'000, static_cast<char>('a' + number)));
         ++number;
     }
