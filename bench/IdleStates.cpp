@@ -42,7 +42,7 @@ const char* IdleRouter::NameOf(IdleState state)
 
 double IdleRouter::StatedWakeUps(IdleState state)
 {
-    constexpr double Tray = 1;         // its timer of 1000 ms
+    constexpr double Tray = 3;         // its timer of 1000 ms, and the answers of the taskbar that it tells
     constexpr double ReplyThread = 1;  // its time-out of 1000 ms
     constexpr double PortTimeOut = 20; // every 50 ms
     // A quiet second queues an idle packet: the time-out, the packet, the end of its write; the echo of this
