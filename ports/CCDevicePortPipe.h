@@ -10,6 +10,7 @@
 #include "transport/CCommunicationDriver.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
+#include "win32/MirroredEvent.h"
 #include "win32/Thread.h"
 
 #include <atomic>
@@ -79,7 +80,7 @@ private:
     const std::int32_t m_WriteBufferSize;
     const std::string m_PipeName; // without the "\\.\pipe\" prefix
 
-    win32::Event StopEvent{win32::Event::Kind::ManualReset};
+    win32::MirroredEvent StopEvent;
     win32::Event RecreateEvent{win32::Event::Kind::AutoReset, true};
     std::atomic<bool> m_RecreateRequested{true}; // as RecreateEvent, until the worker begins with it
     win32::Event ReadEnableEvent{win32::Event::Kind::AutoReset, true};

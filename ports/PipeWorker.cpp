@@ -52,6 +52,13 @@ void PipeWorker::Run()
 // everything else but the queue with it; then the client is slow indeed, and the queue counts again.
 PipeWorker::Slot PipeWorker::Wait() const
 {
+    // A write that was complete at once needs no wait. Of what comes before it in the list, the connection stands, and
+    // the mirrors tell of the other two.
+    if (m_write.CompletedAtStart() && !m_connect.IsPending() && !m_port.m_RecreateRequested &&
+        !m_port.StopEvent.IsSet())
+    {
+        return Slot::Written;
+    }
     if (m_writeComplete || !m_write.IsPending()) {
         return m_waits.Any(QuietTime);
     }

@@ -32,6 +32,8 @@ public:
 
     /// The mirror; an event that could not be created counts as set.
     bool IsSet() const noexcept { return m_isSet.load() || !m_event.Exists(); }
+    /// Waits for the event itself at most `milliseconds`; true when signalled.
+    bool Wait(DWORD milliseconds) const noexcept { return m_event.Wait(milliseconds); }
     HANDLE Get() const noexcept { return m_event.Get(); }
 
 private:

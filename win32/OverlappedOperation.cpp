@@ -31,6 +31,7 @@ void OverlappedOperation::SignalEvent() const noexcept
 bool OverlappedOperation::Started(HANDLE file, BOOL completed) noexcept
 {
     const DWORD error = completed != FALSE ? ERROR_SUCCESS : ::GetLastError();
+    m_completedAtStart = completed != FALSE;
     if (error == ERROR_SUCCESS || error == ERROR_IO_PENDING) {
         m_file = file;
         return true;

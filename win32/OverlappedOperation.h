@@ -40,6 +40,10 @@ public:
     /// True when the operation under way has its result, whatever became of the event since. Does not ask the kernel.
     bool HasCompleted() const noexcept { return IsPending() && HasOverlappedIoCompleted(&m_overlapped); }
 
+    /// True when the operation under way was complete as soon as it was started: the event is signalled already, and
+    /// a wait for it would be a kernel call for nothing.
+    bool CompletedAtStart() const noexcept { return IsPending() && m_completedAtStart; }
+
     /// Signals the event by hand: lets a wait loop handle a refused start like a failed completion.
     void SignalEvent() const noexcept;
 
@@ -54,6 +58,7 @@ private:
     Event m_event;
     mutable bool m_maybeSignalled = false; // false: the event is certainly not signalled
     OVERLAPPED m_overlapped{};
+    bool m_completedAtStart = false; // the last start
     HANDLE m_file = nullptr;         // borrowed; null when nothing is under way
     DWORD m_refusal = ERROR_SUCCESS; // why the last start was refused
 };

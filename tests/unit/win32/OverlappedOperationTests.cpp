@@ -105,6 +105,26 @@ TEST_F(OverlappedOperationTest, AReadBehindTheDataGetsItToo)
     EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "early");
 }
 
+TEST_F(OverlappedOperationTest, TellsWhetherItWasCompleteAtItsStart)
+{
+    OpenClient();
+    OverlappedOperation read;
+    EXPECT_FALSE(read.CompletedAtStart());
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    EXPECT_FALSE(read.CompletedAtStart());
+    ClientSays("late");
+    ASSERT_TRUE(WaitFor(read.EventHandle()));
+    EXPECT_FALSE(read.CompletedAtStart());
+    ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
+    ClientSays("early");
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    EXPECT_TRUE(read.CompletedAtStart());
+    EXPECT_TRUE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
+    ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
+    EXPECT_FALSE(read.CompletedAtStart());
+    EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "early");
+}
+
 TEST_F(OverlappedOperationTest, TheSameObjectServesManyOperations)
 {
     OpenClient();
