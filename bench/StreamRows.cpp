@@ -70,6 +70,19 @@ double FloodRate(PipeEnd& client, const Instrument& instrument, std::size_t coun
     return static_cast<double>(count) / watch.Seconds();
 }
 
+/// How often a port has slept its 100 ms because its last write was not through, by its own trace.
+std::size_t Naps(const RouterSession& session)
+{
+    const std::string log = session.Log();
+    std::size_t naps = 0;
+    for (std::size_t at = log.find("Write permission denied"); at != std::string::npos;
+         at = log.find("Write permission denied", at + 1))
+    {
+        ++naps;
+    }
+    return naps;
+}
+
 void AddReplyRow(Table& table, const Effort& effort, const Instrument& simulator, RunningRouter& router)
 {
     DirectRoad direct;
@@ -87,7 +100,7 @@ void AddReplyRow(Table& table, const Effort& effort, const Instrument& simulator
                Quantity{bare, "msg/s"},
                Bound::AtLeast,
                0.5,
-               ""});
+               std::to_string(Naps(router.Session())) + " sleeps of 100 ms in all rounds"});
 }
 
 } // namespace
@@ -95,6 +108,7 @@ void AddReplyRow(Table& table, const Effort& effort, const Instrument& simulator
 void AddStreamRows(Table& table, const Effort& effort, RouterSession& session)
 {
     const Instrument simulator(SimulatorPipe, true);
+    RouterSession::SetMask(3, 0x00040000); // a port's life and its naps, into the log
     RunningRouter router(session);
     for (const bool wholeMessages : {false, true}) {
         for (const std::size_t size : {std::size_t{64}, std::size_t{1024}}) {
