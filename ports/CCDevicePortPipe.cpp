@@ -106,7 +106,7 @@ std::int32_t CCDevicePortPipe::PacketCompleted() noexcept
         pending = --PendingCount;
     }
     if (pending < MaximumPending) {
-        ReadEnableEvent.Set();
+        EnableReading();
     }
     return pending;
 }

@@ -47,26 +47,43 @@ void PipeWorker::Run()
           m_fullName.c_str());
 }
 
-// A packet that is queued while the one before is still being written costs the port 100 ms, in which it does nothing
-// at all. A client that reads takes far less to make room. So for that long the end of the write is let go first, and
-// everything else but the queue with it; then the client is slow indeed, and the queue counts again.
 PipeWorker::Slot PipeWorker::Wait() const
 {
-    // A write that was complete at once needs no wait. Of what comes before it in the list, the connection stands, and
-    // the mirrors tell of the other two.
-    if (m_write.CompletedAtStart() && !m_connect.IsPending() && !m_port.m_RecreateRequested &&
-        !m_port.StopEvent.IsSet())
-    {
+    const Slot known = KnownSlot();
+    if (known != Slot::Failed) {
+        return known;
+    }
+    const ULONGLONG writing = m_write.IsPending() ? ::GetTickCount64() - m_writingSince : PermissionTime;
+    // A packet that is queued while the one before is still being written costs the port 100 ms, in which it does
+    // nothing at all. A client that reads takes far less to make room. So for that long the end of the write is let go
+    // first, and everything else but the queue with it; then the client is slow indeed, and the queue counts again.
+    const bool letWriteEnd = writing < PermissionTime;
+    auto heard = Waits::Heard::All();
+    heard.If(Slot::Connected, m_connect.IsAwaited())
+        .If(Slot::Written, m_write.IsAwaited())
+        .If(Slot::ReadDone, m_read.IsAwaited())
+        .If(Slot::PacketQueued, !letWriteEnd);
+    return m_waits.Any(heard, letWriteEnd ? std::min(QuietTime, PermissionTime - static_cast<DWORD>(writing))
+                                          : QuietTime);
+}
+
+// What a wait would find, where that is known without one: the mirrors and the operations tell that nothing in front of
+// it in the list is signalled. Failed when it is not known.
+PipeWorker::Slot PipeWorker::KnownSlot() const
+{
+    if (m_port.StopEvent.IsSet() || m_port.m_RecreateRequested || m_connect.IsAwaited()) {
+        return Slot::Failed;
+    }
+    if (m_write.CompletedAtStart()) {
         return Slot::Written;
     }
-    if (m_writeComplete || !m_write.IsPending()) {
-        return m_waits.Any(QuietTime);
+    const bool readStandsStill = !m_read.IsAwaited() || m_read.IsRunning();
+    if (m_writeComplete && !m_write.IsAwaited() && !m_port.m_ReadEnabled && readStandsStill &&
+        m_port.OutQueue.GetCount() > 0)
+    {
+        return Slot::PacketQueued;
     }
-    const ULONGLONG writing = ::GetTickCount64() - m_writingSince;
-    return writing < PermissionTime
-             ? m_waits.AnyBefore(Slot::PacketQueued,
-                                 std::min(QuietTime, PermissionTime - static_cast<DWORD>(writing)))
-             : m_waits.Any(QuietTime);
+    return Slot::Failed;
 }
 
 void PipeWorker::Handle(Slot slot)
@@ -142,9 +159,9 @@ void PipeWorker::CreatePipe()
     Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe Created %d th time, waiting for connection...",
           m_fullName.c_str(), m_creations++);
     if (m_pipe) {
-        m_connect.ResetEvent();
-        m_read.ResetEvent();
-        m_write.ResetEvent();
+        m_connect.Settle();
+        m_read.Settle();
+        m_write.Settle();
         // A client that was faster than this call is noticed by its first message, or thrown out and let in again
         // by the next re-creation: the result is not looked at.
         m_connect.ConnectPipe(m_pipe.Get());
@@ -160,16 +177,16 @@ void PipeWorker::ClosePipe()
     ::DisconnectNamedPipe(m_pipe.Get());
     m_pipe.Reset();
     // What was cancelled belongs to the closed pipe: its completions must not be taken for the next one's.
-    m_connect.ResetEvent();
-    m_read.ResetEvent();
-    m_write.ResetEvent();
+    m_connect.Settle();
+    m_read.Settle();
+    m_write.Settle();
 }
 
 void PipeWorker::OnConnected()
 {
-    m_connect.ResetEvent();
-    m_read.ResetEvent();
-    m_write.ResetEvent();
+    m_connect.Settle();
+    m_read.Settle();
+    m_write.Settle();
     Trace(m_port.m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread (%s) Connected",
           m_fullName.c_str());
     DWORD unused = 0;
@@ -189,14 +206,14 @@ void PipeWorker::OnConnected()
     Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe connected", m_fullName.c_str());
     m_port.ResetPending();
     m_reading = false;
-    m_port.ReadEnableEvent.Set();
+    m_port.EnableReading();
     m_port.m_IsPipeConnected = true;
     m_writeComplete = true;
 }
 
 void PipeWorker::OnWritten()
 {
-    m_write.ResetEvent();
+    m_write.Settle();
     DWORD unused = 0;
     if (m_write.Finish(m_pipe.Get(), unused)) {
         m_writeComplete = true;
@@ -214,6 +231,7 @@ void PipeWorker::OnWritten()
 void PipeWorker::OnReadEnabled()
 {
     m_awaitingWriteBegin = false;
+    m_port.m_ReadEnabled = false;
     if (!m_reading && m_port.MayRead()) {
         StartRead();
     } else {
@@ -235,7 +253,6 @@ void PipeWorker::StartRead()
         }
         return;
     }
-    m_read.ResetEvent();
     const bool started =
         m_read.Read(m_pipe.Get(), m_readBuffer.get(), static_cast<DWORD>(m_port.m_ReadBufferSize));
     // A client that left right after its last message lets the read fail at once, and Windows sets no event for
@@ -281,11 +298,11 @@ void PipeWorker::OnReadDone()
 void PipeWorker::AwaitWriteBegin(bool submitted)
 {
     if (submitted && m_port.Pending() <= 1) {
-        m_read.ResetEvent(); // the message is through; only a read in progress brings the next one
+        m_read.Settle(); // the message is through; only a read in progress brings the next one
         m_awaitingWriteBegin = true;
         m_awaitingSince = ::GetTickCount64();
     } else {
-        m_port.ReadEnableEvent.Set();
+        m_port.EnableReading();
     }
 }
 
@@ -293,7 +310,7 @@ void PipeWorker::ForgetWriteBeginInTime()
 {
     if (m_awaitingWriteBegin && ::GetTickCount64() - m_awaitingSince >= WriteBeginTime) {
         m_awaitingWriteBegin = false;
-        m_port.ReadEnableEvent.Set();
+        m_port.EnableReading();
     }
 }
 

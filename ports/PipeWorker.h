@@ -31,7 +31,10 @@ private:
         Failed = WAIT_FAILED
     };
 
+    using Waits = win32::WaitSet<Slot, 7>;
+
     Slot Wait() const;
+    Slot KnownSlot() const;
     void Handle(Slot slot);
     void OnQuiet();
     void OnStop();
@@ -69,5 +72,5 @@ private:
     ULONGLONG m_awaitingSince = 0; // GetTickCount64, meaningful while awaiting
     ULONGLONG m_writingSince = 0;  // of the last write's start
 
-    const win32::WaitSet<Slot, 7> m_waits;
+    const Waits m_waits;
 };

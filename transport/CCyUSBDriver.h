@@ -98,7 +98,7 @@ private:
     ITransportHost& m_Host;
 
     win32::MirroredEvent m_hDisconnected; // set: not connected, run the connect procedure
-    win32::Event m_hStop{win32::Event::Kind::ManualReset};
+    win32::MirroredEvent m_hStop;
     win32::Event m_hStopRead{win32::Event::Kind::ManualReset};
     std::atomic<bool> m_bTerminate{false}; // set by the command thread: no host program is left
 

@@ -29,10 +29,24 @@ void SimulationCommandThread::Run()
 {
     Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::SimulationCommandProcessThread() started");
     while (m_running) {
-        Handle(m_waits.Any(QuietTime));
+        Handle(Wait());
         ::Sleep(0);
     }
     Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::SimulationCommandProcessThread() ended");
+}
+
+SimulationCommandThread::Slot SimulationCommandThread::Wait() const
+{
+    // The simulator's pipe nearly always takes a write at once. A wait would find just that, when nothing in front of
+    // it in the list is signalled, which the mirrors and the read tell.
+    if (m_write.CompletedAtStart() && !m_driver.m_hStop.IsSet() && !m_driver.m_hDisconnected.IsSet() &&
+        (!m_read.IsAwaited() || m_read.IsRunning()))
+    {
+        return Slot::WriteDone;
+    }
+    auto heard = Waits::Heard::All();
+    heard.If(Slot::ReadDone, m_read.IsAwaited()).If(Slot::WriteDone, m_write.IsAwaited());
+    return m_waits.Any(heard, QuietTime);
 }
 
 void SimulationCommandThread::Handle(Slot slot)
@@ -92,7 +106,6 @@ void SimulationCommandThread::OnOpened()
 
 void SimulationCommandThread::StartRead()
 {
-    m_read.ResetEvent();
     // A simulator that wrote and left lets the read fail at once, and Windows sets no event for that. Signalled by
     // hand it ends as every other failed read does.
     if (!m_read.Read(m_pipe.Get(), m_readBuffer->data(), CCyUSBDriver::TransferLength)) {
@@ -102,7 +115,7 @@ void SimulationCommandThread::StartRead()
 
 void SimulationCommandThread::OnReadDone()
 {
-    m_read.ResetEvent();
+    m_read.Settle();
     if (!m_pipe) {
         return;
     }
@@ -123,7 +136,7 @@ void SimulationCommandThread::OnReadDone()
 
 void SimulationCommandThread::OnWriteDone()
 {
-    m_write.ResetEvent();
+    m_write.Settle();
     if (!m_writeInFlight || !m_pipe) {
         return;
     }
@@ -170,7 +183,6 @@ void SimulationCommandThread::WriteNext()
         return;
     }
     m_driver.TraceOutgoing(*m_lastWritten);
-    m_write.ResetEvent();
     m_writeInFlight = true;
     if (!m_write.Write(m_pipe.Get(), m_lastWritten->GetData(), static_cast<DWORD>(m_lastWritten->GetLength()))) {
         m_write.SignalEvent(); // refused at once: reported like any other failed write
@@ -206,6 +218,6 @@ void SimulationCommandThread::ClosePipe()
     m_write.Cancel();
     ::DisconnectNamedPipe(m_pipe.Get());
     m_pipe.Reset();
-    m_read.ResetEvent();
-    m_write.ResetEvent();
+    m_read.Settle();
+    m_write.Settle();
 }

@@ -29,6 +29,9 @@ private:
         Failed = WAIT_FAILED
     };
 
+    using Waits = win32::WaitSet<Slot, 5>;
+
+    Slot Wait() const;
     void Handle(Slot slot);
     void OnStop();
     void OnDisconnected();
@@ -60,5 +63,5 @@ private:
     int m_idlePasses = 0;
     const int m_totalAborted = 0; // this thread never aborts; the traces print it all the same
 
-    const win32::WaitSet<Slot, 5> m_waits;
+    const Waits m_waits;
 };

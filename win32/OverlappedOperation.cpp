@@ -8,23 +8,22 @@ OVERLAPPED* OverlappedOperation::Prepare() noexcept
     m_overlapped = OVERLAPPED{};
     m_overlapped.hEvent = m_event.Get();
     m_refusal = ERROR_SUCCESS;
-    m_maybeSignalled = true;
     return &m_overlapped;
 }
 
-void OverlappedOperation::ResetEvent() const noexcept
+void OverlappedOperation::Settle() noexcept
 {
-    if (!m_maybeSignalled) {
-        return;
+    m_awaited = IsRunning();
+    if (m_awaited && m_signalledByHand) {
+        m_event.Reset();
     }
-    m_event.Reset();
-    // What still runs will signal the event yet. Windows writes the result before it does that, and in this thread.
-    m_maybeSignalled = IsPending() && !HasCompleted();
+    m_signalledByHand = false;
 }
 
-void OverlappedOperation::SignalEvent() const noexcept
+void OverlappedOperation::SignalEvent() noexcept
 {
-    m_maybeSignalled = true;
+    m_awaited = true;
+    m_signalledByHand = true;
     m_event.Set();
 }
 
@@ -32,7 +31,9 @@ bool OverlappedOperation::Started(HANDLE file, BOOL completed) noexcept
 {
     const DWORD error = completed != FALSE ? ERROR_SUCCESS : ::GetLastError();
     m_completedAtStart = completed != FALSE;
-    if (error == ERROR_SUCCESS || error == ERROR_IO_PENDING) {
+    m_awaited = error == ERROR_SUCCESS || error == ERROR_IO_PENDING;
+    m_signalledByHand = false;
+    if (m_awaited) {
         m_file = file;
         return true;
     }

@@ -19,9 +19,14 @@ public:
 
     /// The event to wait for: Windows resets it at a start and sets it at the completion.
     HANDLE EventHandle() const noexcept { return m_event.Get(); }
-    /// No kernel call when the event can't be signalled: nothing was started or signalled since the last reset that
-    /// came after the completion.
-    void ResetEvent() const noexcept;
+    void ResetEvent() const noexcept { m_event.Reset(); }
+
+    /// Instead of a reset, for a loop that listens to the event only while IsAwaited(): makes that false unless an
+    /// operation still runs. The event stays as it is, which costs nothing, and Windows resets it at the next start.
+    void Settle() noexcept;
+
+    /// Whether the event tells anything: something was started, or signalled by hand, and not settled yet.
+    bool IsAwaited() const noexcept { return m_awaited; }
 
     /// Start an operation; true when it is under way or already complete, false when Windows refused it. A
     /// refused operation never sets the event: Finish then reports the refusal.
@@ -40,12 +45,15 @@ public:
     /// True when the operation under way has its result, whatever became of the event since. Does not ask the kernel.
     bool HasCompleted() const noexcept { return IsPending() && HasOverlappedIoCompleted(&m_overlapped); }
 
+    /// True while the operation under way has no result yet. Does not ask the kernel.
+    bool IsRunning() const noexcept { return IsPending() && !HasCompleted(); }
+
     /// True when the operation under way was complete as soon as it was started: the event is signalled already, and
     /// a wait for it would be a kernel call for nothing.
     bool CompletedAtStart() const noexcept { return IsPending() && m_completedAtStart; }
 
     /// Signals the event by hand: lets a wait loop handle a refused start like a failed completion.
-    void SignalEvent() const noexcept;
+    void SignalEvent() noexcept;
 
     /// Cancels what is under way and waits until Windows has let go of the OVERLAPPED and the buffer.
     void Cancel() noexcept;
@@ -56,7 +64,8 @@ private:
     bool Started(HANDLE file, BOOL completed) noexcept;
 
     Event m_event;
-    mutable bool m_maybeSignalled = false; // false: the event is certainly not signalled
+    bool m_awaited = false;
+    bool m_signalledByHand = false; // since the last start
     OVERLAPPED m_overlapped{};
     bool m_completedAtStart = false; // the last start
     HANDLE m_file = nullptr;         // borrowed; null when nothing is under way

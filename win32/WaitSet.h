@@ -31,12 +31,45 @@ public:
         return result < Count || result == WAIT_TIMEOUT ? static_cast<Slot>(result) : Slot::Failed;
     }
 
-    /// The same for the objects in front of `end`: those behind do not count, signalled or not.
-    Slot AnyBefore(Slot end, DWORD milliseconds) const noexcept
+    /// Which slots a wait listens to.
+    class Heard
     {
-        const auto count = static_cast<DWORD>(end);
-        const DWORD result = ::WaitForMultipleObjects(count, m_handles.data(), FALSE, milliseconds);
-        return result < count || result == WAIT_TIMEOUT ? static_cast<Slot>(result) : Slot::Failed;
+    public:
+        constexpr Heard& If(Slot slot, bool heard) noexcept
+        {
+            m_isHeard[static_cast<std::size_t>(slot)] = heard;
+            return *this;
+        }
+        constexpr bool Hears(std::size_t slot) const noexcept { return m_isHeard[slot]; }
+
+        static constexpr Heard All() noexcept
+        {
+            Heard all;
+            all.m_isHeard.fill(true);
+            return all;
+        }
+
+    private:
+        std::array<bool, Count> m_isHeard{};
+    };
+
+    /// The same for the objects that are heard, at least one: the others do not count, signalled or not.
+    Slot Any(const Heard& heard, DWORD milliseconds) const noexcept
+    {
+        std::array<HANDLE, Count> handles{};
+        std::array<DWORD, Count> slots{};
+        DWORD count = 0;
+        for (std::size_t slot = 0; slot < Count; ++slot) {
+            if (heard.Hears(slot)) {
+                handles[count] = m_handles[slot];
+                slots[count++] = static_cast<DWORD>(slot);
+            }
+        }
+        const DWORD result = ::WaitForMultipleObjects(count, handles.data(), FALSE, milliseconds);
+        if (result < count) {
+            return static_cast<Slot>(slots[result]);
+        }
+        return result == WAIT_TIMEOUT ? Slot::TimedOut : Slot::Failed;
     }
 
     const HANDLE* Handles() const noexcept { return m_handles.data(); }

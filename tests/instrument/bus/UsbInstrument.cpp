@@ -220,8 +220,8 @@ void UsbInstrument::AwaitSupply()
 void UsbInstrument::Write(const instrument::Bytes& bytes)
 {
     const Supply head{m_place.slot, InEndpoint, m_connection};
-    const auto* const begin = reinterpret_cast<const std::uint8_t*>(&head);
-    m_supplied.assign(begin, begin + sizeof head);
+    m_supplied.resize(sizeof head);
+    std::memcpy(m_supplied.data(), &head, sizeof head);
     m_supplied.insert(m_supplied.end(), bytes.begin(), bytes.end());
     if (!m_supply.Control(m_remote.Get(), RemoteSupply, m_supplied.data(), static_cast<DWORD>(m_supplied.size()),
                           nullptr, 0))

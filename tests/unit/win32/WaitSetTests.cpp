@@ -29,15 +29,22 @@ TEST(WaitSet, OnlyTheCountedAutoResetEventIsConsumed)
     EXPECT_EQ(waits.Any(0), Slot::TimedOut);
 }
 
-TEST(WaitSet, ObjectsFromTheEndOnDoNotCount)
+TEST(WaitSet, SlotsThatAreNotHeardDoNotCountAndTheOthersKeepTheirNames)
 {
     const Event stop(Event::Kind::ManualReset);
     const Event work(Event::Kind::AutoReset, true);
     const win32::WaitSet<Slot, 2> waits(stop.Get(), work.Get());
-    EXPECT_EQ(waits.AnyBefore(Slot::Work, 1), Slot::TimedOut);
-    EXPECT_EQ(waits.Any(0), Slot::Work);
+    auto all = win32::WaitSet<Slot, 2>::Heard::All();
+    auto withoutWork = all;
+    withoutWork.If(Slot::Work, false);
+    auto withoutStop = all;
+    withoutStop.If(Slot::Stop, false);
+    EXPECT_EQ(waits.Any(withoutWork, 1), Slot::TimedOut);
+    EXPECT_EQ(waits.Any(withoutStop, 0), Slot::Work) << "not consumed by a wait that did not hear it";
     stop.Set();
-    EXPECT_EQ(waits.AnyBefore(Slot::Work, 0), Slot::Stop);
+    EXPECT_EQ(waits.Any(withoutWork, 0), Slot::Stop);
+    EXPECT_EQ(waits.Any(withoutStop, 1), Slot::TimedOut);
+    EXPECT_EQ(waits.Any(all, 0), Slot::Stop);
 }
 
 TEST(WaitSet, NothingSignalledIsATimeOut)
