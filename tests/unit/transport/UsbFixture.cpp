@@ -36,14 +36,14 @@ void UsbTransport::Start()
     // On the command thread, in every connect procedure: no packet is submitted there before the numbering begins.
     RecordingTrace::OnLine([this](const std::string& line) {
         if (line == "CCyUSBDriver::NotifyState(Not Connected)") {
-            Access::SetNextNumber(*driver, NotBegun);
+            Access::SetNextNumber(*m_started, NotBegun);
             ++m_procedures;
         }
         if (onLine) {
             onLine(line);
         }
     });
-    driver.emplace(false, host);
+    m_started = &driver.emplace(false, host);
     driver->Reconnect();
 }
 

@@ -93,6 +93,8 @@ protected:
     std::optional<CCyUSBDriver> driver;
 
 private:
+    /// What the command thread may touch until it has ended: `driver` is empty as soon as its destruction begins.
+    CCyUSBDriver* m_started = nullptr;
     std::atomic<int> m_procedures{0}; // connect procedures begun; counted on the command thread
     int m_proceduresBefore = 0;       // those up to the present connection's
     std::uint32_t m_connection = 0;   // the instrument's count of opens at the present connection
