@@ -21,6 +21,7 @@ constexpr const wchar_t* Ended = L"MorvaneBenchEmptyServerEnded"; // auto-reset 
 class EmptyObject final : public IDispatch
 {
 public:
+    virtual ~EmptyObject() = default;
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override
     {
         if (id != IID_IUnknown && id != IID_IDispatch) {
@@ -60,6 +61,7 @@ private:
 class EmptyFactory final : public IClassFactory
 {
 public:
+    virtual ~EmptyFactory() = default;
     explicit EmptyFactory(EmptyObject& object) : m_object(object) {}
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override
     {

@@ -49,8 +49,9 @@ double IdleRouter::StatedWakeUps(IdleState state)
     // instrument comes back once and goes through the reply thread, instead of that one's time-out.
     constexpr double CommandThread = 4;
     switch (state) {
-    case IdleState::Connected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
-    // After each time-out the pipe is made anew, by an event that is signalled already when it is waited for.
+    // With nobody connected the pipe is made anew after each time-out, by an event that is signalled already when it is
+    // waited for.
+    case IdleState::Connected:
     case IdleState::NobodyConnected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
     // Ports look for a connection once a second. The command thread looks every 10 ms, with a sleep in between.
     case IdleState::NoInstrument: return Tray + ReplyThread + Ports;

@@ -37,7 +37,7 @@ public:
     {
         const win32::ExclusiveScope scope(m_lock);
         m_filled.Reset();
-        return std::move(m_bytes);
+        return std::exchange(m_bytes, {});
     }
     HANDLE Filled() const noexcept { return m_filled.Get(); }
 

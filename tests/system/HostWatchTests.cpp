@@ -38,7 +38,7 @@ public:
 private:
     static std::filesystem::path Copy(const support::TempFolder& folder, const std::wstring& name)
     {
-        const std::filesystem::path copy = folder.Path() / name;
+        std::filesystem::path copy = folder.Path() / name;
         std::filesystem::copy_file(support::ProgramFolder() / L"InstrumentSimulator.exe", copy);
         return copy;
     }

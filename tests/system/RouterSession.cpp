@@ -111,7 +111,7 @@ std::filesystem::path RouterSession::WriteFirmware(int productId, const std::str
 {
     const std::filesystem::path folder = m_folder / L"Firmware";
     std::filesystem::create_directories(folder);
-    const std::filesystem::path file = folder / (L"Firmware_" + std::to_wstring(productId) + L".Out");
+    std::filesystem::path file = folder / (L"Firmware_" + std::to_wstring(productId) + L".Out");
     std::ofstream(file, std::ios::binary) << image;
     return file;
 }
