@@ -170,9 +170,9 @@ TEST(Soak, NothingIsLostOnThePortsThatStayAndTheRouterStaysAsLargeAsItWas)
         << summary;
     // A visitor that comes or goes at the moment of the count has a port more or less open.
     EXPECT_LE(late.handles, early.handles + 20 * Visitors);
-    // The heap of a young router still grows to its working size; what is leaked for every
-    // packet stands out in the long run.
-    EXPECT_LE(late.privateBytes, early.privateBytes + (8u << 20));
+    // The heap of a young router still grows to its working size, and under Wine, which never cleans up behind a killed
+    // client, each of those leaves about 100 KB in it. What is leaked for every packet stands out in the long run.
+    EXPECT_LE(late.privateBytes, early.privateBytes + (12u << 20));
     session.Release();
 }
 
