@@ -106,7 +106,7 @@ std::int32_t CCDevicePortPipe::PacketCompleted() noexcept
         pending = --PendingCount;
     }
     if (pending < MaximumPending) {
-        EnableReading();
+        ReadEnableEvent.Set();
     }
     return pending;
 }

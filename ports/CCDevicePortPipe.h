@@ -11,6 +11,7 @@
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
 #include "win32/MirroredEvent.h"
+#include "win32/OnDemandEvent.h"
 #include "win32/Thread.h"
 
 #include <atomic>
@@ -71,11 +72,6 @@ private:
     void ResetPending() noexcept;
     std::int32_t Pending() noexcept;
     bool MayRead() noexcept;
-    void EnableReading() noexcept
-    {
-        ReadEnableEvent.Set();
-        m_ReadEnabled = true;
-    }
 
     // Immutable after construction.
     CCommunicationDriver* const m_Transport; // borrowed
@@ -88,10 +84,7 @@ private:
     win32::MirroredEvent StopEvent;
     win32::Event RecreateEvent{win32::Event::Kind::AutoReset, true};
     std::atomic<bool> m_RecreateRequested{true}; // as RecreateEvent, until the worker begins with it
-    win32::Event ReadEnableEvent{win32::Event::Kind::AutoReset, true};
-    // Set after ReadEnableEvent, cleared by the worker when it has taken that: false means that it is not signalled,
-    // or became so this moment.
-    std::atomic<bool> m_ReadEnabled{true};
+    win32::OnDemandEvent ReadEnableEvent{true};  // taken by the worker
 
     CCommandQueue OutQueue;                     // device packets for the client; locks itself
     const bool QueueLimitEnabled = false;       // dormant: nothing sets it, and it stays that way

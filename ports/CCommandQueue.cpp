@@ -2,7 +2,12 @@
 
 #include "ports/CCriticalSectionHelper.h"
 
-CCommandQueue::CCommandQueue() noexcept : m_NotEmpty(win32::Event::Kind::ManualReset) {}
+CCommandQueue::CCommandQueue(Waiting waiting) noexcept
+{
+    if (waiting == Waiting::ByEvent) {
+        m_NotEmpty.emplace(win32::Event::Kind::ManualReset);
+    }
+}
 
 CCommandQueue::~CCommandQueue()
 {
@@ -14,13 +19,20 @@ std::int32_t CCommandQueue::Push(CSerialPortCommand* command)
     if (command == nullptr) {
         return GetCount();
     }
-    const CCriticalSectionHelper lock(m_Section);
-    push(command);
-    const auto count = static_cast<std::int32_t>(size());
-    m_Count.store(count, std::memory_order_relaxed);
-    // Set already when others wait in front: no kernel call for those.
-    if (count == 1) {
-        m_NotEmpty.Set();
+    std::int32_t count = 0;
+    {
+        const CCriticalSectionHelper lock(m_Section);
+        push(command);
+        count = static_cast<std::int32_t>(size());
+        m_Count.store(count, std::memory_order_relaxed);
+        // Set already when others wait in front: no kernel call for those.
+        if (count == 1 && m_NotEmpty) {
+            m_NotEmpty->Set();
+        }
+    }
+    // Outside, or the woken thread would wait for the section.
+    if (count == 1 && !m_NotEmpty) {
+        m_FilledOrInterrupted.WakeOne();
     }
     return count;
 }
@@ -34,8 +46,8 @@ CSerialPortCommand* CCommandQueue::Pop()
     CSerialPortCommand* const command = front();
     pop();
     m_Count.store(static_cast<std::int32_t>(size()), std::memory_order_relaxed);
-    if (empty()) {
-        m_NotEmpty.Reset();
+    if (empty() && m_NotEmpty) {
+        m_NotEmpty->Reset();
     }
     return command;
 }
@@ -57,9 +69,28 @@ void CCommandQueue::DestroyAll()
         }
         taken.swap(c);
         m_Count.store(0, std::memory_order_relaxed);
-        m_NotEmpty.Reset();
+        if (m_NotEmpty) {
+            m_NotEmpty->Reset();
+        }
     }
     for (CSerialPortCommand* const command : taken) {
         delete command;
     }
+}
+
+bool CCommandQueue::AwaitNotEmpty(DWORD milliseconds)
+{
+    const CCriticalSectionHelper lock(m_Section);
+    const bool inTime = !empty() || m_Interrupted || m_FilledOrInterrupted.Wait(m_Section, milliseconds);
+    m_Interrupted = false;
+    return inTime;
+}
+
+void CCommandQueue::Interrupt()
+{
+    {
+        const CCriticalSectionHelper lock(m_Section);
+        m_Interrupted = true;
+    }
+    m_FilledOrInterrupted.WakeOne();
 }

@@ -7,15 +7,20 @@
 
 #include <atomic>
 #include <deque>
-#include <memory>
+#include <optional>
 #include <queue>
 
 /// First in, first out. Any thread may call any member. The not-empty event is set exactly while the queue holds
-/// something, as seen under the lock; a waiter may still lose the race for the last command and pop null.
+/// something, as seen under the lock; a waiter may still lose the race for the last command and pop null. A queue whose
+/// one consumer waits for nothing else has no event, which would cost three kernel calls for each packet that it wakes
+/// for, but AwaitNotEmpty.
 class CCommandQueue : private std::queue<CSerialPortCommand*, std::deque<CSerialPortCommand*>>
 {
 public:
-    CCommandQueue() noexcept;
+    /// How its consumer waits.
+    enum class Waiting { ByEvent, Alone };
+
+    explicit CCommandQueue(Waiting waiting = Waiting::ByEvent) noexcept;
     /// Clears the queue, which destroys no command: see Clear.
     virtual ~CCommandQueue();
     CCommandQueue(const CCommandQueue&) = delete;
@@ -37,10 +42,20 @@ public:
     /// Takes all commands out at once and destroys them.
     void DestroyAll();
 
-    HANDLE GetNotEmptyEvent() const noexcept { return m_NotEmpty.Get(); }
+    /// For use in a wait for several objects; null when the queue's consumer waits alone.
+    HANDLE GetNotEmptyEvent() const noexcept { return m_NotEmpty ? m_NotEmpty->Get() : nullptr; }
+
+    /// For the thread that waits alone: returns once the queue holds something or Interrupt was called, true, or after
+    /// `milliseconds`, false. May return true for neither.
+    bool AwaitNotEmpty(DWORD milliseconds);
+
+    /// Makes AwaitNotEmpty return, the one under way or the next.
+    void Interrupt();
 
 private:
-    win32::CriticalSection m_Section; // guards the queue, m_Count's changes and the event's state
-    win32::Event m_NotEmpty;          // manual reset
+    win32::CriticalSection m_Section; // guards the queue, the changes of m_Count, the event's state, m_Interrupted
+    std::optional<win32::Event> m_NotEmpty;         // manual reset
+    win32::ConditionVariable m_FilledOrInterrupted; // without m_NotEmpty
+    bool m_Interrupted = false;
     std::atomic<std::int32_t> m_Count{0};
 };

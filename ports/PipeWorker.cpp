@@ -12,7 +12,7 @@ constexpr DWORD NotReadyTime = 1000;  // ms between two looks for a device conne
 constexpr DWORD PermissionTime = 100; // ms
 constexpr int IdlePassesBetweenTraces = 100;
 
-// How long the reading of the next request may wait for the write of the last one to begin.
+// How long the next request may wait for the write of the last one to begin.
 constexpr ULONGLONG WriteBeginTime = 100; // ms
 
 // Duplex, overlapped; messages towards the client, bytes from it, blocking mode. The router reads bytes on purpose:
@@ -47,9 +47,17 @@ void PipeWorker::Run()
           m_fullName.c_str());
 }
 
-PipeWorker::Slot PipeWorker::Wait() const
+PipeWorker::Slot PipeWorker::Wait()
 {
-    const Slot known = KnownSlot();
+    // Asked once, for a read may complete at any moment.
+    const bool held = !WriteHasBegun() && m_read.HasCompleted();
+    const bool hearsRead = m_read.IsAwaited() && !held;
+    // With a read under way there is nothing to enable, and to hear of it all the same would cost the port 100 ms for
+    // each packet whose write begins: see ReadOn.
+    const bool hearsReadEnable = !m_reading || held;
+    const bool readEnabled = m_port.ReadEnableEvent.Look(hearsReadEnable) && hearsReadEnable;
+
+    const Slot known = KnownSlot(readEnabled, hearsRead);
     if (known != Slot::Failed) {
         return known;
     }
@@ -61,7 +69,8 @@ PipeWorker::Slot PipeWorker::Wait() const
     auto heard = Waits::Heard::All();
     heard.If(Slot::Connected, m_connect.IsAwaited())
         .If(Slot::Written, m_write.IsAwaited())
-        .If(Slot::ReadDone, m_read.IsAwaited())
+        .If(Slot::ReadEnabled, hearsReadEnable)
+        .If(Slot::ReadDone, hearsRead)
         .If(Slot::PacketQueued, !letWriteEnd);
     return m_waits.Any(heard, letWriteEnd ? std::min(QuietTime, PermissionTime - static_cast<DWORD>(writing))
                                           : QuietTime);
@@ -69,18 +78,27 @@ PipeWorker::Slot PipeWorker::Wait() const
 
 // What a wait would find, where that is known without one: the mirrors and the operations tell that nothing in front of
 // it in the list is signalled. Failed when it is not known.
-PipeWorker::Slot PipeWorker::KnownSlot() const
+PipeWorker::Slot PipeWorker::KnownSlot(bool readEnabled, bool hearsRead) const
 {
-    if (m_port.StopEvent.IsSet() || m_port.m_RecreateRequested || m_connect.IsAwaited()) {
+    const auto mayHaveEnded = [](const win32::OverlappedOperation& operation) {
+        return operation.IsAwaited() && !operation.IsRunning();
+    };
+    if (m_port.StopEvent.IsSet() || m_port.m_RecreateRequested || mayHaveEnded(m_connect)) {
         return Slot::Failed;
     }
     if (m_write.CompletedAtStart()) {
         return Slot::Written;
     }
-    const bool readStandsStill = !m_read.IsAwaited() || m_read.IsRunning();
-    if (m_writeComplete && !m_write.IsAwaited() && !m_port.m_ReadEnabled && readStandsStill &&
-        m_port.OutQueue.GetCount() > 0)
-    {
+    if (mayHaveEnded(m_write)) {
+        return Slot::Failed;
+    }
+    if (readEnabled) {
+        return Slot::ReadEnabled;
+    }
+    if (hearsRead && mayHaveEnded(m_read)) {
+        return m_read.CompletedAtStart() ? Slot::ReadDone : Slot::Failed;
+    }
+    if (m_writeComplete && !m_write.IsAwaited() && m_port.OutQueue.GetCount() > 0) {
         return Slot::PacketQueued;
     }
     return Slot::Failed;
@@ -139,6 +157,7 @@ void PipeWorker::OnStop()
 void PipeWorker::OnRecreate()
 {
     m_port.m_RecreateRequested = false; // from here on a request means another re-creation
+    m_awaitingWriteBegin = false;
     if (m_pipe) {
         m_port.m_IsPipeConnected = false;
         ClosePipe();
@@ -206,7 +225,7 @@ void PipeWorker::OnConnected()
     Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe connected", m_fullName.c_str());
     m_port.ResetPending();
     m_reading = false;
-    m_port.EnableReading();
+    m_port.ReadEnableEvent.Set();
     m_port.m_IsPipeConnected = true;
     m_writeComplete = true;
 }
@@ -230,9 +249,12 @@ void PipeWorker::OnWritten()
 
 void PipeWorker::OnReadEnabled()
 {
-    m_awaitingWriteBegin = false;
-    m_port.m_ReadEnabled = false;
-    if (!m_reading && m_port.MayRead()) {
+    if (!m_port.ReadEnableEvent.Take()) {
+        return;
+    }
+    if (m_reading) {
+        m_awaitingWriteBegin = false;
+    } else if (m_port.MayRead()) {
         StartRead();
     } else {
         ::Sleep(PermissionTime);
@@ -265,6 +287,9 @@ void PipeWorker::StartRead()
 
 void PipeWorker::OnReadDone()
 {
+    if (!WriteHasBegun()) {
+        return;
+    }
     m_reading = false;
     if (!m_port.IsPipeConnected()) {
         m_port.m_IsPipeConnected = true;
@@ -278,7 +303,7 @@ void PipeWorker::OnReadDone()
     DWORD length = 0;
     if (m_read.Finish(m_pipe.Get(), length)) {
         if (m_readBuffer) {
-            AwaitWriteBegin(m_port.OnPipePacket(m_readBuffer.get(), static_cast<std::int32_t>(length)));
+            ReadOn(m_port.OnPipePacket(m_readBuffer.get(), static_cast<std::int32_t>(length)));
         }
         return;
     }
@@ -291,26 +316,39 @@ void PipeWorker::OnReadDone()
     }
 }
 
-// After a message the read-enable event is to be set, and it is set again when the packet's write begins. Were it set
-// here at once, the next read would be under way by the time of the second setting, which then finds a read in
-// progress and costs the port 100 ms. So for a packet that goes straight out the second setting serves as both. With
-// more packets pending the instrument is behind anyway, and reading goes on without waiting for it.
-void PipeWorker::AwaitWriteBegin(bool submitted)
+// After a message the read-enable event is to be set, and it is set again when the packet's write begins. Were both taken
+// as they come, the second would find a read in progress and cost the port 100 ms. So the first is taken here at once,
+// and the second only tells that the next message may be handled: until then that waits, in the read buffer or in the
+// pipe, where what the client goes on writing merges with it. With more packets pending the instrument is behind
+// anyway, and reading goes on without waiting for it.
+void PipeWorker::ReadOn(bool submitted)
 {
-    if (submitted && m_port.Pending() <= 1) {
-        m_read.Settle(); // the message is through; only a read in progress brings the next one
+    m_port.ReadEnableEvent.Take(); // set before this packet, or taken here
+    const std::int32_t pending = m_port.Pending();
+    if (!submitted || pending > 1) {
+        m_port.ReadEnableEvent.Set();
+        return;
+    }
+    if (pending == 1) {
         m_awaitingWriteBegin = true;
         m_awaitingSince = ::GetTickCount64();
-    } else {
-        m_port.EnableReading();
     }
+    StartRead();
+}
+
+// Whether the next message may be handled.
+bool PipeWorker::WriteHasBegun()
+{
+    if (m_awaitingWriteBegin && m_port.ReadEnableEvent.Take()) {
+        m_awaitingWriteBegin = false;
+    }
+    return !m_awaitingWriteBegin;
 }
 
 void PipeWorker::ForgetWriteBeginInTime()
 {
     if (m_awaitingWriteBegin && ::GetTickCount64() - m_awaitingSince >= WriteBeginTime) {
         m_awaitingWriteBegin = false;
-        m_port.EnableReading();
     }
 }
 

@@ -33,8 +33,8 @@ private:
 
     using Waits = win32::WaitSet<Slot, 7>;
 
-    Slot Wait() const;
-    Slot KnownSlot() const;
+    Slot Wait();
+    Slot KnownSlot(bool readEnabled, bool hearsRead) const;
     void Handle(Slot slot);
     void OnQuiet();
     void OnStop();
@@ -49,7 +49,8 @@ private:
     void ClosePipe();
     void StartRead();
     void WriteNext();
-    void AwaitWriteBegin(bool submitted);
+    void ReadOn(bool submitted);
+    bool WriteHasBegun();
     void ForgetWriteBeginInTime();
 
     CCDevicePortPipe& m_port;
@@ -68,9 +69,9 @@ private:
     bool m_writeComplete = false;
     int m_creations = 0;
     int m_idlePasses = 0;
-    bool m_awaitingWriteBegin = false;
-    ULONGLONG m_awaitingSince = 0; // GetTickCount64, meaningful while awaiting
-    ULONGLONG m_writingSince = 0;  // of the last write's start
+    bool m_awaitingWriteBegin = false; // of the last message's packet; until then the next message is not handled
+    ULONGLONG m_awaitingSince = 0;     // GetTickCount64, meaningful while awaiting
+    ULONGLONG m_writingSince = 0;      // of the last write's start
 
     const Waits m_waits;
 };

@@ -30,12 +30,18 @@ CCyUSBDriver::CCyUSBDriver(bool simulation, ITransportHost& host)
 
 CCyUSBDriver::~CCyUSBDriver()
 {
-    m_hStop.Set();
-    m_hStopRead.Set();
-    m_hCommandThread.Join();
-    m_hReplyThread.Join();
+    EndThreads();
     m_CommandQueue.DestroyAll();
     m_ReplyQueue.DestroyAll();
+}
+
+void CCyUSBDriver::EndThreads()
+{
+    m_hStop.Set();
+    m_hStopRead.Set();
+    m_ReplyQueue.Interrupt();
+    m_hCommandThread.Join();
+    m_hReplyThread.Join();
 }
 
 void CCyUSBDriver::Reconnect()

@@ -61,12 +61,19 @@ private:
     void ClearCommandQueue() override;
     void RegisterDeviceName(const std::wstring& name, std::int32_t device) override;
 
+    void EndThreads();
+
     // Thread bodies.
     void USBCommandProcessThread();
     void SimulationCommandProcessThread();
     void USBReadWaitThread(CCyUSBEndPoint* in);
     void SimulationReadWaitThread(HANDLE pipe);
     void ReplyProcessThread();
+
+    /// What the reply thread has to do next; of several the first counts.
+    enum class ReplySlot { Stop, BlockQueued, TimedOut, Nothing };
+    ReplySlot AwaitReply();
+    void OnQuietReplySecond();
     /// Reads with `reader` until stopped, between two traces; shared by the read threads.
     template <class Reader>
     void RunReader(Reader& reader, const char* started, const char* ended);
@@ -102,8 +109,8 @@ private:
     win32::Event m_hStopRead{win32::Event::Kind::ManualReset};
     std::atomic<bool> m_bTerminate{false}; // set by the command thread: no host program is left
 
-    CCommandQueue m_CommandQueue; // framed packets for the instrument
-    CCommandQueue m_ReplyQueue;   // received blocks
+    CCommandQueue m_CommandQueue;                              // framed packets for the instrument
+    CCommandQueue m_ReplyQueue{CCommandQueue::Waiting::Alone}; // received blocks
 
     win32::CriticalSection m_Lock;        // guards the packet number together with the push on m_CommandQueue
     std::uint8_t m_nNextPacketNumber = 0; // m_Lock

@@ -5,7 +5,6 @@
 #include "host/Trace.h"
 #include "transport/CCyUSBDriver.h"
 #include "transport/SkippedPacketLog.h"
-#include "win32/WaitSet.h"
 
 #include <memory>
 #include <new>
@@ -15,8 +14,6 @@ namespace {
 
 constexpr DWORD QuietTime = 1000; // ms
 constexpr std::int32_t BroadcastPort = 2;
-
-enum class Slot : DWORD { Stop, BlockQueued, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
 
 /// Takes a packet from the front of the reply buffer when it goes, also when handling the packet throws: left there it
 /// would be met, and throw, again and again, with everything behind it waiting.
@@ -51,31 +48,46 @@ void CCyUSBDriver::ApppendToReplyProcessQueue(const std::uint8_t* data, std::uin
     }
 }
 
+CCyUSBDriver::ReplySlot CCyUSBDriver::AwaitReply()
+{
+    const bool inTime = m_ReplyQueue.AwaitNotEmpty(QuietTime);
+    if (m_hStop.IsSet()) {
+        return ReplySlot::Stop;
+    }
+    if (!inTime) {
+        return ReplySlot::TimedOut;
+    }
+    return m_ReplyQueue.GetCount() > 0 ? ReplySlot::BlockQueued : ReplySlot::Nothing;
+}
+
 void CCyUSBDriver::ReplyProcessThread()
 {
-    const win32::WaitSet<Slot, 2> waits(m_hStop.Get(), m_ReplyQueue.GetNotEmptyEvent());
     bool running = true;
     while (running) {
-        switch (waits.Any(QuietTime)) {
-        case Slot::Stop:
+        switch (AwaitReply()) {
+        case ReplySlot::Stop:
             m_ReplyQueue.DestroyAll();
             running = false;
             break;
-        case Slot::BlockQueued: HandleReplyBlock(); break;
-        case Slot::TimedOut:
-            if (const std::int32_t pending = m_ReplyQueue.GetCount(); pending == 0) {
-                Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::ReplyProcessThread()IDLE");
-            } else {
-                Trace(trace::RouterChannel, trace::Usb,
-                      "CCyUSBDriver::ReplyProcessThread()FORWARD, Number of pending replies: %d", pending);
-                HandleReplyBlock();
-            }
-            break;
-        case Slot::Failed: break;
+        case ReplySlot::BlockQueued: HandleReplyBlock(); break;
+        case ReplySlot::TimedOut: OnQuietReplySecond(); break;
+        case ReplySlot::Nothing: break;
         }
         ::Sleep(0);
         running = running && !m_bTerminate;
     }
+}
+
+void CCyUSBDriver::OnQuietReplySecond()
+{
+    const std::int32_t pending = m_ReplyQueue.GetCount();
+    if (pending == 0) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::ReplyProcessThread()IDLE");
+        return;
+    }
+    Trace(trace::RouterChannel, trace::Usb,
+          "CCyUSBDriver::ReplyProcessThread()FORWARD, Number of pending replies: %d", pending);
+    HandleReplyBlock();
 }
 
 void CCyUSBDriver::HandleReplyBlock()

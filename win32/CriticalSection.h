@@ -1,4 +1,4 @@
-// A recursive lock of Windows.
+// Locks of Windows, and what to wait for under one.
 #pragma once
 
 #include "win32/Windows.h"
@@ -18,7 +18,29 @@ public:
     void Leave() noexcept { ::LeaveCriticalSection(&m_section); }
 
 private:
+    friend class ConditionVariable;
     CRITICAL_SECTION m_section{};
+};
+
+/// Tells the threads that wait for it that what a section guards has changed. Waking and waiting stay out of the kernel
+/// but for the sleep itself, which an event under the section would not.
+class ConditionVariable
+{
+public:
+    ConditionVariable() noexcept = default;
+    ConditionVariable(const ConditionVariable&) = delete;
+    ConditionVariable& operator=(const ConditionVariable&) = delete;
+
+    /// Leaves the section, which the calling thread has entered once, until woken, at most `milliseconds`, and enters it
+    /// again. False when the time has passed. May return true for no reason.
+    bool Wait(CriticalSection& section, DWORD milliseconds) noexcept
+    {
+        return ::SleepConditionVariableCS(&m_condition, &section.m_section, milliseconds) != FALSE;
+    }
+    void WakeOne() noexcept { ::WakeConditionVariable(&m_condition); }
+
+private:
+    CONDITION_VARIABLE m_condition = CONDITION_VARIABLE_INIT;
 };
 
 /// Shared by readers, exclusive to a writer. Not recursive.

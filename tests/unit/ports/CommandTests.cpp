@@ -1,5 +1,7 @@
 #include "ports/CCommandQueue.h"
 #include "ports/CCriticalSectionHelper.h"
+#include "tests/support/WaitUntil.h"
+#include "win32/Event.h"
 #include "win32/Thread.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -182,6 +185,66 @@ TEST(CommandQueue, CarriesEverythingOnceAndInOrderFromSeveralProducers)
         ++taken;
     }
     EXPECT_FALSE(IsSet(queue));
+}
+
+TEST(CommandQueue, WhoWaitsAloneNeedsNoEventAndGetsEverythingInOrder)
+{
+    constexpr int Commands = 20'000;
+    CCommandQueue queue(CCommandQueue::Waiting::Alone);
+    EXPECT_EQ(queue.GetNotEmptyEvent(), nullptr);
+    win32::Thread producer;
+    producer.Start([&queue] {
+        for (int number = 0; number < Commands; ++number) {
+            queue.Push(new CSerialPortCommand(reinterpret_cast<const std::uint8_t*>(&number), sizeof number, true,
+                                              false));
+            if (number % 3 == 0) {
+                std::this_thread::yield(); // lets the consumer run empty and sleep now and then
+            }
+        }
+    });
+    for (int next = 0; next < Commands;) {
+        ASSERT_TRUE(queue.AwaitNotEmpty(20'000)) << next;
+        const std::unique_ptr<CSerialPortCommand> command(queue.Pop());
+        if (!command) {
+            continue;
+        }
+        int number = -1;
+        std::memcpy(&number, command->GetData(), sizeof number);
+        ASSERT_EQ(number, next++);
+    }
+    EXPECT_EQ(queue.Pop(), nullptr);
+}
+
+TEST(CommandQueue, WhoWaitsAloneComesBackWhenTheTimeHasPassed)
+{
+    CCommandQueue queue(CCommandQueue::Waiting::Alone);
+    // A wait may end for no reason, but not for ever.
+    EXPECT_TRUE(support::WaitUntil([&queue] { return !queue.AwaitNotEmpty(1); }));
+}
+
+TEST(CommandQueue, AnInterruptionBeforeTheWaitEndsItAtOnceAndOneDuringItToo)
+{
+    CCommandQueue queue(CCommandQueue::Waiting::Alone);
+    queue.Interrupt();
+    EXPECT_TRUE(queue.AwaitNotEmpty(INFINITE));
+    win32::Event ended(win32::Event::Kind::ManualReset);
+    win32::Thread waiter;
+    waiter.Start([&] {
+        queue.AwaitNotEmpty(INFINITE);
+        ended.Set();
+    });
+    queue.Interrupt();
+    EXPECT_TRUE(ended.Wait(20'000));
+}
+
+TEST(CommandQueue, WhatWasDestroyedIsNotWaitedForAnyMore)
+{
+    CCommandQueue queue(CCommandQueue::Waiting::Alone);
+    queue.Push(Command("1").release());
+    EXPECT_TRUE(queue.AwaitNotEmpty(INFINITE));
+    queue.DestroyAll();
+    EXPECT_TRUE(support::WaitUntil([&queue] { return !queue.AwaitNotEmpty(1); }));
+    EXPECT_EQ(queue.GetCount(), 0);
 }
 
 TEST(CriticalSectionHelper, MayBeNestedOnOneThread)

@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <vector>
 
 struct CCDevicePortPipeTestAccess
 {
@@ -360,7 +362,7 @@ TEST_F(PortPipe, PortsComeAndGoWhilePacketsAndCompletionsArriveForThem)
 
 TEST_F(PortPipe, ARequestDoesNotCostThePortAHundredMilliseconds)
 {
-    // Completions come from another thread and late enough to find the next read under way, were it started at once.
+    // Completions come from another thread and late enough to find the next read under way.
     Make();
     win32::Event submitted(win32::Event::Kind::AutoReset);
     transport.OnSend([&] { submitted.Set(); });
@@ -382,6 +384,72 @@ TEST_F(PortPipe, ARequestDoesNotCostThePortAHundredMilliseconds)
     completer.Join();
     // 49 requests would cost 4.9 s were each to wait out the 100 ms.
     EXPECT_LT(elapsed, 2'500u);
+}
+
+TEST_F(PortPipe, RequestsInARowAreHandledAsSoonAsTheWriteOfTheOneBeforeHasBegun)
+{
+    // Each fills the read buffer, so that none are merged, and comes before the write of the one before has begun.
+    constexpr std::size_t Requests = 50;
+    Make(16);
+    win32::Thread completer;
+    completer.Start([&] {
+        for (std::size_t packet = 0; packet < Requests; ++packet) {
+            support::WaitUntil([&] { return transport.Count() > packet; });
+            ::Sleep(2); // the time a write may take to begin: what is simulated, not what is waited for
+            port->PacketCompleted();
+        }
+    });
+    Connect();
+    const ULONGLONG begin = ::GetTickCount64();
+    for (std::size_t request = 0; request < Requests; ++request) {
+        ASSERT_TRUE(client.Write(std::string(16, static_cast<char>('A' + request % 26))));
+    }
+    EXPECT_TRUE(support::WaitUntil([&] { return transport.Count() == Requests; }));
+    const ULONGLONG elapsed = ::GetTickCount64() - begin;
+    completer.Join();
+    EXPECT_LT(elapsed, 2'500u); // 49 would cost 4.9 s were each to wait out the 100 ms
+    const auto sent = transport.TheSent();
+    for (std::size_t request = 0; request < sent.size(); ++request) {
+        EXPECT_EQ(sent[request].payload, std::string(16, static_cast<char>('A' + request % 26))) << request;
+    }
+}
+
+TEST_F(PortPipe, ARequestWaitsAHundredMillisecondsForAWriteThatDoesNotBeginAndIsHandledThen)
+{
+    Make(16);
+    std::vector<ULONGLONG> times; // the port's thread writes, this one reads what the count says is there
+    times.reserve(2);
+    std::atomic<std::size_t> handed{0};
+    transport.OnSend([&] {
+        if (times.size() < 2) {
+            times.push_back(::GetTickCount64());
+        }
+        ++handed;
+    });
+    Connect();
+    ASSERT_TRUE(client.Write(std::string(16, 'a')));
+    ASSERT_TRUE(client.Write(std::string(16, 'b')));
+    ASSERT_TRUE(support::WaitUntil([&] { return handed >= 2; }));
+    EXPECT_GE(times[1] - times[0], 80u); // the clock may tick in 16 ms
+    EXPECT_EQ(transport.TheSent()[1].payload, std::string(16, 'b'));
+}
+
+TEST_F(PortPipe, ARequestThatIsHeldWhenTheClientIsThrownOutDoesNotHoldUpTheNextClient)
+{
+    Make(16);
+    Connect();
+    ASSERT_TRUE(client.Write(std::string(16, 'a')));
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == 1; }));
+    port->RequestPipeRecreate();
+    EXPECT_TRUE(client.WaitForBreak());
+    client.Close();
+    CompleteAtOnce();
+    Connect();
+    for (std::size_t request = 2; request <= 20; ++request) {
+        ASSERT_TRUE(client.Write(std::string(16, 'b')));
+        ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() >= request; })) << request;
+    }
+    EXPECT_EQ(transport.TheSent()[1].payload, std::string(16, 'b'));
 }
 
 } // namespace

@@ -16,12 +16,7 @@ struct CCyUSBDriverTestAccess
     }
     /// Ends the driver's threads, so that nothing but the test submits packets: left alone, the command thread sends
     /// an idle packet after every quiet second, also into a test that a busy machine has stopped for that long.
-    static void EndThreads(CCyUSBDriver& driver)
-    {
-        driver.m_hStop.Set();
-        driver.m_hCommandThread.Join();
-        driver.m_hReplyThread.Join();
-    }
+    static void EndThreads(CCyUSBDriver& driver) { driver.EndThreads(); }
     static int CommandThreadPriority(CCyUSBDriver& driver)
     {
         return ::GetThreadPriority(driver.m_hCommandThread.Get());
