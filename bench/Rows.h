@@ -17,6 +17,8 @@ void AddTraceRows(Table& table, const Effort& effort);
 
 /// These want a registered router in simulation mode that does not run, and leave none.
 void AddStartRows(Table& table, const Effort& effort, RouterSession& session);
+/// On a single processor, which the caller sees to, the Wine server's too.
+void AddOneProcessorRoundTripRows(Table& table, const Effort& effort, RouterSession& session);
 void AddRoundTripRows(Table& table, const Effort& effort, RouterSession& session);
 void AddStreamRows(Table& table, const Effort& effort, RouterSession& session);
 void AddScalingRows(Table& table, const Effort& effort, RouterSession& session);

@@ -1,12 +1,19 @@
 #include "bench/Table.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 namespace bench {
 
 namespace {
+
+// Of a row's JSON: what Continue looks for, which reads nothing but what Json wrote.
+constexpr std::string_view RowBegin = "  {\"measured\": ";
+constexpr std::string_view Met = ", \"met\": true";
+constexpr std::string_view NotMet = ", \"met\": false";
 
 std::string Number(double value)
 {
@@ -77,7 +84,7 @@ std::string JsonOf(const Row& row)
         std::snprintf(number.data(), number.size(), "%.6g", value);
         return std::string(number.data());
     };
-    std::string json = "  {\"measured\": " + Quoted(row.measured) + ", \"reference\": " + Quoted(row.reference) +
+    std::string json = std::string(RowBegin) + Quoted(row.measured) + ", \"reference\": " + Quoted(row.reference) +
                        ", \"figure\": " + exact(row.figure.value) + ", \"unit\": " + Quoted(row.figure.unit);
     if (row.referenceFigure) {
         json += ", \"reference figure\": " + exact(row.referenceFigure->value) +
@@ -85,8 +92,7 @@ std::string JsonOf(const Row& row)
                 ", \"ratio\": " + exact(row.Judged());
     }
     if (const std::optional<bool> met = row.IsMet()) {
-        json +=
-            std::string(", \"target\": ") + Quoted(TargetText(row)) + ", \"met\": " + (*met ? "true" : "false");
+        json += ", \"target\": " + Quoted(TargetText(row)) + std::string(*met ? Met : NotMet);
     }
     return json + ", \"note\": " + Quoted(row.note) + "}";
 }
@@ -135,11 +141,32 @@ std::string Table::Line(const Row& row)
     return row.note.empty() ? line : line + "  (" + row.note + ")";
 }
 
+void Table::Continue(std::istream& json)
+{
+    for (std::string line; std::getline(json, line);) {
+        if (line.starts_with(RowBegin)) {
+            m_earlier.push_back(line.substr(0, line.rfind('}') + 1));
+        }
+    }
+}
+
+std::size_t Table::MissedTargets() const
+{
+    const auto ofEarlier = std::ranges::count_if(
+        m_earlier, [](const std::string& row) { return row.find(std::string(NotMet)) != std::string::npos; });
+    const auto ofThese = std::ranges::count_if(m_rows, [](const Row& row) { return row.IsMet() == false; });
+    return static_cast<std::size_t>(ofEarlier + ofThese);
+}
+
 std::string Table::Json() const
 {
-    std::string json = "[\n";
+    std::vector<std::string> rows = m_earlier;
     for (const Row& row : m_rows) {
-        json += JsonOf(row) + (&row == &m_rows.back() ? "\n" : ",\n");
+        rows.push_back(JsonOf(row));
+    }
+    std::string json = "[\n";
+    for (const std::string& row : rows) {
+        json += row + (&row == &rows.back() ? "\n" : ",\n");
     }
     return json + "]\n";
 }

@@ -1,6 +1,7 @@
 // The rows of the benchmark and how they are shown. Portable.
 #pragma once
 
+#include <istream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,7 +38,11 @@ class Table
 {
 public:
     void Add(Row row);
-    const std::vector<Row>& Rows() const noexcept { return m_rows; }
+    /// Begins with the rows of another run of the benchmark, given as its Json().
+    void Continue(std::istream& json);
+
+    std::size_t RowCount() const noexcept { return m_earlier.size() + m_rows.size(); }
+    std::size_t MissedTargets() const;
 
     /// The column heads, and each row as one line. Add's `announce` prints them as they come.
     static std::string Head();
@@ -48,6 +53,7 @@ public:
     void (*announce)(const std::string& line) = nullptr;
 
 private:
+    std::vector<std::string> m_earlier; // rows of another run, each as its JSON
     std::vector<Row> m_rows;
 };
 

@@ -113,7 +113,7 @@ bool InstrumentControl::WaitFor(std::uint32_t slot, std::uint8_t endpoint,
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        ::Sleep(1);
+        ::Sleep(1); // the driver counts without announcing it
     }
     return true;
 }

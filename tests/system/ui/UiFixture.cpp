@@ -199,7 +199,7 @@ bool Traffic::Begin()
 
 void Traffic::End()
 {
-    m_stop = true;
+    m_stop.Set();
     if (m_thread.joinable()) {
         m_thread.join();
     }
@@ -207,11 +207,11 @@ void Traffic::End()
 
 void Traffic::Run()
 {
-    while (!m_stop && !m_failed) {
+    // Up to 200 requests a second.
+    while (!m_stop.Wait(5) && !m_failed) {
         const std::string request = "request " + std::to_string(m_answered + 1);
         if (m_client.Write(request) && m_client.Read() == request) {
             ++m_answered;
-            ::Sleep(5);
         } else {
             m_failed = true;
         }

@@ -6,6 +6,7 @@
 #include "tests/system/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 #include "tests/system/ui/Desktop.h"
+#include "win32/Event.h"
 
 #include <gtest/gtest.h>
 
@@ -86,7 +87,7 @@ private:
     void Run();
 
     const std::string m_pipeName;
-    std::atomic<bool> m_stop{false};
+    const win32::Event m_stop{win32::Event::Kind::ManualReset};
     std::atomic<bool> m_failed{false};
     std::atomic<int> m_answered{0};
     support::PipeClient m_client; // the thread's, once that runs

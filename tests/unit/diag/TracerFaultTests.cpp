@@ -274,9 +274,7 @@ TEST_F(TracerLoadTest, TwentyThousandLinesOfEightThreadsArriveWhileTheBacklogSta
     std::atomic<int> sent{0};
     Produce(linesEach, [&sent] {
         const int mine = ++sent;
-        while (mine - WrittenLines() > 5000) {
-            ::Sleep(1);
-        }
+        EXPECT_TRUE(support::WaitUntil([mine] { return mine - WrittenLines() <= 5000; }));
     });
     ASSERT_TRUE(m_tracer->Stop());
     const Lines lines = Log();

@@ -1,8 +1,8 @@
 // What is traced where, and how settings take effect.
 #include "tests/unit/diag/TracerFixture.h"
+#include "win32/Event.h"
 
 #include <algorithm>
-#include <atomic>
 #include <thread>
 
 namespace {
@@ -216,12 +216,11 @@ TEST_F(TracerTest, LimitTakesEffectWhileRunning)
 TEST_F(TracerTest, WindowComesAndGoesWithTheDisplayBitsWhileTracesRun)
 {
     Start(ToFile);
-    std::atomic<bool> stop{false};
+    const win32::Event stop(win32::Event::Kind::ManualReset);
     std::thread producer([&] {
-        while (!stop) {
+        do {
             m_tracer->AddTrace(ToBoth, "traffic");
-            ::Sleep(1);
-        }
+        } while (!stop.Wait(1));
     });
     for (int i = 0; i < 5; ++i) {
         SetOptions(ToBoth);
@@ -229,7 +228,7 @@ TEST_F(TracerTest, WindowComesAndGoesWithTheDisplayBitsWhileTracesRun)
         SetOptions(ToFile);
         EXPECT_TRUE(support::WaitUntil([] { return DebugWindow() == nullptr; }));
     }
-    stop = true;
+    stop.Set();
     producer.join();
     ASSERT_TRUE(m_tracer->Stop());
     EXPECT_EQ(CountLines(Log(), "Begin Logging"), 1u) << "the file stays open all the time";

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace firmwaretest;
@@ -235,7 +236,7 @@ TEST_F(FirmwareThreads, ReloadsRestartsQueriesAndRepliesAtOnceNeverMixTwoImages)
                 downloader->NeedsDownload();
                 downloader->IsDownloading();
                 clockNow += 7;
-                ::Sleep(0);
+                std::this_thread::yield();
             }
         }));
     }

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Calls of Sleep(1) by this thread.
+// Calls of Sleep(1) by this thread of the product: counted, not waited for by a test.
 thread_local int naps = 0;
 
 void WINAPI CountingSleep(DWORD milliseconds)
