@@ -40,16 +40,31 @@ std::int32_t CCommandQueue::Push(CSerialPortCommand* command)
 CSerialPortCommand* CCommandQueue::Pop()
 {
     const CCriticalSectionHelper lock(m_Section);
+    CSerialPortCommand* const command = Take();
+    if (command != nullptr) {
+        Settle();
+    }
+    return command;
+}
+
+CSerialPortCommand* CCommandQueue::Take()
+{
+    const CCriticalSectionHelper lock(m_Section);
     if (empty()) {
         return nullptr;
     }
     CSerialPortCommand* const command = front();
     pop();
     m_Count.store(static_cast<std::int32_t>(size()), std::memory_order_relaxed);
+    return command;
+}
+
+void CCommandQueue::Settle()
+{
+    const CCriticalSectionHelper lock(m_Section);
     if (empty() && m_NotEmpty) {
         m_NotEmpty->Reset();
     }
-    return command;
 }
 
 void CCommandQueue::Clear()

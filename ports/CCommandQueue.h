@@ -32,6 +32,11 @@ public:
     /// The oldest command, now the caller's, or null.
     CSerialPortCommand* Pop();
 
+    /// Pop in two steps, for a consumer that is in a hurry with the command: the event may stay set over an empty queue
+    /// until Settle.
+    CSerialPortCommand* Take();
+    void Settle();
+
     /// The count, read without the lock: good for limits and traces.
     std::int32_t GetCount() const noexcept { return m_Count.load(std::memory_order_relaxed); }
 

@@ -356,6 +356,7 @@ void PipeWorker::OnPacketQueued()
 {
     if (m_writeComplete) {
         WriteNext();
+        m_port.OutQueue.Settle(); // not before the write, for which the client waits
     } else if (m_pipe) {
         ::Sleep(PermissionTime);
         Trace(m_port.m_DeviceType, trace::DevicePipe,
@@ -370,7 +371,7 @@ void PipeWorker::OnPacketQueued()
 
 void PipeWorker::WriteNext()
 {
-    m_lastWritten.reset(m_port.OutQueue.Pop());
+    m_lastWritten.reset(m_port.OutQueue.Take());
     if (!m_lastWritten || m_lastWritten->GetLength() < 1) {
         return;
     }

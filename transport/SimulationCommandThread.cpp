@@ -161,6 +161,7 @@ void SimulationCommandThread::OnCommandQueued()
         OnBusy();
     } else {
         WriteNext();
+        m_driver.m_CommandQueue.Settle(); // not before the write, for which a client waits
     }
 }
 
@@ -178,7 +179,7 @@ void SimulationCommandThread::OnBusy()
 
 void SimulationCommandThread::WriteNext()
 {
-    m_lastWritten.reset(m_driver.m_CommandQueue.Pop());
+    m_lastWritten.reset(m_driver.m_CommandQueue.Take());
     if (!m_lastWritten || m_lastWritten->GetLength() == 0) {
         return;
     }

@@ -104,6 +104,7 @@ void UsbCommandThread::OnCommandQueued()
         OnBusy();
     } else {
         WriteNext();
+        m_driver.m_CommandQueue.Settle(); // not before the write, for which a client waits
         m_busyPasses = 0;
         m_idlePasses = 0;
     }
@@ -134,7 +135,7 @@ void UsbCommandThread::OnBusy()
 void UsbCommandThread::WriteNext()
 {
     m_timerResolution.Restore();
-    std::unique_ptr<CSerialPortCommand> packet(m_driver.m_CommandQueue.Pop());
+    std::unique_ptr<CSerialPortCommand> packet(m_driver.m_CommandQueue.Take());
     if (!packet || packet->GetLength() == 0) {
         return;
     }

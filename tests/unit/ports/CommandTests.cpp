@@ -113,6 +113,23 @@ TEST(CommandQueue, TheEventStaysSetWhileACommandIsLeft)
     EXPECT_FALSE(IsSet(queue));
 }
 
+TEST(CommandQueue, TakingLeavesTheEventToBeSettledLater)
+{
+    CCommandQueue queue;
+    queue.Push(Command("1").release());
+    const std::unique_ptr<CSerialPortCommand> first(queue.Take());
+    EXPECT_EQ(first->GetByteAt(0), '1');
+    EXPECT_EQ(queue.GetCount(), 0);
+    EXPECT_TRUE(IsSet(queue));
+    queue.Push(Command("2").release());
+    queue.Settle();
+    EXPECT_TRUE(IsSet(queue)) << "what came in between is still to be taken";
+    const std::unique_ptr<CSerialPortCommand> second(queue.Take());
+    queue.Settle();
+    EXPECT_FALSE(IsSet(queue));
+    EXPECT_EQ(queue.Take(), nullptr);
+}
+
 TEST(CommandQueue, PushingNullIsIgnored)
 {
     CCommandQueue queue;
