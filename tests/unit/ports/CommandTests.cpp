@@ -140,15 +140,17 @@ TEST(CommandQueue, PushingNullIsIgnored)
 TEST(CommandQueue, ClearLeavesTheQueueEmptyAndTheThreeCommandsAllocated)
 {
     CCommandQueue queue;
-    std::array<std::unique_ptr<CSerialPortCommand>, 3> commands{Command("1"), Command("2"), Command("3")};
-    for (const auto& command : commands) {
-        queue.Push(command.get());
+    const auto first = Command("1");
+    const auto second = Command("2");
+    const auto third = Command("3");
+    for (CSerialPortCommand* const command : {first.get(), second.get(), third.get()}) {
+        queue.Push(command);
     }
     queue.Clear();
     EXPECT_EQ(queue.GetCount(), 0);
     EXPECT_FALSE(IsSet(queue));
-    EXPECT_EQ(commands[0]->GetByteAt(0), '1');
-    EXPECT_EQ(commands[2]->GetByteAt(0), '3');
+    EXPECT_EQ(first->GetByteAt(0), '1');
+    EXPECT_EQ(third->GetByteAt(0), '3');
 }
 
 class CountedCommand : public CSerialPortCommand
