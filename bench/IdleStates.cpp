@@ -53,8 +53,8 @@ double IdleRouter::StatedWakeUps(IdleState state)
     // waited for.
     case IdleState::Connected:
     case IdleState::NobodyConnected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
-    // Ports look for a connection once a second. The command thread looks every 10 ms, with a sleep in between.
-    case IdleState::NoInstrument: return Tray + ReplyThread + Ports;
+    // Ports look for a connection once a second, the command thread for the instrument every 10 ms.
+    case IdleState::NoInstrument: return Tray + ReplyThread + Ports + 100;
     }
     return 0;
 }

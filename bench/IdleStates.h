@@ -23,7 +23,7 @@ public:
     IdleRouter& operator=(const IdleRouter&) = delete;
 
     static const char* NameOf(IdleState state);
-    /// Wake-ups a second that the waits with a time in them ask for; plain sleeps are not counted.
+    /// Wake-ups a second that the waits with a time in them ask for.
     static double StatedWakeUps(IdleState state);
     DWORD Id() const noexcept { return m_router->Id(); }
 
