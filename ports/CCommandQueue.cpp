@@ -2,7 +2,7 @@
 
 #include "ports/CCriticalSectionHelper.h"
 
-CCommandQueue::CCommandQueue(Waiting waiting) noexcept
+CCommandQueue::CCommandQueue(Waiting waiting)
 {
     if (waiting == Waiting::ByEvent) {
         m_NotEmpty.emplace(win32::Event::Kind::ManualReset);

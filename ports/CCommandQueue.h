@@ -20,7 +20,8 @@ public:
     /// How its consumer waits.
     enum class Waiting { ByEvent, Alone };
 
-    explicit CCommandQueue(Waiting waiting = Waiting::ByEvent) noexcept;
+    /// Throws std::bad_alloc.
+    explicit CCommandQueue(Waiting waiting = Waiting::ByEvent);
     /// Clears the queue, which destroys no command: see Clear.
     virtual ~CCommandQueue();
     CCommandQueue(const CCommandQueue&) = delete;

@@ -13,7 +13,13 @@ constexpr DWORD PermissionTime = 100; // ms
 constexpr int IdlePassesBetweenTraces = 100;
 
 // How long the next request may wait for the write of the last one to begin.
-constexpr ULONGLONG WriteBeginTime = 100; // ms
+constexpr DWORD WriteBeginTime = 100; // ms
+
+// Of so many milliseconds since a time of GetTickCount64; 0 when they have passed.
+DWORD WhatIsLeft(DWORD milliseconds, ULONGLONG since, ULONGLONG now)
+{
+    return now - since < milliseconds ? milliseconds - static_cast<DWORD>(now - since) : 0;
+}
 
 // Duplex, overlapped; messages towards the client, bytes from it, blocking mode. The router reads bytes on purpose:
 // a client message longer than the read buffer arrives in pieces instead of failing.
@@ -40,7 +46,6 @@ void PipeWorker::Run()
     m_port.RequestPipeRecreate();
     while (m_running) {
         Handle(Wait());
-        ForgetWriteBeginInTime();
         ::Sleep(0);
     }
     Trace(m_port.m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread Ended (%s)",
@@ -50,7 +55,7 @@ void PipeWorker::Run()
 PipeWorker::Slot PipeWorker::Wait()
 {
     // Asked once, for a read may complete at any moment.
-    const bool held = !WriteHasBegun() && m_read.HasCompleted();
+    const bool held = !WriteHasBegun() && m_read.IsAwaited() && !m_read.IsRunning();
     const bool hearsRead = m_read.IsAwaited() && !held;
     // With a read under way there is nothing to enable, and to hear of it all the same would cost the port 100 ms for
     // each packet whose write begins: see ReadOn.
@@ -61,19 +66,25 @@ PipeWorker::Slot PipeWorker::Wait()
     if (known != Slot::Failed) {
         return known;
     }
-    const ULONGLONG writing = m_write.IsPending() ? ::GetTickCount64() - m_writingSince : PermissionTime;
+    const ULONGLONG now = ::GetTickCount64();
     // A packet that is queued while the one before is still being written costs the port 100 ms, in which it does
     // nothing at all. A client that reads takes far less to make room. So for that long the end of the write is let go
     // first, and everything else but the queue with it; then the client is slow indeed, and the queue counts again.
-    const bool letWriteEnd = writing < PermissionTime;
+    const DWORD writeMayTake = m_write.IsPending() ? WhatIsLeft(PermissionTime, m_writingSince, now) : 0;
+    DWORD patience = writeMayTake > 0 ? std::min(QuietTime, writeMayTake) : QuietTime;
+    if (held) {
+        patience = std::min(patience, WhatIsLeft(WriteBeginTime, m_awaitingSince, now));
+    }
+    // Reading that was enabled while nobody listened left the event unsignalled. So what stands behind it in the list does
+    // not count, and what stands in front of it counts only if it is there already.
     auto heard = Waits::Heard::All();
     heard.If(Slot::Connected, m_connect.IsAwaited())
         .If(Slot::Written, m_write.IsAwaited())
         .If(Slot::ReadEnabled, hearsReadEnable)
-        .If(Slot::ReadDone, hearsRead)
-        .If(Slot::PacketQueued, !letWriteEnd);
-    return m_waits.Any(heard, letWriteEnd ? std::min(QuietTime, PermissionTime - static_cast<DWORD>(writing))
-                                          : QuietTime);
+        .If(Slot::ReadDone, hearsRead && !readEnabled)
+        .If(Slot::PacketQueued, writeMayTake == 0 && !readEnabled);
+    const Slot slot = m_waits.Any(heard, readEnabled ? 0 : patience);
+    return readEnabled && slot == Slot::TimedOut ? Slot::ReadEnabled : slot;
 }
 
 // What a wait would find, where that is known without one: the mirrors and the operations tell that nothing in front of
@@ -225,6 +236,7 @@ void PipeWorker::OnConnected()
     Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe connected", m_fullName.c_str());
     m_port.ResetPending();
     m_reading = false;
+    m_awaitingWriteBegin = false;
     m_port.ReadEnableEvent.Set();
     m_port.m_IsPipeConnected = true;
     m_writeComplete = true;
@@ -339,17 +351,12 @@ void PipeWorker::ReadOn(bool submitted)
 // Whether the next message may be handled.
 bool PipeWorker::WriteHasBegun()
 {
-    if (m_awaitingWriteBegin && m_port.ReadEnableEvent.Take()) {
+    if (m_awaitingWriteBegin &&
+        (m_port.ReadEnableEvent.Take() || WhatIsLeft(WriteBeginTime, m_awaitingSince, ::GetTickCount64()) == 0))
+    {
         m_awaitingWriteBegin = false;
     }
     return !m_awaitingWriteBegin;
-}
-
-void PipeWorker::ForgetWriteBeginInTime()
-{
-    if (m_awaitingWriteBegin && ::GetTickCount64() - m_awaitingSince >= WriteBeginTime) {
-        m_awaitingWriteBegin = false;
-    }
 }
 
 void PipeWorker::OnPacketQueued()

@@ -51,7 +51,6 @@ private:
     void WriteNext();
     void ReadOn(bool submitted);
     bool WriteHasBegun();
-    void ForgetWriteBeginInTime();
 
     CCDevicePortPipe& m_port;
     const std::string m_fullName;

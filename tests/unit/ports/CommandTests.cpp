@@ -1,6 +1,7 @@
 #include "ports/CCommandQueue.h"
 #include "ports/CCriticalSectionHelper.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/unit/ports/CountedCommand.h"
 #include "win32/Event.h"
 #include "win32/Thread.h"
 
@@ -152,19 +153,6 @@ TEST(CommandQueue, ClearLeavesTheQueueEmptyAndTheThreeCommandsAllocated)
     EXPECT_EQ(first->GetByteAt(0), '1');
     EXPECT_EQ(third->GetByteAt(0), '3');
 }
-
-class CountedCommand : public CSerialPortCommand
-{
-public:
-    explicit CountedCommand(int& destroyed)
-        : CSerialPortCommand(Bytes("x"), 1, true, false), m_destroyed(destroyed)
-    {
-    }
-    ~CountedCommand() override { ++m_destroyed; }
-
-private:
-    int& m_destroyed;
-};
 
 TEST(CommandQueue, DestroyAllTakesTheCommandsOutAndDestroysThem)
 {

@@ -2,6 +2,7 @@
 #include "tests/support/PipeClient.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
+#include "tests/unit/ports/CountedCommand.h"
 #include "tests/unit/ports/FakeTransport.h"
 
 #include <gtest/gtest.h>
@@ -21,6 +22,11 @@ struct CCDevicePortPipeTestAccess
     }
     static std::int32_t Pending(CCDevicePortPipe& port) { return port.Pending(); }
     static std::int32_t Queued(CCDevicePortPipe& port) { return port.OutQueue.GetCount(); }
+    static void Queue(CCDevicePortPipe& port, CSerialPortCommand* packet) { port.OutQueue.Push(packet); }
+    static bool IsStopping(const CCDevicePortPipe& port) { return port.StopEvent.IsSet(); }
+    /// RequestPipeRecreate in two steps, as another thread takes them that is interrupted between them.
+    static void BeginPipeRecreateRequest(CCDevicePortPipe& port) { port.m_RecreateRequested = true; }
+    static void EndPipeRecreateRequest(CCDevicePortPipe& port) { port.RecreateEvent.Set(); }
 };
 
 namespace {
@@ -28,6 +34,19 @@ namespace {
 using support::PipeClient;
 using support::RecordingTrace;
 using Access = CCDevicePortPipeTestAccess;
+
+/// Milliseconds that a thread has run.
+ULONGLONG ProcessorTime(HANDLE thread)
+{
+    FILETIME unused{};
+    FILETIME kernel{};
+    FILETIME user{};
+    ::GetThreadTimes(thread, &unused, &unused, &kernel, &user);
+    const auto milliseconds = [](const FILETIME& time) {
+        return ((ULONGLONG{time.dwHighDateTime} << 32) | time.dwLowDateTime) / 10'000;
+    };
+    return milliseconds(kernel) + milliseconds(user);
+}
 
 class PortPipe : public testing::Test
 {
@@ -68,6 +87,19 @@ protected:
     {
         // Not the owner, which is null while it destroys the port: a last request may still be on its way.
         transport.OnSend([served = port.get()] { served->PacketCompleted(); });
+    }
+    /// Answers so many packets from a thread of its own, late enough to find the port's next read under way. Join it.
+    void CompleteLate(win32::Thread& completer, std::size_t packets)
+    {
+        completer.Start([this, packets] {
+            for (std::size_t packet = 0; packet < packets; ++packet) {
+                if (!support::WaitUntil([&] { return transport.Count() > packet; })) {
+                    return; // the test tells
+                }
+                ::Sleep(2); // the time a write may take to begin: what is simulated, not what is waited for
+                port->PacketCompleted();
+            }
+        });
     }
 
     const std::string name = support::UniqueName("Port");
@@ -224,8 +256,16 @@ TEST_F(PortPipe, After500UncompletedPacketsReadingStopsAndOneCompletionEnablesIt
 TEST_F(PortPipe, StoppingAPortWithAConnectedClientSaysSoAndEmptiesItsQueue)
 {
     Make();
+    int destroyed = 0;
+    transport.OnSend([&, stopped = port.get()] {
+        EXPECT_TRUE(support::WaitUntil([&] { return Access::IsStopping(*stopped); }));
+        Access::Queue(*stopped, new CountedCommand(destroyed));
+    });
     Connect();
+    ASSERT_TRUE(client.Write("last request"));
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() == 1; }));
     port.reset();
+    EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(RecordingTrace::Count("(" + fullName + ") PipeProcessThread shutting down..."), 1u);
     EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::PipeProcessThread Ended (" + fullName + ")"), 1u);
     EXPECT_TRUE(client.WaitForBreak());
@@ -334,12 +374,38 @@ TEST_F(PortPipe, AFurtherRequestDuringTheRecreationIsAnotherOne)
 TEST_F(PortPipe, RecreatingThePipeThrowsTheClientOutAndEmptiesTheQueue)
 {
     Make();
+    transport.OnSend([&] {
+        SendToClient("too late");
+        port->RequestPipeRecreate();
+    });
     Connect();
-    port->RequestPipeRecreate();
+    ASSERT_TRUE(client.Write("request"));
     EXPECT_TRUE(client.WaitForBreak());
     client.Close();
     Connect();
-    EXPECT_EQ(Access::Queued(*port), 0);
+    SendToClient("welcome");
+    EXPECT_EQ(client.Read(), "welcome") << "the last client's packets are not for this one";
+}
+
+TEST_F(PortPipe, ARequestIsHandedOverOnceThoughARecreationIsAskedForJustThen)
+{
+    // Several packets are pending, so that reading goes on by being enabled, and the read event still tells of the last.
+    Make(16);
+    std::atomic<std::size_t> handed{0};
+    transport.OnSend([&] {
+        if (++handed == 4) {
+            Access::BeginPipeRecreateRequest(*port);
+        }
+    });
+    Connect();
+    for (const char request : {'a', 'b', 'c', 'd', 'e'}) {
+        ASSERT_TRUE(client.Write(std::string(16, request)));
+    }
+    ASSERT_TRUE(support::WaitUntil([&] { return handed >= 5; }));
+    EXPECT_EQ(transport.TheSent()[3].payload, std::string(16, 'd'));
+    EXPECT_EQ(transport.TheSent()[4].payload, std::string(16, 'e'));
+    Access::EndPipeRecreateRequest(*port);
+    EXPECT_TRUE(client.WaitForBreak());
 }
 
 TEST_F(PortPipe, PortsComeAndGoWhilePacketsAndCompletionsArriveForThem)
@@ -362,18 +428,9 @@ TEST_F(PortPipe, PortsComeAndGoWhilePacketsAndCompletionsArriveForThem)
 
 TEST_F(PortPipe, ARequestDoesNotCostThePortAHundredMilliseconds)
 {
-    // Completions come from another thread and late enough to find the next read under way.
     Make();
-    win32::Event submitted(win32::Event::Kind::AutoReset);
-    transport.OnSend([&] { submitted.Set(); });
     win32::Thread completer;
-    completer.Start([&] {
-        for (int packet = 0; packet < 50; ++packet) {
-            submitted.Wait(20'000);
-            ::Sleep(2); // the time a write may take to begin: what is simulated, not what is waited for
-            port->PacketCompleted();
-        }
-    });
+    CompleteLate(completer, 50);
     Connect();
     const ULONGLONG begin = ::GetTickCount64();
     for (std::size_t request = 1; request <= 50; ++request) {
@@ -392,13 +449,7 @@ TEST_F(PortPipe, RequestsInARowAreHandledAsSoonAsTheWriteOfTheOneBeforeHasBegun)
     constexpr std::size_t Requests = 50;
     Make(16);
     win32::Thread completer;
-    completer.Start([&] {
-        for (std::size_t packet = 0; packet < Requests; ++packet) {
-            support::WaitUntil([&] { return transport.Count() > packet; });
-            ::Sleep(2); // the time a write may take to begin: what is simulated, not what is waited for
-            port->PacketCompleted();
-        }
-    });
+    CompleteLate(completer, Requests);
     Connect();
     const ULONGLONG begin = ::GetTickCount64();
     for (std::size_t request = 0; request < Requests; ++request) {
@@ -450,6 +501,58 @@ TEST_F(PortPipe, ARequestThatIsHeldWhenTheClientIsThrownOutDoesNotHoldUpTheNextC
         ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() >= request; })) << request;
     }
     EXPECT_EQ(transport.TheSent()[1].payload, std::string(16, 'b'));
+}
+
+TEST_F(PortPipe, AWriteThatBeganBeforeItsMessageWasThroughDoesNotLetTheNextButOneGoEarly)
+{
+    // The first packet is complete before the port asks for it, the second never.
+    Make(16);
+    std::vector<ULONGLONG> times;
+    times.reserve(3);
+    std::atomic<std::size_t> handed{0};
+    transport.OnSend([&] {
+        if (handed == 0) {
+            port->PacketCompleted();
+        }
+        if (handed < 3) {
+            times.push_back(::GetTickCount64());
+            ++handed;
+        }
+    });
+    Connect();
+    ASSERT_TRUE(client.Write(std::string(16, 'a')));
+    ASSERT_TRUE(support::WaitUntil([&] { return handed == 1; }));
+    ASSERT_TRUE(client.Write(std::string(16, 'b')));
+    ASSERT_TRUE(client.Write(std::string(16, 'c')));
+    ASSERT_TRUE(support::WaitUntil([&] { return handed == 3; }));
+    EXPECT_GE(times[2] - times[1], 80u); // the clock may tick in 16 ms
+}
+
+TEST_F(PortPipe, AClientThatIsGoneBeforeItsRequestIsThroughCostsThePortNoProcessorUntilItIsNoticed)
+{
+    // Its next read is refused at once, and what that means waits for a write that does not begin.
+    constexpr int Rounds = 8;
+    Make(16);
+    const win32::Event handed(win32::Event::Kind::AutoReset);
+    const win32::Event gone(win32::Event::Kind::AutoReset);
+    std::vector<ULONGLONG> processor; // written by the port's thread between the two events
+    transport.OnSend([&] {
+        processor.push_back(ProcessorTime(::GetCurrentThread()));
+        handed.Set();
+        gone.Wait(20'000);
+    });
+    const ULONGLONG begin = ::GetTickCount64();
+    for (int round = 0; round < Rounds; ++round) {
+        Connect();
+        ASSERT_TRUE(client.Write("last words"));
+        ASSERT_TRUE(handed.Wait(20'000)) << round;
+        client.Close();
+        gone.Set();
+        ASSERT_TRUE(support::WaitUntil([&] { return !port->IsPipeConnected(); })) << round;
+    }
+    const ULONGLONG elapsed = ::GetTickCount64() - begin;
+    EXPECT_GT(elapsed, 80u * Rounds);
+    EXPECT_LT(processor.back() - processor.front(), elapsed / 4);
 }
 
 } // namespace

@@ -241,6 +241,26 @@ TEST_F(Dispatch, AFullPayloadOf65535BytesIsDelivered)
     EXPECT_EQ(host.Deliveries()[0].payload, payload);
 }
 
+TEST_F(Dispatch, ABlockThatComesAsTheQuietSecondEndsIsHandledThenAndTraced)
+{
+    Access::EndThreads(driver); // this thread is the reply thread now
+    Access::Receive(driver, Frame(0, 1, 3, 1, "just now"));
+    Access::PassQuietReplySecond(driver);
+    EXPECT_EQ(Payloads(), Strings{"just now"});
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::ReplyProcessThread()FORWARD, Number of pending replies: 1"),
+              1u);
+}
+
+TEST_F(Dispatch, AStopDoesNotWaitForTheQuietSecondToEnd)
+{
+    constexpr int Drivers = 10;
+    const ULONGLONG begin = ::GetTickCount64();
+    for (int i = 0; i < Drivers; ++i) {
+        const CCyUSBDriver another(true, host);
+    }
+    EXPECT_LT(::GetTickCount64() - begin, Drivers * 1'000u / 2);
+}
+
 TEST_F(Dispatch, NoDataOrNoLengthIsIgnored)
 {
     driver.DispatchToDevice(nullptr, 20);

@@ -38,6 +38,12 @@ struct CCyUSBDriverTestAccess
         driver.m_nNextPacketNumber = number;
     }
     static std::size_t Buffered(CCyUSBDriver& driver) { return driver.m_ReplyBuffer.Size(); }
+    static void Receive(CCyUSBDriver& driver, const std::string& block)
+    {
+        driver.ApppendToReplyProcessQueue(reinterpret_cast<const std::uint8_t*>(block.data()),
+                                          static_cast<std::uint32_t>(block.size()));
+    }
+    static void PassQuietReplySecond(CCyUSBDriver& driver) { driver.OnQuietReplySecond(); }
     static void SubmitIdle(CCyUSBDriver& driver) { driver.SendIdlePacket(); }
     static void ReadPipe(CCyUSBDriver& driver, HANDLE pipe) { driver.SimulationReadWaitThread(pipe); }
     static void StopRead(CCyUSBDriver& driver) { driver.m_hStopRead.Set(); }
