@@ -11,7 +11,8 @@ int PlayBusInstrument(const RoleNames& names)
     constexpr std::uint8_t Out = 0x02;
     constexpr std::uint8_t In = 0x86;
     instrumentbus::InstrumentControl bus;
-    console::Announce(console::Utf8(names.ready));
+    const console::ReadySignal ready(console::Utf8(names.ready));
+    ready.Set();
     for (;;) {
         if (const auto written = bus.TakeWritten(0, Out)) {
             bus.Feed(0, In, written->bytes);

@@ -27,7 +27,7 @@ public:
     std::wstring GetFirstHostName() override { return {}; }
     std::wstring GetSecondHostName() override { return {}; }
     bool IsStandalone() override { return true; }
-    std::uint32_t MainThreadId() override { return 0; }
+    void RequestQuit() override {}
 
     PacketWatch* watch = nullptr;
 };

@@ -18,14 +18,17 @@ constexpr std::size_t LongestBlock = 65535;
 class PipeInstrumentRole
 {
 public:
-    explicit PipeInstrumentRole(const RoleNames& names) : m_names(names), m_shared(names.record) {}
+    explicit PipeInstrumentRole(const RoleNames& names)
+        : m_names(names), m_ready(console::Utf8(names.ready)), m_shared(names.record)
+    {
+    }
 
     int Run()
     {
         if (!m_pipe.Make(m_names.pipe, m_names.framed ? PIPE_TYPE_BYTE : PIPE_TYPE_MESSAGE)) {
             return 1;
         }
-        console::Announce(console::Utf8(m_names.ready));
+        m_ready.Set();
         while (m_pipe.AwaitClient()) {
             Serve();
             m_pipe.DropClient();
@@ -111,6 +114,7 @@ private:
     }
 
     const RoleNames& m_names;
+    const console::ReadySignal m_ready;
     const SharedInstrument m_shared;
     PipeEnd m_pipe;
     ReceiveBuffer m_received;

@@ -50,7 +50,7 @@ private:
 class Skeleton
 {
 public:
-    explicit Skeleton(const RoleNames& names) : m_names(names) {}
+    explicit Skeleton(const RoleNames& names) : m_names(names), m_ready(console::Utf8(names.ready)) {}
 
     int Run()
     {
@@ -102,7 +102,7 @@ private:
         const win32::WaitSet<PortSlot, 5> waits(connect.EventHandle(), write.EventHandle(), m_readEnable.Get(),
                                                 read.EventHandle(), m_replies.Filled());
         connect.ConnectPipe(m_port.Get());
-        console::Announce(console::Utf8(m_names.ready));
+        m_ready.Set();
         for (;;) {
             DWORD length = 0;
             switch (waits.Any(INFINITE)) {
@@ -174,6 +174,7 @@ private:
     }
 
     const RoleNames& m_names;
+    const console::ReadySignal m_ready;
     win32::FileHandle m_simulator; // command thread
     win32::FileHandle m_port;      // port thread
     Mailbox m_requests;

@@ -55,7 +55,7 @@ bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
         return false; // a window that nobody sees must not take the keyboard
     case WM_SHOWWINDOW: OnShow(wParam != FALSE); return false;
     case WM_WINDOWPOSCHANGED: OnPositionChanged(*reinterpret_cast<const WINDOWPOS*>(lParam)); return false;
-    case WM_TIMER: m_tray.Refresh(); return true;
+    case WM_TIMER: OnTimer(); return true;
     case TrayIcon::CallbackMessage: OnTrayCallback(lParam); return true;
     case WM_CONTEXTMENU: return true;
     case WM_COMMAND: return OnCommand(LOWORD(wParam), HIWORD(wParam));
@@ -66,6 +66,18 @@ bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
         m_tray.Restore();
     }
     return false;
+}
+
+// The tray icon's timer, which runs in every loop of this thread.
+void CDebugOptionDlg::OnTimer()
+{
+    m_tray.Refresh();
+    if (m_host->IsQuitWanted()) {
+        // Still here: a menu or the moving of the window has taken the message for itself. It is ended, and the message
+        // repeated.
+        ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
+        ::PostQuitMessage(0);
+    }
 }
 
 void CDebugOptionDlg::OnShow(bool shown)

@@ -39,6 +39,7 @@ private:
     bool Handle(UINT message, WPARAM wParam, LPARAM lParam);
     bool OnCommand(WORD id, WORD notification);
     bool OnButton(WORD id);
+    void OnTimer();
     void OnShow(bool shown);
     void OnPositionChanged(const WINDOWPOS& position) noexcept;
     void OnTrayCallback(LPARAM mouseMessage);

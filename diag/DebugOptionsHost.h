@@ -32,4 +32,7 @@ public:
     virtual bool IsConnected() const = 0;
     virtual bool IsUpdatingFirmware() const = 0;
     virtual std::uint32_t GetTransferredBytes() const = 0;
+
+    /// Whether WM_QUIT was posted to this thread.
+    virtual bool IsQuitWanted() const = 0;
 };

@@ -34,11 +34,11 @@ void Attempt(Step step) noexcept
 
 CMorvanePortRouterModule::CMorvanePortRouterModule(HINSTANCE instance)
     : m_instance(instance),
-      m_mainThreadId(::GetCurrentThreadId()),
+      m_quit(::GetCurrentThreadId()),
       m_traceOutput(m_dialog),
       m_traceFrontEnd(m_traceOutput),
       m_configuration(m_traceFrontEnd),
-      m_server(*this, m_mainThreadId)
+      m_server(*this, m_quit)
 {
 }
 

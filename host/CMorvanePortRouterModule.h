@@ -12,6 +12,7 @@
 #include "host/CommandLine.h"
 #include "host/ConfigurationStore.h"
 #include "host/PortTable.h"
+#include "host/QuitRequest.h"
 #include "host/RouterHost.h"
 #include "host/TraceFrontEnd.h"
 #include "host/TracerOutput.h"
@@ -63,7 +64,7 @@ public:
     std::wstring GetFirstHostName() override { return L"Lumivista.exe"; }
     std::wstring GetSecondHostName() override { return L"RouterProbe.exe"; }
     bool IsStandalone() override { return m_standalone; }
-    std::uint32_t MainThreadId() override { return m_mainThreadId; }
+    void RequestQuit() override { m_quit.Post(); }
 
     // IDebugOptionsHost
     const DebugOptionsMap& DeviceOptions() const override { return m_configuration.DeviceOptions(); }
@@ -76,6 +77,7 @@ public:
     bool IsConnected() const override;
     bool IsUpdatingFirmware() const override;
     std::uint32_t GetTransferredBytes() const override;
+    bool IsQuitWanted() const override { return m_quit.IsWanted(); }
 
 private:
     HRESULT RunAction(CommandLineAction action);
@@ -88,7 +90,7 @@ private:
     void StartTransport();
 
     const HINSTANCE m_instance;
-    const DWORD m_mainThreadId;
+    QuitRequest m_quit;
     bool m_standalone = false; // written before the transport exists
 
     // What trace calls use stands first: it is there before anything that traces, and goes last.

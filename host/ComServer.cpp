@@ -68,6 +68,6 @@ void ComServer::ReleaseLock() noexcept
     // At 0 Windows suspends the class object, so that it sends no new client here.
     if (::CoReleaseServerProcess() == 0) {
         m_isStopping = true;
-        ::PostThreadMessageW(m_mainThreadId, WM_QUIT, 0, 0);
+        m_quit.Post();
     }
 }

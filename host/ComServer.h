@@ -3,6 +3,7 @@
 // Main thread only. The class object is registered once and never revoked: the process ends with it.
 #pragma once
 
+#include "host/QuitRequest.h"
 #include "host/RouterHost.h"
 #include "win32/Windows.h"
 
@@ -34,8 +35,8 @@ private:
 class ComServer
 {
 public:
-    /// `mainThreadId`: the thread that WM_QUIT is posted to by the last release.
-    ComServer(IRouterHost& host, DWORD mainThreadId) noexcept : m_factory(host), m_mainThreadId(mainThreadId) {}
+    /// `quit` is posted by the last release, and must live as long.
+    ComServer(IRouterHost& host, QuitRequest& quit) noexcept : m_factory(host), m_quit(quit) {}
     ComServer(const ComServer&) = delete;
     ComServer& operator=(const ComServer&) = delete;
 
@@ -47,6 +48,6 @@ public:
 
 private:
     CMorvaneUSBRouterFactory m_factory;
-    const DWORD m_mainThreadId;
-    bool m_isStopping = false; // never taken back: WM_QUIT is on its way
+    QuitRequest& m_quit;
+    bool m_isStopping = false; // never taken back: the end is on its way
 };

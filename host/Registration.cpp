@@ -97,12 +97,12 @@ HRESULT UnregisterAll(RegistrationHive hive, HKEY root)
 HRESULT RunIn(RegistrationHive hive, HRESULT (*run)(RegistrationHive, HKEY))
 {
     try {
-        if (hive == RegistrationHive::Machine) {
-            return run(hive, HKEY_CLASSES_ROOT);
-        }
+        // Not HKEY_CLASSES_ROOT, where Windows shows both merged: what the user has there already it would write, and
+        // remove, in place of the machine's.
         win32::RegistryKey classes;
         const LSTATUS status =
-            win32::RegistryKey::Create(HKEY_CURRENT_USER, L"Software\\Classes", KEY_READ | KEY_WRITE, classes);
+            win32::RegistryKey::Create(hive == RegistrationHive::Machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER,
+                                       L"Software\\Classes", KEY_READ | KEY_WRITE, classes);
         return status == ERROR_SUCCESS ? run(hive, classes.Get()) : HRESULT_FROM_WIN32(status);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;

@@ -17,7 +17,13 @@ enum class Slot : DWORD { Stop, StopRead, ReadDone, TimedOut = WAIT_TIMEOUT, Fai
 class EndpointReader
 {
 public:
-    explicit EndpointReader(CCyUSBEndPoint& in) : m_in(in) {}
+    /// Throws std::bad_alloc also when there is no event for it: waits that fail would not hear of a stop.
+    explicit EndpointReader(CCyUSBEndPoint& in) : m_in(in)
+    {
+        if (EventHandle() == nullptr) {
+            throw std::bad_alloc();
+        }
+    }
 
     HANDLE EventHandle() const noexcept { return m_transfer.EventHandle(); }
     void Begin()

@@ -40,6 +40,6 @@ public:
     virtual std::wstring GetSecondHostName() = 0;
     /// True when no host program ran at start-up: the host watch never ends such a router.
     virtual bool IsStandalone() = 0;
-    /// The thread that WM_QUIT is posted to when no host program is left.
-    virtual std::uint32_t MainThreadId() = 0;
+    /// Posts WM_QUIT to the main thread: no host program is left.
+    virtual void RequestQuit() = 0;
 };

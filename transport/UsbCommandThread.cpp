@@ -46,7 +46,7 @@ void UsbCommandThread::Run()
         }
         ::Sleep(0);
         if (m_driver.m_bTerminate) {
-            ::PostThreadMessageW(m_driver.m_Host.MainThreadId(), WM_QUIT, 0, 0);
+            m_driver.m_Host.RequestQuit();
             m_running = false;
         }
     }

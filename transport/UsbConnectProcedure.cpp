@@ -85,10 +85,13 @@ bool UsbCommandThread::Query(std::uint8_t index)
 void UsbCommandThread::ReopenChosen(const Choice& chosen)
 {
     m_endpoints = {};
-    if (m_device.Open(chosen.index) && m_device.VendorId() == chosen.vendorId &&
-        m_device.ProductId() == chosen.productId)
-    {
+    if (!m_device.Open(chosen.index)) {
+        return;
+    }
+    if (m_device.VendorId() == chosen.vendorId && m_device.ProductId() == chosen.productId) {
         m_endpoints = ChooseEndpoints(m_device);
+    } else {
+        m_device.Close(); // or the next procedure would reset somebody else's device
     }
 }
 
@@ -121,8 +124,13 @@ void UsbCommandThread::OnOpened()
     m_driver.m_hDisconnected.Reset();
     m_driver.NotifyState(true);
     m_driver.m_hStopRead.Reset();
-    if (!m_driver.m_hReadThread.IsHeld()) {
-        m_driver.m_hReadThread.Start([driver = &m_driver, in = m_endpoints.in] { driver->USBReadWaitThread(in); });
+    if (!m_driver.m_hReadThread.IsHeld() &&
+        !m_driver.m_hReadThread.Start(
+            [driver = &m_driver, in = m_endpoints.in] { driver->USBReadWaitThread(in); }))
+    {
+        m_driver.DropConnection(); // nobody would read from it
+        ::Sleep(TimeBetweenScans);
+        return;
     }
     m_driver.StartDownloadIfNeeded();
     m_driver.BeginNumbering();

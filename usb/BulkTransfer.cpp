@@ -45,7 +45,8 @@ bool BulkTransfer::Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::ui
 
 bool BulkTransfer::Finish(std::uint32_t& length)
 {
-    length = static_cast<std::uint32_t>(m_transfer->buffer.size());
+    // Without the byte behind the longest read; a write has no buffer of its own.
+    length = m_transfer->buffer.empty() ? 0 : static_cast<std::uint32_t>(m_transfer->buffer.size() - 1);
     RequestBlock* const context = m_transfer->block.release();
     if (m_endpoint->FinishDataXfer(m_transfer->buffer.data(), length, &m_transfer->overlapped, context)) {
         m_endpoint = nullptr;

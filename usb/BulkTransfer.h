@@ -51,7 +51,7 @@ public:
     bool HasEnded() const noexcept { return IsUnderWay() && m_transfer->HasCompleted(); }
 
     /// Takes the result; `length` gets the bytes transferred. False when the transfer failed; GetLastError() is then
-    /// 0 if only the driver's statuses tell so (they are kept by the endpoint). Only when HasEnded.
+    /// ERROR_GEN_FAILURE if only the driver's statuses tell so (they are kept by the endpoint). Only when HasEnded.
     bool Finish(std::uint32_t& length);
 
     /// What the last read brought, `length` bytes of it, with room for one byte behind the longest read. Valid until

@@ -100,8 +100,14 @@ bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length,
     TakeRecords(*block, records);
     block.reset();
     length = m_transferred;
+    const bool good = m_ntStatus == 0 && m_usbdStatus == 0;
+    if (worked && !good) {
+        // Only the driver's statuses tell of it, and no read follows a failed one. Were that no error of Windows either,
+        // the transport would believe in a connection that nobody reads from.
+        m_lastError = ERROR_GEN_FAILURE;
+    }
     ::SetLastError(m_lastError);
-    return worked && m_ntStatus == 0 && m_usbdStatus == 0;
+    return worked && good;
 }
 
 void CCyUSBEndPoint::TakeData(usb::RequestBlock& block, std::uint32_t returned,
@@ -109,9 +115,12 @@ void CCyUSBEndPoint::TakeData(usb::RequestBlock& block, std::uint32_t returned,
 {
     const std::uint32_t offset = block.Header().dataOffset; // 0 in direct requests
     m_transferred = returned > offset ? returned - offset : 0;
+    if (m_in) {
+        // A driver that tells of more than it was asked for is not believed.
+        m_transferred = static_cast<std::uint32_t>(std::min<std::size_t>(m_transferred, room.size()));
+    }
     if (offset != 0 && m_in && m_transferred != 0) {
-        const std::span<const std::uint8_t> data =
-            block.Part(offset, std::min<std::size_t>(m_transferred, room.size()));
+        const std::span<const std::uint8_t> data = block.Part(offset, m_transferred);
         std::copy(data.begin(), data.end(), room.begin());
         m_transferred = static_cast<std::uint32_t>(data.size());
     }

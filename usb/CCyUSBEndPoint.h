@@ -37,7 +37,7 @@ public:
 
     /// Takes the result of a transfer whose event is signalled and frees the context; never waits. `length`: room
     /// in `buffer`, then the bytes transferred. True when the transfer worked and both statuses are 0.
-    /// GetLastError() afterwards is 0 unless Windows itself reported an error: bad statuses alone leave 0.
+    /// GetLastError() afterwards is what Windows reported, which may be 0, and ERROR_GEN_FAILURE for bad statuses alone.
     /// With ERROR_IO_INCOMPLETE the call came too early and the context is still the caller's.
     virtual bool FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length, OVERLAPPED* overlapped,
                                 usb::RequestBlock* context, std::span<usb::IsoPacketRecord> records = {}) noexcept;

@@ -22,7 +22,11 @@ UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open)
         m_interfaceNotification.RegisterClass(m_window, m_interfaceClass);
     }
     if (open) {
-        Open(0);
+        try {
+            Open(0);
+        } catch (...) {
+            // Closed, as without a device: whoever serves one opens it anew, and is told then what is wrong.
+        }
     }
 }
 

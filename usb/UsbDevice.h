@@ -19,7 +19,8 @@
 class UsbDevice
 {
 public:
-    /// `window`: gets device notifications, null for none. `open`: tries Open(0), whose outcome IsOpen tells.
+    /// `window`: gets device notifications, null for none. `open`: tries Open(0), whose outcome IsOpen tells; what
+    /// that throws is not passed on.
     UsbDevice(HWND window, const GUID& interfaceClass, bool open);
     /// Closes and ends the notifications. What Close and Unregister throw stays inside: a destructor runs during
     /// other exceptions too, where a second one would end the process.

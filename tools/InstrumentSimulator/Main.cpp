@@ -16,8 +16,8 @@ Usage: InstrumentSimulator [switches]
 Serves \\.\pipe\UsbPipeSimulator, answers the router's packets and prints a line for each packet it gets:
 seconds since the start, packet number, packet type, [device type,port], payload length, first bytes.
 The router comes to the pipe when "SimulateUSB" is 1 below
-HKEY_LOCAL_MACHINE\Software\Morvane Biosystems\Devices\MorvanePortRouter. It may come and go; each time numbering
-starts afresh. Without any rule every request is echoed to its sender.
+HKEY_LOCAL_MACHINE\Software\Morvane Biosystems\Devices\MorvanePortRouter\DeviceOptions. It may come and go; each
+time numbering starts afresh. Without any rule every request is echoed to its sender.
 
 )") + PlayRunHelp() +
            R"(  --pipe NAME             serve \\.\pipe\NAME instead (for tests; the router knows only the one above)

@@ -28,6 +28,7 @@ double Seconds(microseconds time)
 Probe::Probe(const ProbeOptions& options)
     : m_options(options),
       m_stop(options.stopEvent),
+      m_ready(options.readyEvent),
       m_notOpened(options.ports.size()),
       m_running(options.ports.size()),
       m_session(options, m_stop)
@@ -83,8 +84,8 @@ void Probe::StartWorkers()
 
 void Probe::OnOpened()
 {
-    if (m_notOpened.fetch_sub(1) == 1 && !m_options.readyEvent.empty()) {
-        console::Announce(m_options.readyEvent);
+    if (m_notOpened.fetch_sub(1) == 1) {
+        m_ready.Set();
     }
 }
 
@@ -135,7 +136,11 @@ void Probe::OnRouterEnded()
 
 void Probe::BringRouterBack()
 {
-    while (const auto fault = m_session.Begin()) {
+    const auto end = m_options.duration ? std::optional(m_start + *m_options.duration) : std::nullopt;
+    while (const auto fault = m_session.Begin(end)) {
+        if (end && console::Now() >= *end) {
+            m_stop.Set();
+        }
         const std::array<HANDLE, 2> ends = {m_allEnded.Get(), m_stop.Get()};
         if (::WaitForMultipleObjects(static_cast<DWORD>(ends.size()), ends.data(), FALSE, RouterRetryPause) !=
             WAIT_TIMEOUT)

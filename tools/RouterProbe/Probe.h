@@ -43,6 +43,7 @@ private:
 
     const ProbeOptions& m_options;
     const console::StopSignal m_stop;
+    const console::ReadySignal m_ready;                          // set when all pipes are open
     const win32::Event m_never{win32::Event::Kind::ManualReset}; // stands in for a process that is not known
     const win32::Event m_allEnded{win32::Event::Kind::ManualReset};
     std::atomic<std::size_t> m_notOpened; // workers whose pipe was not open yet

@@ -239,5 +239,11 @@ std::optional<ProbeFault> ReadOptions(const std::vector<std::string>& arguments,
         return ProbeFault{ExitCode::Usage, *error + " (--help tells more)"};
     }
     TakeNumbers(raw, options);
-    return ReadFiles(raw, options);
+    if (auto fault = ReadFiles(raw, options)) {
+        return fault;
+    }
+    if (options.command == Command::Send && options.requests.empty()) {
+        return ProbeFault{ExitCode::Usage, "nothing to send: the file is empty"};
+    }
+    return std::nullopt;
 }

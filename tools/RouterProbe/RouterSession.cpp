@@ -32,9 +32,10 @@ RouterSession::~RouterSession()
     }
 }
 
-std::optional<ProbeFault> RouterSession::Begin()
+std::optional<ProbeFault> RouterSession::Begin(std::optional<std::chrono::microseconds> noLaterThan)
 {
-    const auto end = console::Now() + m_options.openTimeout;
+    const std::chrono::microseconds usual = console::Now() + m_options.openTimeout;
+    const auto end = noLaterThan ? std::min(usual, *noLaterThan) : usual;
     for (;;) {
         auto fault = TryToBegin();
         if (!fault || fault->code != ExitCode::NoRouter || console::Now() >= end || m_stop.Wait(RetryPause)) {

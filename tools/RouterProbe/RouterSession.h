@@ -20,7 +20,7 @@ public:
 
     /// Starts the router, if need be, and registers the ports. A router that is just ending can't be started; it is
     /// tried again for the time of --open-timeout.
-    std::optional<ProbeFault> Begin();
+    std::optional<ProbeFault> Begin(std::optional<std::chrono::microseconds> noLaterThan = std::nullopt);
 
     /// Signalled when the router has ended; null when it is not known which process it is.
     HANDLE ProcessHandle() const noexcept { return m_process.Get(); }

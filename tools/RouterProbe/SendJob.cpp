@@ -17,7 +17,7 @@ std::string MillisecondsText(std::chrono::microseconds time)
 PortJob::End SendJob::DoRun(ClientPipe& pipe)
 {
     const auto& requests = m_options.requests;
-    while (m_options.count == 0 || m_next < requests.size() * m_options.count) {
+    while (m_options.count == 0 || m_next / requests.size() < m_options.count) {
         if (m_next != 0 && m_options.interval.count() != 0 &&
             m_stop.Wait(static_cast<DWORD>(m_options.interval.count()))) {
             return End::Stopped;

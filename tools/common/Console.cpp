@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <mutex>
+#include <stdexcept>
 
 namespace console {
 
@@ -33,6 +34,17 @@ BOOL WINAPI OnControl(DWORD kind)
         ::Sleep(GoodOrder);
     }
     return TRUE;
+}
+
+/// Manual reset; without a name when that is empty. Throws std::runtime_error.
+win32::KernelHandle MakeEvent(const std::string& name)
+{
+    win32::KernelHandle event(::CreateEventW(nullptr, TRUE, FALSE, name.empty() ? nullptr : Wide(name).c_str()));
+    if (!event) {
+        const DWORD error = ::GetLastError();
+        throw std::runtime_error("the event '" + name + "' can't be made (error " + std::to_string(error) + ")");
+    }
+    return event;
 }
 
 } // namespace
@@ -83,15 +95,11 @@ int Fail(std::string_view program, std::string_view what, int exitCode)
     return exitCode;
 }
 
-bool Announce(const std::string& eventName)
+ReadySignal::ReadySignal(const std::string& eventName)
 {
-    win32::KernelHandle event(::CreateEventW(nullptr, TRUE, FALSE, Wide(eventName).c_str()));
-    if (!event || ::SetEvent(event.Get()) == FALSE) {
-        return false;
+    if (!eventName.empty()) {
+        m_event = MakeEvent(eventName);
     }
-    // Kept open on purpose: who looks later still finds it set.
-    event.Release();
-    return true;
 }
 
 std::chrono::microseconds Now()
@@ -100,8 +108,7 @@ std::chrono::microseconds Now()
         std::chrono::steady_clock::now().time_since_epoch());
 }
 
-StopSignal::StopSignal(const std::string& eventName)
-    : m_event(::CreateEventW(nullptr, TRUE, FALSE, eventName.empty() ? nullptr : Wide(eventName).c_str()))
+StopSignal::StopSignal(const std::string& eventName) : m_event(MakeEvent(eventName))
 {
     stopEvent.store(m_event.Get());
     ::SetConsoleCtrlHandler(OnControl, TRUE);

@@ -25,18 +25,33 @@ void Say(std::string_view line);
 /// "PROGRAM: what" to standard error, and `exitCode` back.
 int Fail(std::string_view program, std::string_view what, int exitCode);
 
-/// Sets the named event, which others wait for; creates it when it is not there. False when that is refused.
-/// The event lives as long as the process does or anyone else holds it.
-bool Announce(const std::string& eventName);
-
 /// Microseconds from some moment before the first call; the same clock for all threads.
 std::chrono::microseconds Now();
+
+/// A named event that others wait for. It is there, unset, from the start: who looks for it too early can wait for it.
+class ReadySignal
+{
+public:
+    /// Nothing without a name. Throws std::runtime_error when the event can't be made.
+    explicit ReadySignal(const std::string& eventName);
+
+    void Set() const noexcept
+    {
+        if (m_event) {
+            ::SetEvent(m_event.Get());
+        }
+    }
+
+private:
+    win32::KernelHandle m_event; // manual reset
+};
 
 /// Becomes signalled on Ctrl+C, Ctrl+Break and when the console goes; on a named event too, when it is given
 /// one. At most one at a time.
 class StopSignal
 {
 public:
+    /// Throws std::runtime_error when the event can't be made.
     explicit StopSignal(const std::string& eventName = {});
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;

@@ -9,17 +9,16 @@
 
 namespace {
 
-EngineLoop::Listener ListenerFor(PacketPrinter* printer, const PlayOptions& options, const std::string& serving)
+EngineLoop::Listener ListenerFor(PacketPrinter* printer, const console::ReadySignal& ready,
+                                 const std::string& serving)
 {
     EngineLoop::Listener listener;
-    listener.served = [printer, &options, &serving] {
+    listener.served = [printer, &ready, &serving] {
         if (printer != nullptr) {
             printer->Line(serving);
             printer->Flush();
         }
-        if (!options.readyEvent.empty()) {
-            console::Announce(options.readyEvent);
-        }
+        ready.Set();
     };
     if (printer != nullptr) {
         listener.connected = [printer] { printer->Line("router connected"); };
@@ -84,10 +83,11 @@ int PlayProgram::Play(const PlayOptions& options, const Place& place, const Make
     }
     const bool imageExpected = expected.has_value();
     const console::StopSignal stop(options.stopEvent);
+    const console::ReadySignal ready(options.readyEvent);
     const std::unique_ptr<PacketPrinter> printer(options.quiet ? nullptr : std::make_unique<PacketPrinter>());
     instrument::InstrumentEngine engine(options.script, printer.get(), std::move(expected));
     const std::unique_ptr<EngineLoop> loop =
-        makeLoop(engine, stop.Get(), ListenerFor(printer.get(), options, place.serving));
+        makeLoop(engine, stop.Get(), ListenerFor(printer.get(), ready, place.serving));
     const auto start = console::Now();
     const EngineLoop::End end = loop->Run(LimitsOf(options));
     if (printer) {

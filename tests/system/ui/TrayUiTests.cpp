@@ -66,4 +66,28 @@ TEST_F(Ui, MenuOfTheIconHasAnEntryThatOnlyClosesIt)
     Exchange("the router lives");
 }
 
+TEST_F(Ui, TheLastReleaseEndsTheRouterThoughItsMenuIsOpen)
+{
+    ASSERT_NO_FATAL_FAILURE(StartRouter());
+    ASSERT_TRUE(desktop::RightClick(desktop::CenterOf(desktop::TrayIcon())));
+    ASSERT_TRUE(support::WaitUntil([] { return desktop::VisibleWindow(L"#32768") != nullptr; }));
+    session.Release();
+    EXPECT_EQ(session.WaitForEnd(), 0u);
+}
+
+TEST_F(Ui, TheLastReleaseEndsTheRouterThoughItsWindowIsBeingMoved)
+{
+    ASSERT_NO_FATAL_FAILURE(StartRouter());
+    ASSERT_NO_FATAL_FAILURE(OpenDialog());
+    const DWORD thread = ::GetWindowThreadProcessId(Dialog(), nullptr);
+    ASSERT_TRUE(::PostMessageW(Dialog(), WM_SYSCOMMAND, SC_MOVE, 0)); // by the keyboard, until a key ends it
+    ASSERT_TRUE(support::WaitUntil([&] {
+        GUITHREADINFO state{};
+        state.cbSize = sizeof state;
+        return ::GetGUIThreadInfo(thread, &state) && (state.flags & GUI_INMOVESIZE) != 0;
+    }));
+    session.Release();
+    EXPECT_EQ(session.WaitForEnd(), 0u);
+}
+
 } // namespace

@@ -56,6 +56,20 @@ TEST_F(DialogTest, DestroyingRemovesTheIcon)
     EXPECT_EQ(NotifyCalls().size(), 1u);
 }
 
+TEST_F(DialogTest, RepeatsAtItsNextTickAQuitThatAMenuHasTakenForItself)
+{
+    const auto quitIsPosted = [] {
+        MSG message{};
+        return ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE) != FALSE;
+    };
+    Create();
+    ::SendMessageW(m_dialog.Window(), WM_TIMER, 1, 0);
+    EXPECT_FALSE(quitIsPosted());
+    m_host.quitWanted = true;
+    ::SendMessageW(m_dialog.Window(), WM_TIMER, 1, 0);
+    EXPECT_TRUE(quitIsPosted());
+}
+
 TEST_F(DialogTest, DestroyingItWhileItIsOpenLeavesNothingVisible)
 {
     AddDevice(1, L"Pump");

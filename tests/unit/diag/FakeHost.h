@@ -32,6 +32,7 @@ public:
     bool IsConnected() const override { return connected; }
     bool IsUpdatingFirmware() const override { return updating; }
     std::uint32_t GetTransferredBytes() const override { return bytes; }
+    bool IsQuitWanted() const override { return quitWanted; }
 
     DebugOptionsMap options;
     std::uint32_t limit = 10;
@@ -40,6 +41,7 @@ public:
     bool connected = false;
     bool updating = false;
     std::uint32_t bytes = 0;
+    bool quitWanted = false;
     std::vector<Applied> applied;
 };
 

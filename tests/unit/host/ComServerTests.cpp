@@ -78,7 +78,8 @@ bool QuitIsPosted()
 TEST(ServerLocks, OnlyTheLastReleasePostsQuitToTheMainThread)
 {
     FakeRouterHost host;
-    ComServer server(host, ::GetCurrentThreadId());
+    QuitRequest quit(::GetCurrentThreadId());
+    ComServer server(host, quit);
     MSG message{};
     ::PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
     server.AddLock();
@@ -86,15 +87,18 @@ TEST(ServerLocks, OnlyTheLastReleasePostsQuitToTheMainThread)
     server.ReleaseLock();
     EXPECT_FALSE(server.IsStopping());
     EXPECT_FALSE(QuitIsPosted());
+    EXPECT_FALSE(quit.IsWanted());
     server.ReleaseLock();
     EXPECT_TRUE(server.IsStopping());
     EXPECT_TRUE(QuitIsPosted());
+    EXPECT_TRUE(quit.IsWanted());
 }
 
 TEST(ServerLocks, RegisteringTheClassWithoutComFails)
 {
     FakeRouterHost host;
-    ComServer server(host, ::GetCurrentThreadId());
+    QuitRequest quit(::GetCurrentThreadId());
+    ComServer server(host, quit);
     EXPECT_EQ(server.RegisterClassObjects(), CO_E_NOTINITIALIZED);
 }
 

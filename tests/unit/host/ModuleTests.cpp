@@ -125,7 +125,15 @@ TEST_F(Module, TheHostProgramsHaveTheirNames)
 {
     EXPECT_EQ(m_module.GetFirstHostName(), L"Lumivista.exe");
     EXPECT_EQ(m_module.GetSecondHostName(), L"RouterProbe.exe");
-    EXPECT_EQ(m_module.MainThreadId(), ::GetCurrentThreadId());
+}
+
+TEST_F(Module, ARequestToQuitReachesTheMainThreadAndIsKept)
+{
+    EXPECT_FALSE(m_module.IsQuitWanted());
+    m_module.RequestQuit();
+    MSG message{};
+    EXPECT_TRUE(::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE));
+    EXPECT_TRUE(m_module.IsQuitWanted());
 }
 
 TEST_F(Module, TheDownloadersChannelsAreNamedAtTheStart)

@@ -81,7 +81,7 @@ public:
         quietSeconds.Wait(20'000);
         return standalone;
     }
-    std::uint32_t MainThreadId() override { return mainThread; }
+    void RequestQuit() override { ::PostThreadMessageW(mainThread, WM_QUIT, 0, 0); }
 
     void AddPort(std::int32_t deviceType, std::int32_t port)
     {

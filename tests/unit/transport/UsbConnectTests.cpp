@@ -229,6 +229,29 @@ TEST_F(UsbConnect, AnotherProductThatHasTakenTheChosenOnesIndexWaitsForTheNextSc
     EXPECT_EQ(RecordingTrace::Count("Connection to USB opened"), 1u);
 }
 
+TEST_F(UsbConnect, SomebodyElsesDeviceThatHasTakenTheChosenOnesIndexIsNotReset)
+{
+    bus.Plug(0, Instrument());
+    bus.Plug(1, Instrument(0x1E4F, 0x0500));
+    bus.Plug(2, Instrument(0x1234, 0x0100));
+    bool done = false;
+    onLine = [&](const std::string& line) {
+        if (line == "Found USB device, VID=4660, PID=256" && !done) {
+            done = true;
+            instrumentbus::InstrumentControl hand;
+            hand.Unplug(0);
+            hand.Unplug(1);
+            hand.Unplug(2);
+            hand.Plug(3, Instrument(0x1E4F, 0x0500));
+            hand.Plug(4, Instrument(0x9999, 0x0100));
+        }
+    };
+    Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection(3));
+    EXPECT_EQ(RecordingTrace::Count("Connection to USB failed"), 1u);
+    EXPECT_EQ(bus.Count(4, In).resets, 0u);
+}
+
 TEST_F(UsbConnect, TheCommandThreadRunsAboveAndTheReplyThreadAtNormalPriority)
 {
     Start();

@@ -181,7 +181,7 @@ TEST_F(Transfers, ARefusalWithoutAnErrorOfWindowsEndsAtOnceToo)
     EXPECT_EQ(outcome.lastError, 0u);
 }
 
-TEST_F(Transfers, ABadStatusAloneFailsABufferedTransferWithLastErrorZero)
+TEST_F(Transfers, ABadStatusAloneFailsABufferedTransferWithAnErrorOfWindows)
 {
     Connect();
     Endpoint(In)->SetDirect(false);
@@ -192,10 +192,10 @@ TEST_F(Transfers, ABadStatusAloneFailsABufferedTransferWithLastErrorZero)
     bus.SetRule(rule);
     bus.Feed(0, In, Pattern(5));
     ASSERT_TRUE(Read(read));
-    ::SetLastError(ERROR_GEN_FAILURE);
+    ::SetLastError(ERROR_SUCCESS);
     const Outcome outcome = End(read);
     EXPECT_FALSE(outcome.worked);
-    EXPECT_EQ(outcome.lastError, 0u);
+    EXPECT_EQ(outcome.lastError, static_cast<DWORD>(ERROR_GEN_FAILURE));
     EXPECT_EQ(outcome.length, 5u);
     EXPECT_EQ(Endpoint(In)->NtStatus(), StatusIoDeviceError);
     EXPECT_EQ(Endpoint(In)->UsbdStatus(), UsbdStallPid);
