@@ -191,7 +191,7 @@ void AddCountedRows(Table& table, const Effort& effort, RouterSession& session,
                    {idleness.wakeUps, "/s"},
                    Quantity{IdleRouter::StatedWakeUps(state), "/s"},
                    Bound::AtMost,
-                   1.1,
+                   1.03,
                    ""});
         table.Add({std::string("processor, ") + IdleRouter::NameOf(state),
                    "one processor",

@@ -42,19 +42,18 @@ const char* IdleRouter::NameOf(IdleState state)
 
 double IdleRouter::StatedWakeUps(IdleState state)
 {
+    // The reply thread's time-out of 1000 ms is not among them: it waits without the server.
     constexpr double Tray = 3;         // its timer of 1000 ms, and the answers of the taskbar that it tells
-    constexpr double ReplyThread = 1;  // its time-out of 1000 ms
     constexpr double PortTimeOut = 20; // every 50 ms
-    // A quiet second queues an idle packet: the time-out, the packet, the end of its write; the echo of this
-    // instrument comes back once and goes through the reply thread, instead of that one's time-out.
-    constexpr double CommandThread = 4;
+    // A quiet second queues an idle packet: the time-out, and the echo of this instrument, if it takes its time.
+    constexpr double CommandThread = 2;
     switch (state) {
     // With nobody connected the pipe is made anew after each time-out, by an event that is signalled already when it is
     // waited for.
     case IdleState::Connected:
-    case IdleState::NobodyConnected: return Tray + ReplyThread + CommandThread + Ports * PortTimeOut;
+    case IdleState::NobodyConnected: return Tray + CommandThread + Ports * PortTimeOut;
     // Ports look for a connection once a second, the command thread for the instrument every 10 ms.
-    case IdleState::NoInstrument: return Tray + ReplyThread + Ports + 100;
+    case IdleState::NoInstrument: return Tray + Ports + 100;
     }
     return 0;
 }

@@ -24,6 +24,9 @@ constexpr const char* Help = R"(usage: bench [switches]
 Registers the router of its own folder and removes the router's settings: for a Windows of its own only.
 )";
 
+const std::set<std::string> Groups{"wire",  "dispatch", "trace", "usb",    "start",
+                                   "trips", "streams",  "ports", "counted"};
+
 struct Options
 {
     bench::Effort effort;
@@ -43,6 +46,9 @@ std::optional<commandline::Error> Read(const std::vector<std::string>& arguments
                                            [&options](const std::string& value) {
                                                std::istringstream groups(value);
                                                for (std::string group; std::getline(groups, group, ',');) {
+                                                   if (!Groups.contains(group)) {
+                                                       return std::optional("unknown group '" + group + "'");
+                                                   }
                                                    options.only.insert(group);
                                                }
                                                return std::optional<commandline::Error>();

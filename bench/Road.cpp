@@ -2,6 +2,7 @@
 
 #include "bench/Measure.h"
 #include "tests/support/UniqueName.h"
+#include "tools/common/Console.h"
 
 #include <stdexcept>
 
@@ -62,7 +63,9 @@ RunningRouter::RunningRouter(RouterSession& session) : m_session(session)
 RunningRouter::~RunningRouter()
 {
     m_session.Release();
-    m_session.WaitForEnd();
+    if (m_session.WaitForEnd() != 0u) {
+        console::Say("FAILED: the router did not end with code 0");
+    }
 }
 
 DWORD RunningRouter::Id() const noexcept

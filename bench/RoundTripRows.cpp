@@ -105,7 +105,7 @@ void AddAgainstOnePipe(Table& table, std::size_t size, const Trips& trips, const
                Quantity{trips.direct, "us"},
                Bound::None,
                0,
-               "the floor"});
+               "a bare road"});
 }
 
 void AddPercentile(Table& table, std::size_t size, const Trips& trips, const std::string& when)
@@ -141,8 +141,8 @@ void AddRoundTripRows(Table& table, const Effort& effort, RouterSession& session
         AddAgainstOnePipe(table, size, MeasureNowAndThen(effort, roads, size), ", now and then");
     }
     for (const std::size_t size : Sizes) {
-        // In a tight loop over several processors the floor itself can be far above what is asked of one pipe, and is then
-        // missed: whether the router adds anything of its own is seen against the floor.
+        // In a tight loop over several processors the bare road itself is above what is asked of one pipe: whether the
+        // router adds anything of its own is seen against that.
         const std::string when = ", all processors";
         const Trips trips = MeasureBackToBack(effort, roads, size);
         AddAgainstOnePipe(table, size, trips, when);

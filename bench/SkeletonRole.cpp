@@ -1,5 +1,5 @@
-// The road of a packet with nothing on it: the threads, events and overlapped operations that the router's road
-// needs, each used once, and no product code. client -> port thread -> command thread -> instrument -> command thread
+// The road of a packet with nothing on it: the threads, events and overlapped operations of the router's road as one
+// would write them down, every event waited for and reset, and nothing of the product but its wrappers of Windows' calls. client -> port thread -> command thread -> instrument -> command thread
 // -> reply thread -> port thread -> client.
 #include "bench/Roles.h"
 
@@ -29,8 +29,10 @@ class Mailbox
 public:
     void Put(Bytes bytes)
     {
-        const win32::ExclusiveScope scope(m_lock);
-        m_bytes = std::move(bytes);
+        {
+            const win32::ExclusiveScope scope(m_lock);
+            m_bytes = std::move(bytes);
+        }
         m_filled.Set();
     }
     Bytes Take()

@@ -109,6 +109,9 @@ double Row::Judged() const
 
 std::optional<bool> Row::IsMet() const
 {
+    if (bound != Bound::None && referenceFigure && referenceFigure->value == 0) {
+        return false; // nothing was measured to compare with
+    }
     switch (bound) {
     case Bound::AtMost: return Judged() <= target;
     case Bound::AtLeast: return Judged() >= target;

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 namespace {
 
@@ -48,6 +49,11 @@ int main(int count, char** arguments)
     std::puts(bench::Table::Head().c_str());
     bench::AddDumpAndFramingRows(table, effort);
     WireParser parser;
-    bench::AddParsingRows(table, effort, parser, "parsing, native");
+    try {
+        bench::AddParsingRows(table, effort, parser, "parsing, native");
+    } catch (const std::exception& fault) {
+        std::fprintf(stderr, "bench_native: %s\n", fault.what());
+        return 1;
+    }
     return 0;
 }
