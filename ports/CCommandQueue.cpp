@@ -25,14 +25,15 @@ std::int32_t CCommandQueue::Push(CSerialPortCommand* command)
         push(command);
         count = static_cast<std::int32_t>(size());
         m_Count.store(count, std::memory_order_relaxed);
-        // Set already when others wait in front: no kernel call for those.
-        if (count == 1 && m_NotEmpty) {
-            m_NotEmpty->Set();
-        }
     }
-    // Outside, or the woken thread would wait for the section.
-    if (count == 1 && !m_NotEmpty) {
-        m_FilledOrInterrupted.WakeOne();
+    // Only the first of those that wait wakes: no kernel call for the others. Outside the section, or the woken thread
+    // would sleep again to wait for it.
+    if (count == 1) {
+        if (m_NotEmpty) {
+            m_NotEmpty->Set();
+        } else {
+            m_FilledOrInterrupted.WakeOne();
+        }
     }
     return count;
 }

@@ -10,8 +10,9 @@
 #include <optional>
 #include <queue>
 
-/// First in, first out. Any thread may call any member. The not-empty event is set exactly while the queue holds
-/// something, as seen under the lock; a waiter may still lose the race for the last command and pop null. A queue whose
+/// First in, first out. Any thread may call any member. The not-empty event is set once something is in the queue, and
+/// reset under the lock once nothing is. The setting may come late, when what it tells of is gone already: a waiter that
+/// finds the queue empty settles it. A queue whose
 /// one consumer waits for nothing else has no event, which would cost three kernel calls for each packet that it wakes
 /// for, but AwaitNotEmpty.
 class CCommandQueue : private std::queue<CSerialPortCommand*, std::deque<CSerialPortCommand*>>
@@ -34,7 +35,7 @@ public:
     CSerialPortCommand* Pop();
 
     /// Pop in two steps, for a consumer that is in a hurry with the command: the event may stay set over an empty queue
-    /// until Settle.
+    /// until Settle, which resets it unless something has come in.
     CSerialPortCommand* Take();
     void Settle();
 
@@ -59,7 +60,8 @@ public:
     void Interrupt();
 
 private:
-    win32::CriticalSection m_Section; // guards the queue, the changes of m_Count, the event's state, m_Interrupted
+    win32::CriticalSection
+        m_Section; // guards the queue, the changes of m_Count, resetting the event, m_Interrupted
     std::optional<win32::Event> m_NotEmpty;         // manual reset
     win32::ConditionVariable m_FilledOrInterrupted; // without m_NotEmpty
     bool m_Interrupted = false;

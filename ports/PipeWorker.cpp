@@ -361,7 +361,9 @@ bool PipeWorker::WriteHasBegun()
 
 void PipeWorker::OnPacketQueued()
 {
-    if (m_writeComplete) {
+    if (m_port.OutQueue.GetCount() == 0) {
+        m_port.OutQueue.Settle(); // set late: what it told of is written already
+    } else if (m_writeComplete) {
         WriteNext();
         m_port.OutQueue.Settle(); // not before the write, for which the client waits
     } else if (m_pipe) {

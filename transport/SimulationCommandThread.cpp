@@ -157,7 +157,9 @@ void SimulationCommandThread::OnWriteDone()
 
 void SimulationCommandThread::OnCommandQueued()
 {
-    if (m_writeInFlight || !m_pipe) {
+    if (m_driver.m_CommandQueue.GetCount() == 0) {
+        m_driver.m_CommandQueue.Settle(); // set late: what it told of is written already
+    } else if (m_writeInFlight || !m_pipe) {
         OnBusy();
     } else {
         WriteNext();

@@ -100,7 +100,9 @@ void UsbCommandThread::OnWriteDone()
 
 void UsbCommandThread::OnCommandQueued()
 {
-    if (m_endpoints.out == nullptr || m_writeInFlight) {
+    if (m_driver.m_CommandQueue.GetCount() == 0) {
+        m_driver.m_CommandQueue.Settle(); // set late: what it told of is written already
+    } else if (m_endpoints.out == nullptr || m_writeInFlight) {
         OnBusy();
     } else {
         WriteNext();

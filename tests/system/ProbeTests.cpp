@@ -1,5 +1,6 @@
 // The built probe and the built router together: what a service engineer does first.
 #include "tests/support/TestSupport.h"
+#include "tests/system/KilledServer.h"
 #include "tests/system/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 
@@ -137,6 +138,23 @@ TEST_F(ProbeAndRouter, KeepsGoingOverASimulatorThatIsKilledAndStartedAgain)
     EXPECT_TRUE(support::WaitUntil([&] { return probe.Output().find("] reply ", reopened) != std::string::npos; }))
         << probe.Output();
     EXPECT_EQ(probe.Stop(), 0) << probe.Output();
+}
+
+TEST_F(ProbeAndRouter, TheTimeOfARunHoldsAlsoWhileTheRouterCannotBeStartedAgain)
+{
+    StartSimulator();
+    const Probe probe(L"measure --port 3,1 --for 3 --keep-going --open-timeout 1");
+    ASSERT_TRUE(probe.WaitUntilItSays("pipe open")) << probe.Output();
+    const win32::KernelHandle router(
+        ::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, FindProgram(L"MorvanePortRouter.exe")));
+    ASSERT_TRUE(router);
+    std::filesystem::rename(session.Program(), session.Program().native() + L".gone");
+    ::TerminateProcess(router.Get(), 1);
+    EXPECT_NE(probe.ExitCode(), 999) << "it goes on";
+    EXPECT_TRUE(probe.Says("starting it again")) << probe.Output();
+    EXPECT_FALSE(probe.Says("router started again")) << probe.Output();
+    std::filesystem::rename(session.Program().native() + L".gone", session.Program());
+    ForgetKilledServers();
 }
 
 } // namespace

@@ -23,6 +23,7 @@ struct CCDevicePortPipeTestAccess
     static std::int32_t Pending(CCDevicePortPipe& port) { return port.Pending(); }
     static std::int32_t Queued(CCDevicePortPipe& port) { return port.OutQueue.GetCount(); }
     static void Queue(CCDevicePortPipe& port, CSerialPortCommand* packet) { port.OutQueue.Push(packet); }
+    static HANDLE NotEmptyEvent(const CCDevicePortPipe& port) { return port.OutQueue.GetNotEmptyEvent(); }
     static bool IsStopping(const CCDevicePortPipe& port) { return port.StopEvent.IsSet(); }
     /// RequestPipeRecreate in two steps, as another thread takes them that is interrupted between them.
     static void BeginPipeRecreateRequest(CCDevicePortPipe& port) { port.m_RecreateRequested = true; }
@@ -358,6 +359,18 @@ TEST_F(PortPipe, AClientThatReadsGetsManyPacketsWithoutAHundredMillisecondsForEa
     }
     // On a busy machine the client may be slow now and then.
     EXPECT_LT(RecordingTrace::Count("Write permission denied, "), static_cast<std::size_t>(Packets / 10));
+}
+
+TEST_F(PortPipe, AQueueThatIsSetLateOverNothingIsSettled)
+{
+    Make();
+    Connect();
+    ::SetEvent(Access::NotEmptyEvent(*port));
+    EXPECT_TRUE(support::WaitUntil(
+        [&] { return ::WaitForSingleObject(Access::NotEmptyEvent(*port), 0) == WAIT_TIMEOUT; }));
+    SendToClient("still there");
+    EXPECT_EQ(client.Read(), "still there");
+    EXPECT_EQ(RecordingTrace::Count("Write permission denied"), 0u);
 }
 
 TEST_F(PortPipe, AFurtherRequestDuringTheRecreationIsAnotherOne)

@@ -58,6 +58,31 @@ TEST(ProbeProgram, SendTakesTextsHexAndFilesInTheirOrder)
     EXPECT_EQ(got, twice);
 }
 
+TEST(ProbeProgram, AnEmptyFileIsNothingToSendUnlessSomethingStandsBesideIt)
+{
+    const support::TempFolder folder;
+    const auto file = folder.Path() / "empty.bin";
+    std::ofstream(file, std::ios::binary).close();
+    FakePort port(Echo);
+    const Probe alone(port, L"send --count 0 --file \"" + file.wstring() + L"\"");
+    EXPECT_EQ(alone.run.ExitCode(), 2);
+    EXPECT_EQ(alone.run.Output(), "RouterProbe: nothing to send: the file is empty\n");
+    const Probe beside(port, L"send --text x --quiet --file \"" + file.wstring() + L"\"");
+    EXPECT_EQ(beside.run.ExitCode(), 0) << beside.run.Output();
+}
+
+TEST(ProbeProgram, AnEventThatCannotBeMadeIsToldInOneLine)
+{
+    FakePort port(Echo);
+    for (const wchar_t* const event : {L"--stop-event", L"--ready-event"}) {
+        const ToolRun run(L"RouterProbe", L"send --attach --port 3,1 --text x --pipe-name " + port.Name() + L" " +
+                                              event + L" no\\such\\folder");
+        EXPECT_EQ(run.ExitCode(), 1);
+        EXPECT_EQ(LinesIn(run.Output()), 1u) << run.Output();
+        EXPECT_TRUE(run.Said("RouterProbe: the event 'no\\such\\folder' can't be made (error ")) << run.Output();
+    }
+}
+
 TEST(ProbeProgram, AReplyThatIsLateGivesCode7)
 {
     FakePort port([](const std::string&) { return FakePort::Replies{}; });

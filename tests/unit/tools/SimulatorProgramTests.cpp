@@ -285,6 +285,18 @@ TEST(SimulatorProgram, NoImageAtAllGivesCode6)
     EXPECT_EQ(simulator.Stop(), 6);
 }
 
+TEST(SimulatorProgram, AnEventThatCannotBeMadeIsToldInOneLine)
+{
+    for (const wchar_t* const event : {L"--stop-event", L"--ready-event"}) {
+        const ToolRun run(L"InstrumentSimulator",
+                          L"--pipe " + support::UniqueName(L"NoEvent") + L" " + event + L" no\\such\\folder");
+        EXPECT_EQ(run.ExitCode(), 1);
+        EXPECT_EQ(LinesIn(run.Output()), 1u) << run.Output();
+        EXPECT_TRUE(run.Said("InstrumentSimulator: the event 'no\\such\\folder' can't be made (error "))
+            << run.Output();
+    }
+}
+
 TEST(SimulatorProgram, AnExpectedImageThatCannotBeReadGivesCode5)
 {
     const ToolRun run(L"InstrumentSimulator", L"--firmware-expect c:\\nowhere\\image.out");

@@ -287,6 +287,14 @@ TEST_F(Simulation, StoppingWithWritesAndReadsUnderWayEndsAllThreads)
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationCommandProcessThread() ended"), 1u);
 }
 
+TEST_F(Simulation, AQueueThatIsSetLateOverNothingIsSettled)
+{
+    StartBoth();
+    Access::SetNotEmptyLate(*driver);
+    EXPECT_TRUE(support::WaitUntil([&] { return !Access::IsNotEmptySet(*driver); }));
+    EXPECT_EQ(RecordingTrace::Count("Command queue not empty"), 0u);
+}
+
 TEST_F(Simulation, ThereIsNoHostWatch)
 {
     host.standalone = false;

@@ -38,6 +38,12 @@ struct CCyUSBDriverTestAccess
         driver.m_nNextPacketNumber = number;
     }
     static std::size_t Buffered(CCyUSBDriver& driver) { return driver.m_ReplyBuffer.Size(); }
+    /// As a producer does that comes to it only when its packet is written already.
+    static void SetNotEmptyLate(CCyUSBDriver& driver) { ::SetEvent(driver.m_CommandQueue.GetNotEmptyEvent()); }
+    static bool IsNotEmptySet(CCyUSBDriver& driver)
+    {
+        return ::WaitForSingleObject(driver.m_CommandQueue.GetNotEmptyEvent(), 0) == WAIT_OBJECT_0;
+    }
     static void Receive(CCyUSBDriver& driver, const std::string& block)
     {
         driver.ApppendToReplyProcessQueue(reinterpret_cast<const std::uint8_t*>(block.data()),

@@ -67,6 +67,18 @@ TEST_F(UsbStuckWrite, IsAbortedWhenAnotherPacketWaitsWhichThenGoesOut)
     EXPECT_TRUE(driver->IsConnected());
 }
 
+TEST_F(UsbStuckWrite, IsLeftAloneWhenTheQueueIsOnlySetLate)
+{
+    Connect();
+    ASSERT_NO_FATAL_FAILURE(SendStuck("slow"));
+    for (int i = 0; i < 10; ++i) {
+        Access::SetNotEmptyLate(*driver);
+        ASSERT_TRUE(support::WaitUntil([&] { return !Access::IsNotEmptySet(*driver); }));
+    }
+    EXPECT_EQ(RecordingTrace::Count("Command queue not empty"), 0u);
+    EXPECT_EQ(Aborts(), 0u);
+}
+
 TEST_F(UsbStuckWrite, IsAbortedOnTheSixthBusyPass)
 {
     std::atomic<int> aborts{0};
