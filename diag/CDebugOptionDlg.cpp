@@ -14,6 +14,8 @@ bool CDebugOptionDlg::Create(HINSTANCE program, IDebugOptionsHost& host)
     ::CreateDialogParamW(program, MAKEINTRESOURCEW(IDD_DEBUG_OPTIONS), nullptr, &DialogProc,
                          reinterpret_cast<LPARAM>(this));
     m_exists = m_window != nullptr;
+    // The shell that starts again tells everybody, but Windows keeps that from a router with more rights than the shell.
+    ::ChangeWindowMessageFilterEx(m_window, m_taskbarCreated, MSGFLT_ALLOW, nullptr);
     return m_exists;
 }
 
