@@ -12,9 +12,8 @@
 
 /// First in, first out. Any thread may call any member. The not-empty event is set once something is in the queue, and
 /// reset under the lock once nothing is. The setting may come late, when what it tells of is gone already: a waiter that
-/// finds the queue empty settles it. A queue whose
-/// one consumer waits for nothing else has no event, which would cost three kernel calls for each packet that it wakes
-/// for, but AwaitNotEmpty.
+/// finds the queue empty settles it. A queue whose one consumer waits for nothing else has no event, which would cost
+/// three kernel calls for each packet that it wakes for, but AwaitNotEmpty.
 class CCommandQueue : private std::queue<CSerialPortCommand*, std::deque<CSerialPortCommand*>>
 {
 public:
@@ -60,9 +59,8 @@ public:
     void Interrupt();
 
 private:
-    win32::CriticalSection
-        m_Section; // guards the queue, the changes of m_Count, resetting the event, m_Interrupted
-    std::optional<win32::Event> m_NotEmpty;         // manual reset
+    win32::CriticalSection m_Section;               // guards the queue, the changes of m_Count, m_Interrupted
+    std::optional<win32::Event> m_NotEmpty;         // manual reset; reset under m_Section, set outside
     win32::ConditionVariable m_FilledOrInterrupted; // without m_NotEmpty
     bool m_Interrupted = false;
     std::atomic<std::int32_t> m_Count{0};
