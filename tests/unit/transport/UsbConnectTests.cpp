@@ -3,6 +3,7 @@
 #include "usb/ControlCodes.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace usbtransport {
@@ -29,6 +30,25 @@ protected:
         const std::size_t before = RecordingTrace::Count("Connection to USB failed");
         ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::Patience, before + 2));
         EXPECT_FALSE(driver->IsConnected());
+    }
+    /// Starts with an instrument at index 1 that the scan chooses. While it looks at a foreign one behind, all go, and an
+    /// instrument comes to index 0 (in slot 3) and `other` to the chosen one's (in slot 4).
+    void StartAndReplace(const instrumentbus::Description& other)
+    {
+        bus.Plug(0, Instrument());
+        bus.Plug(1, Instrument(0x1E4F, 0x0500));
+        bus.Plug(2, Instrument(0x1234, 0x0100));
+        onLine = [other, done = false](const std::string& line) mutable {
+            if (line == "Found USB device, VID=4660, PID=256" && !std::exchange(done, true)) {
+                instrumentbus::InstrumentControl hand;
+                hand.Unplug(0);
+                hand.Unplug(1);
+                hand.Unplug(2);
+                hand.Plug(3, Instrument(0x1E4F, 0x0500));
+                hand.Plug(4, other);
+            }
+        };
+        Start();
     }
 };
 
@@ -205,23 +225,7 @@ TEST_F(UsbConnect, AnExceptionAtOneIndexDoesNotEndTheScan)
 
 TEST_F(UsbConnect, AnotherProductThatHasTakenTheChosenOnesIndexWaitsForTheNextScan)
 {
-    bus.Plug(0, Instrument());
-    bus.Plug(1, Instrument(0x1E4F, 0x0500));
-    bus.Plug(2, Instrument(0x1234, 0x0100));
-    // While the foreign one is looked at, it goes for good and one of another product comes to the chosen one's index.
-    bool done = false;
-    onLine = [&](const std::string& line) {
-        if (line == "Found USB device, VID=4660, PID=256" && !done) {
-            done = true;
-            instrumentbus::InstrumentControl hand;
-            hand.Unplug(0);
-            hand.Unplug(1);
-            hand.Unplug(2);
-            hand.Plug(3, Instrument(0x1E4F, 0x0500));
-            hand.Plug(4, Instrument());
-        }
-    };
-    Start();
+    StartAndReplace(Instrument());
     ASSERT_NO_FATAL_FAILURE(AwaitConnection(4));
     EXPECT_TRUE(
         TracedInOrder({"Query USB device #3", "Found USB device, VID=4660", "Connection to USB failed",
@@ -231,22 +235,7 @@ TEST_F(UsbConnect, AnotherProductThatHasTakenTheChosenOnesIndexWaitsForTheNextSc
 
 TEST_F(UsbConnect, SomebodyElsesDeviceThatHasTakenTheChosenOnesIndexIsNotReset)
 {
-    bus.Plug(0, Instrument());
-    bus.Plug(1, Instrument(0x1E4F, 0x0500));
-    bus.Plug(2, Instrument(0x1234, 0x0100));
-    bool done = false;
-    onLine = [&](const std::string& line) {
-        if (line == "Found USB device, VID=4660, PID=256" && !done) {
-            done = true;
-            instrumentbus::InstrumentControl hand;
-            hand.Unplug(0);
-            hand.Unplug(1);
-            hand.Unplug(2);
-            hand.Plug(3, Instrument(0x1E4F, 0x0500));
-            hand.Plug(4, Instrument(0x9999, 0x0100));
-        }
-    };
-    Start();
+    StartAndReplace(Instrument(0x9999, 0x0100));
     ASSERT_NO_FATAL_FAILURE(AwaitConnection(3));
     EXPECT_EQ(RecordingTrace::Count("Connection to USB failed"), 1u);
     EXPECT_EQ(bus.Count(4, In).resets, 0u);
