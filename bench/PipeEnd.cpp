@@ -68,7 +68,8 @@ std::span<const std::uint8_t> PipeEnd::Read()
 {
     DWORD length = 0;
     if (!m_read.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())) ||
-        !Complete(m_read, length)) {
+        !Complete(m_read, length))
+    {
         return {};
     }
     return {m_buffer.data(), length};

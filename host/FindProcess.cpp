@@ -13,7 +13,8 @@ std::uint32_t FindProcess(const std::wstring& name) noexcept
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
-         more = ::Process32NextW(snapshot.Get(), &entry)) {
+         more = ::Process32NextW(snapshot.Get(), &entry))
+    {
         if (name == entry.szExeFile) {
             return entry.th32ProcessID;
         }

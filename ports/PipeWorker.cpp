@@ -31,7 +31,7 @@ constexpr DWORD PipeMode = PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE | PIPE_WAIT;
 PipeWorker::PipeWorker(CCDevicePortPipe& port)
     : m_port(port),
       m_fullName("\\\\.\\pipe\\" + port.m_PipeName),
-      m_readBuffer(port.m_ReadBufferSize > 0 ? new (std::nothrow)
+      m_readBuffer(port.m_ReadBufferSize > 0 ? new(std::nothrow)
                                                    std::uint8_t[static_cast<std::size_t>(port.m_ReadBufferSize)]
                                              : nullptr),
       m_waits(port.StopEvent.Get(), port.RecreateEvent.Get(), m_connect.EventHandle(), m_write.EventHandle(),

@@ -100,7 +100,8 @@ void CCyUSBDriver::HandleReplyBlock()
         const auto length = static_cast<std::uint32_t>(block->GetLength());
         std::string dump;
         if (DumpPacket(trace::RouterChannel, trace::ReadWrite, block->GetData(), length, false, dump) &&
-            !dump.empty()) {
+            !dump.empty())
+        {
             Trace(trace::RouterChannel, trace::ReadWrite, "PCR<-USB[%d] %s", block->GetLength(), dump.c_str());
         }
         CCommunicationDriver& self = *this;

@@ -251,7 +251,8 @@ std::string InstallDriver(const fs::path& driver, std::chrono::milliseconds pati
         return failure;
     }
     if (::UpdateDriverForPlugAndPlayDevicesW(nullptr, HardwareId, inf.c_str(), INSTALLFLAG_FORCE, nullptr) ==
-        FALSE) {
+        FALSE)
+    {
         return Failure("UpdateDriverForPlugAndPlayDevices");
     }
     return WaitUntilReady(patience) ? std::string() : "the driver's slots did not become ready";

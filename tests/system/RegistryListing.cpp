@@ -17,7 +17,8 @@ public:
         for (DWORD index = 0;; ++index) {
             DWORD length = static_cast<DWORD>(m_name.size());
             if (::RegEnumKeyExW(key.Get(), index, m_name.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
-                ERROR_SUCCESS) {
+                ERROR_SUCCESS)
+            {
                 return;
             }
             const std::wstring child(m_name.data(), length);

@@ -27,7 +27,8 @@ std::vector<DWORD> ProgramsNamed(const std::wstring& name)
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
-         more = ::Process32NextW(snapshot.Get(), &entry)) {
+         more = ::Process32NextW(snapshot.Get(), &entry))
+    {
         if (name == entry.szExeFile) {
             found.push_back(entry.th32ProcessID);
         }
@@ -161,7 +162,8 @@ std::optional<DWORD> RouterSession::WaitForEnd(std::chrono::milliseconds patienc
 {
     DWORD code = 0;
     if (!m_process || !support::WaitFor(m_process.Get(), patience) ||
-        !::GetExitCodeProcess(m_process.Get(), &code)) {
+        !::GetExitCodeProcess(m_process.Get(), &code))
+    {
         return std::nullopt;
     }
     return code;

@@ -19,7 +19,8 @@ PortJob::End SendJob::DoRun(ClientPipe& pipe)
     const auto& requests = m_options.requests;
     while (m_options.count == 0 || m_next / requests.size() < m_options.count) {
         if (m_next != 0 && m_options.interval.count() != 0 &&
-            m_stop.Wait(static_cast<DWORD>(m_options.interval.count()))) {
+            m_stop.Wait(static_cast<DWORD>(m_options.interval.count())))
+        {
             return End::Stopped;
         }
         if (const auto end = SendOne(pipe, requests[m_next % requests.size()])) {

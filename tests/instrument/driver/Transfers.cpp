@@ -105,7 +105,8 @@ const Rule* Apply(Slot& slot, std::uint32_t code, const Endpoint* endpoint)
         }
         const std::uint32_t number = record.seen++;
         if (number >= record.rule.skip &&
-            (record.rule.count == 0 || number - record.rule.skip < record.rule.count)) {
+            (record.rule.count == 0 || number - record.rule.skip < record.rule.count))
+        {
             return &record.rule;
         }
     }

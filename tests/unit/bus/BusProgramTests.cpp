@@ -243,7 +243,8 @@ TEST(BusProgram, WithoutTheDriverBesideItItEndsWithCode4AndOneLine)
 TEST(BusProgram, WrongSwitchesEndItWithCode2AndOneLine)
 {
     for (const wchar_t* const wrong :
-         {L"--slot 8", L"--product 65536", L"--product 0x", L"--vendor x", L"--pipe x"}) {
+         {L"--slot 8", L"--product 65536", L"--product 0x", L"--vendor x", L"--pipe x"})
+    {
         const ToolRun run(L"InstrumentBus", wrong);
         EXPECT_EQ(run.ExitCode(), 2);
         EXPECT_EQ(LinesIn(run.Output()), 1u) << run.Output();

@@ -146,7 +146,8 @@ TEST_F(FirmwareDownloaderTest, OnceDoneNoDownloadIsNeededForTheProcesssLife)
 TEST_F(FirmwareDownloaderTest, ThePortsAreReleasedHoweverTheDialogueEnds)
 {
     for (const char* answer :
-         {"DENY", "RECEIVE_READY 100 0", "RECEIVE_READY 99 4000", "RECEIVE_READY", "nonsense"}) {
+         {"DENY", "RECEIVE_READY 100 0", "RECEIVE_READY 99 4000", "RECEIVE_READY", "nonsense"})
+    {
         Restart();
         Begin(100);
         EXPECT_TRUE(downloader->NeedsDownload()) << answer;

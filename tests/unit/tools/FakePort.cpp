@@ -62,7 +62,8 @@ void FakePort::Talk(HANDLE pipe)
         return;
     }
     while (reading.Read(pipe, buffer.data(), static_cast<DWORD>(buffer.size())) &&
-           Completed(reading, pipe, length)) {
+           Completed(reading, pipe, length))
+    {
         const Replies replies = m_player(std::string(buffer.data(), length));
         if (++m_messages == m_conduct.breaksAtMessage) {
             return;

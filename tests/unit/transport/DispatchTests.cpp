@@ -154,8 +154,7 @@ TEST_F(Dispatch, EveryGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists)
         EXPECT_EQ(lines[i][0], '[');
         EXPECT_TRUE(lines[i].ends_with(texts[i])) << lines[i];
         std::string stamp = lines[i].substr(1, lines[i].size() - 1 - texts[i].size());
-        std::ranges::replace_if(
-            stamp, [](char c) { return c >= '0' && c <= '9'; }, '9');
+        std::ranges::replace_if(stamp, [](char c) { return c >= '0' && c <= '9'; }, '9');
         EXPECT_EQ(stamp, "99/99/99 99:99:99") << "date and time";
     }
 }

@@ -54,7 +54,8 @@ public:
             m_read.Read(m_pipe.Get(), buffer, sizeof buffer);
             DWORD length = 0;
             if ((m_read.IsPending() && !support::WaitFor(m_read.EventHandle())) ||
-                !m_read.Finish(m_pipe.Get(), length)) {
+                !m_read.Finish(m_pipe.Get(), length))
+            {
                 m_read.Cancel();
                 return std::nullopt;
             }
