@@ -3,6 +3,8 @@
 
 #include "diag/Resource.h"
 
+#include <utility>
+
 bool CDebugOptionDlg::Create(HINSTANCE program, IDebugOptionsHost& host)
 {
     if (m_window != nullptr) {
@@ -60,6 +62,8 @@ bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_TIMER: OnTimer(); return true;
     case TrayIcon::CallbackMessage: OnTrayCallback(lParam); return true;
     case WM_CONTEXTMENU: return true;
+    case WM_QUERYENDSESSION: ::SetWindowLongPtrW(m_window, DWLP_MSGRESULT, TRUE); return true;
+    case WM_ENDSESSION: OnEndSession(wParam != FALSE); return true;
     case WM_COMMAND: return OnCommand(LOWORD(wParam), HIWORD(wParam));
     case WM_DESTROY: OnDestroy(); return true;
     default: break;
@@ -79,6 +83,16 @@ void CDebugOptionDlg::OnTimer()
         // repeated.
         ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
         ::PostQuitMessage(0);
+    }
+}
+
+// Comes from Windows, from the debug window, or from both.
+void CDebugOptionDlg::OnEndSession(bool ends)
+{
+    ::SetWindowLongPtrW(m_window, DWLP_MSGRESULT, 0);
+    if (ends && !std::exchange(m_sessionEnds, true)) {
+        ::SendMessageW(m_window, WM_CANCELMODE, 0, 0); // a menu's loop would go on without its window
+        m_host->OnSessionEnd();
     }
 }
 

@@ -40,6 +40,7 @@ private:
     bool OnCommand(WORD id, WORD notification);
     bool OnButton(WORD id);
     void OnTimer();
+    void OnEndSession(bool ends);
     void OnShow(bool shown);
     void OnPositionChanged(const WINDOWPOS& position) noexcept;
     void OnTrayCallback(LPARAM mouseMessage);
@@ -66,6 +67,7 @@ private:
     UINT m_taskbarCreated = 0; // the shell's message
     DebugOptionsMap m_options; // the working copy; empty while hidden
     TrayIcon m_tray;
+    bool m_sessionEnds = false;
     std::atomic<bool> m_exists{false};
     std::atomic<bool> m_visible{false};
 };

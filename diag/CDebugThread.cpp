@@ -22,6 +22,7 @@ void CDebugThread::Deleter::operator()(CDebugThread* tracer) const noexcept
 CDebugThread::CDebugThread(const Surroundings& surroundings)
     : m_surroundings(surroundings), m_file(surroundings.Disk)
 {
+    m_window.OnSessionEnd = [this] { OnSessionEnd(); };
 }
 
 void CDebugThread::SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append)
@@ -51,12 +52,28 @@ bool CDebugThread::Stop()
     if (!m_thread.IsHeld()) {
         return !m_abandoned;
     }
-    m_stop.Set();
-    ::PostThreadMessageW(m_thread.Id(), WM_QUIT, 0, 0);
-    m_running = false;
+    BeginStop();
     m_abandoned = !m_thread.JoinFor(StopPatience);
     m_threadHeld = false;
     return !m_abandoned;
+}
+
+bool CDebugThread::StopForSessionEnd()
+{
+    if (!m_thread.IsHeld()) {
+        return !m_abandoned;
+    }
+    BeginStop();
+    const bool complete = m_logEnded.Wait(SessionEndPatience);
+    m_threadHeld = false;
+    return complete;
+}
+
+void CDebugThread::BeginStop()
+{
+    m_stop.Set();
+    ::PostThreadMessageW(m_thread.Id(), WM_QUIT, 0, 0);
+    m_running = false;
 }
 
 bool CDebugThread::Accepts(std::uint32_t mask) const noexcept

@@ -34,7 +34,8 @@ public:
     };
     using Owner = std::unique_ptr<CDebugThread, Deleter>;
 
-    static constexpr DWORD StopPatience = 5000; // ms
+    static constexpr DWORD StopPatience = 5000;       // ms
+    static constexpr DWORD SessionEndPatience = 2000; // ms
 
     static Owner Create();
     static Owner Create(const Surroundings& surroundings);
@@ -50,12 +51,21 @@ public:
     /// Whether the debug window may be closed by its system menu. Before Start only.
     void SetShowWindow(bool closable) { m_window.Closable = closable; }
 
+    /// The window that is sent WM_ENDSESSION when the debug window receives it: the main thread's, whose procedure ends
+    /// the router and calls StopForSessionEnd. Before Start only.
+    void SetSessionWindow(HWND window) noexcept { m_sessionWindow = window; }
+
     /// False when the thread could not be created.
     bool Start();
 
     /// Ends the thread, which first writes at most 1000 of the waiting lines; waits at most 5 seconds. False
     /// when it did not end in that time; it is not waited for again.
     bool Stop();
+
+    /// Stop for the end of the Windows session: returns when the log is complete, at the latest after 2 seconds. The
+    /// thread itself may be in the debug window's procedure, which returns after that of the session window; Stop or
+    /// the Deleter joins it later. False when the log was not complete in that time.
+    bool StopForSessionEnd();
 
     /// Queues a line behind a time stamp; drops it unless the thread is there and mask and filter meet. Any
     /// thread.
@@ -83,6 +93,7 @@ private:
         SettingsChanged,
         EntriesQueued,
         InputPending,
+        TimedOut = WAIT_TIMEOUT,
         Failed = WAIT_FAILED
     };
 
@@ -96,17 +107,25 @@ private:
 
     bool Accepts(std::uint32_t mask) const noexcept;
 
+    void BeginStop();
+
     void Run();
-    void Serve();
+    void ServeOnce(DWORD timeoutMs) noexcept;
+    void Serve(DWORD timeoutMs);
     void DispatchMessages();
-    Slot Wait() const noexcept;
+    Slot Wait(DWORD timeoutMs) const noexcept;
     void OnEntriesQueued();
     void ApplySettings();
     std::wstring ChooseLogFilePath();
     void ProcessEntries(std::uint32_t maxCount);
     void Deliver(const CDebugEntry& entry, int& lastLine);
+    void EndLog() noexcept;
+    void WriteLastLines();
+    void OnSessionEnd() noexcept;
+    static void CALLBACK OnRouterEnded(HWND dialog, UINT message, ULONG_PTR tracer, LRESULT result) noexcept;
 
     const Surroundings m_surroundings;
+    HWND m_sessionWindow = nullptr; // fixed while the thread runs
 
     Options m_options;
     std::atomic<bool> m_running{false};
@@ -120,10 +139,13 @@ private:
     TraceQueue m_queue;
     const win32::Event m_stop{win32::Event::Kind::ManualReset};
     const win32::Event m_settings{win32::Event::Kind::AutoReset};
+    const win32::Event m_logEnded{win32::Event::Kind::ManualReset}; // nothing more is written to the file
 
     // The worker's own.
     CDebugWindow m_window;
     LogFile m_file;
+    bool m_sessionEnds = false;
+    bool m_routerEnded = false; // the session window's procedure has returned
 
     // The owner's.
     bool m_abandoned = false;

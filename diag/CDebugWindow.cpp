@@ -94,6 +94,13 @@ LRESULT CDebugWindow::Handle(UINT message, WPARAM wParam, LPARAM lParam) noexcep
     case WM_COMMAND: OnCommand(LOWORD(wParam)); return 0;
     case WM_TIMER: m_list.Paint(); return 0;
     case WM_WINDOWPOSCHANGED: SavePlacement(); break;
+    case WM_QUERYENDSESSION: return TRUE;
+    case WM_ENDSESSION:
+        if (wParam != FALSE && OnSessionEnd) {
+            ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
+            OnSessionEnd();
+        }
+        return 0;
     default: break;
     }
     return ::DefWindowProcW(m_window, message, wParam, lParam);

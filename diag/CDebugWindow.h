@@ -4,6 +4,7 @@
 #include "diag/DebugList.h"
 #include "win32/Windows.h"
 
+#include <functional>
 #include <string_view>
 
 /// A top-level window filled by a sorted list of lines. Created, filled and destroyed by one thread, the
@@ -29,6 +30,10 @@ public:
 
     /// Whether the user may close the window; set before Create.
     bool Closable = true;
+
+    /// Called by the window procedure when the Windows session ends; Windows may end the process as soon as it returns.
+    /// Must not throw. Set before Create.
+    std::function<void()> OnSessionEnd;
 
 private:
     static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept;

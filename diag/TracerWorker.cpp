@@ -5,7 +5,7 @@
 
 #include <array>
 #include <cstdio>
-#include <new>
+#include <exception>
 
 namespace {
 
@@ -19,11 +19,7 @@ void CDebugThread::Run()
 {
     InitInstance();
     while (m_running) {
-        try {
-            Serve();
-        } catch (const std::bad_alloc&) {
-            // What memory could not be found for is lost; the tracer goes on.
-        }
+        ServeOnce(INFINITE);
     }
     ExitInstance();
 }
@@ -34,13 +30,23 @@ bool CDebugThread::InitInstance()
     return true;
 }
 
-void CDebugThread::Serve()
+void CDebugThread::ServeOnce(DWORD timeoutMs) noexcept
+{
+    try {
+        Serve(timeoutMs);
+    } catch (const std::exception&) {
+        // What memory could not be found for is lost; the tracer goes on.
+    }
+}
+
+void CDebugThread::Serve(DWORD timeoutMs)
 {
     DispatchMessages();
-    switch (Wait()) {
+    switch (Wait(timeoutMs)) {
     case Slot::SettingsChanged: ApplySettings(); break;
     case Slot::EntriesQueued: OnEntriesQueued(); break;
-    case Slot::InputPending: break;
+    case Slot::InputPending:
+    case Slot::TimedOut: break;
     case Slot::Stop:
     case Slot::Failed: m_running = false; break;
     }
@@ -70,12 +76,13 @@ void CDebugThread::DispatchMessages()
     }
 }
 
-CDebugThread::Slot CDebugThread::Wait() const noexcept
+CDebugThread::Slot CDebugThread::Wait(DWORD timeoutMs) const noexcept
 {
     const std::array<HANDLE, 3> handles{m_stop.Get(), m_settings.Get(), m_queue.DataEvent()};
     const DWORD result = ::MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
-                                                     INFINITE, QS_ALLINPUT);
-    return result <= static_cast<DWORD>(Slot::InputPending) ? static_cast<Slot>(result) : Slot::Failed;
+                                                     timeoutMs, QS_ALLINPUT);
+    const bool known = result <= static_cast<DWORD>(Slot::InputPending) || result == WAIT_TIMEOUT;
+    return known ? static_cast<Slot>(result) : Slot::Failed;
 }
 
 void CDebugThread::ApplySettings()
@@ -148,8 +155,25 @@ void CDebugThread::Deliver(const CDebugEntry& entry, int& lastLine)
 unsigned CDebugThread::ExitInstance()
 {
     m_window.Destroy();
+    EndLog();
+    return 0;
+}
+
+/// Writes what is left, at the latest by ExitInstance; harmless when that was done before.
+void CDebugThread::EndLog() noexcept
+{
+    try {
+        WriteLastLines();
+    } catch (const std::exception&) {
+        // Out of memory: what is written up to here is the log.
+    }
+    m_logEnded.Set();
+}
+
+void CDebugThread::WriteLastLines()
+{
     if (!WantsFile(m_options.TraceFilter) || !m_file.IsOpen()) {
-        return 0;
+        return;
     }
     m_file.Write("********* Debug Tracer Terminating *********\r\n");
     ProcessEntries(EntriesAtEnd);
@@ -162,5 +186,4 @@ unsigned CDebugThread::ExitInstance()
         m_file.Write(text.data());
     }
     m_file.Close();
-    return 0;
 }

@@ -103,6 +103,7 @@ void CMorvanePortRouterModule::StartTracer()
     m_tracer = CDebugThread::Create();
     ConfigureTracer();
     m_tracer->SetShowWindow(false);
+    m_tracer->SetSessionWindow(m_dialog.Window());
     m_tracer->Start();
     m_traceOutput.Attach(m_tracer.get());
 }
@@ -158,6 +159,17 @@ void CMorvanePortRouterModule::TearDown() noexcept
         m_tracer.reset();
     }
     m_dialog.Destroy();
+}
+
+void CMorvanePortRouterModule::OnSessionEnd()
+{
+    m_ports.DeleteAllPorts();
+    m_transport.reset();
+    if (m_tracer != nullptr) {
+        m_tracer->StopForSessionEnd(); // joined by TearDown: its thread may wait for this call to return
+    }
+    m_dialog.Destroy();
+    m_quit.Post();
 }
 
 void CMorvanePortRouterModule::RegisterDeviceName(const std::wstring& name, std::int32_t device,

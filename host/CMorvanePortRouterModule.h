@@ -78,6 +78,7 @@ public:
     bool IsUpdatingFirmware() const override;
     std::uint32_t GetTransferredBytes() const override;
     bool IsQuitWanted() const override { return m_quit.IsWanted(); }
+    void OnSessionEnd() override;
 
 private:
     HRESULT RunAction(CommandLineAction action);

@@ -126,6 +126,33 @@ TEST_F(DialogTest, ContextMenuMessageIsSwallowed)
     EXPECT_FALSE(m_dialog.IsVisible());
 }
 
+TEST_F(DialogTest, QueryOfTheSessionsEndIsAnsweredYes)
+{
+    Create();
+    EXPECT_EQ(::SendMessageW(m_dialog.Window(), WM_QUERYENDSESSION, 0, 0), TRUE);
+    EXPECT_EQ(m_host.sessionEnds, 0);
+}
+
+TEST_F(DialogTest, EndOfTheSessionIsReportedOnceAndMayDestroyTheDialog)
+{
+    Create();
+    const HWND window = m_dialog.Window();
+    m_host.onSessionEnd = [&] {
+        ::SendMessageW(window, WM_ENDSESSION, TRUE, 0); // from the debug window
+        m_dialog.Destroy();
+    };
+    ::SendMessageW(window, WM_ENDSESSION, TRUE, 0);
+    EXPECT_EQ(m_host.sessionEnds, 1);
+    EXPECT_FALSE(m_dialog.Exists());
+}
+
+TEST_F(DialogTest, SessionThatGoesOnIsNotReported)
+{
+    Create();
+    ::SendMessageW(m_dialog.Window(), WM_ENDSESSION, FALSE, 0);
+    EXPECT_EQ(m_host.sessionEnds, 0);
+}
+
 TEST_F(DialogTest, TimerRefreshesTheIcon)
 {
     Create();

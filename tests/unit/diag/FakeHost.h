@@ -4,6 +4,7 @@
 #include "diag/DebugOptionsHost.h"
 #include "diag/Shell.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,13 @@ public:
     bool IsUpdatingFirmware() const override { return updating; }
     std::uint32_t GetTransferredBytes() const override { return bytes; }
     bool IsQuitWanted() const override { return quitWanted; }
+    void OnSessionEnd() override
+    {
+        ++sessionEnds;
+        if (onSessionEnd) {
+            onSessionEnd();
+        }
+    }
 
     DebugOptionsMap options;
     std::uint32_t limit = 10;
@@ -42,6 +50,8 @@ public:
     bool updating = false;
     std::uint32_t bytes = 0;
     bool quitWanted = false;
+    int sessionEnds = 0;
+    std::function<void()> onSessionEnd;
     std::vector<Applied> applied;
 };
 
