@@ -46,6 +46,7 @@ public:
     // IRouterHost
     PortTable& Ports() override { return m_ports; }
     CCommunicationDriver* Transport() override { return m_transport.get(); }
+    PortOptions OptionsOfPorts() const override { return m_configuration.OptionsOfPorts(); }
     void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) override;
     void AddServerLock() override { m_server.AddLock(); }
     void ReleaseServerLock() override { m_server.ReleaseLock(); }

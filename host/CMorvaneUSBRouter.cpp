@@ -51,7 +51,8 @@ void CMorvaneUSBRouter::AddPort(LONG deviceType, ULONG port, LONG readBufferSize
 {
     const std::wstring_view name = portName != nullptr ? portName : L"";
     auto pipe = std::make_unique<CCDevicePortPipe>(m_host.Transport(), deviceType, static_cast<std::int32_t>(port),
-                                                   win32::ToAnsi(name), readBufferSize, writeBufferSize);
+                                                   win32::ToAnsi(name), readBufferSize, writeBufferSize,
+                                                   m_host.OptionsOfPorts());
     m_host.RegisterDeviceName(DeviceNameOf(name), deviceType, port);
 
     // Recorded first, so that a port in the table always has an owner.

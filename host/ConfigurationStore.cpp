@@ -19,6 +19,8 @@ constexpr REGSAM KeyAccess = KEY_READ | KEY_WRITE;
 constexpr wchar_t LogFileLimitValue[] = L"LogFileLimt(MB)";
 constexpr wchar_t AppendLogFileValue[] = L"AppendLogFile";
 constexpr wchar_t SimulateUsbValue[] = L"SimulateUSB";
+constexpr wchar_t FlushLimitValue[] = L"FlushLimit(ms)";
+constexpr wchar_t RestrictPipesValue[] = L"RestrictPipes";
 constexpr wchar_t ProductIdValue[] = L"ProductID";
 constexpr wchar_t BootloaderVersionValue[] = L"BootloaderVersion";
 
@@ -63,6 +65,8 @@ void ConfigurationStore::LoadDeviceOptions()
     m_logFileLimit = key.ReadDword(LogFileLimitValue).value_or(DefaultLogFileLimit);
     m_appendLogFile = key.ReadDword(AppendLogFileValue).value_or(DefaultAppendLogFile);
     m_simulateUsb = key.ReadDword(SimulateUsbValue).value_or(DefaultSimulateUsb);
+    m_portOptions = {.flushLimitMs = key.ReadDword(FlushLimitValue).value_or(0),
+                     .restrictPipe = key.ReadDword(RestrictPipesValue).value_or(0) != 0};
     m_options.clear();
     for (DWORD index = 0; const auto name = key.SubkeyName(index); ++index) {
         // A name that is no number means device 0, and its values are then looked for below "0".

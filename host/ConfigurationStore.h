@@ -7,6 +7,7 @@
 
 #include "diag/DebugOptionsHost.h"
 #include "host/TraceFrontEnd.h"
+#include "ports/PortOptions.h"
 
 #include <cstdint>
 #include <map>
@@ -41,6 +42,7 @@ public:
     std::uint32_t LogFileLimit() const noexcept { return m_logFileLimit; } // megabytes
     bool AppendLogFile() const noexcept { return m_appendLogFile != 0; }
     bool IsSimulation() const noexcept { return m_simulateUsb != 0; }
+    const PortOptions& OptionsOfPorts() const noexcept { return m_portOptions; }
     /// What any device wants to be traced.
     std::uint32_t CombinedMask() const;
 
@@ -56,4 +58,5 @@ private:
     std::uint32_t m_logFileLimit = 10;
     std::uint32_t m_appendLogFile = 1;
     std::uint32_t m_simulateUsb = 0;
+    PortOptions m_portOptions;
 };

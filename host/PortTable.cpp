@@ -52,6 +52,20 @@ void PortTable::DeleteAllPorts() noexcept
         const win32::ExclusiveScope scope(m_lock);
         ports.swap(m_ports);
     }
+    // All at once, so that a flush limit counts for all of them together.
+    for (const auto& entry : ports) {
+        if (!entry.second->IsStopping()) {
+            entry.second->BeginStop();
+        }
+    }
+}
+
+void PortTable::BeginStopAllPorts(DWORD flushLimitMs) noexcept
+{
+    const win32::SharedScope scope(m_lock);
+    for (const auto& entry : m_ports) {
+        entry.second->BeginStop(flushLimitMs);
+    }
 }
 
 bool PortTable::SendToPort(std::int32_t deviceType, std::uint32_t port, CCommunicationDriver* source,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "win32/CriticalSection.h"
+#include "win32/Windows.h"
 
 #include <cstdint>
 #include <map>
@@ -30,8 +31,12 @@ public:
     /// Main thread. The port, for the caller to delete, or null.
     std::unique_ptr<CCDevicePortPipe> RemovePort(std::int32_t deviceType, std::uint32_t port) noexcept;
 
-    /// Main thread. Empties the table, then deletes the ports.
+    /// Main thread. Empties the table, tells all ports to stop, then deletes them.
     void DeleteAllPorts() noexcept;
+
+    /// Main thread. Tells all ports to stop and returns at once. DeleteAllPorts then waits for their clients at most
+    /// `flushLimitMs` in all; without limit when that is 0.
+    void BeginStopAllPorts(DWORD flushLimitMs) noexcept;
 
     /// Calls the port's Send; false when there is none. Without data it only asks. Any thread.
     bool SendToPort(std::int32_t deviceType, std::uint32_t port, CCommunicationDriver* source,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/PortTable.h"
+#include "ports/PortOptions.h"
 
 #include <cstdint>
 #include <string>
@@ -15,6 +16,8 @@ public:
     virtual PortTable& Ports() = 0;
     /// Null when it could not be created.
     virtual CCommunicationDriver* Transport() = 0;
+    /// What the registry says about all ports.
+    virtual PortOptions OptionsOfPorts() const = 0;
     virtual void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) = 0;
 
     /// One for each thing that keeps the process alive. The last release ends it.

@@ -8,24 +8,42 @@
 #include <new>
 
 CCDevicePortPipe::CCDevicePortPipe(CCommunicationDriver* transport, std::int32_t deviceType, std::int32_t port,
-                                   std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize)
+                                   std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize,
+                                   PortOptions options)
     : CSimulationDevice(false, deviceType, port),
       m_Transport(transport),
       m_DeviceType(deviceType),
       m_Port(port),
       m_ReadBufferSize(readBufferSize),
       m_WriteBufferSize(writeBufferSize),
-      m_PipeName(std::move(pipeName))
+      m_PipeName(std::move(pipeName)),
+      m_restrictPipe(options.restrictPipe),
+      m_flushLimitMs(options.flushLimitMs)
 {
     m_Worker.Start([this] { PipeProcessThread(); });
 }
 
 CCDevicePortPipe::~CCDevicePortPipe()
 {
-    StopEvent.Set();
-    m_Worker.Join();
+    if (!IsStopping()) {
+        BeginStop();
+    }
+    if (m_flushLimitMs == 0) {
+        m_Worker.Join();
+    } else {
+        // FlushFileBuffers has no timeout: it blocks until the client has read everything or is gone.
+        const ULONGLONG passed = ::GetTickCount64() - m_stopBegan;
+        m_Worker.JoinCancelling(passed < m_flushLimitMs ? static_cast<DWORD>(m_flushLimitMs - passed) : 0);
+    }
     // The queue drops what it holds without destroying it, so what came in after the worker's end goes here.
     OutQueue.DestroyAll();
+}
+
+void CCDevicePortPipe::BeginStop(DWORD flushLimitMs) noexcept
+{
+    m_flushLimitMs = flushLimitMs;
+    m_stopBegan = ::GetTickCount64();
+    StopEvent.Set();
 }
 
 void CCDevicePortPipe::PipeProcessThread()

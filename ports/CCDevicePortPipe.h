@@ -7,6 +7,7 @@
 
 #include "ports/CCommandQueue.h"
 #include "ports/CSimulationDevice.h"
+#include "ports/PortOptions.h"
 #include "transport/CCommunicationDriver.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
@@ -27,11 +28,19 @@ public:
     /// the port. `readBufferSize` bounds a client message and is the pipe's buffer towards the client;
     /// `writeBufferSize` is the pipe's buffer from the client. Throws nothing but std::bad_alloc.
     CCDevicePortPipe(CCommunicationDriver* transport, std::int32_t deviceType, std::int32_t port,
-                     std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize);
+                     std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize,
+                     PortOptions options = {});
 
-    /// Ends the worker and closes the pipe. Waits for what has been written into the pipe to be read, or for the
-    /// client to close its end.
+    /// Ends the worker and closes the pipe. Waits for the client to read what was written into the pipe or to close its
+    /// end; with a flush limit at most that long, counted from BeginStop.
     ~CCDevicePortPipe() override;
+
+    /// Tells the worker to end and returns at once, so that several ports can stop together; the destructor then waits.
+    /// `flushLimitMs` replaces the port's own limit. The thread that destroys the port.
+    void BeginStop(DWORD flushLimitMs) noexcept;
+    /// The same with the port's own limit.
+    void BeginStop() noexcept { BeginStop(m_flushLimitMs); }
+    bool IsStopping() const noexcept { return StopEvent.IsSet(); }
 
     /// Queues a packet's payload for the client; dropped with a trace while no client is connected. `source` is the
     /// transport that the packet came through, null when it came from a simulation. Any thread; copies the data.
@@ -80,6 +89,12 @@ private:
     const std::int32_t m_ReadBufferSize;
     const std::int32_t m_WriteBufferSize;
     const std::string m_PipeName; // without the "\\.\pipe\" prefix
+
+    const bool m_restrictPipe;
+
+    // Of the thread that destroys the port.
+    DWORD m_flushLimitMs;      // 0: no limit
+    ULONGLONG m_stopBegan = 0; // GetTickCount64
 
     win32::MirroredEvent StopEvent;
     win32::Event RecreateEvent{win32::Event::Kind::AutoReset, true};

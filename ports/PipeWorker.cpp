@@ -34,6 +34,7 @@ PipeWorker::PipeWorker(CCDevicePortPipe& port)
       m_readBuffer(port.m_ReadBufferSize > 0 ? new(std::nothrow)
                                                    std::uint8_t[static_cast<std::size_t>(port.m_ReadBufferSize)]
                                              : nullptr),
+      m_security(port.m_restrictPipe ? std::make_unique<win32::OwnUserSecurity>() : nullptr),
       m_waits(port.StopEvent.Get(), port.RecreateEvent.Get(), m_connect.EventHandle(), m_write.EventHandle(),
               port.ReadEnableEvent.Get(), m_read.EventHandle(), port.OutQueue.GetNotEmptyEvent())
 {
@@ -185,7 +186,17 @@ void PipeWorker::CreatePipe()
 {
     const auto outSize = static_cast<DWORD>(m_port.m_ReadBufferSize);
     const auto inSize = static_cast<DWORD>(m_port.m_WriteBufferSize);
-    m_pipe.Reset(::CreateNamedPipeA(m_fullName.c_str(), OpenMode, PipeMode, 1, outSize, inSize, 0, nullptr));
+    if (!m_security) {
+        m_pipe.Reset(::CreateNamedPipeA(m_fullName.c_str(), OpenMode, PipeMode, 1, outSize, inSize, 0, nullptr));
+    } else if (*m_security) {
+        m_pipe.Reset(::CreateNamedPipeA(m_fullName.c_str(), OpenMode, PipeMode | PIPE_REJECT_REMOTE_CLIENTS, 1,
+                                        outSize, inSize, 0, m_security->Attributes()));
+    } else {
+        // Rather no pipe than one that everybody may open.
+        Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe cannot be restricted (%d), not created",
+              m_fullName.c_str(), static_cast<int>(m_security->Error()));
+        return;
+    }
     Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe Created %d th time, waiting for connection...",
           m_fullName.c_str(), m_creations++);
     if (m_pipe) {

@@ -3,6 +3,7 @@
 
 #include "ports/CCDevicePortPipe.h"
 #include "win32/OverlappedOperation.h"
+#include "win32/OwnUserSecurity.h"
 #include "win32/WaitSet.h"
 
 #include <memory>
@@ -55,7 +56,8 @@ private:
     CCDevicePortPipe& m_port;
     const std::string m_fullName;
     std::unique_ptr<std::uint8_t[]> m_readBuffer; // of the port's read buffer size; null when that is 0 or less
-    std::unique_ptr<CSerialPortCommand> m_lastWritten; // its bytes may still be read by the write operation
+    std::unique_ptr<CSerialPortCommand> m_lastWritten;        // its bytes may still be read by the write operation
+    const std::unique_ptr<win32::OwnUserSecurity> m_security; // null: the pipe has the default security
     win32::FileHandle m_pipe;
 
     // Declared after all that they write to or read from: each cancels and waits when it goes.

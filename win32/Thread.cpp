@@ -7,6 +7,8 @@ namespace win32 {
 
 namespace {
 
+constexpr DWORD TimeBetweenCancelsMs = 10;
+
 unsigned __stdcall Enter(void* argument) noexcept
 {
     const std::unique_ptr<std::function<void()>> body(static_cast<std::function<void()>*>(argument));
@@ -53,6 +55,21 @@ bool Thread::JoinFor(DWORD milliseconds) noexcept
     m_handle.Reset();
     m_id = 0;
     return ended;
+}
+
+void Thread::JoinCancelling(DWORD milliseconds) noexcept
+{
+    if (!m_handle) {
+        return;
+    }
+    DWORD wait = milliseconds;
+    while (::WaitForSingleObject(m_handle.Get(), wait) == WAIT_TIMEOUT) {
+        // "CancelSynchronousIo function": it marks the call that the thread is in at this moment. Before the call begins
+        // there is nothing to cancel, and the thread may make another one after it, so a single cancel proves nothing.
+        ::CancelSynchronousIo(m_handle.Get());
+        wait = TimeBetweenCancelsMs;
+    }
+    Join();
 }
 
 } // namespace win32

@@ -63,6 +63,12 @@ std::optional<std::string> PipeClient::Read(std::chrono::milliseconds patience)
     return std::string(m_buffer.data(), length);
 }
 
+DWORD PipeClient::Available() const
+{
+    DWORD available = 0;
+    return ::PeekNamedPipe(m_pipe.Get(), nullptr, 0, nullptr, &available, nullptr) ? available : 0;
+}
+
 bool PipeClient::WaitForBreak(std::chrono::milliseconds patience)
 {
     while (Read(patience)) {

@@ -33,6 +33,9 @@ public:
     /// One message, or none when the pipe broke or `patience` is over (Error() is then WAIT_TIMEOUT).
     std::optional<std::string> Read(std::chrono::milliseconds patience = Patience);
 
+    /// How many bytes wait to be read; 0 when the pipe is broken.
+    DWORD Available() const;
+
     /// Whether the other end closes or breaks the pipe within `patience`.
     bool WaitForBreak(std::chrono::milliseconds patience = Patience);
 

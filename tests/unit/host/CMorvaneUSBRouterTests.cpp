@@ -41,6 +41,23 @@ protected:
     FakeRouterHost m_host;
 };
 
+TEST_F(RouterObject, GivesEachPortTheOptionsOfPorts)
+{
+    m_host.portOptions.flushLimitMs = 50;
+    const auto router = Create();
+    const std::wstring name = support::UniqueName(L"Limited");
+    ASSERT_EQ(Register(*router, 3, 1, name), S_OK);
+    support::PipeClient client;
+    ASSERT_TRUE(support::WaitUntil([&] {
+        return client.Open(win32::ToAnsi(name)) &&
+               support::WaitUntil([&] { return m_host.ports.FindPort(3, 1)->IsPipeConnected(); },
+                                  std::chrono::seconds(1));
+    }));
+    ASSERT_TRUE(m_host.ports.SendToPort(3, 1, &m_host.transport, reinterpret_cast<const std::uint8_t*>("x"), 1));
+    ASSERT_TRUE(support::WaitUntil([&] { return client.Available() > 0; }));
+    EXPECT_EQ(router->Unregister(3, 1), S_OK) << "returns although the client does not read";
+}
+
 TEST_F(RouterObject, RegistersAPortOnce)
 {
     const auto router = Create();

@@ -164,6 +164,23 @@ TEST_F(Configuration, TheModuleValuesAreRead)
     EXPECT_TRUE(m_store.IsSimulation());
 }
 
+TEST_F(Configuration, PortsWaitWithoutLimitAndUnrestrictedByDefault)
+{
+    Options();
+    m_store.LoadConfiguration();
+    EXPECT_EQ(m_store.OptionsOfPorts().flushLimitMs, 0U);
+    EXPECT_FALSE(m_store.OptionsOfPorts().restrictPipe);
+}
+
+TEST_F(Configuration, TheOptionsOfPortsAreRead)
+{
+    Options().WriteDword(L"FlushLimit(ms)", 1500);
+    Options().WriteDword(L"RestrictPipes", 1);
+    m_store.LoadConfiguration();
+    EXPECT_EQ(m_store.OptionsOfPorts().flushLimitMs, 1500U);
+    EXPECT_TRUE(m_store.OptionsOfPorts().restrictPipe);
+}
+
 TEST_F(Configuration, DevicesAreReadWithTheirNumbersAsNames)
 {
     Options(L"-1").WriteDword(L"DebugMask", 0x00010001);

@@ -13,6 +13,7 @@ class FakeRouterHost final : public IRouterHost
 public:
     PortTable& Ports() override { return ports; }
     CCommunicationDriver* Transport() override { return &transport; }
+    PortOptions OptionsOfPorts() const override { return portOptions; }
     void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) override
     {
         names.emplace_back(name, device, port);
@@ -30,6 +31,7 @@ public:
 
     FakeTransport transport;
     PortTable ports;
+    PortOptions portOptions;
     std::vector<std::tuple<std::wstring, std::int32_t, std::uint32_t>> names;
     bool namingFails = false;
     int locks = 0;

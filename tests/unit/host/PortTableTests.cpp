@@ -111,6 +111,25 @@ TEST_F(Ports, DeletingAllEmptiesTheTable)
     EXPECT_EQ(m_table.FindPort(3, 2), nullptr);
 }
 
+TEST_F(Ports, TogetherWaitForTheirClientsOnlyUpToTheLimit)
+{
+    constexpr DWORD LimitMs = 300;
+    std::vector<std::unique_ptr<support::PipeClient>> clients;
+    for (std::uint32_t port = 1; port <= 10; ++port) {
+        const std::string name = Add(3, port);
+        clients.push_back(Connect(3, port, name));
+        ASSERT_TRUE(SendTo(3, port, "unread"));
+        ASSERT_TRUE(support::WaitUntil([&] { return clients.back()->Available() > 0; }));
+    }
+    const ULONGLONG begin = ::GetTickCount64();
+    m_table.BeginStopAllPorts(LimitMs);
+    EXPECT_LT(::GetTickCount64() - begin, LimitMs) << "returns at once";
+    m_table.DeleteAllPorts();
+    const ULONGLONG passed = ::GetTickCount64() - begin;
+    EXPECT_GE(passed, LimitMs - 20); // the clock may tick in 16 ms
+    EXPECT_LT(passed, 5 * LimitMs) << "not one after the other";
+}
+
 TEST_F(Ports, APayloadReachesTheClientOfItsPortOnly)
 {
     const std::string first = Add(3, 1);

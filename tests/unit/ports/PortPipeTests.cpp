@@ -1,9 +1,5 @@
-#include "ports/CCDevicePortPipe.h"
-#include "tests/support/PipeClient.h"
-#include "tests/support/RecordingTrace.h"
-#include "tests/support/TestSupport.h"
 #include "tests/unit/ports/CountedCommand.h"
-#include "tests/unit/ports/FakeTransport.h"
+#include "tests/unit/ports/PortPipeFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -13,28 +9,7 @@
 #include <optional>
 #include <vector>
 
-struct CCDevicePortPipeTestAccess
-{
-    static bool OnPipePacket(CCDevicePortPipe& port, const std::string& bytes)
-    {
-        return port.OnPipePacket(reinterpret_cast<const std::uint8_t*>(bytes.data()),
-                                 static_cast<std::int32_t>(bytes.size()));
-    }
-    static std::int32_t Pending(CCDevicePortPipe& port) { return port.Pending(); }
-    static std::int32_t Queued(CCDevicePortPipe& port) { return port.OutQueue.GetCount(); }
-    static void Queue(CCDevicePortPipe& port, CSerialPortCommand* packet) { port.OutQueue.Push(packet); }
-    static HANDLE NotEmptyEvent(const CCDevicePortPipe& port) { return port.OutQueue.GetNotEmptyEvent(); }
-    static bool IsStopping(const CCDevicePortPipe& port) { return port.StopEvent.IsSet(); }
-    /// RequestPipeRecreate in two steps, as another thread takes them that is interrupted between them.
-    static void BeginPipeRecreateRequest(CCDevicePortPipe& port) { port.m_RecreateRequested = true; }
-    static void EndPipeRecreateRequest(CCDevicePortPipe& port) { port.RecreateEvent.Set(); }
-};
-
 namespace {
-
-using support::PipeClient;
-using support::RecordingTrace;
-using Access = CCDevicePortPipeTestAccess;
 
 /// Milliseconds that a thread has run.
 ULONGLONG ProcessorTime(HANDLE thread)
@@ -49,46 +24,9 @@ ULONGLONG ProcessorTime(HANDLE thread)
     return milliseconds(kernel) + milliseconds(user);
 }
 
-class PortPipe : public testing::Test
+class PortPipeLate : public PortPipe
 {
 protected:
-    PortPipe() { RecordingTrace::Clear(); }
-    ~PortPipe() override
-    {
-        client.Close();
-        port.reset();
-        if (HasFailure()) {
-            for (const std::string& line : RecordingTrace::Texts()) {
-                std::printf("  %s\n", line.c_str());
-            }
-        }
-        RecordingTrace::Clear();
-    }
-
-    CCDevicePortPipe& Make(std::int32_t readSize = 4096, std::int32_t writeSize = 4096)
-    {
-        port = std::make_unique<CCDevicePortPipe>(&transport, 3, 1, name, readSize, writeSize);
-        return *port;
-    }
-    void Connect()
-    {
-        // An open may fall into the moment of a re-creation; the port's own flag tells which open counts.
-        ASSERT_TRUE(support::WaitUntil([this] {
-            return client.Open(name) &&
-                   support::WaitUntil([this] { return port->IsPipeConnected(); }, std::chrono::milliseconds(200));
-        }));
-    }
-    void SendToClient(const std::string& payload)
-    {
-        port->Send(&transport, reinterpret_cast<const std::uint8_t*>(payload.data()),
-                   static_cast<std::uint32_t>(payload.size()));
-    }
-    /// Answers every submitted packet as a transport does whose writes begin at once.
-    void CompleteAtOnce()
-    {
-        // Not the owner, which is null while it destroys the port: a last request may still be on its way.
-        transport.OnSend([served = port.get()] { served->PacketCompleted(); });
-    }
     /// Answers so many packets from a thread of its own, late enough to find the port's next read under way. Join it.
     void CompleteLate(win32::Thread& completer, std::size_t packets)
     {
@@ -102,12 +40,6 @@ protected:
             }
         });
     }
-
-    const std::string name = support::UniqueName("Port");
-    const std::string fullName = "\\\\.\\pipe\\" + name;
-    FakeTransport transport;
-    std::unique_ptr<CCDevicePortPipe> port;
-    PipeClient client;
 };
 
 TEST_F(PortPipe, HandsEachRequestToTheTransportUnderItsAddress)
@@ -259,7 +191,7 @@ TEST_F(PortPipe, StoppingAPortWithAConnectedClientSaysSoAndEmptiesItsQueue)
     Make();
     int destroyed = 0;
     transport.OnSend([&, stopped = port.get()] {
-        EXPECT_TRUE(support::WaitUntil([&] { return Access::IsStopping(*stopped); }));
+        EXPECT_TRUE(support::WaitUntil([&] { return stopped->IsStopping(); }));
         Access::Queue(*stopped, new CountedCommand(destroyed));
     });
     Connect();
@@ -439,7 +371,7 @@ TEST_F(PortPipe, PortsComeAndGoWhilePacketsAndCompletionsArriveForThem)
     EXPECT_EQ(RecordingTrace::Count("PipeProcessThread Ended"), 20u);
 }
 
-TEST_F(PortPipe, ARequestDoesNotCostThePortAHundredMilliseconds)
+TEST_F(PortPipeLate, ARequestDoesNotCostThePortAHundredMilliseconds)
 {
     Make();
     win32::Thread completer;
@@ -456,7 +388,7 @@ TEST_F(PortPipe, ARequestDoesNotCostThePortAHundredMilliseconds)
     EXPECT_LT(elapsed, 2'500u);
 }
 
-TEST_F(PortPipe, RequestsInARowAreHandledAsSoonAsTheWriteOfTheOneBeforeHasBegun)
+TEST_F(PortPipeLate, RequestsInARowAreHandledAsSoonAsTheWriteOfTheOneBeforeHasBegun)
 {
     // Each fills the read buffer, so that none are merged, and comes before the write of the one before has begun.
     constexpr std::size_t Requests = 50;

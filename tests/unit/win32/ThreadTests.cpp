@@ -66,6 +66,39 @@ TEST(Thread, JoinForGivesUpOnAThreadThatRunsOn)
     EXPECT_TRUE(support::WaitFor(ended.Get()));
 }
 
+TEST(Thread, JoinCancellingEndsBlockingCallsAgainAndAgain)
+{
+    const std::string path = "\\\\.\\pipe\\" + support::UniqueName("Thread");
+    const win32::FileHandle server(
+        ::CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 64, 64, 0, nullptr));
+    const win32::FileHandle client(
+        ::CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(client);
+    int cancelled = 0;
+    Thread thread;
+    ASSERT_TRUE(thread.Start([&] {
+        for (int read = 0; read < 3; ++read) {
+            char byte = 0;
+            DWORD length = 0;
+            const BOOL done = ::ReadFile(client.Get(), &byte, 1, &length, nullptr); // nobody writes
+            cancelled += !done && ::GetLastError() == ERROR_OPERATION_ABORTED ? 1 : 0;
+        }
+    }));
+    thread.JoinCancelling(1);
+    EXPECT_FALSE(thread.IsHeld());
+    EXPECT_EQ(cancelled, 3);
+}
+
+TEST(Thread, JoinCancellingWaitsItsTimeBeforeItCancels)
+{
+    const Event go(Event::Kind::ManualReset);
+    Thread thread;
+    ASSERT_TRUE(thread.Start([&] { go.Wait(INFINITE); }));
+    go.Set();
+    thread.JoinCancelling(INFINITE);
+    EXPECT_FALSE(thread.IsHeld());
+}
+
 TEST(Thread, WhatTheBodyThrowsEndsWithTheThread)
 {
     Thread thread;
