@@ -2,7 +2,7 @@
 #include "bench/Rows.h"
 #include "bench/ServerLog.h"
 #include "bench/TracerRig.h"
-#include "host/Trace.h"
+#include "trace/Trace.h"
 
 #include <fstream>
 #include <iomanip>

@@ -2,8 +2,8 @@
 #include "bench/PipeEnd.h"
 #include "bench/Roles.h"
 #include "bench/SharedRecord.h"
-#include "ports/ReceiveBuffer.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
 #include "tools/common/Console.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "bench/Rows.h"
 #include "bench/TracerRig.h"
 #include "diag/TimeStamp.h"
-#include "host/Trace.h"
 #include "tests/support/WaitUntil.h"
+#include "trace/Trace.h"
 
 #include <cstdio>
 #include <stdexcept>

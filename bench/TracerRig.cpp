@@ -1,6 +1,6 @@
 #include "bench/TracerRig.h"
 
-#include "host/Trace.h"
+#include "trace/Trace.h"
 
 #include <fstream>
 #include <stdexcept>

@@ -1,7 +1,7 @@
 #include "bench/WireRows.h"
 
-#include "host/PacketText.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/WireFormat.h"
+#include "trace/PacketText.h"
 
 #include <algorithm>
 #include <cstring>

@@ -6,7 +6,7 @@ morvane_sources(bench_sources bench/*.cpp
     tests/system/KilledServer.cpp tests/system/ProcessUsage.cpp tests/system/RouterSession.cpp)
 if(TARGET morvane_instrument AND TARGET MorvanePortRouter AND bench_sources)
     morvane_add_console_program(bench SOURCES ${bench_sources}
-        LIBRARIES morvane_toolcommon ${MORVANE_ROOM_LIBRARIES})
+        LIBRARIES morvane_toolcommon morvane_host)
     morvane_add_resources(bench)
     morvane_use_instrument(bench)
     add_dependencies(bench MorvanePortRouter)

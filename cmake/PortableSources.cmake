@@ -1,6 +1,6 @@
 # Sources without <windows.h>, compiled a second time natively with the sanitizers and fuzzed there.
 morvane_sources(MORVANE_PORTABLE_SOURCES
-    ports/WireFormat.cpp
+    ports/packet/WireFormat.cpp
     firmware/ChunkPlan.cpp
     firmware/DownloadDialogue.cpp
     usb/Descriptors.cpp

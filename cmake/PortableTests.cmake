@@ -13,5 +13,5 @@ endif()
 
 # The benchmark's rows about bytes alone.
 add_executable(bench_native EXCLUDE_FROM_ALL
-    bench/native/Main.cpp bench/Table.cpp bench/WireRows.cpp ports/WireFormat.cpp host/PacketText.cpp)
+    bench/native/Main.cpp bench/Table.cpp bench/WireRows.cpp ports/packet/WireFormat.cpp trace/PacketText.cpp)
 target_link_libraries(bench_native PRIVATE morvane_flags)

@@ -1,8 +1,6 @@
-# The rooms of the house as static libraries, the program, and the tools. A room without sources is left out.
+# The modules as static libraries, the program, and the tools.
 
-set(MORVANE_ROOMS win32 ports usb firmware transport diag host)
-
-# What Windows itself provides, after everything of ours.
+# What Windows itself provides.
 add_library(morvane_system INTERFACE)
 target_link_libraries(morvane_system INTERFACE
     ole32 oleaut32 uuid advapi32 user32 gdi32 shell32 comctl32 setupapi winmm)
@@ -27,28 +25,32 @@ function(morvane_precompile target)
     endif()
 endfunction()
 
-set(MORVANE_ROOM_LIBRARIES "")
-foreach(room ${MORVANE_ROOMS})
-    morvane_sources(sources ${room}/*.cpp)
+# morvane_module(<name> [FOLDER folder] [USES module...]): one module. What it uses is what cmake/check-includes lets
+# it include, so the linker needs no second look at a library.
+set(MORVANE_MODULES "")
+function(morvane_module name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "USES")
+    if(NOT arg_FOLDER)
+        set(arg_FOLDER ${name})
+    endif()
+    morvane_sources(sources ${arg_FOLDER}/*.cpp)
     list(FILTER sources EXCLUDE REGEX "/host/Main\\.cpp$")
-    if(sources)
-        add_library(morvane_${room} STATIC ${sources})
-        target_link_libraries(morvane_${room} PUBLIC morvane_flags morvane_generated)
-        morvane_precompile(morvane_${room})
-        list(APPEND MORVANE_ROOM_LIBRARIES morvane_${room})
-    endif()
-endforeach()
-
-# morvane_link_rooms(target library...): rooms call each other and the trace call of host/, so the linker
-# searches them as one group.
-function(morvane_link_rooms target)
-    target_link_libraries(${target} PRIVATE morvane_flags morvane_generated)
-    if(ARGN)
-        list(JOIN ARGN "," group)
-        target_link_libraries(${target} PRIVATE "$<LINK_GROUP:RESCAN,${group}>")
-    endif()
-    target_link_libraries(${target} PRIVATE morvane_system)
+    add_library(morvane_${name} STATIC ${sources})
+    list(TRANSFORM arg_USES PREPEND morvane_)
+    target_link_libraries(morvane_${name} PUBLIC morvane_flags morvane_generated ${arg_USES} morvane_system)
+    morvane_precompile(morvane_${name})
+    set(MORVANE_MODULES ${MORVANE_MODULES} ${name} PARENT_SCOPE)
 endfunction()
+
+morvane_module(win32)
+morvane_module(trace)
+morvane_module(packet FOLDER ports/packet USES win32)
+morvane_module(usb USES trace win32)
+morvane_module(firmware USES packet trace win32)
+morvane_module(transport USES firmware usb packet trace win32)
+morvane_module(ports USES transport packet trace win32)
+morvane_module(diag USES trace win32)
+morvane_module(host USES diag ports transport firmware usb packet trace win32)
 
 # Resources of the program: also linked into the test programs that need its dialogs and scripts.
 morvane_sources(resource_script host/MorvanePortRouter.rc)
@@ -76,7 +78,7 @@ if(main_source)
     add_executable(MorvanePortRouter WIN32 ${main_source})
     target_link_options(MorvanePortRouter PRIVATE -municode)
     morvane_add_resources(MorvanePortRouter)
-    morvane_link_rooms(MorvanePortRouter ${MORVANE_ROOM_LIBRARIES})
+    target_link_libraries(MorvanePortRouter PRIVATE morvane_host)
 endif()
 
 include(Tools)

@@ -1,7 +1,7 @@
 #include "diag/TraceQueue.h"
 
 #include "diag/TimeStamp.h"
-#include "diag/TraceMask.h"
+#include "trace/TraceMask.h"
 
 #include <array>
 #include <cstdio>

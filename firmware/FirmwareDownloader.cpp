@@ -1,6 +1,6 @@
 #include "firmware/FirmwareDownloader.h"
 
-#include "host/Trace.h"
+#include "trace/Trace.h"
 #include "win32/Text.h"
 
 #include <limits>

@@ -2,7 +2,7 @@
 
 #include "host/FindProcess.h"
 #include "host/Registration.h"
-#include "host/Trace.h"
+#include "trace/Trace.h"
 #include "transport/CCyUSBDriver.h"
 #include "win32/Text.h"
 

@@ -1,8 +1,8 @@
 #include "host/CMorvaneUSBRouter.h"
 
 #include "host/RouterTypeLibrary.h"
-#include "host/Trace.h"
 #include "ports/CCDevicePortPipe.h"
+#include "trace/Trace.h"
 #include "win32/Text.h"
 
 #include <string_view>

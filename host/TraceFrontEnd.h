@@ -1,4 +1,4 @@
-// What stands behind `Trace` and `DumpPacket`: decides whether a line is wanted, formats it and hands it on.
+// The router's trace sink: decides whether a line is wanted, formats it and hands it on.
 //
 // Called by every thread of the process. A call that nobody wants costs one look-up: no kernel call, no lock, no
 // allocation. The options gate keeps lines out while the options change; it is tested, never waited for.
@@ -6,9 +6,9 @@
 
 #include "diag/DebugOptionsHost.h"
 #include "host/TraceOptionsTable.h"
+#include "trace/TraceSink.h"
 #include "win32/MirroredEvent.h"
 
-#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <string>
@@ -27,8 +27,8 @@ public:
     virtual void AddTrace(std::uint32_t mask, std::string text) = 0;
 };
 
-/// The newest one serves the process's trace calls; it and its output must outlive every thread that traces.
-class TraceFrontEnd
+/// Installs itself as the process's sink; it and its output must outlive every thread that traces.
+class TraceFrontEnd final : public ITraceSink
 {
 public:
     static constexpr std::size_t MaximumLineLength = 2055;
@@ -44,20 +44,17 @@ public:
     /// Takes over the options that the trace calls use from now on. Main thread, under a CDebugOptionsLock.
     void Publish(const DebugOptionsMap& options);
 
-    TraceOptions Options(std::int32_t device) const noexcept { return m_options.Find(device); }
-
-    /// Formats and hands on a line whose mask is not zero, if the other conditions hold.
-    void Write(std::uint32_t effectiveMask, const char* format, std::va_list arguments) noexcept;
-
-    /// Whether dumps are made at all at this moment; the mask is tested by the caller.
-    bool MayDump() const noexcept;
-
-    /// Null while there is none.
-    static TraceFrontEnd* Current() noexcept { return s_current.load(std::memory_order_acquire); }
+    // ITraceSink
+    std::uint32_t EffectiveMask(std::int32_t device, std::uint32_t classMask) const noexcept override
+    {
+        return classMask & m_options.Find(device).mask;
+    }
+    void Write(std::int32_t device, std::uint32_t effectiveMask, const char* format,
+               std::va_list arguments) noexcept override;
+    bool Dump(std::int32_t device, std::uint32_t effectiveMask, const std::uint8_t* data, std::uint32_t length,
+              bool hexOnly, std::string& out) override;
 
 private:
-    static std::atomic<TraceFrontEnd*> s_current;
-
     win32::MirroredEvent m_gate{true};
     TraceOptionsTable m_options;
     ITraceOutput& m_output;

@@ -1,8 +1,8 @@
 #include "ports/CCDevicePortPipe.h"
 
-#include "host/Trace.h"
-#include "ports/CCriticalSectionHelper.h"
 #include "ports/PipeWorker.h"
+#include "ports/packet/CCriticalSectionHelper.h"
+#include "trace/Trace.h"
 
 #include <memory>
 #include <new>

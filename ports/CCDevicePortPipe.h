@@ -5,9 +5,9 @@
 // and the destructor.
 #pragma once
 
-#include "ports/CCommandQueue.h"
 #include "ports/CSimulationDevice.h"
 #include "ports/PortOptions.h"
+#include "ports/packet/CCommandQueue.h"
 #include "transport/CCommunicationDriver.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"

@@ -1,6 +1,6 @@
 #include "ports/PipeWorker.h"
 
-#include "host/Trace.h"
+#include "trace/Trace.h"
 
 #include <algorithm>
 #include <new>

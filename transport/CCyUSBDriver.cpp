@@ -1,7 +1,7 @@
 #include "transport/CCyUSBDriver.h"
 
-#include "host/Trace.h"
-#include "ports/CCriticalSectionHelper.h"
+#include "ports/packet/CCriticalSectionHelper.h"
+#include "trace/Trace.h"
 
 #include <memory>
 #include <new>

@@ -7,9 +7,9 @@
 
 #include "firmware/FirmwareDownloader.h"
 #include "firmware/FirmwareTransport.h"
-#include "ports/CCommandQueue.h"
-#include "ports/ReceiveBuffer.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/CCommandQueue.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
 #include "transport/CCommunicationDriver.h"
 #include "transport/TransportHost.h"
 #include "win32/CriticalSection.h"

@@ -1,5 +1,5 @@
 // The threads that do nothing but read: a read is always pending, and what it brings goes to the reply queue.
-#include "host/Trace.h"
+#include "trace/Trace.h"
 #include "transport/CCyUSBDriver.h"
 #include "usb/BulkTransfer.h"
 #include "win32/OverlappedOperation.h"

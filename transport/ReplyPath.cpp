@@ -2,7 +2,7 @@
 //
 // ApppendToReplyProcessQueue runs on the thread that reads; everything else here on the reply thread, which alone
 // touches the reply buffer.
-#include "host/Trace.h"
+#include "trace/Trace.h"
 #include "transport/CCyUSBDriver.h"
 #include "transport/SkippedPacketLog.h"
 

@@ -1,6 +1,6 @@
 #include "transport/SimulationCommandThread.h"
 
-#include "host/Trace.h"
+#include "trace/Trace.h"
 
 namespace {
 

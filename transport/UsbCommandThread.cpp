@@ -1,6 +1,6 @@
 #include "transport/UsbCommandThread.h"
 
-#include "host/Trace.h"
+#include "trace/Trace.h"
 
 #include <span>
 

@@ -1,5 +1,5 @@
 // The connect procedure of the command thread: from "disconnected" to an open instrument, or to another try.
-#include "host/Trace.h"
+#include "trace/Trace.h"
 #include "transport/UsbCommandThread.h"
 
 #include <optional>

@@ -1,7 +1,7 @@
 // The portable rows, compiled for the machine itself: what the compiler and the C library make of them without Wine.
 #include "bench/WireRows.h"
-#include "ports/ReceiveBuffer.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Device packets as tests write them.
 #pragma once
 
-#include "ports/WireFormat.h"
+#include "ports/packet/WireFormat.h"
 
 #include <string>
 #include <string_view>

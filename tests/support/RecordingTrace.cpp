@@ -1,6 +1,6 @@
 #include "tests/support/RecordingTrace.h"
 
-#include "host/Trace.h"
+#include "trace/TraceSink.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -22,12 +22,73 @@ struct Record
     std::function<void(const std::string&)> hook;
 };
 
+class RecordingSink final : public ITraceSink
+{
+public:
+    std::uint32_t EffectiveMask(std::int32_t, std::uint32_t classMask) const noexcept override
+    {
+        return classMask;
+    }
+
+    void Write(std::int32_t device, std::uint32_t classMask, const char* format,
+               std::va_list arguments) noexcept override
+    {
+        char text[2056];
+        std::vsnprintf(text, sizeof text, format, arguments);
+        std::function<void(const std::string&)> hook;
+        {
+            const std::lock_guard guard(m_record.lock);
+            m_record.lines.push_back({device, classMask, text});
+            hook = m_record.hook;
+        }
+        m_record.changed.notify_all();
+        if (hook) {
+            hook(text);
+        }
+    }
+
+    bool Dump(std::int32_t, std::uint32_t, const std::uint8_t* data, std::uint32_t length, bool hexOnly,
+              std::string& out) override
+    {
+        {
+            const std::lock_guard guard(m_record.lock);
+            if (!m_record.dumpsWanted) {
+                return false;
+            }
+        }
+        out = hexOnly ? "hex" : "text";
+        for (std::uint32_t index = 0; index < length; ++index) {
+            char pair[4];
+            std::snprintf(pair, sizeof pair, " %02X", static_cast<unsigned>(data[index]));
+            out += pair;
+        }
+        return true;
+    }
+
+    Record& TheRecord() noexcept { return m_record; }
+
+private:
+    Record m_record;
+};
+
 // Never destroyed: threads of the code under test may trace while the process ends.
+RecordingSink& TheSink()
+{
+    static auto* const sink = new RecordingSink;
+    return *sink;
+}
+
 Record& TheRecord()
 {
-    static auto* const record = new Record;
-    return *record;
+    return TheSink().TheRecord();
 }
+
+// Before main, so that no line of the code under test is missed. A test program that uses RecordingTrace links this
+// file; one that does not has no sink.
+const bool installed = [] {
+    InstallTraceSink(TheSink());
+    return true;
+}();
 
 std::size_t CountIn(const std::vector<TraceLine>& lines, std::string_view part)
 {
@@ -87,42 +148,3 @@ void RecordingTrace::OnLine(std::function<void(const std::string&)> hook)
 }
 
 } // namespace support
-
-void Trace(std::int32_t device, std::uint32_t classMask, const char* format, ...) noexcept
-{
-    char text[2056];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-
-    support::Record& record = support::TheRecord();
-    std::function<void(const std::string&)> hook;
-    {
-        const std::lock_guard guard(record.lock);
-        record.lines.push_back({device, classMask, text});
-        hook = record.hook;
-    }
-    record.changed.notify_all();
-    if (hook) {
-        hook(text);
-    }
-}
-
-bool DumpPacket(std::int32_t, std::uint32_t, const std::uint8_t* data, std::uint32_t length, bool hexOnly,
-                std::string& out) noexcept
-{
-    {
-        const std::lock_guard guard(support::TheRecord().lock);
-        if (!support::TheRecord().dumpsWanted) {
-            return false;
-        }
-    }
-    out = hexOnly ? "hex" : "text";
-    for (std::uint32_t index = 0; index < length; ++index) {
-        char pair[4];
-        std::snprintf(pair, sizeof pair, " %02X", static_cast<unsigned>(data[index]));
-        out += pair;
-    }
-    return true;
-}

@@ -1,4 +1,4 @@
-// The sink behind `Trace` and `DumpPacket` in the tests of every room but host/: keeps the lines for the test.
+// A trace sink for tests: keeps the lines. Installed in each test program that links it.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
-#include "ports/ReceiveBuffer.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
 
 #include <gtest/gtest.h>
 

@@ -11,8 +11,8 @@
 // Times never run backwards. One thread.
 #pragma once
 
-#include "ports/ReceiveBuffer.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
 #include "tools/common/InstrumentFirmware.h"
 #include "tools/common/InstrumentOutput.h"
 #include "tools/common/InstrumentScript.h"

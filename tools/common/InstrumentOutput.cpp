@@ -1,6 +1,6 @@
 #include "tools/common/InstrumentOutput.h"
 
-#include "ports/WireFormat.h"
+#include "ports/packet/WireFormat.h"
 
 #include <utility>
 

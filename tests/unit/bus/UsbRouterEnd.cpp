@@ -1,6 +1,6 @@
 #include "tests/unit/bus/UsbRouterEnd.h"
 
-#include "ports/WireFormat.h"
+#include "ports/packet/WireFormat.h"
 #include "tests/support/Frames.h"
 
 #include <memory>

@@ -2,7 +2,7 @@
 // own USB room.
 #pragma once
 
-#include "ports/ReceiveBuffer.h"
+#include "ports/packet/ReceiveBuffer.h"
 #include "tests/support/TestSupport.h"
 #include "usb/BulkTransfer.h"
 #include "usb/UsbDevice.h"

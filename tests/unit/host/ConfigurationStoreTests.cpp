@@ -1,8 +1,8 @@
 #include "host/ConfigurationStore.h"
 
-#include "host/Trace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/host/RecordingOutput.h"
+#include "trace/Trace.h"
 #include "win32/RegistryKey.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "ports/CCommandQueue.h"
-#include "ports/CCriticalSectionHelper.h"
+#include "ports/packet/CCommandQueue.h"
+#include "ports/packet/CCriticalSectionHelper.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/unit/ports/CountedCommand.h"
 #include "win32/Event.h"

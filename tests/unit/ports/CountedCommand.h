@@ -1,7 +1,7 @@
 // A packet that tells when it is destroyed.
 #pragma once
 
-#include "ports/CSerialPortCommand.h"
+#include "ports/packet/CSerialPortCommand.h"
 
 class CountedCommand : public CSerialPortCommand
 {

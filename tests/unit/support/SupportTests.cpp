@@ -1,7 +1,7 @@
 // The test support itself: what other tests rely on must hold.
-#include "host/Trace.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
+#include "trace/Trace.h"
 #include "win32/Event.h"
 #include "win32/Thread.h"
 

@@ -1,8 +1,8 @@
 // The router's end of the simulator pipe, for tests of the simulator.
 #pragma once
 
-#include "ports/ReceiveBuffer.h"
-#include "ports/WireFormat.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
 #include "tests/support/Frames.h"
 #include "tests/support/UniqueName.h"
 #include "tests/support/WaitUntil.h"

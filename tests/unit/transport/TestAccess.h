@@ -1,7 +1,7 @@
 // The transport's inner operations, for its tests.
 #pragma once
 
-#include "ports/CCriticalSectionHelper.h"
+#include "ports/packet/CCriticalSectionHelper.h"
 #include "transport/CCyUSBDriver.h"
 
 #include <memory>

@@ -1,13 +1,13 @@
 // The transport over simulated instruments: the driver, a module that records, and the instruments' other end.
 #pragma once
 
-#include "host/Trace.h"
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/support/Frames.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
 #include "tests/unit/transport/TestAccess.h"
+#include "trace/Trace.h"
 
 #include <gtest/gtest.h>
 

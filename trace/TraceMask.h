@@ -1,8 +1,7 @@
-// The trace call: the one thing that every room uses. Calls cost one table look-up when nobody wants the line.
+// Trace classes and channels, and the two halves of a 32-bit trace mask.
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 /// Trace classes. Each has a display bit (low half) and the same bit shifted left by 16 for the log file; a call
 /// passes both, the device's mask decides which survive.
@@ -19,11 +18,15 @@ inline constexpr std::int32_t RouterChannel = -1;
 inline constexpr std::int32_t FirmwareChannel = 0;
 } // namespace trace
 
-/// Reports one line on `device`'s channel in the class `classMask`. Any thread; never waits and never throws.
-/// Lines beyond 2055 characters are cut.
-void Trace(std::int32_t device, std::uint32_t classMask, const char* format, ...) noexcept
-    __attribute__((format(printf, 3, 4)));
+inline constexpr std::uint32_t EveryTrace = 0xFFFFFFFF;
 
-/// Renders `length` bytes for a line of that class into `out`; true when such a line is wanted. Any thread.
-bool DumpPacket(std::int32_t device, std::uint32_t classMask, const std::uint8_t* data, std::uint32_t length,
-                bool hexOnly, std::string& out) noexcept;
+/// The lower half asks for the debug window, the upper one for the log file.
+constexpr bool WantsWindow(std::uint32_t mask) noexcept
+{
+    return (mask & 0xFFFF) != 0;
+}
+
+constexpr bool WantsFile(std::uint32_t mask) noexcept
+{
+    return mask >= 0x10000;
+}

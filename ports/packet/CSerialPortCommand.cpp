@@ -1,4 +1,4 @@
-#include "ports/CSerialPortCommand.h"
+#include "ports/packet/CSerialPortCommand.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The locked queue that carries packets between threads.
 #pragma once
 
-#include "ports/CSerialPortCommand.h"
+#include "ports/packet/CSerialPortCommand.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
 

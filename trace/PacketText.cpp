@@ -1,4 +1,4 @@
-#include "host/PacketText.h"
+#include "trace/PacketText.h"
 
 #include <algorithm>
 #include <array>

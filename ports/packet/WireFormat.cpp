@@ -1,4 +1,4 @@
-#include "ports/WireFormat.h"
+#include "ports/packet/WireFormat.h"
 
 #include <cstring>
 

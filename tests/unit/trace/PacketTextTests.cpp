@@ -1,4 +1,4 @@
-#include "host/PacketText.h"
+#include "trace/PacketText.h"
 
 #include <gtest/gtest.h>
 #include <clocale>

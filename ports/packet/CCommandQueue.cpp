@@ -1,6 +1,6 @@
-#include "ports/CCommandQueue.h"
+#include "ports/packet/CCommandQueue.h"
 
-#include "ports/CCriticalSectionHelper.h"
+#include "ports/packet/CCriticalSectionHelper.h"
 
 CCommandQueue::CCommandQueue(Waiting waiting)
 {

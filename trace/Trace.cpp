@@ -1,0 +1,58 @@
+#include "trace/Trace.h"
+
+#include "trace/TraceSink.h"
+
+#include <atomic>
+
+namespace {
+
+constinit std::atomic<ITraceSink*> g_sink{nullptr};
+
+} // namespace
+
+void InstallTraceSink(ITraceSink& sink) noexcept
+{
+    g_sink.store(&sink, std::memory_order_release);
+}
+
+void RemoveTraceSink(ITraceSink& sink) noexcept
+{
+    ITraceSink* installed = &sink;
+    g_sink.compare_exchange_strong(installed, nullptr);
+}
+
+void Trace(std::int32_t device, std::uint32_t classMask, const char* format, ...) noexcept
+{
+    ITraceSink* const sink = g_sink.load(std::memory_order_acquire);
+    if (sink == nullptr) {
+        return;
+    }
+    const std::uint32_t effective = sink->EffectiveMask(device, classMask);
+    if (effective == 0) [[likely]] {
+        return;
+    }
+    std::va_list arguments;
+    va_start(arguments, format);
+    sink->Write(device, effective, format, arguments);
+    va_end(arguments);
+}
+
+bool DumpPacket(std::int32_t device, std::uint32_t classMask, const std::uint8_t* data, std::uint32_t length,
+                bool hexOnly, std::string& out) noexcept
+{
+    out.clear();
+    ITraceSink* const sink = g_sink.load(std::memory_order_acquire);
+    if (sink == nullptr || data == nullptr || length == 0) {
+        return false;
+    }
+    const std::uint32_t effective = sink->EffectiveMask(device, classMask);
+    if (effective == 0) [[likely]] {
+        return false;
+    }
+    try {
+        return sink->Dump(device, effective, data, length, hexOnly, out);
+    } catch (...) {
+        out.clear();
+        return false;
+    }
+}
