@@ -131,10 +131,10 @@ private:
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_threadHeld{false};
 
-    mutable win32::SharedLock m_namesLock; // guards the three names
-    std::wstring m_logFileName = L"Debug.log";
-    std::wstring m_logFilePath;
-    std::wstring m_logFolder;
+    mutable win32::SharedLock m_namesLock;
+    std::wstring m_logFileName GUARDED_BY(m_namesLock) = L"Debug.log";
+    std::wstring m_logFilePath GUARDED_BY(m_namesLock);
+    std::wstring m_logFolder GUARDED_BY(m_namesLock);
 
     TraceQueue m_queue;
     const win32::Event m_stop{win32::Event::Kind::ManualReset};

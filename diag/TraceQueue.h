@@ -43,10 +43,10 @@ public:
     HANDLE DataEvent() const noexcept { return m_data.Get(); }
 
 private:
-    void Append(CDebugEntry&& entry, Stamp stamp);
+    void Append(CDebugEntry&& entry, Stamp stamp) REQUIRES(m_lock);
 
-    mutable win32::SharedLock m_lock; // guards the fields below and the state of the event
-    std::deque<CDebugEntry> m_entries;
-    std::size_t m_uncounted = 0;
+    mutable win32::SharedLock m_lock; // held over changes of the event, too
+    std::deque<CDebugEntry> m_entries GUARDED_BY(m_lock);
+    std::size_t m_uncounted GUARDED_BY(m_lock) = 0;
     win32::Event m_data{win32::Event::Kind::ManualReset};
 };

@@ -65,7 +65,7 @@ bool FirmwareDownloader::NeedsDownload() noexcept
         if (m_bDownloaded) {
             needed = false;
         } else {
-            needed = m_Dialogue.HasImage();
+            needed = Dialogue().HasImage();
             ResendWhenDue();
         }
     }
@@ -75,13 +75,13 @@ bool FirmwareDownloader::NeedsDownload() noexcept
 
 void FirmwareDownloader::ResendWhenDue() noexcept
 {
-    if (m_Dialogue.IsRetryDue(m_Surroundings.tickCount())) {
+    if (Dialogue().IsRetryDue(m_Surroundings.tickCount())) {
         // Somebody else's turn means that the dialogue goes on by itself: the next query looks again.
         if (m_Turn.TryEnterExclusive()) {
             m_Dialogue.Retry(m_Surroundings.tickCount());
             m_Turn.LeaveExclusive();
         }
-    } else if (m_Dialogue.RetryCount() > DownloadDialogue::MaxRetries) {
+    } else if (Dialogue().RetryCount() > DownloadDialogue::MaxRetries) {
         // Not reached, since the counter ends at the maximum; kept as it is meant to stand.
         Report(
             "FirmwareDownloader::NeedsDownload() max numer of retries reached, new Firmware will not be loaded!");
@@ -90,7 +90,7 @@ void FirmwareDownloader::ResendWhenDue() noexcept
 
 bool FirmwareDownloader::IsDownloading() const noexcept
 {
-    return m_Dialogue.IsDownloading();
+    return Dialogue().IsDownloading();
 }
 
 void FirmwareDownloader::OnReceive(const std::uint8_t* bytes, std::uint32_t length) noexcept

@@ -57,13 +57,15 @@ public:
 private:
     void Submit(const std::uint8_t* data, std::uint32_t length) override;
     void ClearCommandQueue() override;
-    void Completed() noexcept override;
+    void Completed() noexcept override REQUIRES(m_Turn);
     void Report(const char* line) noexcept override;
     void ReportChunk(std::uint32_t offset, std::uint32_t size) noexcept override;
 
     FirmwareReading ReadProductFile(std::uint16_t productId) const noexcept;
     void ResendWhenDue() noexcept;
-    bool OwnCompletionMutex() noexcept;
+    /// For its const operations, which any thread may call without m_Turn; hence outside the analysis.
+    const DownloadDialogue& Dialogue() const noexcept NO_THREAD_SAFETY_ANALYSIS { return m_Dialogue; }
+    bool OwnCompletionMutex() noexcept REQUIRES(m_Turn);
     void SetDownloaded() noexcept;
 
     IFirmwareTransport& m_Transport;
@@ -72,8 +74,8 @@ private:
     std::atomic<bool> m_bDownloaded{false};                      // mirrors it: no kernel call for each query
 
     win32::SharedLock m_Turn;
-    DownloadDialogue m_Dialogue;                 // guarded by m_Turn, but for its operations named for any thread
+    DownloadDialogue m_Dialogue GUARDED_BY(m_Turn);
     const win32::KernelHandle m_CompletionMutex; // unnamed
-    bool m_bCompletionOwned = false;             // guarded by m_Turn
-    std::int32_t m_nSpare = -1;                  // guarded by m_Turn; set on completion and read by nobody
+    bool m_bCompletionOwned GUARDED_BY(m_Turn) = false;
+    std::int32_t m_nSpare GUARDED_BY(m_Turn) = -1; // set on completion and read by no one
 };

@@ -57,8 +57,9 @@ private:
 
     /// Device type in the upper 32 bits, port in the lower.
     static std::uint64_t KeyOf(std::int32_t deviceType, std::uint32_t port) noexcept;
-    CCDevicePortPipe* FindLocked(std::int32_t deviceType, std::uint32_t port) const noexcept;
+    CCDevicePortPipe* FindLocked(std::int32_t deviceType, std::uint32_t port) const noexcept
+        REQUIRES_SHARED(m_lock);
 
-    mutable win32::SharedLock m_lock; // guards m_ports
-    Ports m_ports;
+    mutable win32::SharedLock m_lock;
+    Ports m_ports GUARDED_BY(m_lock);
 };

@@ -105,8 +105,8 @@ private:
     const bool QueueLimitEnabled = false;       // dormant: nothing sets it, and it stays that way
     std::atomic<bool> m_IsPipeConnected{false}; // written by the worker, read by Send
 
-    win32::CriticalSection m_PendingSection; // guards PendingCount
-    std::int32_t PendingCount = 0;
+    win32::CriticalSection m_PendingSection;
+    std::int32_t PendingCount GUARDED_BY(m_PendingSection) = 0;
 
     win32::Thread m_Worker; // last, so that it ends first
 };

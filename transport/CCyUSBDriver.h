@@ -112,8 +112,9 @@ private:
     CCommandQueue m_CommandQueue;                              // framed packets for the instrument
     CCommandQueue m_ReplyQueue{CCommandQueue::Waiting::Alone}; // received blocks
 
-    win32::CriticalSection m_Lock;        // guards the packet number together with the push on m_CommandQueue
-    std::uint8_t m_nNextPacketNumber = 0; // m_Lock
+    // Held over the push on m_CommandQueue as well, so that numbers stand in the queue in ascending order.
+    win32::CriticalSection m_Lock;
+    std::uint8_t m_nNextPacketNumber GUARDED_BY(m_Lock) = 0;
     std::atomic<std::uint8_t> m_nLastPacketNumber{0}; // reply thread; zeroed by the command thread at a connect
     ReceiveBuffer m_ReplyBuffer;                      // reply thread; kept over reconnects
     std::atomic<std::uint32_t> m_nTransferredBytes{0};

@@ -1,12 +1,13 @@
 // Locks of Windows, and what to wait for under one.
 #pragma once
 
+#include "win32/ThreadSafety.h"
 #include "win32/Windows.h"
 
 namespace win32 {
 
 /// Recursive, as Windows critical sections are. Owned by the object whose fields it guards.
-class CriticalSection
+class CAPABILITY("critical section") CriticalSection
 {
 public:
     CriticalSection() noexcept { ::InitializeCriticalSection(&m_section); }
@@ -14,8 +15,8 @@ public:
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
 
-    void Enter() noexcept { ::EnterCriticalSection(&m_section); }
-    void Leave() noexcept { ::LeaveCriticalSection(&m_section); }
+    void Enter() noexcept ACQUIRE() { ::EnterCriticalSection(&m_section); }
+    void Leave() noexcept RELEASE() { ::LeaveCriticalSection(&m_section); }
 
 private:
     friend class ConditionVariable;
@@ -33,7 +34,7 @@ public:
 
     /// Leaves the section, which the calling thread has entered once, until woken, at most `milliseconds`, and enters it
     /// again. False when the time has passed. May return true for no reason.
-    bool Wait(CriticalSection& section, DWORD milliseconds) noexcept
+    bool Wait(CriticalSection& section, DWORD milliseconds) noexcept REQUIRES(section)
     {
         return ::SleepConditionVariableCS(&m_condition, &section.m_section, milliseconds) != FALSE;
     }
@@ -44,24 +45,24 @@ private:
 };
 
 /// Shared by readers, exclusive to a writer. Not recursive.
-class SharedLock
+class CAPABILITY("slim lock") SharedLock
 {
 public:
-    void EnterShared() noexcept { ::AcquireSRWLockShared(&m_lock); }
-    void LeaveShared() noexcept { ::ReleaseSRWLockShared(&m_lock); }
-    void EnterExclusive() noexcept { ::AcquireSRWLockExclusive(&m_lock); }
-    bool TryEnterExclusive() noexcept { return ::TryAcquireSRWLockExclusive(&m_lock) != FALSE; }
-    void LeaveExclusive() noexcept { ::ReleaseSRWLockExclusive(&m_lock); }
+    void EnterShared() noexcept ACQUIRE_SHARED() { ::AcquireSRWLockShared(&m_lock); }
+    void LeaveShared() noexcept RELEASE_SHARED() { ::ReleaseSRWLockShared(&m_lock); }
+    void EnterExclusive() noexcept ACQUIRE() { ::AcquireSRWLockExclusive(&m_lock); }
+    bool TryEnterExclusive() noexcept TRY_ACQUIRE(true) { return ::TryAcquireSRWLockExclusive(&m_lock) != FALSE; }
+    void LeaveExclusive() noexcept RELEASE() { ::ReleaseSRWLockExclusive(&m_lock); }
 
 private:
     SRWLOCK m_lock = SRWLOCK_INIT;
 };
 
-class SharedScope
+class SCOPED_CAPABILITY SharedScope
 {
 public:
-    explicit SharedScope(SharedLock& lock) noexcept : m_lock(lock) { m_lock.EnterShared(); }
-    ~SharedScope() { m_lock.LeaveShared(); }
+    explicit SharedScope(SharedLock& lock) noexcept ACQUIRE_SHARED(lock) : m_lock(lock) { m_lock.EnterShared(); }
+    ~SharedScope() RELEASE() { m_lock.LeaveShared(); }
     SharedScope(const SharedScope&) = delete;
     SharedScope& operator=(const SharedScope&) = delete;
 
@@ -69,11 +70,11 @@ private:
     SharedLock& m_lock;
 };
 
-class ExclusiveScope
+class SCOPED_CAPABILITY ExclusiveScope
 {
 public:
-    explicit ExclusiveScope(SharedLock& lock) noexcept : m_lock(lock) { m_lock.EnterExclusive(); }
-    ~ExclusiveScope() { m_lock.LeaveExclusive(); }
+    explicit ExclusiveScope(SharedLock& lock) noexcept ACQUIRE(lock) : m_lock(lock) { m_lock.EnterExclusive(); }
+    ~ExclusiveScope() RELEASE() { m_lock.LeaveExclusive(); }
     ExclusiveScope(const ExclusiveScope&) = delete;
     ExclusiveScope& operator=(const ExclusiveScope&) = delete;
 

@@ -22,9 +22,9 @@ std::int32_t CCommandQueue::Push(CSerialPortCommand* command)
     std::int32_t count = 0;
     {
         const CCriticalSectionHelper lock(m_Section);
-        push(command);
-        count = static_cast<std::int32_t>(size());
-        m_Count.store(count, std::memory_order_relaxed);
+        Commands().push_back(command);
+        SetCount();
+        count = GetCount();
     }
     // Only the first of those that wait wakes: no kernel call for the others. Outside the section, or the woken thread
     // would sleep again to wait for it.
@@ -51,19 +51,19 @@ CSerialPortCommand* CCommandQueue::Pop()
 CSerialPortCommand* CCommandQueue::Take()
 {
     const CCriticalSectionHelper lock(m_Section);
-    if (empty()) {
+    if (Commands().empty()) {
         return nullptr;
     }
-    CSerialPortCommand* const command = front();
-    pop();
-    m_Count.store(static_cast<std::int32_t>(size()), std::memory_order_relaxed);
+    CSerialPortCommand* const command = Commands().front();
+    Commands().pop_front();
+    SetCount();
     return command;
 }
 
 void CCommandQueue::Settle()
 {
     const CCriticalSectionHelper lock(m_Section);
-    if (empty() && m_NotEmpty) {
+    if (Commands().empty() && m_NotEmpty) {
         m_NotEmpty->Reset();
     }
 }
@@ -80,11 +80,11 @@ void CCommandQueue::DestroyAll()
     std::deque<CSerialPortCommand*> taken;
     {
         const CCriticalSectionHelper lock(m_Section);
-        if (empty()) {
+        if (Commands().empty()) {
             return;
         }
-        taken.swap(c);
-        m_Count.store(0, std::memory_order_relaxed);
+        taken.swap(Commands());
+        SetCount();
         if (m_NotEmpty) {
             m_NotEmpty->Reset();
         }
@@ -97,7 +97,8 @@ void CCommandQueue::DestroyAll()
 bool CCommandQueue::AwaitNotEmpty(DWORD milliseconds)
 {
     const CCriticalSectionHelper lock(m_Section);
-    const bool inTime = !empty() || m_Interrupted || m_FilledOrInterrupted.Wait(m_Section, milliseconds);
+    const bool inTime =
+        !Commands().empty() || m_Interrupted || m_FilledOrInterrupted.Wait(m_Section, milliseconds);
     m_Interrupted = false;
     return inTime;
 }

@@ -59,9 +59,15 @@ public:
     void Interrupt();
 
 private:
-    win32::CriticalSection m_Section;               // guards the queue, the changes of m_Count, m_Interrupted
+    std::deque<CSerialPortCommand*>& Commands() noexcept REQUIRES(m_Section) { return c; }
+    void SetCount() noexcept REQUIRES(m_Section)
+    {
+        m_Count.store(static_cast<std::int32_t>(c.size()), std::memory_order_relaxed);
+    }
+
+    win32::CriticalSection m_Section;               // guards the commands, too
     std::optional<win32::Event> m_NotEmpty;         // manual reset; reset under m_Section, set outside
     win32::ConditionVariable m_FilledOrInterrupted; // without m_NotEmpty
-    bool m_Interrupted = false;
-    std::atomic<std::int32_t> m_Count{0};
+    bool m_Interrupted GUARDED_BY(m_Section) = false;
+    std::atomic<std::int32_t> m_Count{0}; // changed under m_Section
 };

@@ -4,14 +4,15 @@
 #include "win32/CriticalSection.h"
 
 /// Enters the critical section for as long as it lives.
-class CCriticalSectionHelper
+class SCOPED_CAPABILITY CCriticalSectionHelper
 {
 public:
-    explicit CCriticalSectionHelper(win32::CriticalSection& section) noexcept : m_pSection(&section)
+    explicit CCriticalSectionHelper(win32::CriticalSection& section) noexcept ACQUIRE(section)
+        : m_pSection(&section)
     {
         m_pSection->Enter();
     }
-    virtual ~CCriticalSectionHelper() { m_pSection->Leave(); }
+    virtual ~CCriticalSectionHelper() RELEASE() { m_pSection->Leave(); }
     CCriticalSectionHelper(const CCriticalSectionHelper&) = delete;
     CCriticalSectionHelper& operator=(const CCriticalSectionHelper&) = delete;
 
