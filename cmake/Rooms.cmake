@@ -3,7 +3,7 @@
 # What Windows itself provides.
 add_library(morvane_system INTERFACE)
 target_link_libraries(morvane_system INTERFACE
-    ole32 oleaut32 uuid advapi32 user32 gdi32 shell32 comctl32 setupapi winmm)
+    ole32 oleaut32 uuid advapi32 user32 gdi32 shell32 comctl32 setupapi)
 
 # The generated automation header comes from widl and is not held to our warnings.
 add_library(morvane_generated INTERFACE)
@@ -60,7 +60,7 @@ if(resource_script)
     target_link_libraries(morvane_resources PRIVATE morvane_flags)
     target_include_directories(morvane_resources PRIVATE ${MORVANE_GENERATED_DIR} ${PROJECT_SOURCE_DIR}/host)
     set_source_files_properties(${resource_script} PROPERTIES
-        OBJECT_DEPENDS "${resource_parts};${MORVANE_GENERATED_DIR}/MorvanePortRouter.tlb")
+        OBJECT_DEPENDS "${resource_parts};${MORVANE_TYPELIB_OUTPUTS}")
     if(TARGET morvane_typelib)
         add_dependencies(morvane_resources morvane_typelib)
     endif()

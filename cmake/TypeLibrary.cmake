@@ -21,7 +21,8 @@ endforeach()
 set(MORVANE_TYPELIB_OUTPUTS
     ${MORVANE_GENERATED_DIR}/MorvanePortRouter.h
     ${MORVANE_GENERATED_DIR}/MorvanePortRouter_i.c
-    ${MORVANE_GENERATED_DIR}/MorvanePortRouter.tlb)
+    ${MORVANE_GENERATED_DIR}/MorvanePortRouter.tlb
+    ${MORVANE_GENERATED_DIR}/MorvanePortRouter32.tlb)
 set(widl ${MORVANE_WIDL} -m64 -I ${MORVANE_IDL_INCLUDE_DIR} -L ${MORVANE_STDOLE_DIR})
 
 if(MORVANE_IDL)
@@ -30,6 +31,7 @@ if(MORVANE_IDL)
         COMMAND ${widl} -h -o MorvanePortRouter.h ${MORVANE_IDL}
         COMMAND ${widl} -u -o MorvanePortRouter_i.c ${MORVANE_IDL}
         COMMAND ${widl} -t -o MorvanePortRouter.tlb ${MORVANE_IDL}
+        COMMAND ${widl} -m32 -t -o MorvanePortRouter32.tlb ${MORVANE_IDL}
         WORKING_DIRECTORY ${MORVANE_GENERATED_DIR}
         DEPENDS ${MORVANE_IDL}
         COMMENT "Compiling the type library"

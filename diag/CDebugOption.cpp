@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr REGSAM ReadAndWrite = KEY_READ | KEY_WRITE;
 constexpr std::size_t NameCapacity = 256; // characters, with the terminator
 
 } // namespace
@@ -18,8 +17,8 @@ bool CDebugOption::Persist(HKEY parentKey, bool save)
 {
     std::array<wchar_t, 12> name{};
     ::_itow_s(DeviceNumber, name.data(), name.size(), 10);
-    const win32::RegistryKey key = save ? win32::RegistryKey::Create(parentKey, name.data(), ReadAndWrite)
-                                        : win32::RegistryKey::Open(parentKey, name.data(), ReadAndWrite);
+    const win32::RegistryKey key = save ? win32::RegistryKey::Create(parentKey, name.data(), KEY_READ | KEY_WRITE)
+                                        : win32::RegistryKey::Open(parentKey, name.data(), KEY_READ);
     if (!key) {
         return false;
     }

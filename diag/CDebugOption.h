@@ -24,8 +24,9 @@ public:
     virtual ~CDebugOption() = default;
 
     /// Saves to or loads from the subkey of `parentKey` that is named by the device number in decimal. True when
-    /// that subkey could be created (save) or opened (load); both ask for read and write access. On loading, a
-    /// missing mask reads as 0; every other missing value leaves its field as it was.
+    /// that subkey could be created (save) or opened (load). Loading asks for read access only, so that a standard
+    /// user has the settings too. On loading, a missing mask reads as 0; every other missing value leaves its
+    /// field as it was.
     bool Persist(HKEY parentKey, bool save);
 
     /// The mask as a number: low half to the debug window, high half to the log file.

@@ -1,5 +1,6 @@
 #include "host/CMorvanePortRouterModule.h"
 
+#include "host/BoundedStep.h"
 #include "host/FindProcess.h"
 #include "host/Registration.h"
 #include "trace/Trace.h"
@@ -11,6 +12,9 @@
 #include <new>
 
 namespace {
+
+constexpr DWORD SessionEndFlushLimitMs = 500; // all ports together
+constexpr DWORD SessionEndStepLimitMs = 1000; // the ports together, then the transport
 
 /// A run-time engine in this process may have initialised COM in its own way; that one failure is none.
 bool MayContinue(HRESULT initialised)
@@ -26,7 +30,7 @@ void Attempt(Step step) noexcept
     try {
         step();
     } catch (...) {
-        // Nobody can be told: what did not get built is missing, and every user of it tests for that.
+        // By design silent: what did not get built is missing, and every user of it tests for that.
     }
 }
 
@@ -161,15 +165,34 @@ void CMorvanePortRouterModule::TearDown() noexcept
     m_dialog.Destroy();
 }
 
+/// TearDown with limits: Windows ends a process that takes longer ("WM_ENDSESSION message"). What does not end in
+/// its limit is abandoned and ends with the process.
 void CMorvanePortRouterModule::OnSessionEnd()
 {
-    m_ports.DeleteAllPorts();
-    m_transport.reset();
-    if (m_tracer != nullptr) {
-        m_tracer->StopForSessionEnd(); // joined by TearDown: its thread may wait for this call to return
+    m_ports.BeginStopAllPorts(SessionEndFlushLimitMs);
+    if (EndsWithin(SessionEndStepLimitMs, [this] { m_ports.DeleteAllPorts(); })) {
+        EndTransportForSessionEnd();
+    } else {
+        // Their threads may still call the transport.
+        Trace(trace::RouterChannel, trace::General, "CMorvanePortRouterModule::OnSessionEnd() ports abandoned");
+        static_cast<void>(m_transport.release());
     }
+    if (m_tracer != nullptr && !m_tracer->StopForSessionEnd()) {
+        m_traceOutput.Detach();
+        static_cast<void>(m_tracer.release());
+    }
+    // A tracer that stopped in time is joined by TearDown: its thread may wait for this call to return.
     m_dialog.Destroy();
     m_quit.Post();
+}
+
+void CMorvanePortRouterModule::EndTransportForSessionEnd()
+{
+    CCommunicationDriver* const transport = m_transport.release();
+    if (transport != nullptr && !EndsWithin(SessionEndStepLimitMs, [transport] { delete transport; })) {
+        Trace(trace::RouterChannel, trace::General,
+              "CMorvanePortRouterModule::OnSessionEnd() transport abandoned");
+    }
 }
 
 void CMorvanePortRouterModule::RegisterDeviceName(const std::wstring& name, std::int32_t device,

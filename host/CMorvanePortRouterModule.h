@@ -90,6 +90,7 @@ private:
     void ConfigureTracer();
     void TraceDeviceOptions() const;
     void StartTransport();
+    void EndTransportForSessionEnd();
 
     const HINSTANCE m_instance;
     QuitRequest m_quit;

@@ -107,11 +107,17 @@ ULONG CMorvaneUSBRouter::Release() noexcept
 
 HRESULT CMorvaneUSBRouter::NeedTypeInfo() noexcept
 {
+    HRESULT result = S_OK;
     try {
-        return m_typeInfo != nullptr ? S_OK : LoadRouterTypeInfo(m_typeInfo);
+        result = m_typeInfo != nullptr ? S_OK : LoadRouterTypeInfo(m_typeInfo);
     } catch (...) {
-        return E_OUTOFMEMORY;
+        result = E_OUTOFMEMORY;
     }
+    if (FAILED(result)) {
+        Trace(trace::RouterChannel, trace::General, "CMorvaneUSBRouter: no type library, error 0x%08lX",
+              static_cast<unsigned long>(result));
+    }
+    return result;
 }
 
 HRESULT CMorvaneUSBRouter::GetTypeInfoCount(UINT* count) noexcept

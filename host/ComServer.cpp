@@ -1,6 +1,7 @@
 #include "host/ComServer.h"
 
 #include "host/CMorvaneUSBRouter.h"
+#include "trace/Trace.h"
 
 #include <objbase.h>
 #include <new>
@@ -32,6 +33,7 @@ HRESULT CMorvaneUSBRouterFactory::CreateInstance(IUnknown* outer, REFIID id, voi
     }
     auto* const router = new (std::nothrow) CMorvaneUSBRouter(m_host);
     if (router == nullptr) {
+        Trace(trace::RouterChannel, trace::General, "CMorvaneUSBRouterFactory::CreateInstance() no memory");
         return E_OUTOFMEMORY;
     }
     const HRESULT result = router->QueryInterface(id, object);
@@ -53,6 +55,7 @@ HRESULT CMorvaneUSBRouterFactory::LockServer(BOOL lock) noexcept
 
 HRESULT ComServer::RegisterClassObjects() noexcept
 {
+    m_setOptions();   // refused by a Windows that does not know them: it then keeps its own way
     DWORD cookie = 0; // for revoking, which never happens
     return ::CoRegisterClassObject(__uuidof(MorvaneUSBRouter), &m_factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
                                    &cookie);

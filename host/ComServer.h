@@ -3,6 +3,7 @@
 // Main thread only. The class object is registered once and never revoked: the process ends with it.
 #pragma once
 
+#include "host/ComOptions.h"
 #include "host/QuitRequest.h"
 #include "host/RouterHost.h"
 #include "win32/Windows.h"
@@ -35,11 +36,18 @@ private:
 class ComServer
 {
 public:
-    /// `quit` is posted by the last release, and must live as long.
-    ComServer(IRouterHost& host, QuitRequest& quit) noexcept : m_factory(host), m_quit(quit) {}
+    using SetOptions = HRESULT (*)() noexcept;
+
+    /// `quit` is posted by the last release, and must live as long. `setOptions` is called before the class object
+    /// is registered.
+    ComServer(IRouterHost& host, QuitRequest& quit, SetOptions setOptions = &SetComOptions) noexcept
+        : m_factory(host), m_quit(quit), m_setOptions(setOptions)
+    {
+    }
     ComServer(const ComServer&) = delete;
     ComServer& operator=(const ComServer&) = delete;
 
+    /// COM must be initialised on this thread.
     HRESULT RegisterClassObjects() noexcept;
 
     void AddLock() noexcept;
@@ -49,5 +57,6 @@ public:
 private:
     CMorvaneUSBRouterFactory m_factory;
     QuitRequest& m_quit;
+    const SetOptions m_setOptions;
     bool m_isStopping = false; // never taken back: the end is on its way
 };

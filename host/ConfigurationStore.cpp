@@ -12,8 +12,9 @@ namespace {
 constexpr wchar_t DeviceOptionsKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
 constexpr wchar_t ProductsKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\Products";
 
-// For reading too: who may not write the settings gets the defaults.
-constexpr REGSAM KeyAccess = KEY_READ | KEY_WRITE;
+// A standard user may read below HKEY_LOCAL_MACHINE, but a key opened for writing is refused as a whole ("Registry
+// Key Security and Access Rights"). So what is only read is opened for reading.
+constexpr REGSAM WriteAccess = KEY_READ | KEY_WRITE;
 
 // Spelled like this in every installation.
 constexpr wchar_t LogFileLimitValue[] = L"LogFileLimt(MB)";
@@ -42,12 +43,12 @@ void ConfigurationStore::LoadConfiguration()
 
 void ConfigurationStore::LoadProducts()
 {
-    const auto key = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, ProductsKey, KeyAccess);
+    const auto key = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, ProductsKey, KEY_READ);
     if (!key) {
         return;
     }
     for (DWORD index = 0; const auto name = key.SubkeyName(index); ++index) {
-        const auto product = win32::RegistryKey::Open(key.Get(), name->c_str(), KeyAccess);
+        const auto product = win32::RegistryKey::Open(key.Get(), name->c_str(), KEY_READ);
         if (product) {
             const auto id = static_cast<std::uint16_t>(product.ReadDword(ProductIdValue).value_or(0));
             m_products.emplace(id, product.ReadDword(BootloaderVersionValue).value_or(DefaultBootloaderVersion));
@@ -57,7 +58,7 @@ void ConfigurationStore::LoadProducts()
 
 void ConfigurationStore::LoadDeviceOptions()
 {
-    const auto key = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, DeviceOptionsKey, KeyAccess);
+    const auto key = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, DeviceOptionsKey, KEY_READ);
     if (!key) {
         return;
     }
@@ -96,7 +97,7 @@ bool ConfigurationStore::IsSupportedProduct(std::uint16_t vendorId, std::uint16_
 
 void ConfigurationStore::RegisterDeviceName(const std::wstring& name, std::int32_t device)
 {
-    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, DeviceOptionsKey, KeyAccess);
+    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, DeviceOptionsKey, WriteAccess);
     if (!key || m_options.contains(device)) {
         return;
     }
@@ -120,7 +121,7 @@ void ConfigurationStore::Apply(std::uint32_t limit, bool append, bool simulate, 
         m_options.swap(copy);
         m_frontEnd.Publish(m_options);
     }
-    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, DeviceOptionsKey, KeyAccess);
+    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, DeviceOptionsKey, WriteAccess);
     if (!key) {
         return;
     }

@@ -2,7 +2,8 @@
 //
 // The main thread reads them at start-up and changes them; the product table does not change once the transport is
 // there, so the transport's threads look products up without a lock. Registry failures are silent: the defaults
-// stay, or nothing is written.
+// stay, or nothing is written. A user who may not write below HKEY_LOCAL_MACHINE has the settings that stand
+// there.
 #pragma once
 
 #include "diag/DebugOptionsHost.h"
@@ -31,10 +32,12 @@ public:
     /// Any thread. By the table; by the built-in list when the table is empty.
     bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const noexcept;
 
-    /// Gives a device that has no record one of that name, and saves it. Main thread. Throws std::bad_alloc.
+    /// Gives a device that has no record one of that name, and saves it. Does nothing when the settings may not be
+    /// written. Main thread. Throws std::bad_alloc.
     void RegisterDeviceName(const std::wstring& name, std::int32_t device);
 
-    /// Takes the settings (the records unless there are none) and saves them. Main thread. Throws std::bad_alloc.
+    /// Takes the settings (the records unless there are none) and saves them. What cannot be written holds until
+    /// the process ends. Main thread. Throws std::bad_alloc.
     void Apply(std::uint32_t limit, bool append, bool simulate, const DebugOptionsMap& options);
 
     // Main thread.

@@ -22,9 +22,28 @@ HRESULT Removed(LSTATUS status)
     return status == ERROR_FILE_NOT_FOUND ? S_OK : HRESULT_FROM_WIN32(status);
 }
 
-HRESULT WriteKey(HKEY parent, const Key& key);
+/// Removes a key with all that lies below it.
+HRESULT RemoveTree(HKEY parent, const std::wstring& name, REGSAM view)
+{
+    {
+        win32::RegistryKey handle;
+        const LSTATUS status =
+            win32::RegistryKey::Open(parent, name.c_str(), KEY_READ | KEY_WRITE | DELETE | view, handle);
+        if (status != ERROR_SUCCESS) {
+            return Removed(status);
+        }
+        // What lies below an opened key is in its view ("Accessing an Alternate Registry View").
+        const HRESULT result = Removed(::RegDeleteTreeW(handle.Get(), nullptr));
+        if (FAILED(result)) {
+            return result;
+        }
+    }
+    return Removed(::RegDeleteKeyExW(parent, name.c_str(), view, 0));
+}
 
-HRESULT WriteContents(HKEY handle, const Key& key)
+HRESULT WriteKey(HKEY parent, const Key& key, REGSAM view);
+
+HRESULT WriteContents(HKEY handle, const Key& key, REGSAM view)
 {
     if (key.defaultValue) {
         const HRESULT result = SetText(handle, nullptr, *key.defaultValue);
@@ -39,7 +58,7 @@ HRESULT WriteContents(HKEY handle, const Key& key)
         }
     }
     for (const Key& child : key.children) {
-        const HRESULT result = WriteKey(handle, child);
+        const HRESULT result = WriteKey(handle, child, view);
         if (FAILED(result)) {
             return result;
         }
@@ -47,17 +66,18 @@ HRESULT WriteContents(HKEY handle, const Key& key)
     return S_OK;
 }
 
-HRESULT WriteKey(HKEY parent, const Key& key)
+HRESULT WriteKey(HKEY parent, const Key& key, REGSAM view)
 {
     if (key.removal == Key::Removal::WithContents) {
-        const HRESULT result = Removed(::RegDeleteTreeW(parent, key.name.c_str()));
+        const HRESULT result = RemoveTree(parent, key.name, view);
         if (FAILED(result)) {
             return result;
         }
     }
     win32::RegistryKey handle;
-    const LSTATUS status = win32::RegistryKey::Create(parent, key.name.c_str(), KEY_READ | KEY_WRITE, handle);
-    return status == ERROR_SUCCESS ? WriteContents(handle.Get(), key) : HRESULT_FROM_WIN32(status);
+    const LSTATUS status =
+        win32::RegistryKey::Create(parent, key.name.c_str(), KEY_READ | KEY_WRITE | view, handle);
+    return status == ERROR_SUCCESS ? WriteContents(handle.Get(), key, view) : HRESULT_FROM_WIN32(status);
 }
 
 bool IsEmpty(HKEY key)
@@ -68,15 +88,15 @@ bool IsEmpty(HKEY key)
            subkeys == 0;
 }
 
-HRESULT RemoveKey(HKEY parent, const Key& key);
+HRESULT RemoveKey(HKEY parent, const Key& key, REGSAM view);
 
 /// Removes what the script put into the key; keys that others put there stay.
-HRESULT RemoveContents(HKEY handle, const Key& key)
+HRESULT RemoveContents(HKEY handle, const Key& key, REGSAM view)
 {
     HRESULT first = S_OK;
     const auto keep = [&first](HRESULT result) { first = SUCCEEDED(first) ? result : first; };
     for (const Key& child : key.children) {
-        keep(RemoveKey(handle, child));
+        keep(RemoveKey(handle, child, view));
     }
     for (const auto& entry : key.values) {
         keep(Removed(::RegDeleteValueW(handle, entry.first.c_str())));
@@ -84,24 +104,25 @@ HRESULT RemoveContents(HKEY handle, const Key& key)
     return first;
 }
 
-HRESULT RemoveKey(HKEY parent, const Key& key)
+HRESULT RemoveKey(HKEY parent, const Key& key, REGSAM view)
 {
     if (key.removal == Key::Removal::WithContents) {
-        return Removed(::RegDeleteTreeW(parent, key.name.c_str()));
+        return RemoveTree(parent, key.name, view);
     }
     HRESULT result = S_OK;
     bool empty = false;
     {
         win32::RegistryKey handle;
-        const LSTATUS status = win32::RegistryKey::Open(parent, key.name.c_str(), KEY_READ | KEY_WRITE, handle);
+        const LSTATUS status =
+            win32::RegistryKey::Open(parent, key.name.c_str(), KEY_READ | KEY_WRITE | view, handle);
         if (status != ERROR_SUCCESS) {
             return Removed(status);
         }
-        result = RemoveContents(handle.Get(), key);
+        result = RemoveContents(handle.Get(), key, view);
         empty = IsEmpty(handle.Get());
     }
     if (SUCCEEDED(result) && empty && key.removal == Key::Removal::IfEmpty) {
-        result = Removed(::RegDeleteKeyW(parent, key.name.c_str()));
+        result = Removed(::RegDeleteKeyExW(parent, key.name.c_str(), view, 0));
     }
     return result;
 }
@@ -118,10 +139,10 @@ HRESULT RegistrarScript::Parse(const std::wstring& text, const Replacements& rep
     return S_OK;
 }
 
-HRESULT RegistrarScript::Register(HKEY classes) const
+HRESULT RegistrarScript::Register(HKEY classes, REGSAM view) const
 {
     for (const Key& key : m_keys) {
-        const HRESULT result = WriteKey(classes, key);
+        const HRESULT result = WriteKey(classes, key, view);
         if (FAILED(result)) {
             return result;
         }
@@ -129,11 +150,11 @@ HRESULT RegistrarScript::Register(HKEY classes) const
     return S_OK;
 }
 
-HRESULT RegistrarScript::Unregister(HKEY classes) const
+HRESULT RegistrarScript::Unregister(HKEY classes, REGSAM view) const
 {
     HRESULT first = S_OK;
     for (const Key& key : m_keys) {
-        const HRESULT result = RemoveKey(classes, key);
+        const HRESULT result = RemoveKey(classes, key, view);
         first = SUCCEEDED(first) ? result : first;
     }
     return first;

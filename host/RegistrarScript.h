@@ -38,11 +38,11 @@ public:
     HRESULT Parse(const std::wstring& text, const Replacements& replacements);
 
     /// Writes all keys and values, in the order of the script; stops at the first that fails. `classes` stands for
-    /// the script's HKCR.
-    HRESULT Register(HKEY classes) const;
+    /// the script's HKCR. `view` is KEY_WOW64_64KEY or KEY_WOW64_32KEY: what programs of that kind see.
+    HRESULT Register(HKEY classes, REGSAM view) const;
 
     /// Removes them, as far as they are there. Goes on after a failure and returns the first.
-    HRESULT Unregister(HKEY classes) const;
+    HRESULT Unregister(HKEY classes, REGSAM view) const;
 
     struct Key
     {

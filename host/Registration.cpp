@@ -2,7 +2,6 @@
 
 #include "host/RegistrarScript.h"
 #include "host/Resource.h"
-#include "host/RouterTypeLibrary.h"
 #include "win32/ModulePath.h"
 #include "win32/RegistryKey.h"
 #include "win32/Text.h"
@@ -23,13 +22,12 @@ std::wstring CommandFor(const std::wstring& modulePath)
 
 RegistrarScript::Replacements ReplacementsOfScripts()
 {
-    const std::wstring path = RouterModulePath();
+    const std::wstring path = win32::ModulePath().value_or(std::wstring());
     return {
         {L"APPID", ApplicationId},
         {L"MODULE", CommandFor(path)},
         {L"MODULE_RAW", path},
-        {L"FOLDER", FolderWithoutBackslash(path)},
-        {L"SYSTEM", sizeof(void*) == 8 ? L"win64" : L"win32"},
+        {L"FOLDER", path.substr(0, path.rfind(L'\\'))},
     };
 }
 
@@ -45,48 +43,45 @@ HRESULT LoadScript(int resource, RegistrarScript& script)
     return script.Parse(win32::FromAnsi(text), ReplacementsOfScripts());
 }
 
-HRESULT RunScript(int resource, HKEY root, HRESULT (RegistrarScript::*run)(HKEY) const)
+/// A part of the registration and the view of the registry that it goes to. The router is a 64-bit program: its
+/// class is written as 64-bit programs see it, and so finds it whoever activates it. An interface's proxy is
+/// looked for in the client's own view, and the two views have keys of their own for it, while they share the type
+/// library's ("Registry Keys Affected by WOW64").
+struct Part
 {
+    int script;
+    REGSAM view;
+};
+
+constexpr std::array Parts{
+    Part{IDR_APPID, KEY_WOW64_64KEY},          Part{IDR_MORVANEUSBROUTER, KEY_WOW64_64KEY},
+    Part{IDR_TYPELIB_SCRIPT, KEY_WOW64_64KEY}, Part{IDR_INTERFACE, KEY_WOW64_64KEY},
+    Part{IDR_INTERFACE, KEY_WOW64_32KEY},
+};
+
+/// The root is not HKEY_CLASSES_ROOT, where Windows shows both hives merged: what the user has there already it
+/// would write, and remove, in place of the machine's.
+HRESULT Run(const Part& part, HKEY hive, HRESULT (RegistrarScript::*run)(HKEY, REGSAM) const)
+{
+    // Every key from here on is opened in the same view ("Accessing an Alternate Registry View").
+    win32::RegistryKey classes;
+    const LSTATUS status =
+        win32::RegistryKey::Create(hive, L"Software\\Classes", KEY_READ | KEY_WRITE | part.view, classes);
+    if (status != ERROR_SUCCESS) {
+        return HRESULT_FROM_WIN32(status);
+    }
     RegistrarScript script;
-    const HRESULT result = LoadScript(resource, script);
-    return SUCCEEDED(result) ? (script.*run)(root) : result;
+    const HRESULT result = LoadScript(part.script, script);
+    return SUCCEEDED(result) ? (script.*run)(classes.Get(), part.view) : result;
 }
 
-// For one user the type library goes in by a script as well: Windows' per-user call keeps to the user's hive on some
-// systems only (Wine's writes for all users, and always does so in the 32-bit view).
-HRESULT RegisterLibrary(RegistrationHive hive, HKEY root)
+// The type library goes in by a script as well. Windows' own calls for it (RegisterTypeLib and its per-user form)
+// register the kind of system that the library was made for only, and the per-user form keeps to the user's hive
+// on some systems only.
+HRESULT RegisterAll(HKEY hive)
 {
-    return hive == RegistrationHive::Machine ? RegisterRouterTypeLibrary()
-                                             : RunScript(IDR_TYPELIB_SCRIPT, root, &RegistrarScript::Register);
-}
-
-// The script also for the machine: Windows' call fails when the library's own key is gone, and then leaves the interface's
-// keys. What that call may not remove, the script may not either, so its result alone counts.
-HRESULT UnregisterLibrary(RegistrationHive hive, HKEY root)
-{
-    if (hive == RegistrationHive::Machine) {
-        UnregisterRouterTypeLibrary();
-    }
-    return RunScript(IDR_TYPELIB_SCRIPT, root, &RegistrarScript::Unregister);
-}
-
-HRESULT RegisterAll(RegistrationHive hive, HKEY root)
-{
-    HRESULT result = RunScript(IDR_APPID, root, &RegistrarScript::Register);
-    if (SUCCEEDED(result)) {
-        result = RunScript(IDR_MORVANEUSBROUTER, root, &RegistrarScript::Register);
-    }
-    return SUCCEEDED(result) ? RegisterLibrary(hive, root) : result;
-}
-
-HRESULT UnregisterAll(RegistrationHive hive, HKEY root)
-{
-    const std::array results{
-        RunScript(IDR_MORVANEUSBROUTER, root, &RegistrarScript::Unregister),
-        UnregisterLibrary(hive, root),
-        RunScript(IDR_APPID, root, &RegistrarScript::Unregister),
-    };
-    for (const HRESULT result : results) {
+    for (const Part& part : Parts) {
+        const HRESULT result = Run(part, hive, &RegistrarScript::Register);
         if (FAILED(result)) {
             return result;
         }
@@ -94,16 +89,20 @@ HRESULT UnregisterAll(RegistrationHive hive, HKEY root)
     return S_OK;
 }
 
-HRESULT RunIn(RegistrationHive hive, HRESULT (*run)(RegistrationHive, HKEY))
+HRESULT UnregisterAll(HKEY hive)
+{
+    HRESULT first = S_OK;
+    for (auto part = Parts.rbegin(); part != Parts.rend(); ++part) {
+        const HRESULT result = Run(*part, hive, &RegistrarScript::Unregister);
+        first = SUCCEEDED(first) ? result : first;
+    }
+    return first;
+}
+
+HRESULT RunIn(RegistrationHive hive, HRESULT (*run)(HKEY))
 {
     try {
-        // Not HKEY_CLASSES_ROOT, where Windows shows both merged: what the user has there already it would write, and
-        // remove, in place of the machine's.
-        win32::RegistryKey classes;
-        const LSTATUS status =
-            win32::RegistryKey::Create(hive == RegistrationHive::Machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER,
-                                       L"Software\\Classes", KEY_READ | KEY_WRITE, classes);
-        return status == ERROR_SUCCESS ? run(hive, classes.Get()) : HRESULT_FROM_WIN32(status);
+        return run(hive == RegistrationHive::Machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

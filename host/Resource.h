@@ -3,6 +3,8 @@
 #pragma once
 
 #define IDR_TYPELIB          1
+#define IDR_TYPELIB_32       2   // the same library for 32-bit clients
 #define IDR_APPID            101 // registration script of the application
 #define IDR_MORVANEUSBROUTER 102 // registration script of the class
-#define IDR_TYPELIB_SCRIPT   105 // registration script of the type library, for one user
+#define IDR_TYPELIB_SCRIPT   105 // registration script of the type library
+#define IDR_INTERFACE        106 // registration script of the interface

@@ -41,12 +41,17 @@ void TraceFrontEnd::Write(std::int32_t /*device*/, std::uint32_t effectiveMask, 
     }
 }
 
-bool TraceFrontEnd::Dump(std::int32_t device, std::uint32_t /*effectiveMask*/, const std::uint8_t* data,
+bool TraceFrontEnd::Dump(std::int32_t device, std::uint32_t effectiveMask, const std::uint8_t* data,
                          std::uint32_t length, bool hexOnly, std::string& out)
 {
     if (!m_output.TracerExists() || m_output.DialogIsVisible() || !m_gate.IsSet()) {
         return false;
     }
-    AppendPacketText(data, length, m_options.Find(device).maxPacketLength, hexOnly, out);
+    // The options may have changed since the mask was asked for. Mask and length are taken from one reading.
+    const TraceOptions options = m_options.Find(device);
+    if ((options.mask & effectiveMask) == 0) {
+        return false;
+    }
+    AppendPacketText(data, length, options.maxPacketLength, hexOnly, out);
     return true;
 }

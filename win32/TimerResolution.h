@@ -1,10 +1,6 @@
 // Asks Windows for a timer resolution of one millisecond.
 #pragma once
 
-#include "win32/Windows.h"
-
-#include <timeapi.h>
-
 namespace win32 {
 
 /// Holds the resolution while it is raised. One thread. Costs the whole machine power: keep it short.
@@ -16,20 +12,9 @@ public:
     TimerResolution(const TimerResolution&) = delete;
     TimerResolution& operator=(const TimerResolution&) = delete;
 
-    void Raise() noexcept
-    {
-        if (!m_raised) {
-            m_raised = ::timeBeginPeriod(1) == TIMERR_NOERROR;
-        }
-    }
-
-    void Restore() noexcept
-    {
-        if (m_raised) {
-            ::timeEndPeriod(1);
-            m_raised = false;
-        }
-    }
+    /// Without winmm.dll the resolution stays as it is.
+    void Raise() noexcept;
+    void Restore() noexcept;
 
 private:
     bool m_raised = false;

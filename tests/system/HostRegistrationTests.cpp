@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 namespace {
 
 constexpr wchar_t MachineClasses[] = L"Software\\Classes";
@@ -17,14 +19,17 @@ constexpr wchar_t ProgIdKey[] = L"Software\\Classes\\MorvanePortRouter.MorvaneUS
 constexpr wchar_t AppIdKey[] = L"Software\\Classes\\AppID\\{2D9F6A71-C04E-4B38-A5E2-91F7B3C8D605}";
 constexpr wchar_t AppNameKey[] = L"Software\\Classes\\AppID\\MorvanePortRouter.EXE";
 
-bool Exists(HKEY root, const wchar_t* path)
+constexpr REGSAM Views[] = {KEY_WOW64_64KEY, KEY_WOW64_32KEY};
+
+bool Exists(HKEY root, const wchar_t* path, REGSAM view = KEY_WOW64_64KEY)
 {
-    return static_cast<bool>(win32::RegistryKey::Open(root, path, KEY_READ));
+    return static_cast<bool>(win32::RegistryKey::Open(root, path, KEY_READ | view));
 }
 
-std::optional<std::wstring> Value(HKEY root, const std::wstring& path, const wchar_t* name = nullptr)
+std::optional<std::wstring> Value(HKEY root, const std::wstring& path, const wchar_t* name = nullptr,
+                                  REGSAM view = KEY_WOW64_64KEY)
 {
-    const auto key = win32::RegistryKey::Open(root, path.c_str(), KEY_READ);
+    const auto key = win32::RegistryKey::Open(root, path.c_str(), KEY_READ | view);
     return key ? key.ReadString(name, 1024) : std::nullopt;
 }
 
@@ -48,19 +53,33 @@ TEST_F(HostRegistration, RegServerWritesApplicationClassAndTypeLibrary)
               L"MorvanePortRouter 1.0 Type Library");
     EXPECT_EQ(Value(HKEY_LOCAL_MACHINE, LibraryKey + std::wstring(L"\\1.0\\0\\win64")),
               session.Program().wstring());
-    EXPECT_EQ(Value(HKEY_LOCAL_MACHINE, InterfaceKey), L"IMorvaneUSBRouter");
+    EXPECT_EQ(Value(HKEY_LOCAL_MACHINE, LibraryKey + std::wstring(L"\\1.0\\0\\win32")),
+              session.Program().wstring() + L"\\2");
+    for (const REGSAM view : Views) {
+        EXPECT_EQ(Value(HKEY_LOCAL_MACHINE, InterfaceKey, nullptr, view), L"IMorvaneUSBRouter") << view;
+        EXPECT_EQ(Value(HKEY_LOCAL_MACHINE, InterfaceKey + std::wstring(L"\\ProxyStubClsid32"), nullptr, view),
+                  L"{00020424-0000-0000-C000-000000000046}");
+        EXPECT_EQ(Value(HKEY_LOCAL_MACHINE, InterfaceKey + std::wstring(L"\\TypeLib"), nullptr, view),
+                  L"{B58E0F3C-61D2-4A7E-8C19-5D0A3E6B9F24}");
+    }
 }
 
-TEST_F(HostRegistration, AfterUnregServerTheRegistryIsAsBefore)
+TEST_F(HostRegistration, AfterUnregServerTheRegistryIsAsBeforeInBothViews)
 {
-    const RegistryListing before = ListRegistry(HKEY_LOCAL_MACHINE, MachineClasses);
+    const auto listings = [] {
+        return std::array{ListRegistry(HKEY_LOCAL_MACHINE, MachineClasses, KEY_WOW64_64KEY),
+                          ListRegistry(HKEY_LOCAL_MACHINE, MachineClasses, KEY_WOW64_32KEY)};
+    };
+    const auto before = listings();
     ASSERT_EQ(session.Run(L"/regserver"), 0U);
-    const RegistryListing registered = ListRegistry(HKEY_LOCAL_MACHINE, MachineClasses);
-    EXPECT_GT(registered.size(), before.size());
+    const auto registered = listings();
     ASSERT_EQ(session.Run(L"-UNREGSERVER"), 0U);
-    const RegistryListing after = ListRegistry(HKEY_LOCAL_MACHINE, MachineClasses);
-    EXPECT_EQ(AddedTo(before, after), L"");
-    EXPECT_EQ(AddedTo(after, before), L"");
+    const auto after = listings();
+    for (std::size_t view = 0; view < before.size(); ++view) {
+        EXPECT_GT(registered[view].size(), before[view].size());
+        EXPECT_EQ(AddedTo(before[view], after[view]), L"");
+        EXPECT_EQ(AddedTo(after[view], before[view]), L"");
+    }
 }
 
 TEST_F(HostRegistration, ForOneUserNothingOfTheMachineIsTouched)
@@ -71,12 +90,17 @@ TEST_F(HostRegistration, ForOneUserNothingOfTheMachineIsTouched)
     EXPECT_EQ(Value(HKEY_CURRENT_USER, ServerKey), session.Program().wstring());
     EXPECT_EQ(Value(HKEY_CURRENT_USER, LibraryKey + std::wstring(L"\\1.0\\0\\win64")),
               session.Program().wstring());
-    EXPECT_EQ(Value(HKEY_CURRENT_USER, InterfaceKey), L"IMorvaneUSBRouter");
+    EXPECT_EQ(Value(HKEY_CURRENT_USER, LibraryKey + std::wstring(L"\\1.0\\0\\win32")),
+              session.Program().wstring() + L"\\2");
+    for (const REGSAM view : Views) {
+        EXPECT_EQ(Value(HKEY_CURRENT_USER, InterfaceKey, nullptr, view), L"IMorvaneUSBRouter") << view;
+    }
     EXPECT_EQ(Value(HKEY_CURRENT_USER, AppIdKey), L"MorvanePortRouter");
     ASSERT_EQ(session.Run(L"-UnregServerPerUser"), 0U);
     EXPECT_EQ(ListRegistry(HKEY_LOCAL_MACHINE, MachineClasses), machine);
     for (const wchar_t* key : {ClassKey, LibraryKey, InterfaceKey, ProgIdKey, AppIdKey, AppNameKey}) {
         EXPECT_FALSE(Exists(HKEY_CURRENT_USER, key)) << key;
+        EXPECT_FALSE(Exists(HKEY_CURRENT_USER, key, KEY_WOW64_32KEY)) << key;
     }
 }
 

@@ -9,9 +9,11 @@ namespace {
 class Lister
 {
 public:
+    explicit Lister(REGSAM view) : m_view(view) {}
+
     void ListKey(HKEY parent, const std::wstring& name, const std::wstring& path)
     {
-        const auto key = win32::RegistryKey::Open(parent, name.c_str(), KEY_READ);
+        const auto key = win32::RegistryKey::Open(parent, name.c_str(), KEY_READ | m_view);
         listing.insert(path);
         ListValues(key.Get(), path);
         for (DWORD index = 0;; ++index) {
@@ -50,6 +52,7 @@ private:
         }
     }
 
+    const REGSAM m_view;
     // Big enough for what Windows allows as a name and for any value of interest; used by one call at a time.
     std::vector<wchar_t> m_name = std::vector<wchar_t>(16384);
     std::vector<BYTE> m_data = std::vector<BYTE>(1 << 20);
@@ -57,9 +60,9 @@ private:
 
 } // namespace
 
-RegistryListing ListRegistry(HKEY root, const std::wstring& path)
+RegistryListing ListRegistry(HKEY root, const std::wstring& path, REGSAM view)
 {
-    Lister lister;
+    Lister lister(view);
     lister.ListKey(root, path, path);
     return std::move(lister.listing);
 }

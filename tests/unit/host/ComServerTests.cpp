@@ -4,6 +4,7 @@
 #include "tests/unit/host/FakeRouterHost.h"
 
 #include <gtest/gtest.h>
+#include <objbase.h>
 
 namespace {
 
@@ -92,6 +93,33 @@ TEST(ServerLocks, OnlyTheLastReleasePostsQuitToTheMainThread)
     EXPECT_TRUE(server.IsStopping());
     EXPECT_TRUE(QuitIsPosted());
     EXPECT_TRUE(quit.IsWanted());
+}
+
+/// Whether COM knows the class object in this process, and whether it did when the options were set.
+bool IsRegistered() noexcept
+{
+    void* factory = nullptr;
+    return SUCCEEDED(::CoGetClassObject(__uuidof(MorvaneUSBRouter), CLSCTX_LOCAL_SERVER, nullptr,
+                                        __uuidof(IClassFactory), &factory));
+}
+int optionsSet = 0;
+bool wasRegistered = true;
+
+TEST(ServerClass, TheOptionsOfComAreSetBeforeItIsRegistered)
+{
+    ASSERT_EQ(::CoInitialize(nullptr), S_OK);
+    FakeRouterHost host;
+    QuitRequest quit(::GetCurrentThreadId());
+    ComServer server(host, quit, []() noexcept -> HRESULT {
+        ++optionsSet;
+        wasRegistered = IsRegistered();
+        return E_FAIL;
+    });
+    EXPECT_EQ(server.RegisterClassObjects(), S_OK);
+    EXPECT_EQ(optionsSet, 1);
+    EXPECT_FALSE(wasRegistered);
+    EXPECT_TRUE(IsRegistered());
+    ::CoUninitialize();
 }
 
 TEST(ServerLocks, RegisteringTheClassWithoutComFails)

@@ -6,6 +6,8 @@
 #include "win32/RegistryKey.h"
 
 #include <gtest/gtest.h>
+#include <array>
+#include <list>
 
 namespace {
 
@@ -295,7 +297,102 @@ TEST_F(Configuration, WhatWasSavedIsLoadedAgain)
     EXPECT_EQ(again.DeviceOptions().at(3).MaxPacketLength, 55U);
 }
 
-// Below a key that is deleted nothing can be opened or created, as for a user who may not write the settings.
+/// Takes everybody's right to write from a key, as a standard user has none below HKEY_LOCAL_MACHINE.
+class WriteProtected
+{
+public:
+    explicit WriteProtected(const std::wstring& path)
+        : m_key(win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, path.c_str(), KEY_ALL_ACCESS))
+    {
+        Allow(KEY_READ);
+        EXPECT_FALSE(win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, path.c_str(), KEY_READ | KEY_WRITE));
+        EXPECT_TRUE(win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, path.c_str(), KEY_READ));
+    }
+    ~WriteProtected() { Allow(KEY_ALL_ACCESS); }
+    WriteProtected(const WriteProtected&) = delete;
+    WriteProtected& operator=(const WriteProtected&) = delete;
+
+private:
+    void Allow(DWORD access) const
+    {
+        std::array<BYTE, SECURITY_MAX_SID_SIZE> everyone{};
+        DWORD size = static_cast<DWORD>(everyone.size());
+        EXPECT_TRUE(::CreateWellKnownSid(WinWorldSid, nullptr, everyone.data(), &size));
+        std::array<DWORD, 32> list{};
+        const auto acl = reinterpret_cast<ACL*>(list.data());
+        EXPECT_TRUE(::InitializeAcl(acl, sizeof list, ACL_REVISION));
+        EXPECT_TRUE(::AddAccessAllowedAce(acl, ACL_REVISION, access, everyone.data()));
+        SECURITY_DESCRIPTOR descriptor{};
+        EXPECT_TRUE(::InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+        EXPECT_TRUE(::SetSecurityDescriptorDacl(&descriptor, TRUE, acl, FALSE));
+        EXPECT_EQ(::RegSetKeySecurity(m_key.Get(), DACL_SECURITY_INFORMATION, &descriptor), ERROR_SUCCESS);
+    }
+
+    win32::RegistryKey m_key;
+};
+
+class ConfigurationOfAStandardUser : public Configuration
+{
+protected:
+    ConfigurationOfAStandardUser()
+    {
+        const auto product = Product(L"A");
+        product.WriteDword(L"ProductID", 0x0600);
+        product.WriteDword(L"BootloaderVersion", 7);
+        const auto options = Options();
+        options.WriteDword(L"LogFileLimt(MB)", 3);
+        options.WriteDword(L"AppendLogFile", 0);
+        options.WriteDword(L"SimulateUSB", 1);
+        const auto device = Options(L"3");
+        device.WriteDword(L"DebugMask", 0x00200020);
+        device.WriteString(L"DeviceName", L"Reader");
+        for (const std::wstring& path : {std::wstring(ProductsKey), std::wstring(ProductsKey) + L"\\A",
+                                         std::wstring(OptionsKey), std::wstring(OptionsKey) + L"\\3"})
+        {
+            m_protected.emplace_back(path);
+        }
+        m_store.LoadConfiguration();
+    }
+
+    std::list<WriteProtected> m_protected;
+};
+
+TEST_F(ConfigurationOfAStandardUser, ReadsAllSettings)
+{
+    EXPECT_EQ(m_store.LogFileLimit(), 3U);
+    EXPECT_FALSE(m_store.AppendLogFile());
+    EXPECT_TRUE(m_store.IsSimulation());
+    EXPECT_TRUE(m_store.IsSupportedProduct(0x1E4F, 0x0600));
+    EXPECT_EQ(m_store.GetBootloaderVersion(0x0600), 7);
+    ASSERT_EQ(m_store.DeviceOptions().count(3), 1U);
+    EXPECT_EQ(m_store.DeviceOptions().at(3).DeviceName, L"Reader");
+    EXPECT_EQ(m_store.CombinedMask(), 0x00200020U);
+}
+
+TEST_F(ConfigurationOfAStandardUser, NamingADeviceDoesNothing)
+{
+    m_store.RegisterDeviceName(L"Other", 4);
+    EXPECT_EQ(m_store.DeviceOptions().count(4), 0U);
+    EXPECT_FALSE(Exists(std::wstring(OptionsKey) + L"\\4"));
+}
+
+TEST_F(ConfigurationOfAStandardUser, AppliedSettingsHoldForThisRun)
+{
+    m_store.Apply(25, true, false, OptionsFor(3, 0x00080008));
+    EXPECT_EQ(m_store.LogFileLimit(), 25U);
+    EXPECT_TRUE(m_store.AppendLogFile());
+    EXPECT_FALSE(m_store.IsSimulation());
+    Trace(3, trace::Usb, "wanted");
+    EXPECT_EQ(m_output.Count("wanted"), 1U);
+
+    ConfigurationStore next(m_frontEnd);
+    next.LoadConfiguration();
+    EXPECT_EQ(next.LogFileLimit(), 3U);
+    EXPECT_TRUE(next.IsSimulation());
+    EXPECT_EQ(next.CombinedMask(), 0x00200020U);
+}
+
+// Below a key that is deleted nothing can be opened or created.
 TEST_F(Configuration, WithoutAccessToTheKeysNothingIsReadAndNothingBreaks)
 {
     Options().WriteDword(L"LogFileLimt(MB)", 3);

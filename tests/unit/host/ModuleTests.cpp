@@ -3,7 +3,9 @@
 #include "host/FindProcess.h"
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/PipeClient.h"
 #include "tests/support/TestSupport.h"
+#include "tests/unit/ports/FakeTransport.h"
 #include "win32/ModulePath.h"
 #include "win32/RegistryKey.h"
 
@@ -21,6 +23,12 @@ protected:
     Module()
     {
         win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, OptionsKey, KEY_WRITE).WriteDword(L"SimulateUSB", 1);
+    }
+    /// A WM_QUIT that is left would end the next test's message loop.
+    ~Module() override
+    {
+        MSG message{};
+        ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE);
     }
 
     const support::RegistryRoot m_root;
@@ -156,6 +164,41 @@ TEST_F(Module, TearingDownDeletesPortsTransportAndDialog)
     EXPECT_EQ(m_module.Transport(), nullptr);
     EXPECT_EQ(FindDialog(), nullptr);
     m_module.TearDown();
+}
+
+TEST_F(Module, TheSessionsEndTakesPortsTransportAndDialog)
+{
+    m_module.PreMessageLoop();
+    m_module.Ports().AddPort(
+        3, 1,
+        std::make_unique<CCDevicePortPipe>(m_module.Transport(), 3, 1, support::UniqueName("Module"), 256, 256));
+    m_module.OnSessionEnd();
+    EXPECT_FALSE(m_module.SendToPort(3, 1, nullptr, nullptr, 0));
+    EXPECT_EQ(m_module.Transport(), nullptr);
+    EXPECT_EQ(FindDialog(), nullptr);
+    MSG message{};
+    EXPECT_TRUE(::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE));
+    m_module.TearDown();
+}
+
+TEST_F(Module, AtTheSessionsEndAClientThatReadsNothingIsDropped)
+{
+    // Not the module's own, which makes all ports drop their clients while no instrument is connected.
+    FakeTransport connected;
+    const std::string name = support::UniqueName("Module");
+    m_module.Ports().AddPort(3, 1, std::make_unique<CCDevicePortPipe>(&connected, 3, 1, name, 256, 256));
+    const CCDevicePortPipe& port = *m_module.Ports().FindPort(3, 1);
+    support::PipeClient client;
+    ASSERT_TRUE(support::WaitUntil([&] {
+        client.Close();
+        return client.Open(name) &&
+               support::WaitUntil([&] { return port.IsPipeConnected(); }, std::chrono::seconds(1));
+    }));
+    const std::uint8_t unread[] = {1, 2, 3};
+    ASSERT_TRUE(m_module.SendToPort(3, 1, &connected, unread, sizeof unread));
+    ASSERT_TRUE(support::WaitUntil([&] { return client.Available() == sizeof unread; }));
+    m_module.OnSessionEnd();
+    EXPECT_TRUE(client.WaitForBreak()) << "the port has ended";
 }
 
 TEST_F(Module, AppliedSettingsDoNotChangeTheRunningTransport)

@@ -1,9 +1,13 @@
 #include "host/PortTable.h"
 
+#include "host/CDebugOptionsLock.h"
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/TestSupport.h"
+#include "tests/unit/host/RecordingOutput.h"
 #include "tests/unit/ports/FakeTransport.h"
+#include "trace/Trace.h"
+#include "win32/Event.h"
 
 #include <gtest/gtest.h>
 #include <atomic>
@@ -187,40 +191,85 @@ TEST_F(Ports, SignallingAllMakesEveryPortDropItsClient)
     EXPECT_TRUE(client2->WaitForBreak());
 }
 
-TEST_F(Ports, CompletionsOfUnknownPortsAreIgnored)
+// A port without a name has no worker, which would count anew. Every completion counts one packet less.
+TEST_F(Ports, ACompletionReachesItsPortOnly)
 {
-    m_table.PacketCompleted(9, 9);
-    Add(3, 1);
-    m_table.PacketCompleted(3, 2);
-    EXPECT_NE(m_table.FindPort(3, 1), nullptr);
+    for (const auto& [deviceType, port] : {std::pair<int, unsigned>{3, 1}, {3, 2}, {4, 1}}) {
+        m_table.AddPort(deviceType, port, Make(deviceType, port, ""));
+    }
+    m_table.PacketCompleted(3, 1);
+    EXPECT_EQ(m_table.FindPort(3, 1)->PacketCompleted(), -2);
+    EXPECT_EQ(m_table.FindPort(3, 2)->PacketCompleted(), -1);
+    EXPECT_EQ(m_table.FindPort(4, 1)->PacketCompleted(), -1);
 }
 
-// What a port that was deleted under a caller's feet would do here is a crash, or a report of the checked build.
-TEST_F(Ports, PortsComeAndGoWhileTransportThreadsUseThem)
+TEST_F(Ports, CompletionsOfUnknownPortsAreIgnored)
 {
-    std::atomic<bool> stop{false};
-    std::atomic<int> reached{0};
-    std::vector<std::thread> users;
-    for (int i = 0; i < 2; ++i) {
-        users.emplace_back([&] {
-            const std::uint8_t data[] = {1, 2, 3};
-            while (!stop) {
-                reached += m_table.SendToPort(3, 1, &m_transport, data, sizeof data) ? 1 : 0;
-                m_table.SendToPorts(1, &m_transport, data, sizeof data);
-                m_table.PacketCompleted(3, 1);
-                m_table.SignalAllPorts();
-            }
-        });
-    }
-    for (int round = 0; round < 50 || reached == 0; ++round) {
-        Add(3, 1);
-        m_table.RemovePort(3, 1);
-    }
-    stop = true;
-    for (std::thread& user : users) {
-        user.join();
-    }
-    EXPECT_GT(reached, 0);
+    m_table.PacketCompleted(3, 1);
+    m_table.AddPort(3, 1, Make(3, 1, ""));
+    m_table.PacketCompleted(3, 2);
+    m_table.PacketCompleted(4, 1);
+    EXPECT_EQ(m_table.FindPort(3, 1)->PacketCompleted(), -1);
 }
+
+/// Holds whoever traces.
+class BlockingOutput final : public ITraceOutput
+{
+public:
+    bool TracerExists() const noexcept override { return true; }
+    bool DialogExists() const noexcept override { return true; }
+    bool DialogIsVisible() const noexcept override { return false; }
+    void AddTrace(std::uint32_t /*mask*/, std::string /*text*/) override
+    {
+        entered.Set();
+        released.Wait(60'000);
+    }
+
+    win32::Event entered{win32::Event::Kind::ManualReset};
+    win32::Event released{win32::Event::Kind::ManualReset};
+};
+
+/// A port without a client traces every packet that it drops, so a transport's thread can be held inside its Send.
+class PortInUse : public Ports, public testing::WithParamInterface<void (*)(PortTable&, CCommunicationDriver*)>
+{
+protected:
+    PortInUse()
+    {
+        const CDebugOptionsLock lock(m_frontEnd.Gate());
+        m_frontEnd.Publish(OptionsFor(trace::RouterChannel, trace::DevicePipe));
+        m_table.AddPort(3, 1, Make(3, 1, ""));
+    }
+
+    BlockingOutput m_output;
+    TraceFrontEnd m_frontEnd{m_output};
+};
+
+TEST_P(PortInUse, IsRemovedAfterTheCallThatUsesIt)
+{
+    std::thread user([this] { GetParam()(m_table, &m_transport); });
+    EXPECT_TRUE(m_output.entered.Wait(60'000));
+    std::atomic<bool> removed{false};
+    std::unique_ptr<CCDevicePortPipe> port;
+    std::thread remover([&] {
+        port = m_table.RemovePort(3, 1);
+        removed = true;
+    });
+    EXPECT_FALSE(support::WaitUntil([&] { return removed.load(); }, std::chrono::milliseconds(200)));
+    m_output.released.Set();
+    user.join();
+    remover.join();
+    EXPECT_NE(port, nullptr);
+}
+
+constexpr std::uint8_t Payload[] = {1, 2, 3};
+
+INSTANTIATE_TEST_SUITE_P(Calls, PortInUse,
+                         testing::Values(
+                             [](PortTable& table, CCommunicationDriver* transport) {
+                                 table.SendToPort(3, 1, transport, Payload, sizeof Payload);
+                             },
+                             [](PortTable& table, CCommunicationDriver* transport) {
+                                 table.SendToPorts(1, transport, Payload, sizeof Payload);
+                             }));
 
 } // namespace

@@ -31,11 +31,11 @@ protected:
     RegistrarScript::Replacements m_replacements;
 
 private:
-    HRESULT Run(const std::wstring& text, HRESULT (RegistrarScript::*run)(HKEY) const)
+    HRESULT Run(const std::wstring& text, HRESULT (RegistrarScript::*run)(HKEY, REGSAM) const)
     {
         RegistrarScript script;
         const HRESULT result = script.Parse(text, m_replacements);
-        return SUCCEEDED(result) ? (script.*run)(Classes()) : result;
+        return SUCCEEDED(result) ? (script.*run)(Classes(), KEY_WOW64_64KEY) : result;
     }
 
     const support::RegistryRoot m_root{HKEY_CLASSES_ROOT};
@@ -178,7 +178,7 @@ TEST_F(Script, AFailingStepGivesItsResultAndEndsTheWriting)
     ::RegDeleteTreeW(Classes(), L"Doomed");
     RegistrarScript script;
     ASSERT_EQ(script.Parse(L"HKCR { A B }", {}), S_OK);
-    EXPECT_EQ(script.Register(doomed.Get()), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+    EXPECT_EQ(script.Register(doomed.Get(), KEY_WOW64_64KEY), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
 }
 
 } // namespace

@@ -1,11 +1,14 @@
 #include "host/Registration.h"
 
+#include "host/ComPointer.h"
 #include "tests/support/TestSupport.h"
 #include "win32/ModulePath.h"
 #include "win32/RegistryKey.h"
 
+#include <MorvanePortRouter.h>
 #include <gtest/gtest.h>
 #include <objbase.h>
+#include <oleauto.h>
 #include <functional>
 #include <vector>
 
@@ -57,6 +60,29 @@ std::wstring OwnCommand()
     return path.find(L' ') == std::wstring::npos ? path : L'"' + path + L'"';
 }
 
+/// Which kind of system the type library in that file was made for; none when it cannot be loaded or is another
+/// one.
+std::optional<SYSKIND> SystemOf(const std::wstring& file)
+{
+    ITypeLib* loaded = nullptr;
+    if (FAILED(::LoadTypeLibEx(file.c_str(), REGKIND_NONE, &loaded))) {
+        return std::nullopt;
+    }
+    const ComPointer<ITypeLib> library(loaded);
+    TLIBATTR* attributes = nullptr;
+    if (FAILED(library->GetLibAttr(&attributes))) {
+        return std::nullopt;
+    }
+    const SYSKIND system = attributes->syskind;
+    library->ReleaseTLibAttr(attributes);
+    ITypeInfo* info = nullptr;
+    if (FAILED(library->GetTypeInfoOfGuid(__uuidof(IMorvaneUSBRouter), &info))) {
+        return std::nullopt;
+    }
+    info->Release();
+    return system;
+}
+
 TEST_F(UserRegistration, WritesTheClass)
 {
     ASSERT_EQ(RegisterRouter(RegistrationHive::User), S_OK);
@@ -89,13 +115,24 @@ TEST_F(UserRegistration, WritesTheTypeLibraryAndItsInterface)
     const std::wstring library = std::wstring(L"TypeLib\\") + Library + L"\\1.0";
     EXPECT_EQ(Value(library), L"MorvanePortRouter 1.0 Type Library");
     EXPECT_EQ(Value(library + L"\\0\\win64"), win32::ModulePath());
-    for (const std::wstring view : {L"", L"Wow6432Node\\"}) {
-        const std::wstring interfaceKey = view + L"Interface\\" + Interface;
-        EXPECT_EQ(Value(interfaceKey), L"IMorvaneUSBRouter");
-        EXPECT_EQ(Value(interfaceKey + L"\\ProxyStubClsid32"), L"{00020424-0000-0000-C000-000000000046}");
-        EXPECT_EQ(Value(interfaceKey + L"\\TypeLib"), Library);
-        EXPECT_EQ(Value(interfaceKey + L"\\TypeLib", L"Version"), L"1.0");
-    }
+    EXPECT_EQ(Value(library + L"\\0\\win32"), win32::ModulePath().value() + L"\\2");
+    EXPECT_EQ(Value(library + L"\\FLAGS"), L"0");
+    EXPECT_EQ(Value(library + L"\\HELPDIR").value_or(L"") + L"\\", win32::FolderOf(win32::ModulePath().value()));
+    // A private root has one view for both kinds of program.
+    const std::wstring interfaceKey = std::wstring(L"Interface\\") + Interface;
+    EXPECT_EQ(Value(interfaceKey), L"IMorvaneUSBRouter");
+    EXPECT_EQ(Value(interfaceKey + L"\\ProxyStubClsid32"), L"{00020424-0000-0000-C000-000000000046}");
+    EXPECT_EQ(Value(interfaceKey + L"\\TypeLib"), Library);
+    EXPECT_EQ(Value(interfaceKey + L"\\TypeLib", L"Version"), L"1.0");
+}
+
+// A 32-bit client's marshaler reads a library made for 32-bit systems.
+TEST_F(UserRegistration, TheLibraryOf32BitClientsIsThereAndMadeForThem)
+{
+    ASSERT_EQ(RegisterRouter(RegistrationHive::User), S_OK);
+    const std::wstring versions = std::wstring(L"TypeLib\\") + Library + L"\\1.0\\0\\";
+    EXPECT_EQ(SystemOf(Value(versions + L"win32").value_or(L"")), SYS_WIN32);
+    EXPECT_EQ(SystemOf(Value(versions + L"win64").value_or(L"")), SYS_WIN64);
 }
 
 TEST_F(UserRegistration, RemovalLeavesOnlyTheSharedKeys)
@@ -105,8 +142,7 @@ TEST_F(UserRegistration, RemovalLeavesOnlyTheSharedKeys)
     EXPECT_EQ(Listing(),
               (std::vector<std::wstring>{L"\\Software", L"Software\\Classes", L"Software\\Classes\\AppID",
                                          L"Software\\Classes\\CLSID", L"Software\\Classes\\Interface",
-                                         L"Software\\Classes\\TypeLib", L"Software\\Classes\\Wow6432Node",
-                                         L"Software\\Classes\\Wow6432Node\\Interface"}));
+                                         L"Software\\Classes\\TypeLib"}));
 }
 
 TEST_F(UserRegistration, RemovalOfNothingWorks)

@@ -1,0 +1,43 @@
+#include "host/BoundedStep.h"
+
+#include "tests/support/TestSupport.h"
+#include "win32/Event.h"
+
+#include <gtest/gtest.h>
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+
+namespace {
+
+TEST(BoundedStep, AStepThatReturnsIsWaitedFor)
+{
+    bool done = false;
+    EXPECT_TRUE(EndsWithin(60'000, [&] {
+        ::Sleep(20);
+        done = true;
+    }));
+    EXPECT_TRUE(done);
+}
+
+TEST(BoundedStep, AStepThatHangsIsLeftToItselfAfterItsLimit)
+{
+    const auto release = std::make_shared<win32::Event>(win32::Event::Kind::ManualReset);
+    const auto ended = std::make_shared<std::atomic<bool>>(false);
+    const ULONGLONG begin = ::GetTickCount64();
+    EXPECT_FALSE(EndsWithin(200, [release, ended] {
+        release->Wait(60'000);
+        *ended = true;
+    }));
+    EXPECT_GE(::GetTickCount64() - begin, 180U) << "less the tick that a wait may be short of";
+    EXPECT_FALSE(*ended);
+    release->Set();
+    EXPECT_TRUE(support::WaitUntil([&] { return ended->load(); })) << "it goes on";
+}
+
+TEST(BoundedStep, AStepThatThrowsHasEnded)
+{
+    EXPECT_TRUE(EndsWithin(60'000, [] { throw std::runtime_error("in the step"); }));
+}
+
+} // namespace
