@@ -20,7 +20,10 @@ CCDevicePortPipe::CCDevicePortPipe(CCommunicationDriver* transport, std::int32_t
       m_restrictPipe(options.restrictPipe),
       m_flushLimitMs(options.flushLimitMs)
 {
-    m_Worker.Start([this] { PipeProcessThread(); });
+    if (!m_Worker.Start([this] { PipeProcessThread(); })) {
+        Trace(m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread could not be started (%d)",
+              static_cast<int>(::GetLastError()));
+    }
 }
 
 CCDevicePortPipe::~CCDevicePortPipe()
@@ -51,7 +54,11 @@ void CCDevicePortPipe::PipeProcessThread()
     if (m_PipeName.empty()) {
         return;
     }
-    PipeWorker(*this).Run();
+    try {
+        PipeWorker(*this).Run();
+    } catch (...) {
+        Trace(m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread failed, port not served");
+    }
 }
 
 void CCDevicePortPipe::Send(CCommunicationDriver* source, const std::uint8_t* bytes, std::uint32_t length)
@@ -102,7 +109,7 @@ bool CCDevicePortPipe::OnPipePacket(const std::uint8_t* bytes, std::int32_t leng
         SendToSimulation(bytes, count);
         submitted = true;
         Trace(m_DeviceType, trace::PacketParsing, "Send to simulation");
-    } else if (m_Transport != nullptr && m_Transport->IsReady()) {
+    } else if (IsOfThisConnection() && m_Transport != nullptr && m_Transport->IsReady()) {
         // On the wire an address element is one byte.
         m_Transport->Send(static_cast<std::uint8_t>(m_DeviceType & 0xFF), static_cast<std::uint8_t>(m_Port & 0xFF),
                           bytes, count);
@@ -114,6 +121,20 @@ bool CCDevicePortPipe::OnPipePacket(const std::uint8_t* bytes, std::int32_t leng
         Trace(m_DeviceType, trace::PacketParsing, "Warning: Packet ignored");
     }
     return submitted;
+}
+
+void CCDevicePortPipe::RequestPipeRecreate() noexcept
+{
+    if (m_Transport != nullptr && !m_Transport->IsConnected()) {
+        m_connectionLosses.fetch_add(1); // before the request: whoever takes that knows of this
+    }
+    RecreateEvent.Set();
+}
+
+// The transport asks for a re-creation while it is disconnected, between any two connections of the instrument.
+bool CCDevicePortPipe::IsOfThisConnection() const noexcept
+{
+    return m_connectionLosses.load() == m_lossesAtCreation;
 }
 
 std::int32_t CCDevicePortPipe::PacketCompleted() noexcept

@@ -10,7 +10,6 @@
 #include "ports/packet/CCommandQueue.h"
 #include "transport/CCommunicationDriver.h"
 #include "win32/CriticalSection.h"
-#include "win32/Event.h"
 #include "win32/MirroredEvent.h"
 #include "win32/OnDemandEvent.h"
 #include "win32/Thread.h"
@@ -49,13 +48,7 @@ public:
     bool IsPipeConnected() const noexcept { return m_IsPipeConnected.load(std::memory_order_relaxed); }
 
     /// Makes the worker tear the pipe down and create it anew. Any thread.
-    void RequestPipeRecreate() noexcept
-    {
-        // While nobody answers the request of before, which may be a second, further ones come every 10 ms.
-        if (!m_RecreateRequested.exchange(true)) {
-            RecreateEvent.Set();
-        }
-    }
+    void RequestPipeRecreate() noexcept;
 
     /// The write of one of this port's packets to the instrument has begun. Any thread. Returns the packets still
     /// pending.
@@ -77,6 +70,8 @@ private:
 
     /// Handles one client message; whether it was submitted. Worker only.
     bool OnPipePacket(const std::uint8_t* bytes, std::int32_t length);
+    /// Whether the instrument's connection is still the one that the pipe was created for. Worker only.
+    bool IsOfThisConnection() const noexcept;
     void IncrementPending() noexcept;
     void ResetPending() noexcept;
     std::int32_t Pending() noexcept;
@@ -97,9 +92,11 @@ private:
     ULONGLONG m_stopBegan = 0; // GetTickCount64
 
     win32::MirroredEvent StopEvent;
-    win32::Event RecreateEvent{win32::Event::Kind::AutoReset, true};
-    std::atomic<bool> m_RecreateRequested{true}; // as RecreateEvent, until the worker begins with it
-    win32::OnDemandEvent ReadEnableEvent{true};  // taken by the worker
+    win32::OnDemandEvent RecreateEvent{true};   // taken by the worker
+    win32::OnDemandEvent ReadEnableEvent{true}; // taken by the worker
+
+    std::atomic<std::uint32_t> m_connectionLosses{0}; // how often the instrument was found to be gone; any thread
+    std::uint32_t m_lossesAtCreation = 0;             // of the pipe; worker
 
     CCommandQueue OutQueue;                     // device packets for the client; locks itself
     const bool QueueLimitEnabled = false;       // dormant: nothing sets it, and it stays that way

@@ -3,22 +3,38 @@
 #include "trace/Trace.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <new>
 
 namespace {
 
-constexpr DWORD QuietTime = 50;       // ms
-constexpr DWORD NotReadyTime = 1000;  // ms between two looks for a device connection
-constexpr DWORD PermissionTime = 100; // ms
+using win32::Expectation;
+
+constexpr DWORD QuietTimeMs = 50;
+constexpr DWORD NotReadyTimeMs = 1000; // between two looks for a device connection
+constexpr DWORD PermissionTimeMs = 100;
 constexpr int IdlePassesBetweenTraces = 100;
 
-// How long the next request may wait for the write of the last one to begin.
-constexpr DWORD WriteBeginTime = 100; // ms
-
-// Of so many milliseconds since a time of GetTickCount64; 0 when they have passed.
-DWORD WhatIsLeft(DWORD milliseconds, ULONGLONG since, ULONGLONG now)
+Expectation NowIf(bool happened)
 {
-    return now - since < milliseconds ? milliseconds - static_cast<DWORD>(now - since) : 0;
+    return happened ? Expectation::Now : Expectation::NotYet;
+}
+
+// For trace texts: a name with line breaks in it must not look like further lines of the log.
+std::string Printable(const std::string& name)
+{
+    std::string shown;
+    for (const char character : name) {
+        if (static_cast<unsigned char>(character) < 0x20) {
+            std::array<char, 5> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\x%02X", static_cast<unsigned>(character));
+            shown += escape.data();
+        } else {
+            shown += character;
+        }
+    }
+    return shown;
 }
 
 // Duplex, overlapped; messages towards the client, bytes from it, blocking mode. The router reads bytes on purpose:
@@ -31,6 +47,7 @@ constexpr DWORD PipeMode = PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE | PIPE_WAIT;
 PipeWorker::PipeWorker(CCDevicePortPipe& port)
     : m_port(port),
       m_fullName("\\\\.\\pipe\\" + port.m_PipeName),
+      m_shownName(Printable(m_fullName)),
       m_readBuffer(port.m_ReadBufferSize > 0 ? new(std::nothrow)
                                                    std::uint8_t[static_cast<std::size_t>(port.m_ReadBufferSize)]
                                              : nullptr),
@@ -42,78 +59,54 @@ PipeWorker::PipeWorker(CCDevicePortPipe& port)
 
 void PipeWorker::Run()
 {
+    if (!m_waits.HasAll()) {
+        Trace(m_port.m_DeviceType, trace::DevicePipe,
+              "CCDevicePortPipe::PipeProcessThread has no events, port not served (%s)", m_shownName.c_str());
+        return;
+    }
     Trace(m_port.m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread Started (%s)",
-          m_fullName.c_str());
+          m_shownName.c_str());
     m_port.RequestPipeRecreate();
     while (m_running) {
         Handle(Wait());
         ::Sleep(0);
     }
     Trace(m_port.m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread Ended (%s)",
-          m_fullName.c_str());
+          m_shownName.c_str());
 }
 
 PipeWorker::Slot PipeWorker::Wait()
 {
-    // Asked once, for a read may complete at any moment.
-    const bool held = !WriteHasBegun() && m_read.IsAwaited() && !m_read.IsRunning();
-    const bool hearsRead = m_read.IsAwaited() && !held;
-    // With a read under way there is nothing to enable, and to hear of it all the same would cost the port 100 ms for
-    // each packet whose write begins: see ReadOn.
-    const bool hearsReadEnable = !m_reading || held;
-    const bool readEnabled = m_port.ReadEnableEvent.Look(hearsReadEnable) && hearsReadEnable;
-
-    const Slot known = KnownSlot(readEnabled, hearsRead);
-    if (known != Slot::Failed) {
-        return known;
-    }
-    const ULONGLONG now = ::GetTickCount64();
-    // A packet that is queued while the one before is still being written costs the port 100 ms, in which it does
-    // nothing at all. A client that reads takes far less to make room. So for that long the end of the write is let go
-    // first, and everything else but the queue with it; then the client is slow indeed, and the queue counts again.
-    const DWORD writeMayTake = m_write.IsPending() ? WhatIsLeft(PermissionTime, m_writingSince, now) : 0;
-    DWORD patience = writeMayTake > 0 ? std::min(QuietTime, writeMayTake) : QuietTime;
-    if (held) {
-        patience = std::min(patience, WhatIsLeft(WriteBeginTime, m_awaitingSince, now));
-    }
-    // Reading that was enabled while nobody listened left the event unsignalled. So what stands behind it in the list does
-    // not count, and what stands in front of it counts only if it is there already.
-    auto heard = Waits::Heard::All();
-    heard.If(Slot::Connected, m_connect.IsAwaited())
-        .If(Slot::Written, m_write.IsAwaited())
-        .If(Slot::ReadEnabled, hearsReadEnable)
-        .If(Slot::ReadDone, hearsRead && !readEnabled)
-        .If(Slot::PacketQueued, writeMayTake == 0 && !readEnabled);
-    const Slot slot = m_waits.Any(heard, readEnabled ? 0 : patience);
-    return readEnabled && slot == Slot::TimedOut ? Slot::ReadEnabled : slot;
+    const DWORD writeMayTake = TimeLeftForWrite();
+    return m_waits.Next({NowIf(m_port.StopEvent.IsSet()), NowIf(m_port.RecreateEvent.Look(true)),
+                         m_connect.Expected(), m_write.Expected(), ExpectReadEnabled(), ExpectRead(),
+                         writeMayTake > 0 ? Expectation::Never : NowIf(m_port.OutQueue.GetCount() > 0)},
+                        writeMayTake > 0 ? std::min(QuietTimeMs, writeMayTake) : QuietTimeMs);
 }
 
-// What a wait would find, where that is known without one: the mirrors and the operations tell that nothing in front of
-// it in the list is signalled. Failed when it is not known.
-PipeWorker::Slot PipeWorker::KnownSlot(bool readEnabled, bool hearsRead) const
+// A packet that is queued while the one before is still being written costs the port 100 ms, in which it does nothing at
+// all. A client that reads takes far less to make room. So for that long the queue is not looked at; after that the
+// client counts as stalled, and the queue counts again.
+DWORD PipeWorker::TimeLeftForWrite() const
 {
-    const auto mayHaveEnded = [](const win32::OverlappedOperation& operation) {
-        return operation.IsAwaited() && !operation.IsRunning();
-    };
-    if (m_port.StopEvent.IsSet() || m_port.m_RecreateRequested || mayHaveEnded(m_connect)) {
-        return Slot::Failed;
+    if (!m_write.IsPending()) {
+        return 0;
     }
-    if (m_write.CompletedAtStart()) {
-        return Slot::Written;
-    }
-    if (mayHaveEnded(m_write)) {
-        return Slot::Failed;
-    }
-    if (readEnabled) {
-        return Slot::ReadEnabled;
-    }
-    if (hearsRead && mayHaveEnded(m_read)) {
-        return m_read.CompletedAtStart() ? Slot::ReadDone : Slot::Failed;
-    }
-    if (m_writeComplete && !m_write.IsAwaited() && m_port.OutQueue.GetCount() > 0) {
-        return Slot::PacketQueued;
-    }
-    return Slot::Failed;
+    const ULONGLONG passed = ::GetTickCount64() - m_writingSince;
+    return passed < PermissionTimeMs ? static_cast<DWORD>(PermissionTimeMs - passed) : 0;
+}
+
+// A read that is in progress needs no enabling. The transport enables the next one each time that it begins to write a
+// packet; taken as it comes, that would cost the port 100 ms for each packet.
+win32::Expectation PipeWorker::ExpectReadEnabled()
+{
+    const bool enabled = m_port.ReadEnableEvent.Look(!m_reading);
+    return m_reading ? Expectation::Never : NowIf(enabled);
+}
+
+win32::Expectation PipeWorker::ExpectRead() const
+{
+    return m_handedOver > 0 ? Expectation::Now : m_read.Expected();
 }
 
 void PipeWorker::Handle(Slot slot)
@@ -150,16 +143,17 @@ void PipeWorker::OnQuiet()
     if (queued >= 1) {
         Trace(m_port.m_DeviceType, trace::DevicePipe,
               "CCDevicePortPipe::PipeProcessThread(%s) IDLE, %d To-Device packets, %d From-Device packets",
-              m_fullName.c_str(), queued, m_port.Pending());
+              m_shownName.c_str(), queued, m_port.Pending());
     }
 }
 
 void PipeWorker::OnStop()
 {
+    HandOverLastMessage();
     m_port.m_IsPipeConnected = false;
     if (m_pipe) {
         Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) PipeProcessThread shutting down...",
-              m_fullName.c_str());
+              m_shownName.c_str());
         ClosePipe();
     }
     m_port.OutQueue.DestroyAll();
@@ -168,18 +162,32 @@ void PipeWorker::OnStop()
 
 void PipeWorker::OnRecreate()
 {
-    m_port.m_RecreateRequested = false; // from here on a request means another re-creation
-    m_awaitingWriteBegin = false;
+    if (!m_port.RecreateEvent.Take()) {
+        return; // the event of a request that was taken without waiting for it
+    }
+    HandOverLastMessage();
     if (m_pipe) {
         m_port.m_IsPipeConnected = false;
         ClosePipe();
     }
     m_port.OutQueue.DestroyAll();
+    // From here on; a connection that is lost later than this asks for another re-creation.
+    m_port.m_lossesAtCreation = m_port.m_connectionLosses.load();
     if (m_port.m_Transport != nullptr && m_port.m_Transport->IsReady()) {
         CreatePipe();
-    } else if (!m_port.StopEvent.Wait(NotReadyTime)) {
+    } else if (!m_port.StopEvent.Wait(NotReadyTimeMs)) {
         m_port.RequestPipeRecreate();
     }
+}
+
+// A read may have completed without its message having been handed over, before the cancel or in spite of it.
+void PipeWorker::HandOverLastMessage()
+{
+    DWORD length = 0;
+    if (m_read.CancelAndFinish(length) && m_readBuffer) {
+        m_port.OnPipePacket(m_readBuffer.get(), static_cast<std::int32_t>(length));
+    }
+    m_handedOver = 0;
 }
 
 void PipeWorker::CreatePipe()
@@ -194,48 +202,37 @@ void PipeWorker::CreatePipe()
     } else {
         // Rather no pipe than one that everybody may open.
         Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe cannot be restricted (%d), not created",
-              m_fullName.c_str(), static_cast<int>(m_security->Error()));
+              m_shownName.c_str(), static_cast<int>(m_security->Error()));
         return;
     }
     Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe Created %d th time, waiting for connection...",
-          m_fullName.c_str(), m_creations++);
+          m_shownName.c_str(), m_creations++);
     if (m_pipe) {
-        m_connect.Settle();
-        m_read.Settle();
-        m_write.Settle();
-        // A client that was faster than this call is noticed by its first message, or thrown out and let in again
-        // by the next re-creation: the result is not looked at.
+        // Any other refusal is passed over: the next re-creation tries again.
         m_connect.ConnectPipe(m_pipe.Get());
     }
 }
 
+// The read has been cancelled before.
 void PipeWorker::ClosePipe()
 {
     m_connect.Cancel();
-    m_read.Cancel();
     m_write.Cancel();
     ::FlushFileBuffers(m_pipe.Get());
     ::DisconnectNamedPipe(m_pipe.Get());
     m_pipe.Reset();
-    // What was cancelled belongs to the closed pipe: its completions must not be taken for the next one's.
-    m_connect.Settle();
-    m_read.Settle();
-    m_write.Settle();
 }
 
 void PipeWorker::OnConnected()
 {
-    m_connect.Settle();
-    m_read.Settle();
-    m_write.Settle();
     Trace(m_port.m_DeviceType, trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread (%s) Connected",
-          m_fullName.c_str());
+          m_shownName.c_str());
     DWORD unused = 0;
     if (!m_connect.Finish(m_pipe.Get(), unused)) {
         const DWORD error = ::GetLastError();
         if (error != ERROR_SUCCESS) {
             Trace(m_port.m_DeviceType, trace::DevicePipe,
-                  "CCDevicePortPipe::PipeProcessThread (%s) Open Pipe Broken (%d)", m_fullName.c_str(),
+                  "CCDevicePortPipe::PipeProcessThread (%s) Open Pipe Broken (%d)", m_shownName.c_str(),
                   static_cast<int>(error));
             m_port.RequestPipeRecreate();
         }
@@ -244,10 +241,10 @@ void PipeWorker::OnConnected()
     if (!m_readBuffer) {
         return; // a port that cannot read never counts as connected
     }
-    Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe connected", m_fullName.c_str());
+    Trace(m_port.m_DeviceType, trace::DevicePipe, "(%s) Pipe connected", m_shownName.c_str());
     m_port.ResetPending();
     m_reading = false;
-    m_awaitingWriteBegin = false;
+    m_handedOver = 0;
     m_port.ReadEnableEvent.Set();
     m_port.m_IsPipeConnected = true;
     m_writeComplete = true;
@@ -255,7 +252,6 @@ void PipeWorker::OnConnected()
 
 void PipeWorker::OnWritten()
 {
-    m_write.Settle();
     DWORD unused = 0;
     if (m_write.Finish(m_pipe.Get(), unused)) {
         m_writeComplete = true;
@@ -264,7 +260,7 @@ void PipeWorker::OnWritten()
     const DWORD error = ::GetLastError();
     if (error != ERROR_SUCCESS) {
         Trace(m_port.m_DeviceType, trace::DevicePipe,
-              "CCDevicePortPipe::PipeProcessThread (%s) Write Pipe Broken (%d)", m_fullName.c_str(),
+              "CCDevicePortPipe::PipeProcessThread (%s) Write Pipe Broken (%d)", m_shownName.c_str(),
               static_cast<int>(error));
         m_port.RequestPipeRecreate();
     }
@@ -273,101 +269,70 @@ void PipeWorker::OnWritten()
 void PipeWorker::OnReadEnabled()
 {
     if (!m_port.ReadEnableEvent.Take()) {
-        return;
+        return; // the event of a setting that was taken without waiting for it
     }
-    if (m_reading) {
-        m_awaitingWriteBegin = false;
-    } else if (m_port.MayRead()) {
+    if (m_port.MayRead()) {
         StartRead();
     } else {
-        ::Sleep(PermissionTime);
+        ::Sleep(PermissionTimeMs);
     }
 }
 
 void PipeWorker::StartRead()
 {
     m_reading = true;
-    if (!m_readBuffer) {
-        return;
-    }
-    if (m_read.IsPending()) {
-        // Started before the client's connection was noticed. It may have the first message already, and noticing the
-        // connection has reset the event that said so.
-        if (m_read.HasCompleted()) {
-            m_read.SignalEvent();
-        }
-        return;
+    m_handedOver = 0;
+    if (!m_readBuffer || m_read.IsPending()) {
+        return; // started before the client's connection was noticed: it may hold the first message
     }
     const bool started =
         m_read.Read(m_pipe.Get(), m_readBuffer.get(), static_cast<DWORD>(m_port.m_ReadBufferSize));
-    // A client that left right after its last message lets the read fail at once, and Windows sets no event for
-    // that: without this the port would stay connected to nobody. A pipe still listening refuses reads as well; that
-    // one is none of the client's doing and is passed over.
+    // A client that left right after its last message lets the read fail at once, for which Windows sets no event:
+    // without this the port would stay connected to nobody. A pipe still listening refuses reads as well; that is
+    // none of the client's doing and is passed over.
     if (!started && m_port.IsPipeConnected()) {
-        m_read.SignalEvent();
+        m_read.ReportRefusal();
     }
 }
 
 void PipeWorker::OnReadDone()
 {
-    if (!WriteHasBegun()) {
-        return;
-    }
     m_reading = false;
     if (!m_port.IsPipeConnected()) {
         m_port.m_IsPipeConnected = true;
         m_writeComplete = true;
         Trace(m_port.m_DeviceType, trace::DevicePipe,
               "CCDevicePortPipe::PipeProcessThread (%s) Pipe connect event NEVER received, compensating",
-              m_fullName.c_str());
+              m_shownName.c_str());
     }
-    // The read event deliberately stays set until the next read starts: while too many packets are pending the same
-    // packet is handed over again about every 100 ms.
     DWORD length = 0;
     if (m_read.Finish(m_pipe.Get(), length)) {
-        if (m_readBuffer) {
-            ReadOn(m_port.OnPipePacket(m_readBuffer.get(), static_cast<std::int32_t>(length)));
-        }
+        HandOver(length);
         return;
     }
     const DWORD error = ::GetLastError();
     if (error != ERROR_SUCCESS) {
         Trace(m_port.m_DeviceType, trace::DevicePipe,
-              "CCDevicePortPipe::PipeProcessThread (%s) Read Pipe Broken (%d)", m_fullName.c_str(),
+              "CCDevicePortPipe::PipeProcessThread (%s) Read Pipe Broken (%d)", m_shownName.c_str(),
               static_cast<int>(error));
         m_port.RequestPipeRecreate();
     }
 }
 
-// After a message the read-enable event is to be set, and it is set again when the packet's write begins. Were both taken
-// as they come, the second would find a read in progress and cost the port 100 ms. So the first is taken here at once,
-// and the second only tells that the next message may be handled: until then that waits, in the read buffer or in the
-// pipe, where what the client goes on writing merges with it. With more packets pending the instrument is behind
-// anyway, and reading goes on without waiting for it.
-void PipeWorker::ReadOn(bool submitted)
+// After a message the read-enable event is to be set, upon which the next read starts; that is done here at once. By
+// design, with too many packets pending no read starts and the same message is handed over again about every 100 ms.
+void PipeWorker::HandOver(DWORD length)
 {
-    m_port.ReadEnableEvent.Take(); // set before this packet, or taken here
-    const std::int32_t pending = m_port.Pending();
-    if (!submitted || pending > 1) {
+    m_port.ReadEnableEvent.Take(); // older than this message; what the transport sets from here on counts
+    if (m_readBuffer) {
+        m_port.OnPipePacket(m_readBuffer.get(), static_cast<std::int32_t>(length));
+    }
+    if (m_port.MayRead()) {
+        StartRead();
+    } else {
+        m_handedOver = length;
         m_port.ReadEnableEvent.Set();
-        return;
     }
-    if (pending == 1) {
-        m_awaitingWriteBegin = true;
-        m_awaitingSince = ::GetTickCount64();
-    }
-    StartRead();
-}
-
-// Whether the next message may be handled.
-bool PipeWorker::WriteHasBegun()
-{
-    if (m_awaitingWriteBegin &&
-        (m_port.ReadEnableEvent.Take() || WhatIsLeft(WriteBeginTime, m_awaitingSince, ::GetTickCount64()) == 0))
-    {
-        m_awaitingWriteBegin = false;
-    }
-    return !m_awaitingWriteBegin;
 }
 
 void PipeWorker::OnPacketQueued()
@@ -378,12 +343,12 @@ void PipeWorker::OnPacketQueued()
         WriteNext();
         m_port.OutQueue.Settle(); // not before the write, for which the client waits
     } else if (m_pipe) {
-        ::Sleep(PermissionTime);
+        ::Sleep(PermissionTimeMs);
         Trace(m_port.m_DeviceType, trace::DevicePipe,
               "CCDevicePortPipe::PipeProcessThread(%s) Write permission denied, %d To-Device packets, %d "
               "From-Device "
               "packets",
-              m_fullName.c_str(), m_port.OutQueue.GetCount(), m_port.Pending());
+              m_shownName.c_str(), m_port.OutQueue.GetCount(), m_port.Pending());
     } else {
         m_port.OutQueue.DestroyAll();
     }
@@ -399,7 +364,7 @@ void PipeWorker::WriteNext()
     m_writeComplete = false;
     m_writingSince = ::GetTickCount64();
     if (!m_write.Write(m_pipe.Get(), m_lastWritten->GetData(), length)) {
-        m_write.SignalEvent(); // refused: reported like any other broken write
+        m_write.ReportRefusal(); // refused: reported like any other broken write
     }
     std::string dump;
     if (DumpPacket(m_port.m_DeviceType, trace::PacketParsing, m_lastWritten->GetData(), length, false, dump) &&

@@ -35,7 +35,9 @@ private:
     using Waits = win32::WaitSet<Slot, 7>;
 
     Slot Wait();
-    Slot KnownSlot(bool readEnabled, bool hearsRead) const;
+    DWORD TimeLeftForWrite() const; // ms; 0 when none is pending
+    win32::Expectation ExpectReadEnabled();
+    win32::Expectation ExpectRead() const;
     void Handle(Slot slot);
     void OnQuiet();
     void OnStop();
@@ -49,12 +51,13 @@ private:
     void CreatePipe();
     void ClosePipe();
     void StartRead();
+    void HandOver(DWORD length);
+    void HandOverLastMessage();
     void WriteNext();
-    void ReadOn(bool submitted);
-    bool WriteHasBegun();
 
     CCDevicePortPipe& m_port;
     const std::string m_fullName;
+    const std::string m_shownName;                // the same for trace texts
     std::unique_ptr<std::uint8_t[]> m_readBuffer; // of the port's read buffer size; null when that is 0 or less
     std::unique_ptr<CSerialPortCommand> m_lastWritten;        // its bytes may still be read by the write operation
     const std::unique_ptr<win32::OwnUserSecurity> m_security; // null: the pipe has the default security
@@ -70,9 +73,8 @@ private:
     bool m_writeComplete = false;
     int m_creations = 0;
     int m_idlePasses = 0;
-    bool m_awaitingWriteBegin = false; // of the last message's packet; until then the next message is not handled
-    ULONGLONG m_awaitingSince = 0;     // GetTickCount64, meaningful while awaiting
-    ULONGLONG m_writingSince = 0;      // of the last write's start
+    DWORD m_handedOver = 0;       // length of the message that is handed over again; 0 when there is none
+    ULONGLONG m_writingSince = 0; // GetTickCount64 of the last write's start
 
     const Waits m_waits;
 };

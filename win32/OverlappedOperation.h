@@ -2,6 +2,7 @@
 #pragma once
 
 #include "win32/Event.h"
+#include "win32/WaitSet.h"
 
 namespace win32 {
 
@@ -28,22 +29,30 @@ public:
     /// Whether the event tells anything: something was started, or signalled by hand, and not settled yet.
     bool IsAwaited() const noexcept { return m_awaited; }
 
+    /// What a wait for the event would find, for WaitSet::Next. Once the result was taken: Never.
+    Expectation Expected() const noexcept;
+
+    /// Lets Expected() say Now for a start that was refused, until Finish takes the reason.
+    void ReportRefusal() noexcept { m_isRefusalReported = m_refusal != ERROR_SUCCESS; }
+
     /// Start an operation; true when it is under way or already complete, false when Windows refused it. A
     /// refused operation never sets the event: Finish then reports the refusal.
     bool Read(HANDLE file, void* buffer, DWORD length) noexcept;
     bool Write(HANDLE file, const void* data, DWORD length) noexcept;
+    /// A client that came before this call counts as a connect that was done at once.
     bool ConnectPipe(HANDLE pipe) noexcept;
     bool Control(HANDLE device, DWORD code, const void* input, DWORD inputLength, void* output,
                  DWORD outputLength) noexcept;
 
-    /// Takes the result without waiting. False with GetLastError() when it failed, was refused or still runs.
+    /// Takes the result without waiting. False with GetLastError() when it failed, was refused or still runs. Once it
+    /// has been taken, further calls give the same again.
     bool Finish(HANDLE file, DWORD& transferred) noexcept;
 
     /// True while an operation started by this object has not been seen complete.
     bool IsPending() const noexcept { return m_file != nullptr; }
 
     /// True when the operation under way has its result, whatever became of the event since. Does not ask the kernel.
-    bool HasCompleted() const noexcept { return IsPending() && HasOverlappedIoCompleted(&m_overlapped); }
+    bool HasCompleted() const noexcept { return IsPending() && (m_completedAtStart || IsRecordFinal()); }
 
     /// True while the operation under way has no result yet. Does not ask the kernel.
     bool IsRunning() const noexcept { return IsPending() && !HasCompleted(); }
@@ -58,10 +67,19 @@ public:
     /// Cancels what is under way and waits until Windows has let go of the OVERLAPPED and the buffer.
     void Cancel() noexcept;
 
+    /// The same, and takes the result if nobody has taken it before: true when the operation succeeded, be it before
+    /// the cancel or in spite of it.
+    bool CancelAndFinish(DWORD& transferred) noexcept;
+
 private:
     /// Zeroes the record but for its event.
     OVERLAPPED* Prepare() noexcept;
     bool Started(HANDLE file, BOOL completed) noexcept;
+    void TakeResult(HANDLE file, BOOL wait) noexcept;
+
+    /// A hint that saves a kernel call; only the event is a promise. "HasOverlappedIoCompleted macro": it means
+    /// something only after a start that answered ERROR_IO_PENDING.
+    bool IsRecordFinal() const noexcept { return HasOverlappedIoCompleted(&m_overlapped); }
 
     Event m_event;
     bool m_awaited = false;
@@ -70,6 +88,12 @@ private:
     bool m_completedAtStart = false; // the last start
     HANDLE m_file = nullptr;         // borrowed; null when nothing is under way
     DWORD m_refusal = ERROR_SUCCESS; // why the last start was refused
+    bool m_isRefusalReported = false;
+
+    // The result, as far as it is known.
+    bool m_succeeded = true;
+    DWORD m_error = ERROR_SUCCESS;
+    DWORD m_transferred = 0;
 };
 
 } // namespace win32

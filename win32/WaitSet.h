@@ -3,10 +3,19 @@
 
 #include "win32/Windows.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
 namespace win32 {
+
+/// What a loop knows about an object before it waits for it.
+enum class Expectation {
+    Never,  ///< Tells nothing at present: leave it out.
+    NotYet, ///< Not signalled as far as is known: wait for it.
+    Maybe,  ///< Only the kernel knows.
+    Now     ///< It has happened, whatever the object says.
+};
 
 /// `Slot` is an enum over DWORD whose enumerators stand in wait order (which is the priority: of several
 /// signalled objects the first counts) and which ends with `TimedOut = WAIT_TIMEOUT` and
@@ -70,6 +79,38 @@ public:
             return static_cast<Slot>(slots[result]);
         }
         return result == WAIT_TIMEOUT ? Slot::TimedOut : Slot::Failed;
+    }
+
+    using Expectations = std::array<Expectation, Count>;
+
+    /// The first slot that is signalled or known to have happened, after at most `milliseconds`. What is known costs no
+    /// kernel call, unless an object of higher priority may be signalled: then that is polled.
+    Slot Next(const Expectations& expected, DWORD milliseconds) const noexcept
+    {
+        std::size_t known = 0;
+        while (known < Count && expected[known] != Expectation::Now) {
+            ++known;
+        }
+        const bool isKnown = known < Count;
+        Heard heard;
+        bool any = false;
+        for (std::size_t slot = 0; slot < known; ++slot) {
+            const bool asked =
+                expected[slot] == Expectation::Maybe || (!isKnown && expected[slot] == Expectation::NotYet);
+            heard.If(static_cast<Slot>(slot), asked);
+            any = any || asked;
+        }
+        if (!isKnown) {
+            return Any(heard, milliseconds);
+        }
+        const Slot first = any ? Any(heard, 0) : Slot::TimedOut;
+        return first == Slot::TimedOut || first == Slot::Failed ? static_cast<Slot>(known) : first;
+    }
+
+    /// False when an object is missing, because Windows could not create it. Every wait for it would fail.
+    bool HasAll() const noexcept
+    {
+        return std::none_of(m_handles.begin(), m_handles.end(), [](HANDLE handle) { return handle == nullptr; });
     }
 
     const HANDLE* Handles() const noexcept { return m_handles.data(); }

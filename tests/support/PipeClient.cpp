@@ -34,7 +34,7 @@ void PipeClient::Close()
 
 bool PipeClient::Complete(win32::OverlappedOperation& operation, DWORD& length, std::chrono::milliseconds patience)
 {
-    if (operation.IsPending() && !WaitFor(operation.EventHandle(), patience)) {
+    if (operation.IsPending() && !operation.CompletedAtStart() && !WaitFor(operation.EventHandle(), patience)) {
         operation.Cancel();
         m_error = WAIT_TIMEOUT;
         return false;

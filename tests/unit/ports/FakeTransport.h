@@ -2,6 +2,7 @@
 #pragma once
 
 #include "transport/CCommunicationDriver.h"
+#include "win32/Windows.h"
 
 #include <atomic>
 #include <functional>
@@ -33,7 +34,12 @@ public:
         }
     }
     bool IsConnected() override { return ready; }
-    bool IsReady() override { return ready; }
+    bool IsReady() override
+    {
+        const std::lock_guard guard(m_lock);
+        m_askedAt.push_back(::GetTickCount64());
+        return ready;
+    }
     bool IsUpdatingFirmware() override { return false; }
     std::uint32_t GetTransferredBytes() override { return 0; }
     void DispatchToDevice(const std::uint8_t*, std::uint32_t) override {}
@@ -48,6 +54,12 @@ public:
         const std::lock_guard guard(m_lock);
         return m_sent.size();
     }
+    /// When IsReady was asked, by GetTickCount64.
+    std::vector<ULONGLONG> AskedAt() const
+    {
+        const std::lock_guard guard(m_lock);
+        return m_askedAt;
+    }
     /// Called on the port's thread after each Send.
     void OnSend(std::function<void()> hook)
     {
@@ -60,5 +72,6 @@ public:
 private:
     mutable std::mutex m_lock;
     std::vector<Sent> m_sent;
+    std::vector<ULONGLONG> m_askedAt;
     std::function<void()> m_onSend;
 };

@@ -1,5 +1,9 @@
 #include "tests/unit/ports/PortPipeFixture.h"
 
+#include "win32/Event.h"
+
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 
@@ -51,4 +55,35 @@ void PortPipe::LeaveUnread()
 {
     SendToClient("unread");
     ASSERT_TRUE(support::WaitUntil([this] { return client.Available() > 0; }));
+}
+
+void PortPipe::WhileWriting(const std::function<void()>& action)
+{
+    const win32::Event writing(win32::Event::Kind::ManualReset);
+    const win32::Event go(win32::Event::Kind::ManualReset);
+    RecordingTrace::WantDumps(true);
+    RecordingTrace::OnLine([&](const std::string& line) {
+        if (line.starts_with("DEV<-PCR[03,01][004]")) {
+            writing.Set();
+            go.Wait(20'000);
+        }
+    });
+    SendToClient("hold");
+    ASSERT_TRUE(support::WaitFor(writing.Get()));
+    action();
+    RecordingTrace::OnLine(nullptr);
+    go.Set();
+}
+
+testing::AssertionResult PortPipe::Traced(const std::string& text, std::int32_t device, std::uint32_t classMask)
+{
+    for (const support::TraceLine& line : RecordingTrace::Lines()) {
+        if (line.text == text) {
+            return line.device == device && line.classMask == classMask
+                     ? testing::AssertionSuccess()
+                     : testing::AssertionFailure()
+                           << text << ": device " << line.device << ", class " << std::hex << line.classMask;
+        }
+    }
+    return testing::AssertionFailure() << text << ": not traced";
 }

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -24,9 +25,12 @@ struct CCDevicePortPipeTestAccess
     static std::int32_t Queued(CCDevicePortPipe& port) { return port.OutQueue.GetCount(); }
     static void Queue(CCDevicePortPipe& port, CSerialPortCommand* packet) { port.OutQueue.Push(packet); }
     static HANDLE NotEmptyEvent(const CCDevicePortPipe& port) { return port.OutQueue.GetNotEmptyEvent(); }
-    /// RequestPipeRecreate in two steps, as another thread takes them that is interrupted between them.
-    static void BeginPipeRecreateRequest(CCDevicePortPipe& port) { port.m_RecreateRequested = true; }
-    static void EndPipeRecreateRequest(CCDevicePortPipe& port) { port.RecreateEvent.Set(); }
+    /// What RequestPipeRecreate does before it signals the event. On the port's thread, in one of its hooks.
+    static void AnnounceRecreation(CCDevicePortPipe& port)
+    {
+        port.RecreateEvent.Look(false);
+        port.RecreateEvent.Set();
+    }
 };
 
 class PortPipe : public testing::Test
@@ -43,6 +47,11 @@ protected:
     void SendToClient(const std::string& payload);
     /// Answers every submitted packet as a transport does whose writes begin at once.
     void CompleteAtOnce();
+    /// Lets the port's thread write a packet to the client and holds it there, with its next read started, while
+    /// `action` runs on the calling thread. Switches dumps on.
+    void WhileWriting(const std::function<void()>& action);
+    /// Whether a line of exactly this text was traced on this channel and under this class.
+    static testing::AssertionResult Traced(const std::string& text, std::int32_t device, std::uint32_t classMask);
     /// Writes a packet that the client does not read, and waits until it is in the pipe: from then on a flush blocks.
     void LeaveUnread();
 

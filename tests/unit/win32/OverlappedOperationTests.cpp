@@ -1,5 +1,7 @@
+#include "tests/support/PatchedImport.h"
 #include "tests/support/TestSupport.h"
 #include "win32/OverlappedOperation.h"
+#include "win32/Thread.h"
 
 #include <gtest/gtest.h>
 #include <array>
@@ -8,6 +10,7 @@
 namespace {
 
 using support::WaitFor;
+using win32::Expectation;
 using win32::FileHandle;
 using win32::OverlappedOperation;
 
@@ -290,6 +293,113 @@ TEST_F(OverlappedOperationTest, StartingAnewCancelsTheOneBefore)
     ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
     EXPECT_EQ(std::string(second.data(), m_transferred), "second");
     EXPECT_EQ(m_buffer, (std::array<char, 64>{}));
+}
+
+TEST_F(OverlappedOperationTest, AClientBeforeTheConnectIsAConnectDoneAtOnce)
+{
+    OpenClient();
+    OverlappedOperation connect;
+    EXPECT_TRUE(connect.ConnectPipe(m_server.Get()));
+    EXPECT_EQ(connect.Expected(), Expectation::Now);
+    EXPECT_TRUE(connect.Finish(m_server.Get(), m_transferred));
+    EXPECT_EQ(connect.Expected(), Expectation::Never);
+}
+
+TEST_F(OverlappedOperationTest, ExpectsItsEndUntilTheResultIsTaken)
+{
+    OpenClient();
+    OverlappedOperation read;
+    EXPECT_EQ(read.Expected(), Expectation::Never);
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    EXPECT_EQ(read.Expected(), Expectation::NotYet);
+    ClientSays("text");
+    ASSERT_TRUE(WaitFor(read.EventHandle()));
+    EXPECT_EQ(read.Expected(), Expectation::Maybe);
+    ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
+    EXPECT_EQ(read.Expected(), Expectation::Never);
+    EXPECT_TRUE(read.Finish(m_server.Get(), m_transferred)) << "the same result again";
+    EXPECT_EQ(m_transferred, 4u);
+}
+
+TEST_F(OverlappedOperationTest, ARefusedStartIsExpectedWhenReported)
+{
+    OpenClient();
+    m_client.Reset();
+    OverlappedOperation read;
+    EXPECT_FALSE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    EXPECT_EQ(read.Expected(), Expectation::Never);
+    read.ReportRefusal();
+    EXPECT_EQ(read.Expected(), Expectation::Now);
+    EXPECT_FALSE(read.Finish(m_server.Get(), m_transferred));
+    EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+    EXPECT_EQ(read.Expected(), Expectation::Never);
+}
+
+TEST_F(OverlappedOperationTest, CancellingTakesAResultThatWasThereBefore)
+{
+    OpenClient();
+    OverlappedOperation read;
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    ClientSays("just in time");
+    EXPECT_TRUE(read.CancelAndFinish(m_transferred));
+    EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "just in time");
+    EXPECT_FALSE(read.CancelAndFinish(m_transferred)) << "only once";
+    EXPECT_EQ(m_transferred, 0u);
+}
+
+TEST_F(OverlappedOperationTest, CancellingTakesWhatWasDoneAtOnce)
+{
+    OpenClient();
+    ClientSays("early");
+    OverlappedOperation read;
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    EXPECT_TRUE(read.CancelAndFinish(m_transferred));
+    EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "early");
+}
+
+TEST_F(OverlappedOperationTest, CancellingGivesNoResultThatWasTaken)
+{
+    OpenClient();
+    ClientSays("early");
+    OverlappedOperation read;
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
+    EXPECT_FALSE(read.CancelAndFinish(m_transferred));
+}
+
+TEST_F(OverlappedOperationTest, CancellingAnIdleReadGivesNone)
+{
+    OpenClient();
+    OverlappedOperation read;
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    EXPECT_FALSE(read.CancelAndFinish(m_transferred));
+    EXPECT_FALSE(read.IsPending());
+}
+
+BOOL WINAPI NoCancel(HANDLE, LPOVERLAPPED)
+{
+    ::SetLastError(ERROR_NOT_FOUND);
+    return FALSE;
+}
+
+TEST_F(OverlappedOperationTest, ACancelThatFindsNothingStillWaitsForTheResult)
+{
+    OpenClient();
+    OverlappedOperation read;
+    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
+    const support::PatchedImport patch("CancelIoEx", reinterpret_cast<void*>(NoCancel));
+    win32::Thread client;
+    client.Start([&] {
+        ::Sleep(20); // the driver's time: what is simulated, not what is waited for
+        DWORD written = 0;
+        OverlappedOperation write;
+        write.Write(m_client.Get(), "late", 4);
+        support::WaitFor(write.EventHandle());
+        write.Finish(m_client.Get(), written);
+    });
+    EXPECT_TRUE(read.CancelAndFinish(m_transferred));
+    EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "late");
+    client.Join();
 }
 
 } // namespace

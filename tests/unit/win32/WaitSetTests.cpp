@@ -61,4 +61,65 @@ TEST(WaitSet, AHandleThatIsNoneIsAFailure)
     EXPECT_EQ(waits.Any(0), Slot::Failed);
 }
 
+using win32::Expectation;
+
+/// Three slots; the first two are auto-reset events, so that a test sees whether a wait has asked for them.
+class WaitSetNext : public testing::Test
+{
+protected:
+    enum class Step : DWORD { First, Second, Third, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
+
+    const Event m_first{Event::Kind::AutoReset};
+    const Event m_second{Event::Kind::AutoReset};
+    const Event m_third{Event::Kind::AutoReset};
+    const win32::WaitSet<Step, 3> m_waits{m_first.Get(), m_second.Get(), m_third.Get()};
+};
+
+TEST_F(WaitSetNext, WhatIsKnownNeedsNoKernel)
+{
+    const win32::WaitSet<Step, 3> broken(nullptr, nullptr, nullptr);
+    EXPECT_EQ(broken.Next({Expectation::NotYet, Expectation::Now, Expectation::Maybe}, INFINITE), Step::Second);
+}
+
+TEST_F(WaitSetNext, OfTwoThatAreKnownTheFirstCounts)
+{
+    EXPECT_EQ(m_waits.Next({Expectation::Never, Expectation::Now, Expectation::Now}, INFINITE), Step::Second);
+}
+
+TEST_F(WaitSetNext, WhatMayBeSignalledBeforeTheKnownOneIsAsked)
+{
+    m_first.Set();
+    EXPECT_EQ(m_waits.Next({Expectation::Maybe, Expectation::Now, Expectation::Never}, INFINITE), Step::First);
+    EXPECT_EQ(m_waits.Next({Expectation::Maybe, Expectation::Now, Expectation::Never}, INFINITE), Step::Second);
+}
+
+TEST_F(WaitSetNext, WhatMayBeSignalledAfterTheKnownOneIsNot)
+{
+    m_third.Set();
+    EXPECT_EQ(m_waits.Next({Expectation::NotYet, Expectation::Now, Expectation::Maybe}, INFINITE), Step::Second);
+    EXPECT_TRUE(m_third.IsSet());
+}
+
+TEST_F(WaitSetNext, WithNothingKnownAllButTheNeversAreWaitedFor)
+{
+    m_first.Set();
+    m_third.Set();
+    EXPECT_EQ(m_waits.Next({Expectation::Never, Expectation::Maybe, Expectation::NotYet}, INFINITE), Step::Third);
+    EXPECT_TRUE(m_first.IsSet()) << "not consumed";
+    m_second.Set();
+    EXPECT_EQ(m_waits.Next({Expectation::Never, Expectation::Maybe, Expectation::NotYet}, INFINITE), Step::Second);
+}
+
+TEST_F(WaitSetNext, WithNothingSignalledItTimesOut)
+{
+    EXPECT_EQ(m_waits.Next({Expectation::NotYet, Expectation::Maybe, Expectation::Never}, 1), Step::TimedOut);
+}
+
+TEST_F(WaitSetNext, TellsWhetherAllObjectsAreThere)
+{
+    EXPECT_TRUE(m_waits.HasAll());
+    const win32::WaitSet<Step, 3> broken(m_first.Get(), nullptr, m_third.Get());
+    EXPECT_FALSE(broken.HasAll());
+}
+
 } // namespace
