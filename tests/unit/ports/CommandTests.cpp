@@ -138,20 +138,23 @@ TEST(CommandQueue, PushingNullIsIgnored)
     EXPECT_FALSE(IsSet(queue));
 }
 
-TEST(CommandQueue, ClearLeavesTheQueueEmptyAndTheThreeCommandsAllocated)
+TEST(CommandQueue, ClearEmptiesTheQueueAndDestroysNoCommand)
 {
     CCommandQueue queue;
-    const auto first = Command("1");
-    const auto second = Command("2");
-    const auto third = Command("3");
-    for (CSerialPortCommand* const command : {first.get(), second.get(), third.get()}) {
+    int destroyed = 0;
+    const std::array<CSerialPortCommand*, 3> commands{new CountedCommand(destroyed), new CountedCommand(destroyed),
+                                                      new CountedCommand(destroyed)};
+    for (CSerialPortCommand* const command : commands) {
         queue.Push(command);
     }
     queue.Clear();
     EXPECT_EQ(queue.GetCount(), 0);
+    EXPECT_EQ(queue.Pop(), nullptr);
     EXPECT_FALSE(IsSet(queue));
-    EXPECT_EQ(first->GetByteAt(0), '1');
-    EXPECT_EQ(third->GetByteAt(0), '3');
+    ASSERT_EQ(destroyed, 0);
+    for (const CSerialPortCommand* const command : commands) {
+        delete command;
+    }
 }
 
 TEST(CommandQueue, DestroyAllTakesTheCommandsOutAndDestroysThem)

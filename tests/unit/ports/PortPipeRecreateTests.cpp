@@ -135,8 +135,8 @@ TEST_F(PortPipeRecreated, ThrowsTheClientOutAndEmptiesTheQueue)
 TEST_F(PortPipeRecreated, ARequestDuringItIsAnotherOne)
 {
     Make();
-    // Asked for by the line that belongs to a re-creation.
-    int created = 0;
+    // The line about the new pipe stands inside the re-creation.
+    std::atomic<int> created{0};
     RecordingTrace::OnLine([&](const std::string& line) {
         if (line.find("Pipe Created") != std::string::npos && ++created == 1) {
             port->RequestPipeRecreate();
@@ -144,7 +144,7 @@ TEST_F(PortPipeRecreated, ARequestDuringItIsAnotherOne)
         }
     });
     port->RequestPipeRecreate();
-    ASSERT_TRUE(RecordingTrace::WaitForLine("Pipe Created 1 th time"));
+    ASSERT_TRUE(support::WaitUntil([&] { return created >= 2; }));
     EXPECT_TRUE(client.IsOpen());
     EXPECT_EQ(RecordingTrace::Count("Pipe connected"), 0u) << "the second came before anything else";
 }
