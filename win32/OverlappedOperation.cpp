@@ -80,8 +80,13 @@ bool OverlappedOperation::ConnectPipe(HANDLE pipe) noexcept
 {
     OVERLAPPED* const overlapped = Prepare();
     const BOOL completed = ::ConnectNamedPipe(pipe, overlapped);
-    // "ConnectNamedPipe function": ERROR_PIPE_CONNECTED is a good connection, for which no event is set.
-    return Started(pipe, completed || ::GetLastError() == ERROR_PIPE_CONNECTED);
+    // "ConnectNamedPipe function": ERROR_PIPE_CONNECTED is a good connection, for which no event is set. Set by hand it
+    // serves those who wait for it; it is rare.
+    if (!completed && ::GetLastError() == ERROR_PIPE_CONNECTED) {
+        m_event.Set();
+        return Started(pipe, TRUE);
+    }
+    return Started(pipe, completed);
 }
 
 bool OverlappedOperation::Control(HANDLE device, DWORD code, const void* input, DWORD inputLength, void* output,

@@ -39,7 +39,7 @@ public:
     /// refused operation never sets the event: Finish then reports the refusal.
     bool Read(HANDLE file, void* buffer, DWORD length) noexcept;
     bool Write(HANDLE file, const void* data, DWORD length) noexcept;
-    /// A client that came before this call counts as a connect that was done at once.
+    /// A client that came before this call counts as a connect that was done at once; the event is set then.
     bool ConnectPipe(HANDLE pipe) noexcept;
     bool Control(HANDLE device, DWORD code, const void* input, DWORD inputLength, void* output,
                  DWORD outputLength) noexcept;

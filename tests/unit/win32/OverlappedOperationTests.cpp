@@ -301,6 +301,7 @@ TEST_F(OverlappedOperationTest, AClientBeforeTheConnectIsAConnectDoneAtOnce)
     OverlappedOperation connect;
     EXPECT_TRUE(connect.ConnectPipe(m_server.Get()));
     EXPECT_EQ(connect.Expected(), Expectation::Now);
+    EXPECT_TRUE(WaitFor(connect.EventHandle()));
     EXPECT_TRUE(connect.Finish(m_server.Get(), m_transferred));
     EXPECT_EQ(connect.Expected(), Expectation::Never);
 }
