@@ -6,15 +6,12 @@
 #pragma once
 
 #include "ports/CSimulationDevice.h"
-#include "ports/PortOptions.h"
-#include "ports/packet/CCommandQueue.h"
+#include "ports/PipeWorker.h"
+#include "ports/PortSettings.h"
+#include "ports/PortState.h"
 #include "transport/CCommunicationDriver.h"
-#include "win32/CriticalSection.h"
-#include "win32/MirroredEvent.h"
-#include "win32/OnDemandEvent.h"
 #include "win32/Thread.h"
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -39,13 +36,13 @@ public:
     void BeginStop(DWORD flushLimitMs) noexcept;
     /// The same with the port's own limit.
     void BeginStop() noexcept { BeginStop(m_flushLimitMs); }
-    bool IsStopping() const noexcept { return StopEvent.IsSet(); }
+    bool IsStopping() const noexcept { return m_state.StopEvent.IsSet(); }
 
     /// Queues a packet's payload for the client; dropped with a trace while no client is connected. `source` is the
     /// transport that the packet came through, null when it came from a simulation. Any thread; copies the data.
     void Send(CCommunicationDriver* source, const std::uint8_t* bytes, std::uint32_t length);
 
-    bool IsPipeConnected() const noexcept { return m_IsPipeConnected.load(std::memory_order_relaxed); }
+    bool IsPipeConnected() const noexcept { return m_state.IsPipeConnected.load(std::memory_order_relaxed); }
 
     /// Makes the worker tear the pipe down and create it anew. Any thread.
     void RequestPipeRecreate() noexcept;
@@ -54,56 +51,34 @@ public:
     /// pending.
     std::int32_t PacketCompleted() noexcept;
 
-    std::int32_t DeviceType() const noexcept { return m_DeviceType; }
-    std::int32_t Port() const noexcept { return m_Port; }
+    std::int32_t DeviceType() const noexcept { return m_settings.address.deviceType; }
+    std::int32_t Port() const noexcept { return m_settings.address.port; }
 
-    /// Client packets that may be pending in the transport before the worker stops reading, and queued packets that
-    /// a producer with its limit switched on accepts.
-    static constexpr std::int32_t MaximumPending = 500;
+protected:
+    /// Handles one client message; whether it was submitted. Worker only.
+    bool OnPipePacket(RequestReader::Message message);
+
+    /// Shared with the worker.
+    PortState m_state;
 
 private:
-    friend class PipeWorker;
-    friend struct CCDevicePortPipeTestAccess;
+    /// Queued packets that Send accepts while its limit is switched on.
+    static constexpr std::int32_t QueueLimit = 500;
 
     /// Body of the worker thread; ends at once for an empty pipe name.
     void PipeProcessThread();
 
-    /// Handles one client message; whether it was submitted. Worker only.
-    bool OnPipePacket(const std::uint8_t* bytes, std::int32_t length);
     /// Whether the instrument's connection is still the one that the pipe was created for. Worker only.
     bool IsOfThisConnection() const noexcept;
-    void IncrementPending() noexcept;
-    void ResetPending() noexcept;
-    std::int32_t Pending() noexcept;
-    bool MayRead() noexcept;
 
     // Immutable after construction.
     CCommunicationDriver* const m_Transport; // borrowed
-    const std::int32_t m_DeviceType;
-    const std::int32_t m_Port;
-    const std::int32_t m_ReadBufferSize;
-    const std::int32_t m_WriteBufferSize;
-    const std::string m_PipeName; // without the "\\.\pipe\" prefix
-
-    const bool m_restrictPipe;
+    const PortSettings m_settings;
+    const bool QueueLimitEnabled = false; // dormant by design: nothing sets it
 
     // Of the thread that destroys the port.
     DWORD m_flushLimitMs;      // 0: no limit
     ULONGLONG m_stopBegan = 0; // GetTickCount64
-
-    win32::MirroredEvent StopEvent;
-    win32::OnDemandEvent RecreateEvent{true};   // taken by the worker
-    win32::OnDemandEvent ReadEnableEvent{true}; // taken by the worker
-
-    std::atomic<std::uint32_t> m_connectionLosses{0}; // how often the instrument was found to be gone; any thread
-    std::uint32_t m_lossesAtCreation = 0;             // of the pipe; worker
-
-    CCommandQueue OutQueue;                     // device packets for the client; locks itself
-    const bool QueueLimitEnabled = false;       // dormant: nothing sets it, and it stays that way
-    std::atomic<bool> m_IsPipeConnected{false}; // written by the worker, read by Send
-
-    win32::CriticalSection m_PendingSection;
-    std::int32_t PendingCount GUARDED_BY(m_PendingSection) = 0;
 
     win32::Thread m_Worker; // last, so that it ends first
 };

@@ -1,19 +1,24 @@
-// The worker of one port: what PipeProcessThread does, and the state it keeps on its own stack.
+// The worker of one port: what PipeProcessThread does.
 #pragma once
 
-#include "ports/CCDevicePortPipe.h"
-#include "win32/OverlappedOperation.h"
-#include "win32/OwnUserSecurity.h"
+#include "ports/PipeServer.h"
+#include "ports/PortState.h"
+#include "ports/ReplyWriter.h"
+#include "ports/RequestReader.h"
+#include "transport/CCommunicationDriver.h"
 #include "win32/WaitSet.h"
 
-#include <memory>
-#include <string>
+#include <functional>
 
-/// Lives on the port's worker thread and is used by it alone.
+/// Lives on the port's worker thread and is used by it alone. Everything lent must outlive it.
 class PipeWorker
 {
 public:
-    explicit PipeWorker(CCDevicePortPipe& port);
+    /// Takes one message of the client, of at least 0 bytes, on the worker's thread.
+    using OnMessage = std::function<void(RequestReader::Message)>;
+
+    PipeWorker(const PortSettings& settings, PortState& state, CCommunicationDriver* transport,
+               OnMessage onMessage);
 
     /// Serves the port until it is stopped.
     void Run();
@@ -32,12 +37,8 @@ private:
         Failed = WAIT_FAILED
     };
 
-    using Waits = win32::WaitSet<Slot, 7>;
-
     Slot Wait();
-    DWORD TimeLeftForWrite() const; // ms; 0 when none is pending
     win32::Expectation ExpectReadEnabled();
-    win32::Expectation ExpectRead() const;
     void Handle(Slot slot);
     void OnQuiet();
     void OnStop();
@@ -48,33 +49,23 @@ private:
     void OnReadDone();
     void OnPacketQueued();
 
-    void CreatePipe();
-    void ClosePipe();
-    void StartRead();
-    void HandOver(DWORD length);
+    void HandOver(RequestReader::Message message);
     void HandOverLastMessage();
+    void ClosePipe();
     void WriteNext();
+    void Recreate(const char* broken, DWORD error);
+    void TraceName(const char* format);
 
-    CCDevicePortPipe& m_port;
-    const std::string m_fullName;
-    const std::string m_shownName;                // the same for trace texts
-    std::unique_ptr<std::uint8_t[]> m_readBuffer; // of the port's read buffer size; null when that is 0 or less
-    std::unique_ptr<CSerialPortCommand> m_lastWritten;        // its bytes may still be read by the write operation
-    const std::unique_ptr<win32::OwnUserSecurity> m_security; // null: the pipe has the default security
-    win32::FileHandle m_pipe;
-
-    // Declared after all that they write to or read from: each cancels and waits when it goes.
-    win32::OverlappedOperation m_connect;
-    win32::OverlappedOperation m_read;
-    win32::OverlappedOperation m_write;
-
+    const PortSettings& m_settings;
+    PortState& m_state;
+    CCommunicationDriver* const m_transport; // may be null
+    const OnMessage m_onMessage;
     bool m_running = true;
-    bool m_reading = false;
-    bool m_writeComplete = false;
-    int m_creations = 0;
     int m_idlePasses = 0;
-    DWORD m_handedOver = 0;       // length of the message that is handed over again; 0 when there is none
-    ULONGLONG m_writingSince = 0; // GetTickCount64 of the last write's start
 
-    const Waits m_waits;
+    // In this order: the reader and the writer cancel before the pipe is closed.
+    PipeServer m_server;
+    RequestReader m_reader;
+    ReplyWriter m_writer;
+    const win32::WaitSet<Slot, 7> m_waits;
 };

@@ -24,9 +24,9 @@ PortPipe::~PortPipe()
     RecordingTrace::Clear();
 }
 
-CCDevicePortPipe& PortPipe::Make(std::int32_t readSize, std::int32_t writeSize, PortOptions options)
+InspectedPort& PortPipe::Make(std::int32_t readSize, std::int32_t writeSize, PortOptions options)
 {
-    port = std::make_unique<CCDevicePortPipe>(&transport, 3, 1, name, readSize, writeSize, options);
+    port = std::make_unique<InspectedPort>(&transport, 3, 1, name, readSize, writeSize, options);
     return *port;
 }
 

@@ -14,35 +14,35 @@
 #include <memory>
 #include <string>
 
-struct CCDevicePortPipeTestAccess
+/// A port whose inside tests can see.
+class InspectedPort : public CCDevicePortPipe
 {
-    static bool OnPipePacket(CCDevicePortPipe& port, const std::string& bytes)
+public:
+    using CCDevicePortPipe::CCDevicePortPipe;
+
+    bool OnMessage(const std::string& bytes)
     {
-        return port.OnPipePacket(reinterpret_cast<const std::uint8_t*>(bytes.data()),
-                                 static_cast<std::int32_t>(bytes.size()));
+        return OnPipePacket({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
     }
-    static std::int32_t Pending(CCDevicePortPipe& port) { return port.Pending(); }
-    static std::int32_t Queued(CCDevicePortPipe& port) { return port.OutQueue.GetCount(); }
-    static void Queue(CCDevicePortPipe& port, CSerialPortCommand* packet) { port.OutQueue.Push(packet); }
-    static HANDLE NotEmptyEvent(const CCDevicePortPipe& port) { return port.OutQueue.GetNotEmptyEvent(); }
+    std::int32_t Pending() { return m_state.Pending.Count(); }
+    CCommandQueue& Queue() { return m_state.OutQueue; }
     /// What RequestPipeRecreate does before it signals the event. On the port's thread, in one of its hooks.
-    static void AnnounceRecreation(CCDevicePortPipe& port)
+    void AnnounceRecreation()
     {
-        port.RecreateEvent.Look(false);
-        port.RecreateEvent.Set();
+        m_state.RecreateEvent.Look(false);
+        m_state.RecreateEvent.Set();
     }
 };
 
 class PortPipe : public testing::Test
 {
 protected:
-    using Access = CCDevicePortPipeTestAccess;
     using RecordingTrace = support::RecordingTrace;
 
     PortPipe();
     ~PortPipe() override;
 
-    CCDevicePortPipe& Make(std::int32_t readSize = 4096, std::int32_t writeSize = 4096, PortOptions options = {});
+    InspectedPort& Make(std::int32_t readSize = 4096, std::int32_t writeSize = 4096, PortOptions options = {});
     void Connect();
     void SendToClient(const std::string& payload);
     /// Answers every submitted packet as a transport does whose writes begin at once.
@@ -58,6 +58,6 @@ protected:
     const std::string name = support::UniqueName("Port");
     const std::string fullName = "\\\\.\\pipe\\" + name;
     FakeTransport transport;
-    std::unique_ptr<CCDevicePortPipe> port;
+    std::unique_ptr<InspectedPort> port;
     support::PipeClient client;
 };

@@ -24,7 +24,7 @@ protected:
         for (int number = 0; number < Limit; ++number) {
             ASSERT_TRUE(client.Write(Message(number))) << client.Error() << " after " << number;
         }
-        ASSERT_TRUE(support::WaitUntil([&] { return Access::Pending(*port) >= Limit; }));
+        ASSERT_TRUE(support::WaitUntil([&] { return port->Pending() >= Limit; }));
     }
 };
 
@@ -56,7 +56,7 @@ TEST_F(PortPipeAtTheLimit, ACompletionEnablesReadingAgain)
     ASSERT_TRUE(client.Write(Message(Limit)));
     // No more than it takes: repeats count as pending, too.
     ASSERT_TRUE(support::WaitUntil([&] {
-        if (Access::Pending(*port) >= Limit) {
+        if (port->Pending() >= Limit) {
             port->PacketCompleted();
         }
         return transport.TheSent().back().payload == Message(Limit);

@@ -80,7 +80,7 @@ TEST_F(PortPipeStopped, DoesNotRepeatTheLastMessageAtTheLimit)
     Make(16);
     Connect();
     for (int pending = 0; pending < 499; ++pending) {
-        Access::OnPipePacket(*port, "pending");
+        port->OnMessage("pending");
     }
     transport.OnSend([&, stopped = port.get()] {
         // The one at the limit: the port is told to stop while it is being handed over.
@@ -99,7 +99,7 @@ TEST_F(PortPipeStopped, SaysSoAndEmptiesItsQueue)
     int destroyed = 0;
     transport.OnSend([&, stopped = port.get()] {
         stopped->BeginStop(1);
-        Access::Queue(*stopped, new CountedCommand(destroyed));
+        stopped->Queue().Push(new CountedCommand(destroyed));
     });
     Connect();
     ASSERT_TRUE(client.Write("last request"));
@@ -116,7 +116,7 @@ TEST_F(PortPipeRecreated, ThrowsTheClientOutAndEmptiesTheQueue)
     Make();
     int destroyed = 0;
     transport.OnSend([&] {
-        Access::Queue(*port, new CountedCommand(destroyed));
+        port->Queue().Push(new CountedCommand(destroyed));
         port->RequestPipeRecreate();
     });
     Connect();
@@ -125,7 +125,7 @@ TEST_F(PortPipeRecreated, ThrowsTheClientOutAndEmptiesTheQueue)
     EXPECT_NE(client.Error(), static_cast<DWORD>(WAIT_TIMEOUT));
     ASSERT_TRUE(RecordingTrace::WaitForLine("Pipe Created 1 th time"));
     EXPECT_EQ(destroyed, 1);
-    EXPECT_EQ(Access::Queued(*port), 0);
+    EXPECT_EQ(port->Queue().GetCount(), 0);
     client.Close();
     Connect();
     SendToClient("welcome");
@@ -154,7 +154,7 @@ TEST_F(PortPipeRecreated, AnAnnouncedRequestComesBeforeABrokenRead)
     // Another thread has asked for a re-creation and not signalled its event yet; just then the client goes.
     Make();
     transport.OnSend([&] {
-        Access::AnnounceRecreation(*port);
+        port->AnnounceRecreation();
         client.Close();
     });
     Connect();

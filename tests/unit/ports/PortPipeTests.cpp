@@ -43,8 +43,8 @@ TEST_F(PortPipe, HandsEachRequestToTheTransportUnderItsAddress)
 
 TEST_F(PortPipe, OnlyTheLowByteOfEachAddressElementGoesToTheTransport)
 {
-    port = std::make_unique<CCDevicePortPipe>(&transport, 0x103, 0x205, name, 64, 64);
-    Access::OnPipePacket(*port, "x");
+    port = std::make_unique<InspectedPort>(&transport, 0x103, 0x205, name, 64, 64);
+    port->OnMessage("x");
     ASSERT_EQ(transport.Count(), 1u);
     EXPECT_EQ(transport.TheSent()[0].x, 3);
     EXPECT_EQ(transport.TheSent()[0].y, 5);
@@ -93,7 +93,7 @@ TEST_F(PortPipe, WithReadBufferSizeZeroThePipeIsThereButNeverCountsAsConnectedAn
 
 TEST_F(PortPipe, AnEmptyPipeNameEndsTheWorkerAtOnceWithoutATrace)
 {
-    port = std::make_unique<CCDevicePortPipe>(&transport, 3, 1, "", 64, 64);
+    port = std::make_unique<InspectedPort>(&transport, 3, 1, "", 64, 64);
     port.reset();
     EXPECT_TRUE(RecordingTrace::Lines().empty());
 }
@@ -121,18 +121,18 @@ TEST_F(PortPipe, WhileNobodyConnectsThePipeIsCreatedAgainAndAgain)
 TEST_F(PortPipe, AMessageOfLengthZeroIsNotSubmittedAndNotCounted)
 {
     Make();
-    EXPECT_FALSE(Access::OnPipePacket(*port, ""));
+    EXPECT_FALSE(port->OnMessage(""));
     EXPECT_EQ(transport.Count(), 0u);
-    EXPECT_EQ(Access::Pending(*port), 0);
+    EXPECT_EQ(port->Pending(), 0);
 }
 
 TEST_F(PortPipe, ARequestWithoutADeviceConnectionIsDroppedWithAWarning)
 {
     Make();
     transport.ready = false;
-    EXPECT_FALSE(Access::OnPipePacket(*port, "x"));
+    EXPECT_FALSE(port->OnMessage("x"));
     EXPECT_EQ(RecordingTrace::Count("Warning: Packet ignored"), 1u);
-    EXPECT_EQ(Access::Pending(*port), 0);
+    EXPECT_EQ(port->Pending(), 0);
 }
 
 TEST_F(PortPipe, APacketFromASimulationIsDropped)
@@ -216,9 +216,9 @@ TEST_F(PortPipe, AQueueThatIsSetLateOverNothingIsSettled)
 {
     Make();
     Connect();
-    ::SetEvent(Access::NotEmptyEvent(*port));
+    ::SetEvent(port->Queue().GetNotEmptyEvent());
     EXPECT_TRUE(support::WaitUntil(
-        [&] { return ::WaitForSingleObject(Access::NotEmptyEvent(*port), 0) == WAIT_TIMEOUT; }));
+        [&] { return ::WaitForSingleObject(port->Queue().GetNotEmptyEvent(), 0) == WAIT_TIMEOUT; }));
     SendToClient("still there");
     EXPECT_EQ(client.Read(), "still there");
     EXPECT_EQ(RecordingTrace::Count("Write permission denied"), 0u);

@@ -49,7 +49,7 @@ TEST_F(PortPipeTraces, PacketsThatAreDropped)
     Make();
     SendToClient("nobody is there");
     port->Send(nullptr, reinterpret_cast<const std::uint8_t*>("x"), 1);
-    Access::OnPipePacket(*port, "x");
+    port->OnMessage("x");
     EXPECT_TRUE(
         Traced("CCDevicePortPipe::Send() NO device connection, ignore all incoming  request", Router, PipeClass));
     EXPECT_TRUE(Traced("DEV<-PCR[03,01] ** NO_CONNECTION **", 3, PacketClass));
