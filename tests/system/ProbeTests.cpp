@@ -15,12 +15,14 @@ namespace {
 class Probe
 {
 public:
-    explicit Probe(const std::wstring& commandAndSwitches)
+    enum class RouterEnd { Awaited, Ignored };
+
+    explicit Probe(const std::wstring& commandAndSwitches, RouterEnd routerEnd = RouterEnd::Awaited)
         : m_stopName(support::UniqueName(L"ProbeStop")),
           m_stop(::CreateEventW(nullptr, TRUE, FALSE, m_stopName.c_str())),
           m_process(support::ProgramFolder() / L"RouterProbe.exe",
                     commandAndSwitches + L" --stop-event " + m_stopName +
-                        (commandAndSwitches.find(L"--attach") == std::wstring::npos ? L" --wait-exit 20" : L""))
+                        (routerEnd == RouterEnd::Awaited ? L" --wait-exit 20" : L""))
     {
     }
 
@@ -99,6 +101,63 @@ TEST_F(ProbeAndRouter, AnInstrumentThatIsSilentGivesCode7)
     EXPECT_EQ(probe.ExitCode(), 7) << probe.Output();
 }
 
+/// Two probes that want the same port. The test's process starts the router and lets it go once the first probe has it.
+class TwoProbesOnOnePort : public ProbeAndRouter
+{
+protected:
+    void SetUp() override
+    {
+        StartSimulator();
+        ASSERT_TRUE(session.Activate());
+        first.emplace(L"ping --port 3,1 --count 0 --interval 0.02 --pipe-name " + name, Probe::RouterEnd::Ignored);
+        ASSERT_TRUE(first->WaitUntilItSays("[03,01] pipe open")) << first->Output();
+        session.Release();
+    }
+    void ExpectThatTheFirstNoticedNothing()
+    {
+        EXPECT_EQ(first->Stop(), 0) << first->Output();
+        EXPECT_TRUE(first->Says(" 0 lost, 0 twice, 0 wrong, 0 out of order, 0 interrupted")) << first->Output();
+        EXPECT_FALSE(first->Says("[03,01] 0 answered")) << first->Output();
+    }
+    void ExpectThatTheRouterEndsWell() { EXPECT_EQ(session.WaitForEnd(), std::optional<DWORD>(0)); }
+
+    const std::wstring name = support::UniqueName(L"Shared");
+    std::optional<Probe> first;
+};
+
+TEST_F(TwoProbesOnOnePort, SecondOnTheSamePipeEndsWithCode6AndLeavesFirst)
+{
+    const Probe second(L"send --port 3,1 --text x --open-timeout 60 --pipe-name " + name,
+                       Probe::RouterEnd::Ignored);
+    EXPECT_EQ(second.ExitCode(), 6) << second.Output();
+    EXPECT_TRUE(second.Says("is busy (231): another client holds the port")) << second.Output();
+    ExpectThatTheFirstNoticedNothing();
+    ExpectThatTheRouterEndsWell();
+}
+
+TEST_F(TwoProbesOnOnePort, SecondOnItsOwnPipeEndsWithCode5AndLeavesFirst)
+{
+    const Probe second(L"send --port 3,1 --text x --open-timeout 1", Probe::RouterEnd::Ignored);
+    EXPECT_EQ(second.ExitCode(), 5) << second.Output();
+    EXPECT_TRUE(second.Says("no instrument is connected, or the port is registered under another pipe name"))
+        << second.Output();
+    ExpectThatTheFirstNoticedNothing();
+    ExpectThatTheRouterEndsWell();
+}
+
+TEST_F(TwoProbesOnOnePort, FirstLeavesAndTheSecondTakesThePortOver)
+{
+    const Probe second(L"ping --port 3,1 --count 0 --interval 0.02 --keep-going --open-timeout 1 --pipe-name " +
+                       name);
+    ASSERT_TRUE(second.WaitUntilItSays("another client holds the port; still trying")) << second.Output();
+    ExpectThatTheFirstNoticedNothing();
+    // It may be served for a moment by the first one's port, which is removed with that one's object.
+    EXPECT_TRUE(second.WaitUntilItSays("[03,01] reply 100:")) << second.Output();
+    EXPECT_EQ(second.Stop(), 0) << second.Output();
+    EXPECT_TRUE(second.Says("router ended with code 0")) << second.Output();
+    ExpectThatTheRouterEndsWell();
+}
+
 TEST_F(ProbeAndRouter, AClientProcessKilledInMidRequestLeavesItsPortToTheNext)
 {
     StartSimulator(L"--echo --do \"from 3,1: silence\"");
@@ -107,12 +166,13 @@ TEST_F(ProbeAndRouter, AClientProcessKilledInMidRequestLeavesItsPortToTheNext)
     const std::wstring other = support::UniqueName(L"Staying");
     ASSERT_EQ(session.RegisterPort(3, 1, name), S_OK);
     ASSERT_EQ(session.RegisterPort(3, 2, other), S_OK);
-    const Probe staying(L"measure --attach --port 3,2 --for 3600 --pipe-name " + other);
+    const Probe staying(L"measure --attach --port 3,2 --for 3600 --pipe-name " + other, Probe::RouterEnd::Ignored);
     ASSERT_TRUE(staying.WaitUntilItSays("[03,02] pipe open"));
     for (int round = 0; round < 3; ++round) {
         const std::string request = "request " + std::to_string(round);
         const Probe killed(L"send --attach --port 3,1 --reply-timeout 60 --pipe-name " + name + L" --text \"" +
-                           std::wstring(request.begin(), request.end()) + L"\"");
+                               std::wstring(request.begin(), request.end()) + L"\"",
+                           Probe::RouterEnd::Ignored);
         std::string asDumped;
         for (const char character : request) {
             asDumped += character == ' ' ? std::string("..") : std::string(1, character);

@@ -14,6 +14,20 @@ std::string Code(DWORD error)
     return " (" + std::to_string(error) + ")";
 }
 
+/// Why a pipe could not be opened. Nothing tells a missing instrument from a port that another client registered
+/// under its own pipe name: Register succeeds in both cases.
+std::string Refusal(bool busy, DWORD error)
+{
+    if (busy) {
+        return " is busy" + Code(error) + ": another client holds the port";
+    }
+    if (error == ERROR_FILE_NOT_FOUND) {
+        return " does not appear" + Code(error) +
+               ": no instrument is connected, or the port is registered under another pipe name";
+    }
+    return " can't be opened" + Code(error);
+}
+
 } // namespace
 
 PortWorker::PortWorker(const ProbeOptions& options, const ProbePort& port, const console::StopSignal& stop,
@@ -35,7 +49,7 @@ bool PortWorker::Start()
         } catch (const std::exception& fault) {
             m_fault = ProbeFault{ExitCode::Unexpected, m_port.Label() + " " + fault.what()};
         }
-        // The router's port waits for its client when it stops, so the pipe goes before the port is unregistered.
+        // The router's port waits for its client when it stops, so the pipe is closed before the router is released.
         m_pipe.Close();
         m_listener.ended();
     });
@@ -71,21 +85,24 @@ bool PortWorker::Open()
             } else if (std::exchange(m_saidGone, false)) {
                 console::Say(m_port.Label() + " pipe open again");
             }
+            m_lastRefusal.clear();
             return true;
         }
         if (outcome == ClientPipe::Outcome::Stopped) {
             return false;
         }
         const bool busy = outcome == ClientPipe::Outcome::Busy;
-        const std::string text = m_port.Label() + R"( \\.\pipe\)" + m_port.pipeName +
-                                 (busy ? " is busy: another client has it" : " is not served") +
-                                 Code(m_pipe.Error());
+        const std::string text =
+            m_port.Label() + R"( \\.\pipe\)" + m_port.pipeName + Refusal(busy, m_pipe.Error());
         if (!m_options.keepGoing) {
             m_fault = ProbeFault{busy ? ExitCode::PipeBusy : ExitCode::NeverServed, text};
             return false;
         }
-        console::Say(text + "; still trying");
+        if (std::exchange(m_lastRefusal, text) != text) {
+            console::Say(text + "; still trying");
+        }
         m_saidGone = true;
+        m_listener.unserved();
         m_openUntil = console::Now() + m_options.openTimeout;
     }
 }
@@ -103,6 +120,7 @@ bool PortWorker::GoesOnAfterBreak()
     }
     console::Say(text + "; waiting for them");
     m_saidGone = true;
+    m_listener.unserved();
     m_openUntil = console::Now() + m_options.openTimeout;
     return true;
 }

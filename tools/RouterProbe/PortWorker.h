@@ -17,6 +17,8 @@ public:
     struct Listener
     {
         std::function<void()> opened; // the first time
+        std::function<void()>
+            unserved; // with --keep-going: the pipe broke or could not be opened, and is tried again
         std::function<void()> ended;
     };
 
@@ -49,5 +51,6 @@ private:
         m_openUntil{}; // a pipe that breaks before it served anything is opened again so long
     bool m_wasOpen = false;
     bool m_saidGone = false;
+    std::string m_lastRefusal; // as printed; said once until the pipe opens or the reason changes
     win32::Thread m_thread;
 };

@@ -71,7 +71,9 @@ void Probe::StartWorkers()
     for (const ProbePort& port : m_options.ports) {
         m_workers.push_back(
             std::make_unique<PortWorker>(m_options, port, m_stop, MakeJob(port),
-                                         PortWorker::Listener{[this] { OnOpened(); }, [this] { OnEnded(); }}));
+                                         PortWorker::Listener{.opened = [this] { OnOpened(); },
+                                                              .unserved = [this] { m_unserved = true; },
+                                                              .ended = [this] { OnEnded(); }}));
     }
     for (const auto& worker : m_workers) {
         if (!worker->Start()) {
@@ -118,6 +120,16 @@ void Probe::Watch()
             m_stop.Set();
         }
         PrintProgress();
+        RegisterUnservedPorts();
+    }
+}
+
+void Probe::RegisterUnservedPorts()
+{
+    // A port that another client registered first is removed with that client's object and must be registered to be
+    // served again. A router that does not answer is reported by its end.
+    if (m_unserved.exchange(false)) {
+        m_session.RegisterPorts();
     }
 }
 

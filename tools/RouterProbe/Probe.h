@@ -33,6 +33,7 @@ private:
     std::unique_ptr<PortJob> MakeJob(const ProbePort& port) const;
     void StartWorkers();
     void OnOpened();
+    void RegisterUnservedPorts();
     void OnEnded();
     void Watch();
     void OnRouterEnded();
@@ -48,6 +49,7 @@ private:
     const win32::Event m_allEnded{win32::Event::Kind::ManualReset};
     std::atomic<std::size_t> m_notOpened; // workers whose pipe was not open yet
     std::atomic<std::size_t> m_running;   // workers that have not ended
+    std::atomic<bool> m_unserved{false};  // a port's pipe broke or could not be opened since the last registration
     RouterSession m_session;
     std::optional<ProbeFault> m_fault; // of the router
     std::chrono::microseconds m_start{};

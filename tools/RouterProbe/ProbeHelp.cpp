@@ -6,8 +6,9 @@ std::string ProbeHelp()
 
 Usage: RouterProbe COMMAND --port TYPE,PORT [switches]
 
-Starts the router, if it does not run, registers the ports, opens their pipes and unregisters the ports at its end,
-also on Ctrl+C. All ports are served at once, each by a thread.
+Starts the router, if it does not run, registers the ports, opens their pipes and releases the router at its end, also
+on Ctrl+C; its own ports go with the release. A port that another client registered first stays that client's. All
+ports are served at once, each by a thread.
 
 Commands:
   send                    send requests, one after the other, and print the reply to each with the time it took
@@ -16,7 +17,7 @@ Commands:
   measure                 1000 numbered requests as fast as their echoes come; a line a second, a summary at the end
 
 Ports:
-  --port TYPE,PORT        device type and port number; may be given several times
+  --port TYPE,PORT        device type and port number, each from 0 to 254; may be given several times
   --pipe-name NAME        name of the port's pipe, once for each port (RouterProbe-TYPE-PORT.PROCESS)
   --read-size N           read buffer size registered with the router (65535); a request longer than this reaches
                           the instrument as several
@@ -63,8 +64,8 @@ Exit codes:
    2  wrong command line
    3  the router is not registered
    4  the router does not start or does not answer a call
-   5  a port's pipe is never served: no instrument, or the name is used by another port
-   6  a port's pipe is busy: another client has it
+   5  a port's pipe does not appear: no instrument, or the port is registered under another pipe name
+   6  a port's pipe is busy for a second: another client holds the port
    7  a reply is late, or a request can't be written because the router does not read
    8  a reply is wrong or comes twice, or listen --check found a fault
    9  a pipe broke: the router or the instrument went away

@@ -37,18 +37,19 @@ struct Raw
     std::int64_t waitExit = -1;
 };
 
+/// Each part of an address is one byte on the wire, and 255 stands for -1 there. The router itself takes every address.
+constexpr std::int64_t LastOnTheWire = 254;
+
 Handler AddPort(std::vector<ProbePort>& ports)
 {
     return [&ports](const std::string& value) -> std::optional<Error> {
         const std::size_t comma = value.find(',');
-        const auto type = commandline::NumberOf(value.substr(0, comma), std::numeric_limits<std::int32_t>::min(),
-                                                std::numeric_limits<std::int32_t>::max());
-        const auto port =
-            comma == std::string::npos
-                ? std::nullopt
-                : commandline::NumberOf(value.substr(comma + 1), 0, std::numeric_limits<std::uint32_t>::max());
+        const auto type = commandline::NumberOf(value.substr(0, comma), 0, LastOnTheWire);
+        const auto port = comma == std::string::npos
+                            ? std::nullopt
+                            : commandline::NumberOf(value.substr(comma + 1), 0, LastOnTheWire);
         if (!type || !port) {
-            return "'" + value + "' is not TYPE,PORT";
+            return "'" + value + "' is not TYPE,PORT, each from 0 to " + std::to_string(LastOnTheWire);
         }
         ports.push_back({static_cast<std::int32_t>(*type), static_cast<std::uint32_t>(*port), {}});
         return std::nullopt;

@@ -60,16 +60,27 @@ std::optional<ProbeFault> RouterSession::TryToBegin()
                               Hex(m_router.Error())};
     default: return ProbeFault{ExitCode::NoRouter, "the router does not start" + Hex(m_router.Error())};
     }
+    if (auto fault = RegisterPorts()) {
+        return fault;
+    }
+    m_process.Find();
+    return std::nullopt;
+}
+
+std::optional<ProbeFault> RouterSession::RegisterPorts()
+{
+    if (!m_router.IsCreated()) {
+        return std::nullopt;
+    }
     for (const ProbePort& port : m_options.ports) {
-        const Result result = m_router.Register(port.deviceType, port.port, m_options.readSize,
-                                                m_options.writeSize, console::Wide(port.pipeName));
-        if (result != Result::Done) {
+        const auto result = m_router.Register(port.deviceType, port.port, m_options.readSize, m_options.writeSize,
+                                              console::Wide(port.pipeName));
+        if (result != RouterAutomation::Result::Done) {
             return ProbeFault{ExitCode::NoRouter, port.Label() +
                                                       " can't be registered: the router does not answer" +
                                                       Hex(m_router.Error())};
         }
     }
-    m_process.Find();
     return std::nullopt;
 }
 
@@ -81,11 +92,8 @@ std::string RouterSession::EndText() const
 
 void RouterSession::End()
 {
-    if (m_router.IsCreated()) {
-        for (const ProbePort& port : m_options.ports) {
-            m_router.Unregister(port.deviceType, port.port);
-        }
-    }
+    // No Unregister: it would also take a port that another client registered first, whose object then never
+    // finishes its release. The ports that this object registered are removed with it.
     m_router.Release();
 }
 

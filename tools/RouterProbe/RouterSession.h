@@ -27,7 +27,10 @@ public:
     /// "router ended with code N".
     std::string EndText() const;
 
-    /// Unregisters the ports and lets the router go. The ports' pipes must be closed.
+    /// Registers again those ports that another client had and has released since; keeps all others as they are.
+    std::optional<ProbeFault> RegisterPorts();
+
+    /// Releases the router's object, which removes the ports that it registered. Their pipes must be closed.
     void End();
 
     /// With --wait-exit: waits for the router's end and says how it ended.

@@ -3,6 +3,7 @@
 #include "win32/WaitSet.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -18,6 +19,10 @@ constexpr DWORD TryPause = 5;
 /// So long a newly opened pipe is watched: if the router was about to make it anew, it breaks within this time.
 constexpr ClientPipe::Patience Settling{20};
 
+/// While the router recreates a pipe, an open may be refused as busy for a moment. Only a client that holds the pipe
+/// keeps it busy for so long.
+constexpr ClientPipe::Patience HeldByAnother{1000};
+
 enum class Slot : DWORD { Completed, Stop, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
 
 } // namespace
@@ -30,17 +35,25 @@ ClientPipe::ClientPipe(std::wstring path, HANDLE stop)
 ClientPipe::Outcome ClientPipe::Open(Patience patience)
 {
     const auto end = steady_clock::now() + patience;
-    DWORD lastRefusal = ERROR_FILE_NOT_FOUND;
+    std::optional<steady_clock::time_point> busySince;
     for (;;) {
         Close();
         if (TryOpen() && StaysOpen()) {
             return Outcome::Done;
         }
-        lastRefusal = m_error;
+        const DWORD refusal = m_error;
         Close();
-        if (steady_clock::now() >= end) {
-            m_error = lastRefusal;
-            return lastRefusal == ERROR_PIPE_BUSY ? Outcome::Busy : Outcome::Absent;
+        m_error = refusal;
+        const auto now = steady_clock::now();
+        if (refusal != ERROR_PIPE_BUSY) {
+            busySince.reset();
+            if (now >= end) {
+                return Outcome::Absent;
+            }
+        } else if (now - busySince.value_or(now) >= HeldByAnother) {
+            return Outcome::Busy;
+        } else if (!busySince) {
+            busySince = now;
         }
         if (::WaitForSingleObject(m_stop, TryPause) == WAIT_OBJECT_0) {
             return Outcome::Stopped;

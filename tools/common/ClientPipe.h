@@ -24,8 +24,9 @@ public:
     ClientPipe(const ClientPipe&) = delete;
     ClientPipe& operator=(const ClientPipe&) = delete;
 
-    /// Tries until the pipe is open and stays so, for a moment at least. Done, Stopped, Busy (somebody else has it)
-    /// or Absent (never there, or never for long).
+    /// Tries until the pipe is open and stays so, for a moment at least. Done, Stopped, Busy (refused as busy for a
+    /// second without a break: another client holds it) or Absent (never there, or never for long, within
+    /// `patience`). A pipe that is busy when `patience` ends is tried until one of the two is certain.
     Outcome Open(Patience patience);
 
     /// One message. Done, Stopped, TimedOut (it is cancelled then) or Broken.
@@ -36,7 +37,7 @@ public:
     Outcome Read(std::vector<std::uint8_t>& message, Patience patience);
 
     /// Drops what has not been read. The router flushes its end when a port stops and waits for its client to read
-    /// or close; so close before unregistering the port.
+    /// or close; so close before the port is unregistered or its object released.
     void Close();
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_pipe); }

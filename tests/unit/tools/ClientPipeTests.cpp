@@ -40,9 +40,36 @@ TEST_F(ClientPipeTest, APipeThatAnotherClientHasIsBusy)
     ClientPipe first(port.Path(), stop.Get());
     ClientPipe second(port.Path(), stop.Get());
     ASSERT_EQ(first.Open(support::Patience), Outcome::Done);
-    EXPECT_EQ(second.Open(milliseconds(50)), Outcome::Busy);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(second.Open(support::Patience), Outcome::Busy);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(1000)) << "busy for a moment is no sign";
+    EXPECT_EQ(second.Error(), static_cast<DWORD>(ERROR_PIPE_BUSY));
     first.Close();
     EXPECT_EQ(second.Open(support::Patience), Outcome::Done);
+}
+
+TEST_F(ClientPipeTest, APipeThatIsBusyAtTheEndIsTriedUntilItIsCertain)
+{
+    const std::wstring path = support::PipePath(support::UniqueName(L"BusyForAMoment"));
+    const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                                      PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+    ASSERT_TRUE(server);
+    ClientPipe first(path, stop.Get());
+    ASSERT_EQ(first.Open(support::Patience), Outcome::Done);
+    ClientPipe second(path, stop.Get());
+    const win32::Event ended(win32::Event::Kind::ManualReset);
+    Outcome outcome = Outcome::Broken;
+    win32::Thread thread;
+    ASSERT_TRUE(thread.Start([&] {
+        outcome = second.Open(milliseconds(0));
+        ended.Set();
+    }));
+    EXPECT_FALSE(ended.Wait(200)) << "given up although the pipe was busy for less than a second";
+    ASSERT_TRUE(::DisconnectNamedPipe(server.Get()));
+    win32::OverlappedOperation listening;
+    EXPECT_TRUE(listening.ConnectPipe(server.Get()) || ::GetLastError() == ERROR_PIPE_CONNECTED);
+    thread.Join();
+    EXPECT_EQ(outcome, Outcome::Done);
 }
 
 TEST_F(ClientPipeTest, APipeThatBreaksRightAfterItWasOpenedIsOpenedAgain)

@@ -119,7 +119,9 @@ TEST(ProbeProgram, APipeThatIsNeverServedGivesCode5)
                                           L" --text x --open-timeout 0.1");
     EXPECT_EQ(run.ExitCode(), 5);
     EXPECT_EQ(LinesIn(run.Output()), 1u) << run.Output();
-    EXPECT_TRUE(run.Said("is not served (2)"));
+    EXPECT_TRUE(run.Said("does not appear (2): no instrument is connected, "
+                         "or the port is registered under another pipe name"))
+        << run.Output();
 }
 
 TEST(ProbeProgram, APipeThatAnotherClientHasGivesCode6)
@@ -128,9 +130,10 @@ TEST(ProbeProgram, APipeThatAnotherClientHasGivesCode6)
     NamedEvent ready(L"ProbeReady");
     Probe first(port, L"listen --ready-event " + ready.Name());
     ASSERT_TRUE(ready.Wait());
-    Probe second(port, L"send --text x --open-timeout 0.1");
+    Probe second(port, L"send --text x --open-timeout 60");
     EXPECT_EQ(second.run.ExitCode(), 6);
     EXPECT_EQ(LinesIn(second.run.Output()), 1u) << second.run.Output();
+    EXPECT_TRUE(second.run.Said("is busy (231): another client holds the port")) << second.run.Output();
     first.stop.Set();
     EXPECT_EQ(first.run.ExitCode(), 0);
 }
@@ -356,6 +359,11 @@ INSTANTIATE_TEST_SUITE_P(
                     WrongCommandLine{L"listen here --port 3,1", "unexpected argument 'here'"},
                     WrongCommandLine{L"listen --port 3", "'3' is not TYPE,PORT"},
                     WrongCommandLine{L"listen --port 3,-1", "'3,-1' is not TYPE,PORT"},
+                    WrongCommandLine{L"listen --port 3,255", "'3,255' is not TYPE,PORT, each from 0 to 254"},
+                    WrongCommandLine{L"listen --port 255,1", "'255,1' is not TYPE,PORT, each from 0 to 254"},
+                    WrongCommandLine{L"listen --port 3,259 --attach --pipe-name a", "'3,259' is not TYPE,PORT"},
+                    WrongCommandLine{L"listen --port -1,1", "'-1,1' is not TYPE,PORT"},
+                    WrongCommandLine{L"listen --attach --port 254,254", "--attach needs --pipe-name"},
                     WrongCommandLine{L"listen --port 3,1 --text x", "belong to send"},
                     WrongCommandLine{L"send --port 3,1", "send needs --text, --hex or --file"},
                     WrongCommandLine{L"send --port 3,1 --hex 0", "is not a byte"},
