@@ -65,7 +65,8 @@ std::array<double, sizeof...(Functions)> InTurn(int rounds, Functions&&... funct
         (figures[at++].push_back(functions()), ...);
     }
     std::array<double, sizeof...(Functions)> medians{};
-    std::transform(figures.begin(), figures.end(), medians.begin(), [](const auto& all) { return Median(all); });
+    std::transform(figures.begin(), figures.end(), medians.begin(),
+                   [](auto& all) { return Median(std::move(all)); });
     return medians;
 }
 
