@@ -100,7 +100,7 @@ morvane_sources(system_sources tests/system/*.cpp tests/unit/bus/UsbRouterEnd.cp
 if(system_sources)
     morvane_add_gtest(system_tests SOURCES ${system_sources}
         LIBRARIES ${support_libraries} ${trace_library} morvane_diag morvane_transport)
-    foreach(program MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus)
+    foreach(program MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus Client32)
         if(TARGET ${program})
             add_dependencies(system_tests ${program})
         endif()

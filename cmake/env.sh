@@ -13,7 +13,7 @@ morvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 morvane_packages=(
     git bash coreutils findutils procps util-linux
-    cmake ninja-build g++ g++-mingw-w64-x86-64-posix mingw-w64-tools
+    cmake ninja-build g++ g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools
     libwine-dev wine64 wine libwine fonts-wine xvfb xauth xdotool imagemagick
     googletest clang-19 clang-format-19 clang-tidy-19
 )
@@ -25,7 +25,7 @@ die() {
 
 ensure_packages() {
     local missing=() package installed
-    command -v dpkg-query >/dev/null || die "needs Debian 12 (or the tools named in cmake/env.sh and no call of this)"
+    command -v dpkg-query >/dev/null || die "needs Debian 12 or 13 (or the tools named in cmake/env.sh and no call of this)"
     installed=$(dpkg-query -W -f='${Package} ${Status}\n' "${morvane_packages[@]}" 2>/dev/null)
     for package in "${morvane_packages[@]}"; do
         grep -qx "$package install ok installed" <<<"$installed" || missing+=("$package")
@@ -66,6 +66,8 @@ wine_environment() {
 ensure_prefix() {
     local prefix=$1 version
     version="$(wine_environment; wine --version), unmanaged windows, fonts"
+    # Debian's wine32: a prefix made without it has no 32-bit libraries.
+    [ -x /usr/lib/wine/wine ] && version+=", 32-bit programs"
     mkdir -p "$(dirname "$prefix")"
     (
         flock 9

@@ -1,0 +1,88 @@
+// A client compiled for 32-bit Windows: registers a port with the 64-bit router, exchanges a packet over the port's
+// pipe and unregisters the port, through one of the two kinds of call.
+//
+//   Client32.exe vtable|dispatch PIPE_NAME
+//
+// Exit code 0 when every step worked; otherwise the step that did not is printed.
+#include "tools/common/ClientPipe.h"
+#include "tools/common/Console.h"
+#include "tools/common/RouterAutomation.h"
+#include "win32/Event.h"
+
+#include <objbase.h>
+
+#include <cstdio>
+#include <exception>
+#include <string>
+
+namespace {
+
+using Binding = RouterAutomation::Binding;
+
+constexpr std::chrono::seconds Patience{20};
+constexpr std::int32_t BufferSize = 4096;
+
+int Fail(const char* step, unsigned long error)
+{
+    std::printf("%s failed (0x%08lX)\n", step, error);
+    return 1;
+}
+
+int Exchange(const std::wstring& path)
+{
+    const win32::Event never(win32::Event::Kind::ManualReset);
+    ClientPipe pipe(path, never.Get());
+    if (pipe.Open(Patience) != ClientPipe::Outcome::Done) {
+        return Fail("opening the pipe", pipe.Error());
+    }
+    const std::vector<std::uint8_t> request = {'3', '2', 0, 0xFF};
+    if (pipe.Write(request, Patience) != ClientPipe::Outcome::Done) {
+        return Fail("writing the request", pipe.Error());
+    }
+    std::vector<std::uint8_t> reply;
+    if (pipe.Read(reply, Patience) != ClientPipe::Outcome::Done) {
+        return Fail("reading the reply", pipe.Error());
+    }
+    return reply == request ? 0 : Fail("comparing the reply", static_cast<unsigned long>(reply.size()));
+}
+
+int Run(Binding binding, const std::wstring& name)
+{
+    using Result = RouterAutomation::Result;
+    RouterAutomation router;
+    const auto error = [&] { return static_cast<unsigned long>(router.Error()); };
+    if (router.Create(binding) != Result::Done) {
+        return Fail("creating the object", error());
+    }
+    if (router.Register(3, 1, BufferSize, BufferSize, name) != Result::Done) {
+        return Fail("Register", error());
+    }
+    if (const int failed = Exchange(LR"(\\.\pipe\)" + name)) {
+        return failed;
+    }
+    if (router.Unregister(3, 1) != Result::Done) {
+        return Fail("Unregister", error());
+    }
+    std::printf("registered, answered and unregistered\n");
+    return 0;
+}
+
+} // namespace
+
+int wmain(int count, wchar_t** arguments)
+{
+    const std::wstring kind = count == 3 ? arguments[1] : L"";
+    if (kind != L"vtable" && kind != L"dispatch") {
+        std::printf("usage: Client32 vtable|dispatch PIPE_NAME\n");
+        return console::UsageError;
+    }
+    ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    int code = 1;
+    try {
+        code = Run(kind == L"vtable" ? Binding::Early : Binding::Late, arguments[2]);
+    } catch (const std::exception& fault) {
+        std::printf("%s\n", fault.what());
+    }
+    ::CoUninitialize();
+    return code;
+}

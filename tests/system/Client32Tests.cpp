@@ -1,0 +1,86 @@
+// A 32-bit client and the built 64-bit router: the registration serves both kinds of client. Skipped where 32-bit
+// programs can't run, unless MORVANE_NEEDS_WINE32 is set.
+#include "tests/support/TestSupport.h"
+#include "tests/system/KilledServer.h"
+#include "tests/system/RouterSession.h"
+#include "tests/system/SimulatorProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+std::filesystem::path Client()
+{
+    return support::ProgramFolder() / L"Client32.exe";
+}
+
+support::ChildProcess RunClient(const std::wstring& arguments)
+{
+    return {Client(), arguments};
+}
+
+/// Whether this Windows, or Wine, runs 32-bit programs. Wine may have their libraries and yet not run them, so it is
+/// tried: without arguments the client ends with the code of a wrong command line.
+bool Runs32BitPrograms()
+{
+    return RunClient({}).WaitForExit() == 2u;
+}
+
+class Client32 : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!Runs32BitPrograms()) {
+            if (std::getenv("MORVANE_NEEDS_WINE32") == nullptr) {
+                GTEST_SKIP() << "there is no 32-bit Wine";
+            }
+            FAIL() << "there is no 32-bit Wine";
+        }
+        session.emplace(RouterSession::Transport::Simulation);
+        RouterSession::SetMask(3, 0x00020000);
+        simulator.emplace(std::wstring());
+        ASSERT_TRUE(simulator->WaitUntilServed());
+    }
+    void TearDown() override
+    {
+        if (HasFailure() && session) {
+            std::printf("%s\n", session->Log().c_str());
+            // A client that failed ended its router with its job.
+            ForgetKilledServers();
+        }
+    }
+    /// The client starts the router, which ends with its release.
+    void ExpectThatItIsServedThrough(const wchar_t* kind) const
+    {
+        DWORD binary = 0;
+        ASSERT_TRUE(::GetBinaryTypeW(Client().c_str(), &binary));
+        ASSERT_EQ(binary, static_cast<DWORD>(SCS_32BIT_BINARY));
+        const support::ChildProcess client =
+            RunClient(std::wstring(kind) + L" " + support::UniqueName(L"Client32"));
+        EXPECT_EQ(client.WaitForExit(std::chrono::seconds(60)), 0u) << client.Output();
+        EXPECT_NE(client.Output().find("registered, answered and unregistered"), std::string::npos)
+            << client.Output();
+        // Only now may the client's job end, and under Wine everything that the client started with it.
+        EXPECT_TRUE(support::WaitUntil([] { return FindProgram(L"MorvanePortRouter.exe") == 0; }))
+            << "the router goes on";
+    }
+
+    std::optional<RouterSession> session;
+    std::optional<SimulatorProcess> simulator;
+};
+
+TEST_F(Client32, IsServedThroughTheVtable)
+{
+    ExpectThatItIsServedThrough(L"vtable");
+}
+
+TEST_F(Client32, IsServedThroughDispatch)
+{
+    ExpectThatItIsServedThrough(L"dispatch");
+}
+
+} // namespace
