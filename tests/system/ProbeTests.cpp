@@ -110,14 +110,19 @@ protected:
         StartSimulator();
         ASSERT_TRUE(session.Activate());
         first.emplace(L"ping --port 3,1 --count 0 --interval 0.02 --pipe-name " + name, Probe::RouterEnd::Ignored);
-        ASSERT_TRUE(first->WaitUntilItSays("[03,01] pipe open")) << first->Output();
+        // A pipe that is open may still be recreated before it serves anything.
+        ASSERT_TRUE(first->WaitUntilItSays("[03,01] reply ")) << first->Output();
         session.Release();
     }
+    /// It goes on being answered, and a pipe that had broken would give code 9.
     void ExpectThatTheFirstNoticedNothing()
     {
+        const std::size_t said = first->Output().size();
+        EXPECT_TRUE(support::WaitUntil([&] {
+            return first->Output().find("[03,01] reply ", said) != std::string::npos;
+        })) << first->Output();
         EXPECT_EQ(first->Stop(), 0) << first->Output();
-        EXPECT_TRUE(first->Says(" 0 lost, 0 twice, 0 wrong, 0 out of order, 0 interrupted")) << first->Output();
-        EXPECT_FALSE(first->Says("[03,01] 0 answered")) << first->Output();
+        EXPECT_TRUE(first->Says(" 0 lost, 0 twice, 0 wrong, 0 out of order")) << first->Output();
     }
     void ExpectThatTheRouterEndsWell() { EXPECT_EQ(session.WaitForEnd(), std::optional<DWORD>(0)); }
 
