@@ -1,20 +1,28 @@
 #include "win32/ModulePath.h"
 
-#include "win32/Windows.h"
-
-#include <array>
-
 namespace win32 {
 
 std::optional<std::wstring> ModulePath()
 {
-    std::array<wchar_t, 260> buffer{};
-    const DWORD length =
-        ::GetModuleFileNameW(::GetModuleHandleW(nullptr), buffer.data(), static_cast<DWORD>(buffer.size()));
-    if (length == 0) {
-        return std::nullopt;
+    return ModulePathBy(&::GetModuleFileNameW);
+}
+
+std::optional<std::wstring> ModulePathBy(decltype(&::GetModuleFileNameW) moduleFileName)
+{
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = moduleFileName(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (length == 0) {
+            return std::nullopt;
+        }
+        if (length < path.size()) {
+            path.resize(length);
+            return path;
+        }
+        // A return of the buffer's size means that the path was cut ("GetModuleFileNameW function"). A cut path would
+        // name another folder.
+        path.resize(2 * path.size());
     }
-    return std::wstring(buffer.data(), length);
 }
 
 std::wstring FolderOf(const std::wstring& path)
