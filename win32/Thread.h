@@ -1,9 +1,11 @@
 // A thread that is joined by its owner.
 #pragma once
 
+#include "win32/Event.h"
 #include "win32/Handle.h"
 
 #include <functional>
+#include <memory>
 
 namespace win32 {
 
@@ -21,7 +23,7 @@ public:
     /// the thread. Returns false when Windows could not create it. Only while none is held.
     bool Start(std::function<void()> body) noexcept;
 
-    /// Waits without limit for the thread's end and closes it. Harmless when none is held.
+    /// Waits without limit until `body` has ended and closes the thread. Harmless when none is held.
     void Join() noexcept;
 
     /// As Join, but gives up after `milliseconds`: the handle is closed in either case and a thread that still
@@ -39,7 +41,10 @@ public:
     void SetPriority(int priority) const noexcept { ::SetThreadPriority(m_handle.Get(), priority); }
 
 private:
+    bool AwaitEnd(DWORD milliseconds) const noexcept;
+
     KernelHandle m_handle;
+    std::shared_ptr<Event> m_ended; // shared with the thread: signalled when `body` and all it owned are gone
     DWORD m_id = 0;
 };
 

@@ -1,7 +1,5 @@
 #include "win32/TimerResolution.h"
 
-#include "win32/Windows.h"
-
 #include <timeapi.h>
 
 namespace win32 {
@@ -39,12 +37,26 @@ const TimerCalls& Calls() noexcept
     return calls;
 }
 
+// From Windows 11 on the resolution of a process without visible windows is ignored ("timeBeginPeriod function") unless the
+// process clears this throttling ("SetProcessInformation function"). Older ones don't know it and fail: there the
+// resolution counts anyway.
+void KeepResolutionWhileInvisible() noexcept
+{
+    PROCESS_POWER_THROTTLING_STATE state{};
+    state.Version = PROCESS_POWER_THROTTLING_CURRENT_VERSION;
+    state.ControlMask = PROCESS_POWER_THROTTLING_IGNORE_TIMER_RESOLUTION;
+    state.StateMask = 0;
+    ::SetProcessInformation(::GetCurrentProcess(), ProcessPowerThrottling, &state, sizeof state);
+}
+
 } // namespace
 
 void TimerResolution::Raise() noexcept
 {
+    m_lastRaise = ::GetTickCount64();
     const TimerCalls& calls = Calls();
     if (!m_raised && calls.begin != nullptr && calls.end != nullptr) {
+        KeepResolutionWhileInvisible();
         m_raised = calls.begin(1) == TIMERR_NOERROR;
     }
 }

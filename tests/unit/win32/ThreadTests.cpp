@@ -51,6 +51,39 @@ TEST(Thread, DestructionWaitsForTheEnd)
     EXPECT_TRUE(ended);
 }
 
+/// Keeps its thread from ending, after the thread's body.
+struct LateEnd
+{
+    const Event* go = nullptr;
+    ~LateEnd()
+    {
+        if (go != nullptr) {
+            go->Wait(INFINITE);
+        }
+    }
+};
+
+TEST(Thread, JoinWaitsForTheBodyAndNotForWhatEndsTheThreadLater)
+{
+    const Event go(Event::Kind::ManualReset);
+    win32::KernelHandle handle;
+    {
+        Thread thread;
+        ASSERT_TRUE(thread.Start([&go] {
+            thread_local LateEnd late;
+            late.go = &go;
+        }));
+        HANDLE copy = nullptr;
+        ::DuplicateHandle(::GetCurrentProcess(), thread.Get(), ::GetCurrentProcess(), &copy, 0, FALSE,
+                          DUPLICATE_SAME_ACCESS);
+        handle.Reset(copy);
+        EXPECT_TRUE(thread.JoinFor(20'000));
+        EXPECT_EQ(::WaitForSingleObject(handle.Get(), 0), DWORD{WAIT_TIMEOUT});
+    }
+    go.Set();
+    EXPECT_TRUE(support::WaitFor(handle.Get()));
+}
+
 TEST(Thread, JoinForGivesUpOnAThreadThatRunsOn)
 {
     const Event go(Event::Kind::ManualReset);
