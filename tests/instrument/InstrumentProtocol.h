@@ -6,7 +6,7 @@
 
 namespace instrumentbus {
 
-inline constexpr std::uint32_t ProtocolVersion = 2;
+inline constexpr std::uint32_t ProtocolVersion = 3;
 inline constexpr std::uint32_t SlotCount = 8;
 inline constexpr std::uint32_t EndpointCount = 32; // 16 addresses in two directions
 inline constexpr std::uint32_t MaximumPlugBytes = 4u << 20;
@@ -144,12 +144,14 @@ struct Counters
     std::uint32_t held;         // of them
     std::uint32_t chunks;       // written and not taken, or fed and not read
     std::uint32_t controlsHeld; // of the device: I/O controls that are held
-    std::uint64_t bytes;        // of completed transfers
+    std::uint32_t mostPending;  // of the endpoint: the most transfers at a time
+    std::uint32_t reserved;
+    std::uint64_t bytes; // of completed transfers
 };
 
 static_assert(sizeof(Plug) == 280);
 static_assert(sizeof(DescriptorHead) == 8);
 static_assert(sizeof(Rule) == 44);
-static_assert(sizeof(Counters) == 72);
+static_assert(sizeof(Counters) == 80);
 
 } // namespace instrumentbus

@@ -31,6 +31,8 @@ struct Endpoint
     std::uint32_t begun;
     std::uint32_t completed;
     std::uint32_t failed;
+    std::uint32_t unfinished; // transfers begun and not finished
+    std::uint32_t most;       // of them at a time
     std::uint64_t bytes;
 
     bool IsIn() const { return (address & 0x80) != 0; }

@@ -112,6 +112,7 @@ NTSTATUS OnPlug(const Call& call)
         for (Endpoint& endpoint : slot.endpoints) {
             FreeChunks(endpoint);
             endpoint.aborts = endpoint.begun = endpoint.completed = endpoint.failed = 0;
+            endpoint.most = endpoint.unfinished; // stubborn ones outlive their device
             endpoint.bytes = 0;
         }
     }
@@ -317,6 +318,7 @@ NTSTATUS OnCounters(const Call& call)
         counters.begun = endpoint.begun;
         counters.completed = endpoint.completed;
         counters.failed = endpoint.failed;
+        counters.mostPending = endpoint.most;
         counters.held = HeldBy(slot, &endpoint);
         counters.controlsHeld = HeldBy(slot, nullptr);
         counters.pending = counters.held + LengthOf(endpoint.waiting);

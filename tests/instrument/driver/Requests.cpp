@@ -19,6 +19,7 @@ void NTAPI OnCancel(DEVICE_OBJECT*, IRP* irp)
 
 void Count(Endpoint& endpoint, NTSTATUS status, std::uint32_t bytes)
 {
+    --endpoint.unfinished;
     if (NT_SUCCESS(status)) {
         ++endpoint.completed;
         endpoint.bytes += bytes;

@@ -132,7 +132,10 @@ void CopyRule(Request& request, const Rule* rule)
 void Begin(Request& request, Batch& batch)
 {
     if (request.endpoint != nullptr) {
-        ++request.endpoint->begun;
+        Endpoint& endpoint = *request.endpoint;
+        ++endpoint.begun;
+        ++endpoint.unfinished;
+        endpoint.most = endpoint.most < endpoint.unfinished ? endpoint.unfinished : endpoint.most;
     }
     if (request.Has(Hold | Delay)) {
         Park(request, request.slot->held, batch);
@@ -274,6 +277,7 @@ void ProceedDue(Slot& slot, std::uint64_t now, Batch& batch)
             continue;
         }
         if (Claim(request)) {
+            request.actions &= ~static_cast<std::uint32_t>(Stubborn); // from here on it heeds what was asked meanwhile
             Proceed(request, batch);
         }
         entry = slot.held.Flink;
