@@ -10,6 +10,7 @@ Transfer& BulkTransfer::Renew()
         m_transfer = std::make_unique<Transfer>();
     }
     m_transfer->overlapped = OVERLAPPED{};
+    m_transfer->pending = false;
     m_transfer->overlapped.hEvent = m_event.Get();
     return *m_transfer;
 }
@@ -37,7 +38,10 @@ bool BulkTransfer::Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::ui
         return false;
     }
     m_endpoint = &endpoint;
-    if (m_transfer->block->refusal) {
+    m_transfer->pending = m_transfer->block->IsPending();
+    if (!m_transfer->pending) {
+        // A refused request never sets the event; whether one does that was complete at once is not promised. Unset, the
+        // end of a good write would be waited for and the write be aborted.
         m_event.Set();
     }
     return true;
@@ -49,12 +53,14 @@ bool BulkTransfer::Finish(std::uint32_t& length)
     length = m_transfer->buffer.empty() ? 0 : static_cast<std::uint32_t>(m_transfer->buffer.size() - 1);
     RequestBlock* const context = m_transfer->block.release();
     if (m_endpoint->FinishDataXfer(m_transfer->buffer.data(), length, &m_transfer->overlapped, context)) {
+        m_transfer->pending = false;
         m_endpoint = nullptr;
         return true;
     }
     if (m_endpoint->LastError() == ERROR_IO_INCOMPLETE) {
-        m_transfer->block.reset(context); // asked too early: it is still under way
+        m_transfer->block.reset(context); // asked too early: it is still pending
     } else {
+        m_transfer->pending = false;
         m_endpoint = nullptr;
     }
     return false;

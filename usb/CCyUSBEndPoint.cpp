@@ -7,8 +7,10 @@
 #include <cstring>
 #include <utility>
 
-CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor) noexcept
+CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor,
+                               usb::CallLimits& limits) noexcept
     : m_device(device),
+      m_limits(limits),
       m_descriptorLength(descriptor.length),
       m_descriptorType(descriptor.type),
       m_address(descriptor.address),
@@ -65,12 +67,20 @@ usb::RequestBlock* CCyUSBEndPoint::StartBuffered(DWORD code, const usb::Transfer
 void CCyUSBEndPoint::Start(DWORD code, usb::RequestBlock& block, std::span<std::uint8_t> output,
                            OVERLAPPED* overlapped) noexcept
 {
+    if (m_abandoned.IsFull()) {
+        m_lastError = ERROR_NO_SYSTEM_RESOURCES;
+        block.refusal = m_lastError;
+        return;
+    }
     const std::span<std::uint8_t> input = block.Bytes();
+    DWORD returned = 0;
     const BOOL completed =
         ::DeviceIoControl(m_device, code, input.data(), static_cast<DWORD>(input.size()), output.data(),
-                          static_cast<DWORD>(output.size()), nullptr, overlapped);
+                          static_cast<DWORD>(output.size()), &returned, overlapped);
     m_lastError = completed != FALSE ? ERROR_SUCCESS : ::GetLastError();
-    if (completed == FALSE && m_lastError != ERROR_IO_PENDING) {
+    if (completed != FALSE) {
+        block.returnedAtOnce = returned;
+    } else if (m_lastError != ERROR_IO_PENDING) {
         block.refusal = m_lastError;
     }
     KeepStatuses(block);
@@ -85,14 +95,16 @@ bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length,
         ::SetLastError(m_lastError);
         return false;
     }
-    DWORD returned = 0;
-    const bool worked = ::GetOverlappedResult(m_device, overlapped, &returned, FALSE) != FALSE;
-    m_lastError = worked ? ERROR_SUCCESS : ::GetLastError();
-    if (m_lastError == ERROR_IO_INCOMPLETE) {
-        if (!context->refusal) {
+    DWORD returned = context->returnedAtOnce.value_or(0);
+    bool worked = context->returnedAtOnce.has_value();
+    m_lastError = context->refusal.value_or(ERROR_SUCCESS);
+    // Only of a pending request does the record tell: in that of a refused one any status may stand, also one of success.
+    if (context->IsPending()) {
+        worked = ::GetOverlappedResult(m_device, overlapped, &returned, FALSE) != FALSE;
+        m_lastError = worked ? ERROR_SUCCESS : ::GetLastError();
+        if (m_lastError == ERROR_IO_INCOMPLETE) {
             return false; // asked before the event was signalled; GetLastError() still says so
         }
-        m_lastError = *context->refusal;
     }
     std::unique_ptr<usb::RequestBlock> block(context);
     KeepStatuses(*block);
@@ -148,5 +160,5 @@ bool CCyUSBEndPoint::Abort() noexcept
 {
     DWORD returned = 0;
     std::uint8_t address = m_address;
-    return usb::DeviceControl(m_device, usb::ControlAbortPipe, {&address, 1}, returned);
+    return usb::DeviceControl(m_device, usb::ControlAbortPipe, {&address, 1}, returned, m_limits, m_abandoned);
 }

@@ -1,6 +1,7 @@
 // An endpoint of the open USB device: starts, finishes and aborts overlapped transfers.
 #pragma once
 
+#include "usb/CallLimits.h"
 #include "usb/Descriptors.h"
 #include "usb/RequestBlock.h"
 #include "usb/Transfer.h"
@@ -18,7 +19,9 @@
 class CCyUSBEndPoint
 {
 public:
-    CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor) noexcept;
+    /// `limits` is borrowed.
+    CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor,
+                   usb::CallLimits& limits = usb::CallLimits::WithoutStop()) noexcept;
     CCyUSBEndPoint(const CCyUSBEndPoint&) = delete;
     CCyUSBEndPoint& operator=(const CCyUSBEndPoint&) = delete;
 
@@ -26,7 +29,8 @@ public:
 
     /// Starts a transfer straight between the driver and `buffer`. The context returned is the caller's until
     /// FinishDataXfer. LastError() says how the start went: 0 or ERROR_IO_PENDING, else the request was refused and
-    /// the event will never be set.
+    /// the event will never be set. Refused with ERROR_NO_SYSTEM_RESOURCES while the driver keeps too many transfers of
+    /// this endpoint that were aborted (AbandonedTransfers::Limit).
     virtual usb::RequestBlock* BeginDirectXfer(std::uint8_t* buffer, std::uint32_t length, OVERLAPPED* overlapped);
     /// The same through a copy of the data behind the header.
     virtual usb::RequestBlock* BeginBufferedXfer(std::uint8_t* buffer, std::uint32_t length,
@@ -45,7 +49,7 @@ public:
     virtual ~CCyUSBEndPoint();
 
     /// Asks the driver to end all transfers of this endpoint; whether it reported no error. Harmless when there
-    /// are none.
+    /// are none. Returns within the device's limits, whatever the driver does.
     bool Abort() noexcept;
 
     /// Takes over a transfer that its user has given up, until the driver has let go of it. See Transfer.h.
@@ -89,6 +93,7 @@ private:
     void TakeRecords(usb::RequestBlock& block, std::span<usb::IsoPacketRecord> records) const noexcept;
 
     HANDLE m_device; // the device object's, INVALID_HANDLE_VALUE for none
+    usb::CallLimits& m_limits;
     std::uint8_t m_descriptorLength;
     std::uint8_t m_descriptorType;
     std::uint8_t m_address;

@@ -11,26 +11,27 @@ namespace usb {
 
 namespace {
 
-std::unique_ptr<CCyUSBEndPoint> MakeEndpoint(HANDLE device, const EndpointDescriptor& descriptor)
+std::unique_ptr<CCyUSBEndPoint> MakeEndpoint(HANDLE device, const EndpointDescriptor& descriptor,
+                                             CallLimits& limits)
 {
     switch (descriptor.Kind()) {
-    case TransferType::Isochronous: return std::make_unique<CCyIsocEndPoint>(device, descriptor);
-    case TransferType::Bulk: return std::make_unique<CCyBulkEndPoint>(device, descriptor);
-    case TransferType::Interrupt: return std::make_unique<CCyInterruptEndPoint>(device, descriptor);
+    case TransferType::Isochronous: return std::make_unique<CCyIsocEndPoint>(device, descriptor, limits);
+    case TransferType::Bulk: return std::make_unique<CCyBulkEndPoint>(device, descriptor, limits);
+    case TransferType::Interrupt: return std::make_unique<CCyInterruptEndPoint>(device, descriptor, limits);
     case TransferType::Control: break;
     }
-    return std::make_unique<CCyControlEndPoint>(device, descriptor);
+    return std::make_unique<CCyControlEndPoint>(device, descriptor, limits);
 }
 
 } // namespace
 
 ConfigurationRecord::ConfigurationRecord(HANDLE device, std::vector<std::uint8_t> raw,
-                                         ConfigurationDescription parsed)
+                                         ConfigurationDescription parsed, CallLimits& limits)
     : m_raw(std::move(raw)), m_parsed(std::move(parsed))
 {
     for (const InterfaceDescription& described : m_parsed.interfaces) {
         for (const EndpointDescriptor& endpoint : described.endpoints) {
-            m_endpoints.push_back(MakeEndpoint(device, endpoint));
+            m_endpoints.push_back(MakeEndpoint(device, endpoint, limits));
         }
     }
 }

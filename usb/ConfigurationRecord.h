@@ -13,8 +13,9 @@ class ConfigurationRecord
 {
 public:
     /// `raw`: the configuration descriptor as read and what was made of it. `device` must stay open as long as the
-    /// endpoints are used.
-    ConfigurationRecord(HANDLE device, std::vector<std::uint8_t> raw, ConfigurationDescription parsed);
+    /// endpoints are used; `limits` is borrowed by them.
+    ConfigurationRecord(HANDLE device, std::vector<std::uint8_t> raw, ConfigurationDescription parsed,
+                        CallLimits& limits = CallLimits::WithoutStop());
 
     const std::vector<std::uint8_t>& Raw() const noexcept { return m_raw; }
     const ConfigurationDescription& Description() const noexcept { return m_parsed; }

@@ -2,36 +2,83 @@
 
 #include "win32/Event.h"
 
+#include <algorithm>
+#include <new>
+#include <utility>
+
 namespace usb {
 
 namespace {
 
-// Longer than the driver itself gives any control request; only a driver that has lost the request needs it.
-constexpr DWORD Patience = 12000;
+/// The request, which outlives the call when the driver keeps it. Null when memory runs out.
+std::unique_ptr<Transfer> NewRequest(std::uint32_t code, std::span<const std::uint8_t> buffer,
+                                     const win32::Event& completed) noexcept
+{
+    try {
+        auto request = std::make_unique<Transfer>();
+        request->control = code;
+        request->buffer.assign(buffer.begin(), buffer.end());
+        request->overlapped.hEvent = completed.Get();
+        return request;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+/// Takes the result; false with GetLastError() on failure.
+bool Finish(HANDLE device, Transfer& request, std::span<std::uint8_t> buffer, DWORD& returned) noexcept
+{
+    request.pending = false;
+    if (::GetOverlappedResult(device, &request.overlapped, &returned, FALSE) == FALSE) {
+        return false;
+    }
+    std::copy(request.buffer.begin(), request.buffer.end(), buffer.begin());
+    return true;
+}
 
 } // namespace
 
-bool DeviceControl(HANDLE device, std::uint32_t code, std::span<std::uint8_t> buffer, DWORD& returned) noexcept
+bool DeviceControl(HANDLE device, std::uint32_t code, std::span<std::uint8_t> buffer, DWORD& returned,
+                   CallLimits& limits, AbandonedTransfers& kept) noexcept
 {
     returned = 0;
     if (device == INVALID_HANDLE_VALUE) {
         ::SetLastError(ERROR_INVALID_HANDLE);
         return false;
     }
+    kept.Sweep();
+    if (kept.HasControl(code)) {
+        ::SetLastError(ERROR_BUSY);
+        return false;
+    }
+    // Without an event nothing tells of the end, and the record would go while the driver still owns it.
     const win32::Event completed(win32::Event::Kind::ManualReset);
-    OVERLAPPED overlapped{};
-    overlapped.hEvent = completed.Get();
-    void* const data = buffer.empty() ? nullptr : buffer.data();
+    std::unique_ptr<Transfer> request =
+        completed.Exists() ? NewRequest(code, buffer, completed) : std::unique_ptr<Transfer>();
+    if (!request) {
+        ::SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return false;
+    }
+    void* const data = buffer.empty() ? nullptr : request->buffer.data();
     const DWORD length = static_cast<DWORD>(buffer.size());
-    if (::DeviceIoControl(device, code, data, length, data, length, nullptr, &overlapped) == FALSE) {
-        if (::GetLastError() != ERROR_IO_PENDING) {
+    if (::DeviceIoControl(device, code, data, length, data, length, &returned, &request->overlapped) != FALSE) {
+        std::copy(request->buffer.begin(), request->buffer.end(), buffer.begin());
+        return true;
+    }
+    if (::GetLastError() != ERROR_IO_PENDING) {
+        returned = 0;
+        return false;
+    }
+    request->pending = true;
+    if (!limits.AwaitAnswer(completed.Get())) {
+        ::CancelIoEx(device, &request->overlapped);
+        if (!limits.AwaitCancelled(completed.Get())) {
+            kept.Add(std::move(request));
+            ::SetLastError(ERROR_TIMEOUT);
             return false;
         }
-        if (!completed.Wait(Patience)) {
-            ::CancelIoEx(device, &overlapped);
-        }
     }
-    return ::GetOverlappedResult(device, &overlapped, &returned, TRUE) != FALSE;
+    return Finish(device, *request, buffer, returned);
 }
 
 } // namespace usb

@@ -83,6 +83,14 @@ public:
     /// never sets its event. None: it was accepted.
     std::optional<DWORD> refusal;
 
+    /// The bytes returned by a request that was complete as soon as it was started. For such a one neither event nor
+    /// GetOverlappedResult is promised ("Named Pipe Server Using Overlapped I/O"), so the start's own answer counts.
+    /// None: it was refused, or is pending.
+    std::optional<DWORD> returnedAtOnce;
+
+    /// Whether the end of the request is still to come, or was told by the OVERLAPPED.
+    bool IsPending() const noexcept { return !refusal && !returnedAtOnce; }
+
 private:
     std::array<std::uint8_t, TransferHeaderSize> m_header{};
     std::vector<std::uint8_t> m_long; // instead of m_header, when something follows it

@@ -4,19 +4,10 @@
 #include "usb/DeviceControl.h"
 #include "usb/DeviceInterfaces.h"
 
-#include <algorithm>
-#include <chrono>
 #include <stdexcept>
 
-namespace {
-
-// A driver ends cancelled transfers within microseconds; the device's thread must not hang on one that never does.
-constexpr std::chrono::milliseconds CancelPatience{1000};
-
-} // namespace
-
-UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open)
-    : m_interfaceClass(interfaceClass), m_window(window)
+UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open, usb::CallLimits& limits)
+    : m_interfaceClass(interfaceClass), m_window(window), m_limits(limits)
 {
     if (m_window != nullptr) {
         m_interfaceNotification.RegisterClass(m_window, m_interfaceClass);
@@ -60,7 +51,7 @@ bool UsbDevice::Open(std::uint8_t index)
     ReadConfigurations();
     usb::EndpointDescriptor zero;
     zero.maximumPacket = m_descriptor.maximumPacketSize0;
-    m_control = std::make_unique<CCyControlEndPoint>(m_device.Get(), zero);
+    m_control = std::make_unique<CCyControlEndPoint>(m_device.Get(), zero, m_limits);
     if (m_configurations.empty()) {
         Close();
         return false;
@@ -74,6 +65,9 @@ bool UsbDevice::Open(std::uint8_t index)
 
 bool UsbDevice::OpenPath(std::uint8_t index)
 {
+    if (m_kept.IsFull()) {
+        return false;
+    }
     const usb::DeviceInterfaces interfaces(m_interfaceClass);
     const std::optional<std::string> path = interfaces.Path(index);
     if (!path) {
@@ -117,14 +111,18 @@ void UsbDevice::Close()
     }
 }
 
+// Only this connection's are waited for: what earlier ones have left had its time then, and a driver that never lets go
+// must not cost each later Close a second.
 void UsbDevice::LetGoOfTransfers() noexcept
 {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + CancelPatience;
+    const ULONGLONG end = ::GetTickCount64() + m_limits.CancelTime();
     ForEachEndpoint([&](CCyUSBEndPoint& endpoint) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-        endpoint.Abandoned().WaitForAll(std::max(left, std::chrono::milliseconds(0)));
+        const ULONGLONG now = ::GetTickCount64();
+        endpoint.Abandoned().WaitForAll(end > now ? static_cast<DWORD>(end - now) : 0);
+        m_kept.AddAll(endpoint.Abandoned());
     });
+    m_kept.ForgetControls();
+    m_kept.Sweep();
 }
 
 void UsbDevice::Forget() noexcept
@@ -158,13 +156,13 @@ void UsbDevice::Unregister()
 void UsbDevice::ResetParentPort() noexcept
 {
     DWORD returned = 0;
-    usb::DeviceControl(m_device.Get(), usb::ControlResetParentPort, {}, returned);
+    usb::DeviceControl(m_device.Get(), usb::ControlResetParentPort, {}, returned, m_limits, m_kept);
 }
 
 bool UsbDevice::IoControl(std::uint32_t code, std::span<std::uint8_t> buffer)
 {
     DWORD returned = 0;
-    const bool worked = usb::DeviceControl(m_device.Get(), code, buffer, returned);
+    const bool worked = usb::DeviceControl(m_device.Get(), code, buffer, returned, m_limits, m_kept);
     m_lastByteCount = returned;
     return worked && returned == buffer.size();
 }

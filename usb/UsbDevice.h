@@ -2,6 +2,7 @@
 #pragma once
 
 #include "usb/CCyControlEndPoint.h"
+#include "usb/CallLimits.h"
 #include "usb/ConfigurationRecord.h"
 #include "usb/Descriptors.h"
 #include "usb/DeviceNotification.h"
@@ -20,8 +21,9 @@ class UsbDevice
 {
 public:
     /// `window`: gets device notifications, null for none. `open`: tries Open(0), whose outcome IsOpen tells; what
-    /// that throws is not passed on.
-    UsbDevice(HWND window, const GUID& interfaceClass, bool open);
+    /// that throws is not passed on. `limits`: of every call on the device and its endpoints; borrowed.
+    UsbDevice(HWND window, const GUID& interfaceClass, bool open,
+              usb::CallLimits& limits = usb::CallLimits::WithoutStop());
     /// Closes and ends the notifications. What Close and Unregister throw stays inside: a destructor runs during
     /// other exceptions too, where a second one would end the process.
     ~UsbDevice();
@@ -32,10 +34,12 @@ public:
     std::uint8_t DeviceCount();
 
     /// Closes what is open and opens the device at `index` of the present ones. False, and closed, when there is no
-    /// such device, it cannot be opened, or it tells no configuration. Throws what Close throws.
+    /// such device, it cannot be opened, it tells no configuration, or drivers keep too many requests of earlier
+    /// connections (AbandonedTransfers::Limit). Throws what Close throws.
     bool Open(std::uint8_t index);
 
-    /// Ends and frees everything of the open device, its endpoints too. Throws std::runtime_error with "Failed to
+    /// Ends and frees everything of the open device, its endpoints too. Waits for requests that were given up as long as
+    /// the limits allow; what the driver keeps longer is kept, and freed once it has completed. Throws std::runtime_error with "Failed to
     /// close the handle notification handle." or "Failed to close the device handle." after it has done so.
     void Close();
 
@@ -77,6 +81,9 @@ public:
     bool IsHighSpeed() const noexcept { return m_highSpeed; }
     /// Bytes that the driver returned to the last synchronous call.
     std::uint32_t LastByteCount() const noexcept { return m_lastByteCount; }
+    /// Requests that a driver keeps although they were cancelled: I/O controls of this device and what earlier
+    /// connections have left, as of the last look.
+    std::size_t KeptByDrivers() const noexcept { return m_kept.Count(); }
 
 private:
     static constexpr std::size_t MaximumConfigurations = 2;
@@ -104,6 +111,8 @@ private:
 
     const GUID m_interfaceClass;
     const HWND m_window;
+    usb::CallLimits& m_limits;
+    usb::AbandonedTransfers m_kept; // this device's I/O controls, and what earlier connections have left
     win32::FileHandle m_device;
     std::string m_path;
     std::uint8_t m_index = 0;

@@ -108,8 +108,8 @@ void UsbDevice::ReadConfigurations()
             continue;
         }
         if (std::optional<usb::ConfigurationDescription> parsed = usb::ParseConfiguration(raw)) {
-            m_configurations.push_back(
-                std::make_unique<usb::ConfigurationRecord>(m_device.Get(), std::move(raw), std::move(*parsed)));
+            m_configurations.push_back(std::make_unique<usb::ConfigurationRecord>(m_device.Get(), std::move(raw),
+                                                                                  std::move(*parsed), m_limits));
         }
     }
 }

@@ -1,4 +1,4 @@
-#include "tests/unit/usb/AllocationCount.h"
+#include "tests/support/AllocationCount.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Aborted transfers: the driver may let go of them late, or never, and must never write into memory in other hands.
-#include "tests/unit/usb/AllocationCount.h"
+#include "tests/support/AllocationCount.h"
 #include "tests/unit/usb/UsbFixture.h"
 #include "usb/ControlCodes.h"
 
@@ -170,6 +170,7 @@ TEST_F(Aborts, ThatADriverNeverHeedsDoNotKeepTheDeviceFromClosing)
     device.Close();
     EXPECT_LT(::GetTickCount64() - begin, 10'000u);
     EXPECT_FALSE(device.IsOpen());
+    EXPECT_EQ(device.KeptByDrivers(), 1u);
     bus.Release(0); // now the driver lets go: into memory that nobody else got
     ASSERT_TRUE(device.Open(0));
     ASSERT_TRUE(Write(write, Pattern(5)));
