@@ -169,6 +169,7 @@ void DownloadDialogue::Raise(Happening happening) noexcept
         Handle(happening);
     } catch (...) {
         // Out of memory: the ports are released, as when the instrument had refused. The end allocates nothing.
+        m_Output.Report("FirmwareDownloader: out of memory, the download ends");
         Handle(Happening::End);
     }
 }

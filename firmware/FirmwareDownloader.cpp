@@ -16,6 +16,9 @@ FirmwareDownloader::FirmwareDownloader(IFirmwareTransport& transport, FirmwareSu
 {
     m_Transport.RegisterDeviceName(L"_FirmwareDownload", trace::FirmwareChannel);
     m_Transport.RegisterDeviceName(L"_FirmwareDebug", trace::RouterChannel);
+    if (!m_hDownloaded.Exists() || !m_CompletionMutex) {
+        Report("FirmwareDownloader::FirmwareDownloader() Windows has no event or mutex for it, no download can end");
+    }
 }
 
 bool FirmwareDownloader::ReadFirmwareFile(std::uint16_t productId, std::int32_t bootloaderVersion) noexcept
@@ -39,7 +42,7 @@ bool FirmwareDownloader::ReadFirmwareFile(std::uint16_t productId, std::int32_t 
     return loaded;
 }
 
-FirmwareReading FirmwareDownloader::ReadProductFile(std::uint16_t productId) const noexcept
+FirmwareReading FirmwareDownloader::ReadProductFile(std::uint16_t productId) noexcept
 {
     try {
         const std::wstring name = FirmwareFileName(m_Surroundings.programPath, productId);
@@ -47,7 +50,8 @@ FirmwareReading FirmwareDownloader::ReadProductFile(std::uint16_t productId) con
               win32::ToAnsi(name).c_str());
         return ReadFirmware(name, m_Surroundings.readFile);
     } catch (...) {
-        return {}; // no memory for the name
+        Report("FirmwareDownloader::ReadFirmwareFile() out of memory for the firmware filename");
+        return {};
     }
 }
 

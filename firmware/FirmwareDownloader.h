@@ -61,7 +61,7 @@ private:
     void Report(const char* line) noexcept override;
     void ReportChunk(std::uint32_t offset, std::uint32_t size) noexcept override;
 
-    FirmwareReading ReadProductFile(std::uint16_t productId) const noexcept;
+    FirmwareReading ReadProductFile(std::uint16_t productId) noexcept;
     void ResendWhenDue() noexcept;
     /// For its const operations, which any thread may call without m_Turn; hence outside the analysis.
     const DownloadDialogue& Dialogue() const noexcept NO_THREAD_SAFETY_ANALYSIS { return m_Dialogue; }
