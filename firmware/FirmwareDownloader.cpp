@@ -17,7 +17,8 @@ FirmwareDownloader::FirmwareDownloader(IFirmwareTransport& transport, FirmwareSu
     m_Transport.RegisterDeviceName(L"_FirmwareDownload", trace::FirmwareChannel);
     m_Transport.RegisterDeviceName(L"_FirmwareDebug", trace::RouterChannel);
     if (!m_hDownloaded.Exists() || !m_CompletionMutex) {
-        Report("FirmwareDownloader::FirmwareDownloader() Windows has no event or mutex for it, no download can end");
+        Report(
+            "FirmwareDownloader::FirmwareDownloader() Windows has no event or mutex for it, no download can end");
     }
 }
 

@@ -3,21 +3,31 @@
 #include "ports/packet/CCriticalSectionHelper.h"
 #include "trace/Trace.h"
 
+#include <functional>
 #include <memory>
 #include <new>
 #include <span>
+#include <utility>
 
 namespace {
 
 constexpr std::int32_t QueueLimit = 500;
 constexpr std::uint8_t IdleAddress = 238;
 
+void StartThread(win32::Thread& thread, const char* name, std::function<void()> body)
+{
+    if (!thread.Start(std::move(body))) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::CCyUSBDriver() the %s thread cannot be started(%d)",
+              name, static_cast<int>(::GetLastError()));
+    }
+}
+
 } // namespace
 
 CCyUSBDriver::CCyUSBDriver(bool simulation, ITransportHost& host)
     : m_Host(host), m_Firmware(*this), m_bSimulation(simulation)
 {
-    m_hCommandThread.Start([this] {
+    StartThread(m_hCommandThread, "command", [this] {
         if (m_bSimulation) {
             SimulationCommandProcessThread();
         } else {
@@ -25,7 +35,7 @@ CCyUSBDriver::CCyUSBDriver(bool simulation, ITransportHost& host)
         }
     });
     m_hCommandThread.SetPriority(THREAD_PRIORITY_ABOVE_NORMAL);
-    m_hReplyThread.Start([this] { ReplyProcessThread(); });
+    StartThread(m_hReplyThread, "reply", [this] { ReplyProcessThread(); });
 }
 
 CCyUSBDriver::~CCyUSBDriver()

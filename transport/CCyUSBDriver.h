@@ -107,7 +107,8 @@ private:
     win32::MirroredEvent m_hDisconnected; // set: not connected, run the connect procedure
     win32::MirroredEvent m_hStop;
     win32::Event m_hStopRead{win32::Event::Kind::ManualReset};
-    std::atomic<bool> m_bTerminate{false}; // set by the command thread: no host program is left
+    std::atomic<bool> m_bTerminate{false};       // set by the command thread: no host program is left
+    std::atomic<bool> m_bFirstReadFailed{false}; // set by the read thread of a connection that brought nothing
 
     CCommandQueue m_CommandQueue;                              // framed packets for the instrument
     CCommandQueue m_ReplyQueue{CCommandQueue::Waiting::Alone}; // received blocks

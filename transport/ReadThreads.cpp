@@ -50,7 +50,13 @@ private:
 class PipeReader
 {
 public:
-    explicit PipeReader(HANDLE pipe) : m_pipe(pipe), m_buffer(CCyUSBDriver::TransferLength + 1) {}
+    /// Throws std::bad_alloc also when there is no event for it.
+    explicit PipeReader(HANDLE pipe) : m_pipe(pipe), m_buffer(CCyUSBDriver::TransferLength + 1)
+    {
+        if (EventHandle() == nullptr) {
+            throw std::bad_alloc();
+        }
+    }
 
     HANDLE EventHandle() const noexcept { return m_operation.EventHandle(); }
     void Begin()
@@ -58,6 +64,8 @@ public:
         m_operation.ResetEvent();
         if (!m_operation.Read(m_pipe, m_buffer.data(), CCyUSBDriver::TransferLength)) {
             m_operation.SignalEvent(); // refused at once, which no event tells
+        } else if (m_operation.CompletedAtStart()) {
+            m_operation.SignalEvent(); // done at once, for which no event is promised
         }
     }
     bool HasEnded() const noexcept { return true; }
@@ -122,7 +130,9 @@ void CCyUSBDriver::USBReadWaitThread(CCyUSBEndPoint* in)
     try {
         EndpointReader reader(*in);
         RunReader(reader, "CCyUSBDriver::USBReadWaitThread() started", "CCyUSBDriver::USBReadWaitThread() ended");
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc& fault) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBReadWaitThread() cannot run: %s", fault.what());
+        m_bFirstReadFailed = true;
         DropConnection(); // a connection that nobody reads from is none; a new one tries again
     }
 }
@@ -142,16 +152,19 @@ template <class Reader>
 void CCyUSBDriver::RunReader(Reader& reader, const char* started, const char* ended)
 {
     Trace(trace::RouterChannel, trace::Usb, "%s", started);
+    bool hasRead = false;
     ReadUntilStopped(
         reader, m_hStop.Get(), m_hStopRead.Get(),
-        [this](const std::uint8_t* data, std::uint32_t length) {
+        [this, &hasRead](const std::uint8_t* data, std::uint32_t length) {
+            hasRead = true;
             CountTransferred(length);
             ApppendToReplyProcessQueue(data, length);
         },
-        [this](DWORD error) {
+        [this, &hasRead](DWORD error) {
             Trace(trace::RouterChannel, trace::Usb, "Reply-receive failed(%d), reconnecting...",
                   static_cast<int>(error));
             if (error != ERROR_SUCCESS) {
+                m_bFirstReadFailed = !hasRead; // before the event that starts the connect procedure
                 DropConnection();
             }
         });

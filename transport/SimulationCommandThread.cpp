@@ -1,6 +1,9 @@
 #include "transport/SimulationCommandThread.h"
 
 #include "trace/Trace.h"
+#include "transport/Pauses.h"
+
+#include <new>
 
 namespace {
 
@@ -14,7 +17,11 @@ constexpr int PassesPerTrace = 5;
 
 void CCyUSBDriver::SimulationCommandProcessThread()
 {
-    SimulationCommandThread(*this).Run();
+    try {
+        SimulationCommandThread(*this).Run();
+    } catch (...) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::SimulationCommandProcessThread() cannot run");
+    }
 }
 
 SimulationCommandThread::SimulationCommandThread(CCyUSBDriver& driver)
@@ -23,13 +30,23 @@ SimulationCommandThread::SimulationCommandThread(CCyUSBDriver& driver)
       m_waits(driver.m_hStop.Get(), driver.m_hDisconnected.Get(), m_read.EventHandle(), m_write.EventHandle(),
               driver.m_CommandQueue.GetNotEmptyEvent())
 {
+    if (m_read.EventHandle() == nullptr || m_write.EventHandle() == nullptr) {
+        throw std::bad_alloc();
+    }
 }
 
 void SimulationCommandThread::Run()
 {
     Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::SimulationCommandProcessThread() started");
     while (m_running) {
-        Handle(Wait());
+        try {
+            Handle(Wait());
+        } catch (...) {
+            Trace(trace::RouterChannel, trace::Usb,
+                  "CCyUSBDriver::SimulationCommandProcessThread() failed, reconnecting");
+            m_driver.m_hDisconnected.Set();          // whatever failed, a new connection puts it right
+            m_driver.m_hStop.Wait(TimeBetweenScans); // what fails each time must not fill the log
+        }
         ::Sleep(0);
     }
     Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::SimulationCommandProcessThread() ended");
@@ -37,12 +54,16 @@ void SimulationCommandThread::Run()
 
 SimulationCommandThread::Slot SimulationCommandThread::Wait() const
 {
-    // The simulator's pipe nearly always takes a write at once. A wait would find just that, when nothing in front of
-    // it in the list is signalled, which the mirrors and the read tell.
-    if (m_write.CompletedAtStart() && !m_driver.m_hStop.IsSet() && !m_driver.m_hDisconnected.IsSet() &&
-        (!m_read.IsAwaited() || m_read.IsRunning()))
-    {
-        return Slot::WriteDone;
+    // The simulator's pipe nearly always takes a write at once, and a read may find data there. A wait would find just
+    // that, when nothing before it in the list is signalled, which the mirrors and the read tell; and for an operation
+    // that was done at once no event is promised ("Named Pipe Server Using Overlapped I/O").
+    if (!m_driver.m_hStop.IsSet() && !m_driver.m_hDisconnected.IsSet()) {
+        if (m_read.IsAwaited() && m_read.CompletedAtStart()) {
+            return Slot::ReadDone;
+        }
+        if (m_write.CompletedAtStart() && (!m_read.IsAwaited() || m_read.IsRunning())) {
+            return Slot::WriteDone;
+        }
     }
     auto heard = Waits::Heard::All();
     heard.If(Slot::ReadDone, m_read.IsAwaited()).If(Slot::WriteDone, m_write.IsAwaited());
@@ -169,7 +190,7 @@ void SimulationCommandThread::OnCommandQueued()
 
 void SimulationCommandThread::OnBusy()
 {
-    ::Sleep(1);
+    SleepOneMillisecond();
     if (m_busyPasses++ % PassesPerTrace == 0) {
         Trace(
             trace::RouterChannel, trace::Usb,

@@ -12,6 +12,7 @@
 class SimulationCommandThread
 {
 public:
+    /// Throws std::bad_alloc also when there is no event for the pipe: every wait would fail.
     explicit SimulationCommandThread(CCyUSBDriver& driver);
 
     /// Runs until the driver stops. There is no host watch in simulation mode.

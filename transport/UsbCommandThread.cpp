@@ -1,7 +1,10 @@
 #include "transport/UsbCommandThread.h"
 
 #include "trace/Trace.h"
+#include "transport/Pauses.h"
 
+#include <exception>
+#include <new>
 #include <span>
 
 namespace {
@@ -10,6 +13,9 @@ namespace {
 constexpr GUID DeviceInterface = {0x4E7B2C19, 0x8D35, 0x4A60, {0xB1, 0xF2, 0x7C, 0x9E, 0x05, 0xD3, 0xA6, 0x48}};
 
 constexpr DWORD QuietTime = 1000; // ms
+constexpr DWORD ResolutionHoldMs =
+    1000; // longer than any pause within a burst: not raised and restored per packet
+constexpr DWORD PauseAfterExceptionMs = 10;
 constexpr int BusyPassesBeforeAbort = 5;
 constexpr int QuietSecondsBeforeAbort = 5;
 
@@ -17,15 +23,23 @@ constexpr int QuietSecondsBeforeAbort = 5;
 
 void CCyUSBDriver::USBCommandProcessThread()
 {
-    UsbCommandThread(*this).Run();
+    try {
+        UsbCommandThread(*this).Run();
+    } catch (...) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBCommandProcessThread() cannot run");
+    }
 }
 
 UsbCommandThread::UsbCommandThread(CCyUSBDriver& driver)
     : m_driver(driver),
-      m_device(nullptr, DeviceInterface, true),
+      m_limits(driver.m_hStop.Get()),
+      m_device(nullptr, DeviceInterface, true, m_limits),
       m_waits(driver.m_hStop.Get(), driver.m_hDisconnected.Get(), m_write.EventHandle(),
               driver.m_CommandQueue.GetNotEmptyEvent())
 {
+    if (m_write.EventHandle() == nullptr) {
+        throw std::bad_alloc();
+    }
 }
 
 UsbCommandThread::~UsbCommandThread()
@@ -42,7 +56,10 @@ void UsbCommandThread::Run()
         try {
             Handle(m_waits.Any(QuietTime));
         } catch (...) {
-            m_driver.m_hDisconnected.Set(); // whatever failed, a new connection puts it right
+            Trace(trace::RouterChannel, trace::Usb,
+                  "CCyUSBDriver::USBCommandProcessThread() failed, reconnecting");
+            m_driver.m_hDisconnected.Set();               // whatever failed, a new connection puts it right
+            m_driver.m_hStop.Wait(PauseAfterExceptionMs); // what fails each time must not fill the log
         }
         ::Sleep(0);
         if (m_driver.m_bTerminate) {
@@ -68,6 +85,7 @@ void UsbCommandThread::Handle(Slot slot)
 void UsbCommandThread::OnStop()
 {
     m_running = false;
+    m_timerResolution.Restore();
     m_driver.StopReadThreads();
     ReleaseEndpoints();
     CloseDevice();
@@ -114,9 +132,9 @@ void UsbCommandThread::OnCommandQueued()
 
 void UsbCommandThread::OnBusy()
 {
-    // Six passes are meant to take about 6 ms; with Windows' usual timer of 15.6 ms they would take nearly 100.
+    // Six passes are to take about 6 ms; with Windows' usual timer of 15.6 ms they would take nearly 100.
     m_timerResolution.Raise();
-    ::Sleep(1);
+    SleepOneMillisecond();
     if (m_busyPasses++ < BusyPassesBeforeAbort) {
         return;
     }
@@ -136,7 +154,7 @@ void UsbCommandThread::OnBusy()
 
 void UsbCommandThread::WriteNext()
 {
-    m_timerResolution.Restore();
+    m_timerResolution.RestoreAfter(ResolutionHoldMs);
     std::unique_ptr<CSerialPortCommand> packet(m_driver.m_CommandQueue.Take());
     if (!packet || packet->GetLength() == 0) {
         return;
@@ -210,7 +228,8 @@ void UsbCommandThread::CloseDevice()
     m_device.ResetParentPort();
     try {
         m_device.Close();
-    } catch (...) {
+    } catch (const std::exception& fault) {
         // A handle that does not close is gone all the same.
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBCommandProcessThread() %s", fault.what());
     }
 }

@@ -3,17 +3,20 @@
 
 #include "transport/CCyUSBDriver.h"
 #include "usb/BulkTransfer.h"
+#include "usb/CallLimits.h"
 #include "usb/UsbDevice.h"
 #include "win32/TimerResolution.h"
 #include "win32/WaitSet.h"
 
 #include <cstdint>
+#include <string>
 
 /// What USBCommandProcessThread does, and its state; lives on that thread and is used by it alone. The IN endpoint is
 /// lent to the read thread, which is joined before the device is closed.
 class UsbCommandThread
 {
 public:
+    /// Throws std::bad_alloc also when there is no event for the writes: every wait would fail.
     explicit UsbCommandThread(CCyUSBDriver& driver);
     ~UsbCommandThread();
 
@@ -41,12 +44,11 @@ private:
         int outIndex = 0;
     };
 
-    /// A supported device of a scan.
+    /// A supported device of a scan. Known again by its path: another enumeration may have another device at its index.
     struct Choice
     {
         std::uint8_t index;
-        std::uint16_t vendorId;
-        std::uint16_t productId;
+        std::string path;
     };
 
     void Handle(Slot slot);
@@ -69,6 +71,7 @@ private:
     static Endpoints ChooseEndpoints(const UsbDevice& device);
 
     CCyUSBDriver& m_driver;
+    usb::CallLimits m_limits; // of this thread and the read thread
     UsbDevice m_device;
     Endpoints m_endpoints; // of m_device; valid until it closes
     usb::BulkTransfer m_write;

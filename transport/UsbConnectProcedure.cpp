@@ -16,6 +16,10 @@ constexpr std::uint8_t DirectionIn = 0x80;
 void UsbCommandThread::OnDisconnected()
 {
     m_timerResolution.Restore();
+    if (m_driver.m_bFirstReadFailed.exchange(false)) {
+        // A device that opens and refuses every read must not be reset on the bus without a pause.
+        m_driver.m_hStop.Wait(TimeBetweenScans);
+    }
     if (m_connectAttempts++ % AttemptsPerTrace == 0) {
         Trace(trace::RouterChannel, trace::Usb,
               "CCyUSBDriver::USBCommandProcessThread(%dth try) looking for USB endpoints...", m_connectAttempts);
@@ -49,7 +53,7 @@ void UsbCommandThread::ScanDevices()
         chosenIsOpen = false; // looking at the next device closes the one before
         try {
             if (Query(index)) {
-                chosen = {index, m_device.VendorId(), m_device.ProductId()};
+                chosen = {index, m_device.Path()};
                 chosenIsOpen = true;
             }
         } catch (...) {
@@ -80,15 +84,16 @@ bool UsbCommandThread::Query(std::uint8_t index)
     return true;
 }
 
-// A foreign device behind the chosen one made the scan close it, and its endpoints went with it. Another product that
-// stands at its index by now is left to the next scan: the firmware that was read is not for that one.
+// A foreign device behind the chosen one made the scan close it, and its endpoints went with it. Each Open enumerates
+// anew, and Windows promises no order: another device at its index by now, even one of the same product, is left to the
+// next scan.
 void UsbCommandThread::ReopenChosen(const Choice& chosen)
 {
     m_endpoints = {};
     if (!m_device.Open(chosen.index)) {
         return;
     }
-    if (m_device.VendorId() == chosen.vendorId && m_device.ProductId() == chosen.productId) {
+    if (m_device.Path() == chosen.path) {
         m_endpoints = ChooseEndpoints(m_device);
     } else {
         m_device.Close(); // or the next procedure would reset somebody else's device
@@ -128,6 +133,8 @@ void UsbCommandThread::OnOpened()
         !m_driver.m_hReadThread.Start(
             [driver = &m_driver, in = m_endpoints.in] { driver->USBReadWaitThread(in); }))
     {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBReadWaitThread() cannot be started(%d)",
+              static_cast<int>(::GetLastError()));
         m_driver.DropConnection(); // nobody would read from it
         ::Sleep(TimeBetweenScans);
         return;

@@ -22,7 +22,8 @@ usb::RequestBlock* CCyIsocEndPoint::BeginDirectXfer(std::uint8_t* buffer, std::u
                                                     OVERLAPPED* overlapped)
 {
     const usb::TransferHeader header = HeaderOf(length);
-    const std::uint32_t recordBytes = header.isoPacketLength; // a copy: no reference may be bound to a packed field
+    const std::uint32_t recordBytes =
+        header.isoPacketLength; // a copy: no reference may be bound to a packed field
     auto block = std::make_unique<usb::RequestBlock>(recordBytes);
     block->SetHeader(header);
     Start(usb::ControlDirectTransfer, *block, {buffer, length}, overlapped);

@@ -53,7 +53,14 @@ public:
         const std::lock_guard guard(m_lock);
         m_completions.emplace_back(deviceType, port);
     }
-    void SignalAllPorts() override { ++signals; }
+    void SignalAllPorts() override
+    {
+        ++signals;
+        if (throwsAtSignals > 0) {
+            --throwsAtSignals;
+            throw std::runtime_error("thrown by the test");
+        }
+    }
     bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) override
     {
         if (productId == throwsForProduct) {
@@ -126,7 +133,8 @@ public:
     std::atomic<bool> standalone{true};
     std::atomic<DWORD> mainThread{::GetCurrentThreadId()};
     std::atomic<int> throwsForProduct{-1};
-    std::atomic<int> throwsForPort{-2}; // -1 is an address, too
+    std::atomic<int> throwsAtSignals{0}; // at so many of the next ones
+    std::atomic<int> throwsForPort{-2};  // -1 is an address, too
 
 private:
     mutable std::mutex m_lock;

@@ -2,6 +2,7 @@
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
+#include "tests/unit/transport/Hooks.h"
 #include "tests/unit/transport/TestAccess.h"
 #include "win32/OverlappedOperation.h"
 #include "win32/Thread.h"
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -89,7 +91,8 @@ public:
     {
         DWORD length = 0;
         m_write.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()));
-        return support::WaitFor(m_write.EventHandle()) && m_write.Finish(m_pipe.Get(), length);
+        return (m_write.CompletedAtStart() || support::WaitFor(m_write.EventHandle())) &&
+               m_write.Finish(m_pipe.Get(), length);
     }
 
 private:
@@ -140,6 +143,28 @@ protected:
     std::optional<Simulator> simulator;
     std::optional<CCyUSBDriver> driver;
 };
+
+/// Windows promises no event for reads and writes that are done at once, so here they have none.
+class SimulationAtOnce : public Simulation
+{
+protected:
+    ~SimulationAtOnce() override
+    {
+        hooks::atOnceWithoutEvent = false;
+        driver.reset();
+    }
+};
+
+TEST_F(SimulationAtOnce, ReadsAndWritesHaveTheirEnd)
+{
+    StartBoth();
+    hooks::atOnceWithoutEvent = true;
+    // From the second on the data is there before the transport's read.
+    for (std::size_t round = 1; round <= 5; ++round) {
+        ASSERT_TRUE(simulator->Write(Frame(static_cast<std::uint8_t>(round), 1, 3, 1, "reply")));
+        ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
+    }
+}
 
 TEST_F(Simulation, WithoutASimulatorTheTransportStaysNotConnectedAndDropsWhatIsSent)
 {
@@ -329,6 +354,80 @@ TEST_F(Simulation, TheReadThreadOverAPipeReadsUntilItIsStopped)
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() ended"), 1u);
     Access::ReadPipe(*driver, INVALID_HANDLE_VALUE); // ends at once
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 1u);
+}
+
+TEST_F(SimulationAtOnce, AReadThreadOverAPipeHasTheEndOfItsReads)
+{
+    driver.emplace(true, host);
+    simulator.emplace();
+    win32::FileHandle end(::CreateFileA("\\\\.\\pipe\\UsbPipeSimulator", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                        OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    ASSERT_TRUE(end);
+    hooks::atOnceWithoutEvent = true;
+    win32::Thread reader;
+    ASSERT_TRUE(reader.Start([&] { Access::ReadPipe(*driver, end.Get()); }));
+    for (std::size_t round = 1; round <= 3; ++round) {
+        ASSERT_TRUE(simulator->Write(Frame(static_cast<std::uint8_t>(round), 1, 3, 1, "reply")));
+        EXPECT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
+    }
+    hooks::atOnceWithoutEvent = false;
+    Access::StopRead(*driver);
+    reader.Join();
+}
+
+TEST_F(Simulation, AWriteThatIsRefusedIsTracedAndANewConnectionMade)
+{
+    StartBoth();
+    const int signals = host.signals;
+    hooks::refusedWrites = 1;
+    Send("refused");
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Command-sent failed, reconnecting"));
+    EXPECT_GT(host.signals, signals);
+    simulator.reset();
+    simulator.emplace();
+    AwaitConnection();
+    Send("after");
+    EXPECT_TRUE(simulator->NextRequestIs("after"));
+}
+
+TEST_F(Simulation, AQuietSecondWarnsOfAWriteThatIsPending)
+{
+    StartBoth();
+    const std::string payload(60'000, 'p');
+    Send(payload);
+    Send(payload); // the pipe has no room for it, and nothing waits for its end
+    EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::SimulationCommandProcessThread() IDLE,  WARNING: Write "
+                                            "operation incomplete (TotalAborted=0)"));
+    EXPECT_TRUE(simulator->NextRequestIs(payload));
+    EXPECT_TRUE(simulator->NextRequestIs(payload));
+}
+
+TEST_F(Simulation, AnExceptionIsTracedAndANewConnectionMade)
+{
+    host.throwsAtSignals = 2;
+    StartBoth();
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationCommandProcessThread() failed, reconnecting"), 2u);
+    Send("served");
+    EXPECT_TRUE(simulator->NextRequestIs("served"));
+}
+
+TEST_F(Simulation, AFailedAttemptIsFollowedByTheNextAfterTenMilliseconds)
+{
+    using Clock = std::chrono::steady_clock;
+    std::optional<Clock::time_point> failed; // the command thread's
+    auto shortest = Clock::duration::max();
+    RecordingTrace::OnLine([&](const std::string& line) {
+        if (line == "Connection to USB failed") {
+            failed = Clock::now();
+        } else if (failed && line == "CCyUSBDriver::NotifyState(Not Connected)") {
+            shortest = std::min(shortest, Clock::now() - *failed);
+        }
+    });
+    StartDriver();
+    EXPECT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::Patience, 11));
+    driver.reset();
+    RecordingTrace::Clear();
+    EXPECT_GE(shortest, std::chrono::milliseconds(9));
 }
 
 } // namespace

@@ -1,6 +1,8 @@
+#include "tests/support/AllocationCount.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
+#include "tests/unit/transport/Hooks.h"
 #include "tests/unit/transport/TestAccess.h"
 #include "win32/Thread.h"
 
@@ -119,8 +121,30 @@ TEST_F(Submit, TheDownloaderNamesItsTwoTraceChannelsWhenTheTransportIsBuilt)
 
 TEST_F(Submit, ThePacketsLeftAtTheEndGoWithTheDriver)
 {
-    Send(3, 1, "left over");
-    EXPECT_EQ(Access::Queued(driver), 1);
+    const auto leave = [this](int packets) {
+        CCyUSBDriver other(true, host);
+        Access::EndThreads(other);
+        for (int packet = 0; packet < packets; ++packet) {
+            other.Send(3, 1, reinterpret_cast<const std::uint8_t*>("left over"), 9);
+        }
+        EXPECT_EQ(Access::Queued(other), packets);
+        RecordingTrace::Clear();
+    };
+    leave(1); // what the first use of anything leaves behind
+    const std::size_t before = LiveAllocations();
+    leave(1'000);
+    EXPECT_LT(LiveAllocations(), before + 100);
+}
+
+TEST_F(Submit, ThreadsThatCannotStartAreTraced)
+{
+    hooks::refusedThreads = 2;
+    {
+        const CCyUSBDriver other(true, host);
+    }
+    EXPECT_EQ(hooks::refusedThreads.exchange(0), 0);
+    EXPECT_EQ(RecordingTrace::Count("the command thread cannot be started(8)"), 1u);
+    EXPECT_EQ(RecordingTrace::Count("the reply thread cannot be started(8)"), 1u);
 }
 
 } // namespace

@@ -37,6 +37,7 @@ struct CCyUSBDriverTestAccess
         const CCriticalSectionHelper lock(driver.m_Lock);
         driver.m_nNextPacketNumber = number;
     }
+    static bool FirstReadFailed(CCyUSBDriver& driver) { return driver.m_bFirstReadFailed; }
     static std::size_t Buffered(CCyUSBDriver& driver) { return driver.m_ReplyBuffer.Size(); }
     /// As a producer does that comes to it only when its packet is written already.
     static void SetNotEmptyLate(CCyUSBDriver& driver) { ::SetEvent(driver.m_CommandQueue.GetNotEmptyEvent()); }

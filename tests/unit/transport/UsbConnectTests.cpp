@@ -1,8 +1,12 @@
 // Finding the instrument among the devices, and letting go of it.
+#include "tests/unit/transport/Hooks.h"
 #include "tests/unit/transport/UsbFixture.h"
 #include "usb/ControlCodes.h"
 
 #include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -31,6 +35,36 @@ protected:
         ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::Patience, before + 2));
         EXPECT_FALSE(driver->IsConnected());
     }
+    /// Starts, and of ten times from a line with `from` to the next one with `to` returns the shortest.
+    std::chrono::steady_clock::duration ShortestTime(std::string_view from, std::string_view to)
+    {
+        using Clock = std::chrono::steady_clock;
+        struct Times
+        {
+            std::mutex lock;
+            std::optional<Clock::time_point> begun;
+            Clock::duration shortest = Clock::duration::max();
+            int count = 0;
+        } times;
+        onLine = [&](const std::string& line) {
+            const std::lock_guard guard(times.lock);
+            if (line.find(from) != std::string::npos) {
+                times.begun = Clock::now();
+            } else if (times.begun && line.find(to) != std::string::npos) {
+                times.shortest = std::min(times.shortest, Clock::now() - *std::exchange(times.begun, {}));
+                ++times.count;
+            }
+        };
+        Start();
+        EXPECT_TRUE(support::WaitUntil([&] {
+            const std::lock_guard guard(times.lock);
+            return times.count >= 10;
+        }));
+        driver.reset();
+        return times.shortest;
+    }
+    /// As a test takes it: a wait may be shorter by a tick of the clock.
+    static constexpr std::chrono::milliseconds TenMilliseconds{9};
     /// Starts with an instrument at index 1 that the scan chooses. While it looks at a foreign one behind, all go, and an
     /// instrument comes to index 0 (in slot 3) and `other` to the chosen one's (in slot 4).
     void StartAndReplace(const instrumentbus::Description& other)
@@ -241,6 +275,68 @@ TEST_F(UsbConnect, SomebodyElsesDeviceThatHasTakenTheChosenOnesIndexIsNotReset)
     EXPECT_EQ(bus.Count(4, In).resets, 0u);
 }
 
+TEST_F(UsbConnect, AnEqualInstrumentAtTheChosenOnesIndexIsNotTakenForIt)
+{
+    StartAndReplace(Instrument(0x1E4F, 0x0500)); // as the chosen one, in another slot
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection(4));
+    EXPECT_EQ(RecordingTrace::Count("Connection to USB failed"), 1u) << "the next scan takes it";
+    EXPECT_EQ(RecordingTrace::Count("Connection to USB opened"), 1u);
+}
+
+TEST_F(UsbConnect, AFailedScanIsFollowedByTheNextAfterTenMilliseconds)
+{
+    EXPECT_GE(ShortestTime("Connection to USB failed", "NotifyState(Not Connected)"), TenMilliseconds);
+}
+
+TEST_F(UsbConnect, AFirstReadThatFailsIsFollowedByTheNextProcedureAfterTenMilliseconds)
+{
+    bus.Plug(0, Instrument());
+    Rule refuses = For(In, Action::Fail);
+    refuses.status = StatusIoDeviceError;
+    bus.SetRule(refuses);
+    EXPECT_GE(ShortestTime("Reply-receive failed(", "NotifyState(Not Connected)"), TenMilliseconds);
+}
+
+TEST_F(UsbConnect, ALaterReadThatFailsIsFollowedByTheNextProcedureAtOnce)
+{
+    bus.Plug(0, Instrument());
+    Rule refuses = For(In, Action::Fail);
+    refuses.status = StatusIoDeviceError;
+    refuses.skip = 1;
+    bus.SetRule(refuses);
+    for (int block = 0; block < 200; ++block) {
+        Feed("a block");
+    }
+    Start();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Reply-receive failed("));
+    ASSERT_NO_FATAL_FAILURE(AwaitLoss());
+    EXPECT_FALSE(Access::FirstReadFailed(*driver));
+}
+
+TEST_F(UsbConnect, AReadThreadThatCannotStartIsTracedAndTriedAgain)
+{
+    bus.Plug(0, Instrument());
+    onLine = [done = false](const std::string& line) mutable {
+        if (line == "CCyUSBDriver::NotifyState(Connected)" && !std::exchange(done, true)) {
+            hooks::refusedThreads = 1;
+        }
+    };
+    Start();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() cannot be started(8)"));
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection());
+    Send("served");
+    EXPECT_TRUE(NextIs("served"));
+}
+
+TEST_F(UsbConnect, AnExceptionInTheCommandThreadIsTracedAndANewConnectionMade)
+{
+    bus.Plug(0, Instrument());
+    host.throwsAtSignals = 1;
+    Start();
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection());
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBCommandProcessThread() failed, reconnecting"), 1u);
+}
+
 TEST_F(UsbConnect, TheCommandThreadRunsAboveAndTheReplyThreadAtNormalPriority)
 {
     Start();
@@ -322,17 +418,20 @@ TEST_F(UsbConnect, AReconnectStartsTheReadThreadAndTheNumbersAnewAndTellsThePort
 
 TEST_F(UsbConnect, TheEndStopsAllThreadsAndAbortsWhatIsUnderWay)
 {
+    host.quietSeconds.Reset();
     Connect();
     bus.SetRule(For(Out, Action::Hold));
-    for (int packet = 0; packet < 20; ++packet) {
-        Send("never taken");
-    }
+    Send("never taken"); // alone: no other packet makes the transport abort it before
     ASSERT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.held == 1; }));
+    const std::uint32_t aborts = bus.Count(0, Out).endpointAborts;
+    host.quietSeconds.Set();
     driver.reset();
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBReadWaitThread() ended"), 1u);
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBCommandProcessThread() ended"), 1u);
     EXPECT_EQ(bus.Count(0, Out).pending, 0u);
     EXPECT_EQ(bus.Count(0, In).pending, 0u);
+    EXPECT_EQ(bus.Count(0, Out).endpointAborts, aborts + 1) << "the close alone would end the transfers as well";
+    EXPECT_EQ(bus.Count(0, In).endpointAborts, 2u) << "by the read thread and when the endpoints are let go of";
 }
 
 TEST_F(UsbConnect, TheEndComesWhileThereIsNoInstrument)

@@ -1,4 +1,5 @@
 // Writes that do not end, or end badly.
+#include "tests/unit/transport/Hooks.h"
 #include "tests/unit/transport/UsbFixture.h"
 #include "usb/ControlCodes.h"
 
@@ -9,24 +10,6 @@
 #include <utility>
 #include <vector>
 
-namespace {
-
-// Calls of Sleep(1) by this thread of the product: counted, not waited for by a test.
-thread_local int naps = 0;
-
-void WINAPI CountingSleep(DWORD milliseconds)
-{
-    naps += milliseconds == 1 ? 1 : 0;
-    ::SleepEx(milliseconds, FALSE);
-}
-
-} // namespace
-
-// In this program, what the import library has for Sleep is not taken: the calls are counted instead.
-extern "C" {
-void(WINAPI* __imp_Sleep)(DWORD) = CountingSleep; // NOLINT: the linker's name for it
-}
-
 namespace usbtransport {
 
 constexpr const char* Abandoned = "CCyUSBDriver::USBCommandProcessThread() abort previous Write operation";
@@ -35,6 +18,7 @@ class UsbStuckWrite : public UsbTransport
 {
 protected:
     UsbStuckWrite() { host.quietSeconds.Reset(); }
+    ~UsbStuckWrite() override { hooks::shortNaps = false; }
 
     /// The next write hangs until it is aborted; returns once it does.
     void SendStuck(std::string_view payload)
@@ -86,7 +70,7 @@ TEST_F(UsbStuckWrite, IsAbortedOnTheSixthBusyPass)
     onLine = [&](const std::string& line) {
         if (line.starts_with(Abandoned)) {
             ++aborts;
-            afterSix += std::exchange(naps, 0) == 6 ? 1 : 0;
+            afterSix += std::exchange(hooks::naps, 0) == 6 ? 1 : 0;
         }
     };
     Connect();
@@ -98,7 +82,7 @@ TEST_F(UsbStuckWrite, IsAbortedOnTheSixthBusyPass)
     EXPECT_EQ(afterSix, 10);
 }
 
-TEST_F(UsbStuckWrite, LastsForSixPassesOfAMillisecondAndNotSixTicksOfTheUsualTimer)
+TEST_F(UsbStuckWrite, LastsForSixWholeMillisecondsHoweverShortASleepIs)
 {
     using Clock = std::chrono::steady_clock;
     std::mutex lock;
@@ -109,6 +93,7 @@ TEST_F(UsbStuckWrite, LastsForSixPassesOfAMillisecondAndNotSixTicksOfTheUsualTim
             aborts.push_back(Clock::now());
         }
     };
+    hooks::shortNaps = true;
     Connect();
     bus.SetRule(For(Out, Action::Hold));
     for (int packet = 0; packet < 31; ++packet) {
@@ -121,9 +106,30 @@ TEST_F(UsbStuckWrite, LastsForSixPassesOfAMillisecondAndNotSixTicksOfTheUsualTim
     for (std::size_t i = 1; i < aborts.size(); ++i) {
         shortest = std::min(shortest, aborts[i] - aborts[i - 1]);
     }
-    // Six times Sleep(1), the shortest of many: a busy machine makes some longer. With the usual 15.6 ms it is 94.
-    EXPECT_GE(shortest, std::chrono::microseconds(5'500));
-    EXPECT_LT(shortest, std::chrono::milliseconds(40));
+    EXPECT_GE(shortest, std::chrono::milliseconds(6));
+}
+
+TEST_F(UsbStuckWrite, RaisesTheTimerResolutionOncePerBurst)
+{
+    const auto burst = [this](int aborts) {
+        for (int packet = 0; packet < 11; ++packet) {
+            Send("x");
+        }
+        return RecordingTrace::WaitForLine(
+            "abort previous Write operation (TotalAborted=" + std::to_string(aborts) + ")");
+    };
+    const int before = hooks::throttlingCleared;
+    Connect();
+    bus.SetRule(For(Out, Action::Hold));
+    ASSERT_TRUE(burst(10));
+    EXPECT_EQ(hooks::throttlingCleared, before + 1);
+    // A quiet second ends it.
+    bus.Release(0);
+    ASSERT_TRUE(RecordingTrace::WaitForLine("ReplyProcessThread()IDLE", support::Patience, 3));
+    ASSERT_TRUE(support::WaitUntil([&] { return Access::Queued(*driver) == 0; }));
+    bus.SetRule(For(Out, Action::Hold));
+    ASSERT_TRUE(burst(20));
+    EXPECT_EQ(hooks::throttlingCleared, before + 2);
 }
 
 TEST_F(UsbStuckWrite, CountsGrowForTheLifeOfTheThreadOverReconnectsToo)

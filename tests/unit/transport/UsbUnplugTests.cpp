@@ -94,15 +94,22 @@ TEST_F(UsbUnplug, InMidPacketKeepsItsFirstPartForTheRest)
 
 TEST_F(UsbUnplug, InMidReadEndsTheReadThreadWhichStartsAnewWithTheNextConnection)
 {
+    bus.SetRule(For(In, Action::Hold)); // no read brings anything
     Connect();
     for (std::size_t round = 1; round <= 3; ++round) {
-        Feed(std::string(40'000, 'x')); // no packet in it
+        ASSERT_TRUE(bus.WaitFor(0, In, [](const Counters& c) { return c.held == 1; }));
         ASSERT_NO_FATAL_FAILURE(Lose());
+        EXPECT_EQ(RecordingTrace::Count("Reply-receive failed(1167), reconnecting..."), round)
+            << "its own read failed";
         EXPECT_TRUE(
             RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() ended", support::Patience, round));
-        PlugAndSeeItServed();
+        bus.Plug(0, Instrument());
+        ASSERT_NO_FATAL_FAILURE(AwaitConnection());
         EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBReadWaitThread() started"), round + 1);
     }
+    bus.Release(0);
+    Feed(Frame(1, 1, 3, 1, "read by the last"));
+    EXPECT_TRUE(Delivered(1, "read by the last"));
 }
 
 TEST_F(UsbUnplug, DuringTheConnectProcedureMakesItFailAndTheNextOneServe)
