@@ -277,7 +277,8 @@ void ProceedDue(Slot& slot, std::uint64_t now, Batch& batch)
             continue;
         }
         if (Claim(request)) {
-            request.actions &= ~static_cast<std::uint32_t>(Stubborn); // from here on it heeds what was asked meanwhile
+            request.actions &=
+                ~static_cast<std::uint32_t>(Stubborn); // from here on it heeds what was asked meanwhile
             Proceed(request, batch);
         }
         entry = slot.held.Flink;
