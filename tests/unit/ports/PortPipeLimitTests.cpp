@@ -63,4 +63,19 @@ TEST_F(PortPipeAtTheLimit, ACompletionEnablesReadingAgain)
     }));
 }
 
+TEST_F(PortPipeAtTheLimit, WithNothingToRepeatACompletionEnablesReading)
+{
+    Make(16);
+    Connect();
+    for (int pending = 0; pending < Limit; ++pending) {
+        port->OnMessage("pending");
+    }
+    ASSERT_TRUE(client.Write("")) << "ends the read with nothing to hand over";
+    ASSERT_TRUE(client.Write(Message(1)));
+    EXPECT_FALSE(support::WaitUntil([&] { return transport.Count() > Limit; }, std::chrono::milliseconds(300)));
+    port->PacketCompleted();
+    ASSERT_TRUE(support::WaitUntil([&] { return transport.Count() > Limit; }));
+    EXPECT_EQ(transport.TheSent().back().payload, Message(1));
+}
+
 } // namespace

@@ -135,7 +135,8 @@ TEST_F(PortPipeRecreated, ThrowsTheClientOutAndEmptiesTheQueue)
 TEST_F(PortPipeRecreated, ARequestDuringItIsAnotherOne)
 {
     Make();
-    // The line about the new pipe stands inside the re-creation.
+    // With nobody connected the pipe is created every 50 ms. The line about it stands inside the re-creation; a client
+    // that comes there is the end of it, but for the request.
     std::atomic<int> created{0};
     RecordingTrace::OnLine([&](const std::string& line) {
         if (line.find("Pipe Created") != std::string::npos && ++created == 1) {
@@ -143,7 +144,6 @@ TEST_F(PortPipeRecreated, ARequestDuringItIsAnotherOne)
             client.TryOpen(name);
         }
     });
-    port->RequestPipeRecreate();
     ASSERT_TRUE(support::WaitUntil([&] { return created >= 2; }));
     EXPECT_TRUE(client.IsOpen());
     EXPECT_EQ(RecordingTrace::Count("Pipe connected"), 0u) << "the second came before anything else";
