@@ -60,7 +60,13 @@ bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_SHOWWINDOW: OnShow(wParam != FALSE); return false;
     case WM_WINDOWPOSCHANGED: OnPositionChanged(*reinterpret_cast<const WINDOWPOS*>(lParam)); return false;
     case WM_TIMER: OnTimer(); return true;
-    case TrayIcon::CallbackMessage: OnTrayCallback(lParam); return true;
+    case TrayIcon::CallbackMessage:
+        // DM_GETDEFID has the same number and no parameters; a message of the icon has the mouse message.
+        if (lParam == 0) {
+            return false;
+        }
+        OnTrayCallback(lParam);
+        return true;
     case WM_CONTEXTMENU: return true;
     case WM_QUERYENDSESSION: ::SetWindowLongPtrW(m_window, DWLP_MSGRESULT, TRUE); return true;
     case WM_ENDSESSION: OnEndSession(wParam != FALSE); return true;

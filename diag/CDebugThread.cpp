@@ -23,6 +23,9 @@ CDebugThread::CDebugThread(const Surroundings& surroundings)
     : m_surroundings(surroundings), m_file(surroundings.Disk)
 {
     m_window.OnSessionEnd = [this] { OnSessionEnd(); };
+    m_window.ServeQueue = [this] { ServeModalLoop(); };
+    m_window.OnLoopBegins = [this] { EnterLoop(); };
+    m_window.OnLoopEnds = [this] { LeaveLoop(); };
 }
 
 void CDebugThread::SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append)
@@ -72,6 +75,10 @@ bool CDebugThread::StopForSessionEnd()
 void CDebugThread::BeginStop()
 {
     m_stop.Set();
+    // A loop of Windows (see ModalLoops.cpp) takes messages without a window for itself, so it has to end first.
+    if (const HWND window = m_shownWindow; window != nullptr) {
+        ::PostMessageW(window, WM_CANCELMODE, 0, 0);
+    }
     ::PostThreadMessageW(m_thread.Id(), WM_QUIT, 0, 0);
     m_running = false;
 }
@@ -85,6 +92,7 @@ void CDebugThread::AddTrace(std::uint32_t mask, std::string text)
 {
     if (Accepts(mask)) {
         m_queue.Push(mask, std::move(text), TraceQueue::Stamp::Now);
+        WakeModalLoop();
     }
 }
 
@@ -92,6 +100,7 @@ void CDebugThread::AddRawTrace(std::uint32_t mask, std::string text)
 {
     if (Accepts(mask)) {
         m_queue.Push(mask, std::move(text), TraceQueue::Stamp::None);
+        WakeModalLoop();
     }
 }
 

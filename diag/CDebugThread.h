@@ -108,11 +108,15 @@ private:
     bool Accepts(std::uint32_t mask) const noexcept;
 
     void BeginStop();
+    void WakeModalLoop() noexcept;
 
     void Run();
     void ServeOnce(DWORD timeoutMs) noexcept;
     void Serve(DWORD timeoutMs);
     void DispatchMessages();
+    void EnterLoop() noexcept;
+    void LeaveLoop() noexcept;
+    void ServeModalLoop() noexcept;
     Slot Wait(DWORD timeoutMs) const noexcept;
     void OnEntriesQueued();
     void ApplySettings();
@@ -130,6 +134,9 @@ private:
     Options m_options;
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_threadHeld{false};
+    std::atomic<HWND> m_shownWindow{nullptr};    // the debug window; a stale handle is harmless
+    std::atomic<bool> m_mayBeInLoop{false};      // the worker may be in a modal loop of the debug window
+    std::atomic<bool> m_isServeRequested{false}; // such a loop has a message pending that serves the queue
 
     mutable win32::SharedLock m_namesLock;
     std::wstring m_logFileName GUARDED_BY(m_namesLock) = L"Debug.log";

@@ -12,6 +12,13 @@ constexpr wchar_t ClassName[] = L"MorvaneDebugWindow";
 
 enum Command : WORD { ClearList = 150, Hold, Release, BringWindowToView };
 
+void Call(const std::function<void()>& callback) noexcept
+{
+    if (callback) {
+        callback();
+    }
+}
+
 HINSTANCE Program() noexcept
 {
     return ::GetModuleHandleW(nullptr);
@@ -92,13 +99,19 @@ LRESULT CDebugWindow::Handle(UINT message, WPARAM wParam, LPARAM lParam) noexcep
     case WM_SIZE: m_list.Resize(LOWORD(lParam), HIWORD(lParam)); return 0;
     case WM_SETFOCUS: ::SetFocus(m_list.Window()); return 0; // the arrow keys scroll
     case WM_COMMAND: OnCommand(LOWORD(wParam)); return 0;
-    case WM_TIMER: m_list.Paint(); return 0;
+    case WM_TIMER: OnTimer(wParam); return 0;
+    case ServeMessage: Call(ServeQueue); return 0;
+    case WM_ENTERMENULOOP:
+    case WM_ENTERSIZEMOVE: Call(OnLoopBegins); break;
+    case WM_EXITMENULOOP:
+    case WM_EXITSIZEMOVE: Call(OnLoopEnds); break;
+    case WM_CANCELMODE: CancelModeOfChild(); break;
     case WM_WINDOWPOSCHANGED: SavePlacement(); break;
     case WM_QUERYENDSESSION: return TRUE;
     case WM_ENDSESSION:
-        if (wParam != FALSE && OnSessionEnd) {
+        if (wParam != FALSE) {
             ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
-            OnSessionEnd();
+            Call(OnSessionEnd);
         }
         return 0;
     default: break;
@@ -124,7 +137,40 @@ void CDebugWindow::OnDestroy() noexcept
     ::SetMenu(m_window, nullptr);
     ::DestroyMenu(m_menuBar);
     m_menuBar = nullptr;
+    m_isServeTimerSet = false; // goes with the window
     m_list.Forget();
+}
+
+void CDebugWindow::OnTimer(WPARAM timer) noexcept
+{
+    if (timer == ServeTimer) {
+        Call(ServeQueue);
+    } else {
+        m_list.Paint();
+    }
+}
+
+/// A timer, because its message comes after all others: a message posted to itself would come before the user's input.
+void CDebugWindow::ServeSoon(bool on) noexcept
+{
+    if (on == m_isServeTimerSet || !Exists()) {
+        return;
+    }
+    m_isServeTimerSet = on;
+    if (on) {
+        ::SetTimer(m_window, ServeTimer, USER_TIMER_MINIMUM, nullptr);
+    } else {
+        ::KillTimer(m_window, ServeTimer);
+    }
+}
+
+/// The loop of a scroll bar belongs to the list, which has captured the pointer.
+void CDebugWindow::CancelModeOfChild() noexcept
+{
+    const HWND captured = ::GetCapture();
+    if (captured != nullptr && captured != m_window) {
+        ::SendMessageW(captured, WM_CANCELMODE, 0, 0);
+    }
 }
 
 void CDebugWindow::OnCommand(WORD id) noexcept

@@ -5,7 +5,9 @@
 namespace {
 
 constexpr std::int32_t FlushLines = 50;
-constexpr DWORD FlushInterval = 1000; // ms
+constexpr DWORD FlushInterval = 1000;  // ms
+constexpr DWORD ReopenInterval = 1000; // ms
+constexpr char ContinuedBanner[] = "********** Continued **********\r\n";
 
 } // namespace
 
@@ -18,6 +20,7 @@ win32::FileHandle LogFile::OpenForWriting(const std::wstring& path, DWORD dispos
 
 void LogFile::Open(const std::wstring& path, bool append)
 {
+    m_isInterrupted = false;
     m_file = OpenForWriting(path, append ? OPEN_ALWAYS : CREATE_ALWAYS);
     if (!m_file) {
         return;
@@ -30,7 +33,9 @@ void LogFile::Open(const std::wstring& path, bool append)
 
 void LogFile::WriteLine(std::string_view text, std::uint32_t sizeLimit)
 {
-    if (::GetFileSize(m_file.Get(), nullptr) > sizeLimit) {
+    if (m_isInterrupted) {
+        Resume();
+    } else if (::GetFileSize(m_file.Get(), nullptr) > sizeLimit) {
         Rotate();
     }
     Write(std::string(text) + "\r\n");
@@ -46,7 +51,24 @@ void LogFile::Rotate()
     // Also when the move failed (somebody holds one of the two open): the size stays bounded, at the price of
     // what was in the file.
     m_file = OpenForWriting(m_path, CREATE_ALWAYS);
-    Write("********** Continued **********\r\n");
+    m_isInterrupted = !IsOpen();
+    m_lastOpening = m_disk.Ticks();
+    Write(ContinuedBanner);
+}
+
+/// After a rotation that could not open the new file, as when a virus scanner held it for a moment. Another file may
+/// have come into its place, so nothing is emptied.
+void LogFile::Resume()
+{
+    const DWORD now = m_disk.Ticks();
+    if (now - m_lastOpening < ReopenInterval) {
+        return;
+    }
+    m_lastOpening = now;
+    m_file = OpenForWriting(m_path, OPEN_ALWAYS);
+    m_isInterrupted = !IsOpen();
+    ::SetFilePointer(m_file.Get(), 0, nullptr, FILE_END);
+    Write(ContinuedBanner);
 }
 
 void LogFile::Write(std::string_view text) noexcept

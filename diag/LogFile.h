@@ -26,12 +26,16 @@ public:
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_file); }
 
+    /// Whether WriteLine is to be called: the file is open, or a rotation lost it and WriteLine opens it again.
+    bool TakesLines() const noexcept { return IsOpen() || m_isInterrupted; }
+
     /// Opens or creates the file, keeps its contents if `append`, and writes the begin banner. Only while none
     /// is open.
     void Open(const std::wstring& path, bool append);
 
     /// Writes one line behind those already there. A file that holds more than `sizeLimit` bytes is first moved
-    /// aside, in place of the previous backup, and a new one begun.
+    /// aside, in place of the previous backup, and a new one begun. When that fails, lines are lost until a later call
+    /// can open the file; at most one call a second tries.
     void WriteLine(std::string_view text, std::uint32_t sizeLimit);
 
     /// Writes `text` as it is: a banner.
@@ -46,10 +50,13 @@ public:
 private:
     win32::FileHandle OpenForWriting(const std::wstring& path, DWORD disposition) const noexcept;
     void Rotate();
+    void Resume();
 
     Disk m_disk;
     win32::FileHandle m_file;
-    std::wstring m_path; // of the open file
+    std::wstring m_path; // of the open or interrupted file
+    bool m_isInterrupted = false;
+    DWORD m_lastOpening = 0; // ticks; by Rotate or Resume
     std::int32_t m_unflushedLines = 0;
     DWORD m_lastFlush = 0; // ticks
 };

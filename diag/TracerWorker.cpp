@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <string>
 
 namespace {
 
@@ -63,19 +64,6 @@ void CDebugThread::OnEntriesQueued()
     }
 }
 
-void CDebugThread::DispatchMessages()
-{
-    MSG message;
-    while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-        if (message.message == WM_QUIT) {
-            m_running = false;
-            return;
-        }
-        ::TranslateMessage(&message);
-        ::DispatchMessageW(&message);
-    }
-}
-
 CDebugThread::Slot CDebugThread::Wait(DWORD timeoutMs) const noexcept
 {
     const std::array<HANDLE, 3> handles{m_stop.Get(), m_settings.Get(), m_queue.DataEvent()};
@@ -90,9 +78,13 @@ void CDebugThread::ApplySettings()
     const std::uint32_t filter = m_options.TraceFilter;
     if (WantsWindow(filter)) {
         m_window.Create();
+        if (!m_window.Exists()) {
+            AddTrace(EveryTrace, "Debug window not created, error " + std::to_string(::GetLastError()));
+        }
     } else {
         m_window.Destroy();
     }
+    m_shownWindow = m_window.Window();
     if (WantsFile(filter) && !m_file.IsOpen()) {
         m_file.Open(ChooseLogFilePath(), m_options.AppendToFile);
     } else if (!WantsFile(filter) && m_file.IsOpen()) {
@@ -147,7 +139,7 @@ void CDebugThread::Deliver(const CDebugEntry& entry, int& lastLine)
     if (WantsWindow(filter) && entry.ToWindow) {
         lastLine = m_window.AddLine(entry.Text, false);
     }
-    if (WantsFile(filter) && m_file.IsOpen() && entry.ToFile) {
+    if (WantsFile(filter) && m_file.TakesLines() && entry.ToFile) {
         m_file.WriteLine(entry.Text, m_options.FileSizeLimit);
     }
 }

@@ -24,6 +24,9 @@ void TrayIcon::SetUp(HWND window, HINSTANCE program, const IDebugOptionsHost& ho
 
 void TrayIcon::Refresh()
 {
+    if (m_enabled && !m_isShown) {
+        Notify(NIM_ADD);
+    }
     const std::uint32_t bytes = m_host->GetTransferredBytes();
     const auto delta = static_cast<std::int32_t>(bytes - m_lastBytes); // the counter may wrap around
     m_lastBytes = bytes;
@@ -103,7 +106,9 @@ void TrayIcon::Restore()
     }
 }
 
-void TrayIcon::Notify(DWORD message) const
+// The shell refuses an icon while it is busy, as at logon, and announces no taskbar afterwards. A refusal may also come
+// from a shell that answers too late: then the icon is there, and its next change succeeds.
+void TrayIcon::Notify(DWORD message)
 {
     NOTIFYICONDATAW data{};
     data.cbSize = sizeof data;
@@ -113,7 +118,7 @@ void TrayIcon::Notify(DWORD message) const
     data.uCallbackMessage = CallbackMessage;
     data.hIcon = ::LoadIconW(m_program, MAKEINTRESOURCEW(m_iconId));
     m_tooltip.copy(data.szTip, TooltipCapacity - 1);
-    m_shell.NotifyIcon(message, &data);
+    m_isShown = m_shell.NotifyIcon(message, &data) != FALSE && message != NIM_DELETE;
 }
 
 UINT TrayIcon::ShowPopupMenu(UINT menuId)

@@ -9,7 +9,8 @@
 #include <string>
 
 /// Belongs to the Debug Options dialog and is used on that window's thread alone. A shell that is not there or
-/// refuses is no error: the icon comes when the shell says that its taskbar is there (TaskbarCreated).
+/// refuses is no error: the icon is added again with the next reading, and when the shell says that its taskbar is there
+/// (TaskbarCreated).
 class TrayIcon
 {
 public:
@@ -23,7 +24,7 @@ public:
     /// `program` has the icons and the menu, `host` is asked for the state; all three must outlive the icon.
     void SetUp(HWND window, HINSTANCE program, const IDebugOptionsHost& host);
 
-    /// Takes a new reading of the transport: for each WM_TIMER.
+    /// Takes a new reading of the transport, and adds an icon that is missing: for each WM_TIMER.
     void Refresh();
 
     /// Puts the icon back after the shell's taskbar was made anew.
@@ -44,13 +45,14 @@ private:
 
     void Animate(std::int32_t delta);
     std::wstring StateText(std::int32_t speed) const;
-    void Notify(DWORD message) const;
+    void Notify(DWORD message);
 
     const Shell m_shell;
     HWND m_window = nullptr;
     HINSTANCE m_program = nullptr;
     const IDebugOptionsHost* m_host = nullptr;
     bool m_enabled = false;
+    bool m_isShown = false; // by the shell's last answer
     UINT m_iconId = 0;
     std::wstring m_tooltip;
     UINT_PTR m_timer = 0; // 0: no timer

@@ -15,6 +15,9 @@ struct Placement
     std::uint32_t height = 500;
 };
 
+/// Where Windows keeps a minimised window, which is no place to show one.
+constexpr auto MinimisedOrigin = static_cast<std::uint32_t>(-32000);
+
 RECT ToRectangle(const Placement& placement)
 {
     return {static_cast<LONG>(placement.x), static_cast<LONG>(placement.y),
@@ -35,6 +38,10 @@ RECT LoadWindowPlacement() noexcept
         placement.y = key.ReadDword(L"YOrigin").value_or(placement.y);
         placement.width = key.ReadDword(L"Width").value_or(placement.width);
         placement.height = key.ReadDword(L"Height").value_or(placement.height);
+    }
+    if (placement.x == MinimisedOrigin && placement.y == MinimisedOrigin) {
+        placement.x = Placement().x;
+        placement.y = Placement().y;
     }
     return ToRectangle(placement);
 }

@@ -3,6 +3,8 @@
 #include "tests/system/ui/UiFixture.h"
 #include "win32/RegistryKey.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr wchar_t PlacementKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DebugWinSettings";
@@ -22,9 +24,16 @@ protected:
 
     static void TakeKeyboard()
     {
-        const RECT window = Around(DebugWindow());
-        ASSERT_TRUE(desktop::Click({(window.left + window.right) / 2, window.top + 12})) << "the title bar";
-        ASSERT_TRUE(desktop::WaitForKeyboard("Debug Window"));
+        // A window that has just been shown may not be on the display yet; then the click goes past it.
+        const auto hasKeyboard = [] {
+            return ::GetForegroundWindow() == DebugWindow() && desktop::HasKeyboard("Debug Window");
+        };
+        for (int attempt = 0; attempt < 3 && !hasKeyboard(); ++attempt) {
+            const RECT window = Around(DebugWindow());
+            ASSERT_TRUE(desktop::Click({(window.left + window.right) / 2, window.top + 12})) << "the title bar";
+            support::WaitUntil(hasKeyboard, std::chrono::seconds(10));
+        }
+        ASSERT_TRUE(hasKeyboard());
     }
 
     /// The list's first visible line once all that is in it has been painted.
@@ -50,13 +59,60 @@ protected:
         return Top() > before;
     }
 
-    static bool IsBeingMoved()
+    /// What Windows does in a loop of its own: GUI_INMENUMODE, GUI_INMOVESIZE.
+    static bool IsIn(DWORD loop)
     {
         GUITHREADINFO info{};
         info.cbSize = sizeof info;
         const HWND window = DebugWindow();
-        return !::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info) ||
-               (info.flags & GUI_INMOVESIZE) != 0;
+        return window != nullptr && ::GetGUIThreadInfo(::GetWindowThreadProcessId(window, nullptr), &info) &&
+               (info.flags & loop) != 0;
+    }
+
+    void StartWithWindowAndFile()
+    {
+        RouterSession::SetMask(Pump, PacketsToWindow | PacketsToFile | PipeToFile);
+        ASSERT_NO_FATAL_FAILURE(Start());
+        ASSERT_TRUE(support::WaitUntil([] { return DebugWindow() != nullptr; }));
+    }
+
+    static void OpenMenu()
+    {
+        ASSERT_NO_FATAL_FAILURE(TakeKeyboard());
+        ASSERT_TRUE(desktop::Press("Alt_L"));
+        ASSERT_TRUE(support::WaitUntil([] { return IsIn(GUI_INMENUMODE); }));
+    }
+
+    static void BeginMoving()
+    {
+        const RECT window = Around(DebugWindow());
+        const POINT title{window.left + 190, window.top + 12};
+        ASSERT_TRUE(desktop::Grab(title, {title.x + 40, title.y + 30}));
+        ASSERT_TRUE(support::WaitUntil([] { return IsIn(GUI_INMOVESIZE); }));
+    }
+
+    /// Packets are logged and shown, and the loop goes on.
+    void ExpectLinesWhileIn(DWORD loop)
+    {
+        const LRESULT shown = Lines();
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_NO_FATAL_FAILURE(Exchange("while open " + std::to_string(i)));
+        }
+        EXPECT_TRUE(WaitForLogged("while open 19"));
+        EXPECT_TRUE(support::WaitUntil([&] { return Lines() >= shown + 40; }));
+        EXPECT_TRUE(IsIn(loop));
+    }
+
+    /// The last release: with the last lines and the end banner in the log.
+    void ExpectOrderlyEnd()
+    {
+        ASSERT_NO_FATAL_FAILURE(Exchange("the last packet"));
+        session.Release();
+        EXPECT_EQ(session.WaitForEnd(), 0u);
+        EXPECT_TRUE(LogHas("the last packet"));
+        const std::string log = session.Log();
+        EXPECT_TRUE(log.ends_with("********* End Logging *********\r\n"))
+            << log.substr(log.size() - std::min<std::size_t>(log.size(), 500));
     }
 
     static RECT KeptPlace()
@@ -107,6 +163,43 @@ TEST_F(DebugWindowUi, HoldKeepsTheViewAndReleaseLetsItScroll)
     EXPECT_TRUE(support::WaitUntil([] { return Lines() == 0; }));
 }
 
+TEST_F(DebugWindowUi, LinesGoOnWhileTheMenuIsOpen)
+{
+    ASSERT_NO_FATAL_FAILURE(StartWithWindowAndFile());
+    ASSERT_NO_FATAL_FAILURE(OpenMenu());
+    ExpectLinesWhileIn(GUI_INMENUMODE);
+    ASSERT_TRUE(desktop::Press("Escape"));
+    EXPECT_TRUE(support::WaitUntil([] { return !IsIn(GUI_INMENUMODE); }));
+}
+
+TEST_F(DebugWindowUi, LinesGoOnWhileTheWindowIsBeingMoved)
+{
+    ASSERT_NO_FATAL_FAILURE(StartWithWindowAndFile());
+    ASSERT_NO_FATAL_FAILURE(BeginMoving());
+    ExpectLinesWhileIn(GUI_INMOVESIZE);
+    const RECT before = Around(DebugWindow());
+    ASSERT_TRUE(desktop::PointAt({before.left + 300, before.top + 112}));
+    EXPECT_TRUE(support::WaitUntil([&] { return !(Around(DebugWindow()) == before); }))
+        << "it follows the pointer";
+    ASSERT_TRUE(desktop::Drop());
+    EXPECT_TRUE(support::WaitUntil([] { return !IsIn(GUI_INMOVESIZE); }));
+}
+
+TEST_F(DebugWindowUi, RouterEndsInOrderThoughTheMenuIsOpen)
+{
+    ASSERT_NO_FATAL_FAILURE(StartWithWindowAndFile());
+    ASSERT_NO_FATAL_FAILURE(OpenMenu());
+    ExpectOrderlyEnd();
+}
+
+TEST_F(DebugWindowUi, RouterEndsInOrderThoughTheWindowIsBeingMoved)
+{
+    ASSERT_NO_FATAL_FAILURE(StartWithWindowAndFile());
+    ASSERT_NO_FATAL_FAILURE(BeginMoving());
+    ExpectOrderlyEnd();
+    ASSERT_TRUE(desktop::Drop());
+}
+
 TEST_F(DebugWindowUi, StandsWhereItWasMovedToAndCanBeBroughtBack)
 {
     RouterSession::SetMask(Pump, PacketsToWindow);
@@ -115,7 +208,7 @@ TEST_F(DebugWindowUi, StandsWhereItWasMovedToAndCanBeBroughtBack)
     const RECT first = Around(DebugWindow());
     EXPECT_EQ(first, (RECT{10, 10, 510, 510}));
     ASSERT_TRUE(desktop::Drag({200, 22}, {360, 152}));
-    ASSERT_TRUE(support::WaitUntil([&] { return !(Around(DebugWindow()) == first) && !IsBeingMoved(); }));
+    ASSERT_TRUE(support::WaitUntil([&] { return !(Around(DebugWindow()) == first) && !IsIn(GUI_INMOVESIZE); }));
     const RECT moved = Around(DebugWindow());
     EXPECT_GT(moved.left, first.left);
     EXPECT_GT(moved.top, first.top);

@@ -163,7 +163,17 @@ bool RightClick(POINT place)
 
 bool Drag(POINT from, POINT to)
 {
-    return Pointer(from, "mousedown 1") && Pointer(to, "") && Pointer(to, "mouseup 1");
+    return Grab(from, to) && Pointer(to, "mouseup 1");
+}
+
+bool Grab(POINT from, POINT to)
+{
+    return Pointer(from, "mousedown 1") && Pointer(to, "");
+}
+
+bool Drop()
+{
+    return RunOutside("xdotool mouseup 1");
 }
 
 bool Press(const std::string& keys)
@@ -178,8 +188,12 @@ bool Type(const std::string& text)
 
 bool WaitForKeyboard(const std::string& part)
 {
-    return support::WaitUntil(
-        [&] { return RunOutside("xdotool getwindowfocus getwindowname | grep -q '" + part + "'"); });
+    return support::WaitUntil([&] { return HasKeyboard(part); });
+}
+
+bool HasKeyboard(const std::string& part)
+{
+    return RunOutside("xdotool getwindowfocus getwindowname | grep -q '" + part + "'");
 }
 
 HWND VisibleWindow(const wchar_t* windowClass, const wchar_t* title)

@@ -28,6 +28,9 @@ bool Click(POINT place);
 bool DoubleClick(POINT place);
 bool RightClick(POINT place);
 bool Drag(POINT from, POINT to);
+/// The two halves of Drag: the button is still down, and is let go.
+bool Grab(POINT from, POINT to);
+bool Drop();
 /// Keys by their names on the display ("Tab", "space", "alt+h"), one after the other.
 bool Press(const std::string& keys);
 /// Letters and digits.
@@ -36,6 +39,8 @@ bool Type(const std::string& text);
 /// Waits until the keyboard is with a window whose title has `part`, also as the display sees it: keys that come
 /// earlier go elsewhere.
 bool WaitForKeyboard(const std::string& part);
+/// Whether it is there now.
+bool HasKeyboard(const std::string& part);
 
 /// A top-level window of that class, or of that title if `title` is given, that can be seen; null when there is none.
 HWND VisibleWindow(const wchar_t* windowClass, const wchar_t* title = nullptr);

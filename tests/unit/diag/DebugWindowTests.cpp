@@ -1,7 +1,8 @@
 // The window as such: its look, its place, its menu.
 #include "tests/unit/diag/DebugWindowFixture.h"
 
-#include <regex>
+#include <iomanip>
+#include <sstream>
 
 namespace {
 
@@ -44,6 +45,24 @@ TEST_F(DebugWindowTest, PlaceLeftOfAndAboveTheFirstScreenIsKeptToo)
     EXPECT_EQ(Place(), (RECT{-30, -20, 470, 480}));
 }
 
+TEST_F(DebugWindowTest, PlaceOfAMinimisedWindowCountsAsTenTen)
+{
+    Keep(L"XOrigin", static_cast<std::uint32_t>(-32000));
+    Keep(L"YOrigin", static_cast<std::uint32_t>(-32000));
+    Keep(L"Width", 600);
+    Keep(L"Height", 400);
+    m_window.Create();
+    EXPECT_EQ(Place(), (RECT{10, 10, 610, 410}));
+}
+
+TEST_F(DebugWindowTest, PlaceFarToOneSideStaysAsStored)
+{
+    Keep(L"XOrigin", static_cast<std::uint32_t>(-32000));
+    Keep(L"YOrigin", 40);
+    m_window.Create();
+    EXPECT_EQ(Place(), (RECT{-32000, 40, -31500, 540}));
+}
+
 TEST_F(DebugWindowTest, MovingAndSizingSavesThePlace)
 {
     m_window.Create();
@@ -57,14 +76,28 @@ TEST_F(DebugWindowTest, MovingAndSizingSavesThePlace)
     EXPECT_EQ(Kept(L"Width"), 310u);
 }
 
+/// Month and day without leading zeros.
+std::wstring TitleAt(const SYSTEMTIME& time)
+{
+    std::wostringstream title;
+    title << L"Morvane Port Router - Debug Window (" << time.wMonth << L'/' << time.wDay << L' '
+          << std::setfill(L'0') << std::setw(2) << time.wHour << L':' << std::setw(2) << time.wMinute << L':'
+          << std::setw(2) << time.wSecond << L')';
+    return title.str();
+}
+
 TEST_F(DebugWindowTest, TitleHasTheProductAndTheTimeOfCreation)
 {
-    m_window.Create();
-    std::wstring title(200, L'\0');
-    title.resize(static_cast<std::size_t>(::GetWindowTextW(m_window.Window(), title.data(), 200)));
-    // Month and day without leading zeros.
-    EXPECT_TRUE(std::regex_match(
-        title, std::wregex(LR"(Morvane Port Router - Debug Window \([1-9]\d?/[1-9]\d? \d\d:\d\d:\d\d\))")));
+    // Created within one second of the clock, sooner or later.
+    EXPECT_TRUE(support::WaitUntil([&] {
+        m_window.Destroy();
+        SYSTEMTIME now;
+        ::GetLocalTime(&now);
+        m_window.Create();
+        std::wstring title(200, L'\0');
+        title.resize(static_cast<std::size_t>(::GetWindowTextW(m_window.Window(), title.data(), 200)));
+        return title == TitleAt(now);
+    }));
 }
 
 TEST_F(DebugWindowTest, IsAVisibleOverlappedWindowThatClipsItsChildren)

@@ -104,26 +104,68 @@ TEST_F(DialogTest, DoubleClickOnTheIconOpensItAndOtherMouseMessagesDoNot)
     EXPECT_TRUE(::IsWindowVisible(m_dialog.Window()));
 }
 
+/// What happens on this thread while a message is being handled: whether a menu was open. A menu gets the keys of its
+/// first entry.
+class MenuWatch
+{
+public:
+    explicit MenuWatch(HWND window) : m_window(window)
+    {
+        s_seen = 0;
+        ::SetTimer(m_window, Timer, 50, &Choose);
+    }
+    ~MenuWatch() { ::KillTimer(m_window, Timer); }
+    MenuWatch(const MenuWatch&) = delete;
+    MenuWatch& operator=(const MenuWatch&) = delete;
+
+    static bool SawMenu() { return s_seen != 0; }
+
+private:
+    static constexpr UINT_PTR Timer = 7;
+
+    static void CALLBACK Choose(HWND window, UINT, UINT_PTR timer, DWORD)
+    {
+        ::KillTimer(window, timer);
+        GUITHREADINFO thread{};
+        thread.cbSize = sizeof thread;
+        if (::GetGUIThreadInfo(::GetCurrentThreadId(), &thread) && (thread.flags & GUI_INMENUMODE) != 0) {
+            ++s_seen;
+            ::PostMessageW(window, WM_KEYDOWN, VK_DOWN, 0);
+            ::PostMessageW(window, WM_KEYDOWN, VK_RETURN, 0);
+        }
+    }
+
+    static inline int s_seen = 0;
+    const HWND m_window;
+};
+
 TEST_F(DialogTest, RightButtonOpensTheMenuWhoseEntryOnlyClosesIt)
 {
     Create();
-    ::SetTimer(m_dialog.Window(), 7, 50, [](HWND window, UINT, UINT_PTR timer, DWORD) CALLBACK {
-        ::KillTimer(window, timer);
-        ::PostMessageW(window, WM_KEYDOWN, VK_DOWN, 0);
-        ::PostMessageW(window, WM_KEYDOWN, VK_RETURN, 0);
-    });
+    const MenuWatch watch(m_dialog.Window());
     ::SendMessageW(m_dialog.Window(), WM_USER, 0, WM_RBUTTONUP);
+    EXPECT_TRUE(MenuWatch::SawMenu());
     PumpMessages();
     EXPECT_FALSE(m_dialog.IsVisible());
 }
 
 TEST_F(DialogTest, ContextMenuMessageIsSwallowed)
 {
+    Show();
+    RECT place;
+    ::GetWindowRect(m_dialog.Window(), &place);
+    const MenuWatch watch(m_dialog.Window());
+    // On the caption, where a window by default opens its system menu.
+    ::SendMessageW(m_dialog.Window(), WM_CONTEXTMENU, reinterpret_cast<WPARAM>(m_dialog.Window()),
+                   MAKELPARAM((place.left + place.right) / 2, place.top + ::GetSystemMetrics(SM_CYCAPTION) / 2));
+    EXPECT_FALSE(MenuWatch::SawMenu());
+}
+
+TEST_F(DialogTest, TellsItsDefaultButton)
+{
+    static_assert(DM_GETDEFID == TrayIcon::CallbackMessage);
     Create();
-    ::SendMessageW(m_dialog.Window(), WM_CONTEXTMENU, reinterpret_cast<WPARAM>(m_dialog.Window()), -1);
-    PumpMessages();
-    EXPECT_EQ(::FindWindowW(L"#32768", nullptr), nullptr) << "no menu is open";
-    EXPECT_FALSE(m_dialog.IsVisible());
+    EXPECT_EQ(::SendMessageW(m_dialog.Window(), DM_GETDEFID, 0, 0), MAKELRESULT(IDOK, DC_HASDEFID));
 }
 
 TEST_F(DialogTest, QueryOfTheSessionsEndIsAnsweredYes)

@@ -6,11 +6,12 @@ namespace {
 
 std::vector<ShellCall> g_notified;
 std::vector<Opened> g_executed;
+bool g_refusing = false;
 
 BOOL WINAPI RecordNotify(DWORD message, PNOTIFYICONDATAW data)
 {
     g_notified.push_back({message, *data});
-    return TRUE;
+    return g_refusing ? FALSE : TRUE;
 }
 
 HINSTANCE WINAPI RecordExecute(HWND, LPCWSTR verb, LPCWSTR file, LPCWSTR parameters, LPCWSTR folder, INT show)
@@ -35,6 +36,12 @@ void ForgetShellCalls()
 {
     g_notified.clear();
     g_executed.clear();
+    g_refusing = false;
+}
+
+void RefuseShellCalls(bool refuse)
+{
+    g_refusing = refuse;
 }
 
 Shell RecordingShell()

@@ -72,6 +72,9 @@ const std::vector<ShellCall>& NotifyCalls();
 const std::vector<Opened>& ExecuteCalls();
 void ForgetShellCalls();
 
+/// From now on the shell answers no, until told otherwise or ForgetShellCalls.
+void RefuseShellCalls(bool refuse);
+
 /// A shell that remembers and shows nothing.
 Shell RecordingShell();
 

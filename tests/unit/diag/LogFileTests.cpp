@@ -25,21 +25,27 @@ DWORD WINAPI CommandedTicks() noexcept
     return g_ticks;
 }
 
-BOOL WINAPI DiskFull(HANDLE, LPCVOID, DWORD, LPDWORD written, LPOVERLAPPED) noexcept
+bool g_diskIsFull;
+
+BOOL WINAPI WriteIfRoom(HANDLE file, LPCVOID data, DWORD size, LPDWORD written, LPOVERLAPPED overlapped) noexcept
 {
+    if (!g_diskIsFull) {
+        return ::WriteFile(file, data, size, written, overlapped);
+    }
     *written = 0;
     ::SetLastError(ERROR_DISK_FULL);
     return FALSE;
 }
 
+bool g_filesRefused;
 int g_creations;
 
-/// The first call works, the ones behind it are refused.
-HANDLE WINAPI CreateOnce(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
-                         DWORD disposition, DWORD flags, HANDLE templateFile) noexcept
+HANDLE WINAPI CreateIfAllowed(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                              DWORD disposition, DWORD flags, HANDLE templateFile) noexcept
 {
-    return ++g_creations == 1 ? ::CreateFileW(path, access, share, security, disposition, flags, templateFile)
-                              : INVALID_HANDLE_VALUE;
+    ++g_creations;
+    return g_filesRefused ? INVALID_HANDLE_VALUE
+                          : ::CreateFileW(path, access, share, security, disposition, flags, templateFile);
 }
 
 class LogFileTest : public testing::Test
@@ -171,31 +177,87 @@ TEST_F(LogFileTest, BackupHeldOpenCostsTheFullFileButLoggingGoesOn)
     EXPECT_EQ(ReadLines(m_path), (Lines{Continued, "first", "second"}));
 }
 
-TEST_F(LogFileTest, FileThatCannotBeBegunAnewIsNotOpenAndItsLinesAreLost)
+TEST_F(LogFileTest, FullDiskLosesLinesAndNothingElse)
 {
-    g_creations = 0;
-    LogFile file({&CreateOnce, &::WriteFile, &::FlushFileBuffers, &::GetTickCount});
+    LogFile file({&::CreateFileW, &WriteIfRoom, &::FlushFileBuffers, &::GetTickCount});
     file.Open(m_path, true);
     ASSERT_TRUE(file.IsOpen());
-    file.WriteLine("lost", 0);
-    EXPECT_FALSE(file.IsOpen());
-    file.WriteLine("lost as well", 0);
-    file.Write("and this\r\n");
+    g_diskIsFull = true;
+    for (int i = 0; i < 1000; ++i) {
+        file.WriteLine("lost", NoLimit);
+        file.FlushWhenDue();
+    }
+    g_diskIsFull = false;
+    file.WriteLine("room again", NoLimit);
+    file.Close();
+    const Lines lines = ReadLines(m_path);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines.at(1), "room again");
+    EXPECT_EQ(WithoutStamp(lines.at(2)), "********* End Logging *********");
+}
+
+/// A log whose rotation has moved the full file aside and could not open the next one.
+class InterruptedLogFile : public LogFileTest
+{
+protected:
+    InterruptedLogFile()
+    {
+        g_ticks = 0xFFFFFF00; // wraps around on the way
+        g_filesRefused = false;
+        m_interrupted.Open(m_path, true);
+        g_filesRefused = true;
+        m_interrupted.WriteLine("lost", 0);
+        g_creations = 0;
+    }
+    ~InterruptedLogFile() override { g_filesRefused = false; }
+
+    LogFile m_interrupted{{&CreateIfAllowed, &::WriteFile, &::FlushFileBuffers, &CommandedTicks}};
+};
+
+TEST_F(InterruptedLogFile, IsNotOpenAndItsLinesAreLost)
+{
+    EXPECT_FALSE(m_interrupted.IsOpen());
+    m_interrupted.WriteLine("lost as well", 0);
+    m_interrupted.Write("and this\r\n");
     EXPECT_FALSE(Exists(m_path));
     EXPECT_EQ(ReadLines(m_backup).back(), ToBeContinued);
 }
 
-TEST_F(LogFileTest, FullDiskLosesLinesAndNothingElse)
+TEST_F(InterruptedLogFile, GoesOnWithTheFirstLineAfterASecond)
 {
-    LogFile file({&::CreateFileW, &DiskFull, &::FlushFileBuffers, &::GetTickCount});
-    file.Open(m_path, true);
-    EXPECT_TRUE(file.IsOpen());
-    for (int i = 0; i < 1000; ++i) {
-        file.WriteLine("lost", 0);
-        file.FlushWhenDue();
+    g_filesRefused = false;
+    g_ticks += 999;
+    EXPECT_TRUE(m_interrupted.TakesLines());
+    m_interrupted.WriteLine("lost as well", NoLimit);
+    EXPECT_FALSE(Exists(m_path));
+    g_ticks += 1;
+    m_interrupted.WriteLine("found", NoLimit);
+    m_interrupted.WriteLine("next", NoLimit);
+    EXPECT_EQ(ReadLines(m_path), (Lines{Continued, "found", "next"}));
+}
+
+TEST_F(InterruptedLogFile, TriesOnceASecond)
+{
+    for (int line = 0; line < 50; ++line) {
+        g_ticks += 100;
+        m_interrupted.WriteLine("lost", NoLimit);
     }
-    file.Close();
-    EXPECT_EQ(ReadText(m_path), "");
+    EXPECT_EQ(g_creations, 5);
+}
+
+TEST_F(InterruptedLogFile, KeepsWhatHasComeIntoItsPlace)
+{
+    WriteText(m_path, "of another program\r\n");
+    g_filesRefused = false;
+    g_ticks += 1000;
+    m_interrupted.WriteLine("found", NoLimit);
+    EXPECT_EQ(ReadLines(m_path), (Lines{"of another program", Continued, "found"}));
+}
+
+TEST_F(InterruptedLogFile, WaitsForTheNextSettingsWhenThoseCouldNotOpenIt)
+{
+    m_interrupted.Open(m_path, true);
+    EXPECT_FALSE(m_interrupted.TakesLines());
 }
 
 class LogFileFlushTest : public LogFileTest

@@ -152,6 +152,20 @@ TEST_F(TracerTest, LogHeldOpenBySomebodyElseIsTriedAgainAtTheNextSettings)
     EXPECT_EQ(CountLines(Log(), "dropped"), 0u);
 }
 
+TEST_F(TracerTest, LogThatRotationCouldNotOpenAgainGoesOnLater)
+{
+    Start(ToFile, 0);
+    RefuseFiles(true);
+    m_tracer->AddTrace(ToFile, "lost");
+    ASSERT_TRUE(support::WaitUntil([&] { return Exists(BackupPath()) && !Exists(LogPath()); }));
+    RefuseFiles(false);
+    ASSERT_TRUE(support::WaitUntil([&] {
+        m_tracer->AddTrace(ToFile, "found");
+        return Exists(LogPath()) && CountLines(Log(), "found") != 0;
+    }));
+    EXPECT_EQ(CountLines(Log(), "lost"), 0u);
+}
+
 TEST_F(TracerTest, ProgramWhosePathIsUnknownLogsToTheRootOfDriveC)
 {
     SetProgramPath(std::nullopt);

@@ -10,6 +10,8 @@ enum class Gate { Open, Closed, UntilStop };
 std::optional<std::wstring> g_programPath;
 std::atomic<Gate> g_gate{Gate::Open};
 std::atomic<int> g_writes{0};
+std::atomic<int> g_flushes{0};
+std::atomic<bool> g_filesRefused{false};
 const win32::Event g_blocked{win32::Event::Kind::ManualReset};
 const win32::Event g_unblocked{win32::Event::Kind::ManualReset};
 
@@ -49,7 +51,15 @@ BOOL WINAPI GatedWrite(HANDLE file, LPCVOID data, DWORD length, LPDWORD written,
 /// How long a real disk takes for it depends on what else the machine does.
 BOOL WINAPI NoFlush(HANDLE) noexcept
 {
+    ++g_flushes;
     return TRUE;
+}
+
+HANDLE WINAPI RefusableCreate(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                              DWORD disposition, DWORD flags, HANDLE templateFile) noexcept
+{
+    return g_filesRefused ? INVALID_HANDLE_VALUE
+                          : ::CreateFileW(path, access, share, security, disposition, flags, templateFile);
 }
 
 } // namespace
@@ -57,6 +67,16 @@ BOOL WINAPI NoFlush(HANDLE) noexcept
 int WrittenLines()
 {
     return g_writes;
+}
+
+int Flushes()
+{
+    return g_flushes;
+}
+
+void RefuseFiles(bool refuse)
+{
+    g_filesRefused = refuse;
 }
 
 void SetProgramPath(const std::optional<std::wstring>& path)
@@ -68,9 +88,12 @@ TracerTest::TracerTest() : m_logFolder((m_folder.Path() / L"Log\\").wstring())
 {
     Unblock();
     g_writes = 0;
+    g_flushes = 0;
+    RefuseFiles(false);
     SetProgramPath((m_folder.Path() / L"Program.exe").wstring());
     CDebugThread::Surroundings surroundings;
     surroundings.ProgramPath = &ProgramPath;
+    surroundings.Disk.Create = &RefusableCreate;
     surroundings.Disk.Write = &GatedWrite;
     surroundings.Disk.Flush = &NoFlush;
     m_tracer = CDebugThread::Create(surroundings);

@@ -54,4 +54,8 @@ protected:
 
 /// How many lines the tracer's disk has been given since the start of the test, and the program path it sees.
 int WrittenLines();
+/// How often since then it was flushed.
+int Flushes();
+/// From now on no file can be opened or created; or again.
+void RefuseFiles(bool refuse);
 void SetProgramPath(const std::optional<std::wstring>& path);

@@ -3,6 +3,7 @@
 #include "win32/Event.h"
 
 #include <algorithm>
+#include <chrono>
 #include <thread>
 
 namespace {
@@ -112,8 +113,37 @@ TEST_F(TracerTest, NothingIsTakenBeforeStartAndAfterStop)
     m_tracer->AddTrace(ToFile, "too early");
     Start(ToFile);
     ASSERT_TRUE(m_tracer->Stop());
-    m_tracer->AddTrace(ToFile, "too late");
     EXPECT_EQ(Log().size(), 3u);
+    m_tracer->AddTrace(ToFile, "too late");
+    // What had been taken would come with the next start.
+    ASSERT_TRUE(m_tracer->Start());
+    ASSERT_TRUE(m_tracer->Stop());
+    EXPECT_EQ(CountLines(Log(), "Begin Logging"), 2u);
+    EXPECT_EQ(CountLines(Log(), "too "), 0u);
+}
+
+TEST_F(TracerTest, LinesAreFlushedToTheDisk)
+{
+    Start(ToFile);
+    ASSERT_TRUE(support::WaitUntil([] { return Flushes() == 1; })) << "with the begin banner";
+    m_tracer->AddTrace(ToFile, "line");
+    EXPECT_TRUE(support::WaitUntil([] { return Flushes() == 2; }));
+}
+
+TEST_F(TracerTest, DebugWindowThatCannotBeCreatedIsTraced)
+{
+    // A class of that name whose windows refuse to be created.
+    ::UnregisterClassW(L"MorvaneDebugWindow", ::GetModuleHandleW(nullptr));
+    WNDCLASSEXW refusing{};
+    refusing.cbSize = sizeof refusing;
+    refusing.lpfnWndProc = [](HWND, UINT, WPARAM, LPARAM) -> LRESULT { return 0; };
+    refusing.hInstance = ::GetModuleHandleW(nullptr);
+    refusing.lpszClassName = L"MorvaneDebugWindow";
+    ASSERT_NE(::RegisterClassExW(&refusing), 0);
+    Start(ToBoth);
+    EXPECT_TRUE(WaitForLine("Debug window not created, error "));
+    ASSERT_TRUE(m_tracer->Stop());
+    EXPECT_TRUE(::UnregisterClassW(L"MorvaneDebugWindow", ::GetModuleHandleW(nullptr)));
 }
 
 TEST_F(TracerTest, RawTraceHasNoStampAndAnEmptyOneWritesNothing)
@@ -253,11 +283,20 @@ TEST_F(TracerTest, WindowIsGoneAfterStop)
     EXPECT_EQ(DebugWindow(), nullptr);
 }
 
-TEST_F(TracerTest, StopsAtOnceWhenThereIsNothingToDoAndTwiceIsHarmless)
+TEST_F(TracerTest, StopsAtOnceWhenThereIsNothingToDo)
 {
     Start(0);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_tracer->Stop());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2500)) << "the limit is 5 s";
+}
+
+TEST_F(TracerTest, StoppingTwiceIsHarmless)
+{
+    Start(ToFile);
     EXPECT_TRUE(m_tracer->Stop());
     EXPECT_TRUE(m_tracer->Stop());
+    EXPECT_EQ(CountLines(Log(), "End Logging"), 1u);
 }
 
 TEST_F(TracerTest, NeverStartedTracerStopsAndGoes)

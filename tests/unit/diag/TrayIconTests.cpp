@@ -44,12 +44,10 @@ protected:
 
     bool TimerRuns() const
     {
-        return support::WaitUntil(
-            [&] {
-                MSG message{};
-                return ::PeekMessageW(&message, m_window, WM_TIMER, WM_TIMER, PM_REMOVE) && message.wParam == 1;
-            },
-            std::chrono::milliseconds(3000));
+        return support::WaitUntil([&] {
+            MSG message{};
+            return ::PeekMessageW(&message, m_window, WM_TIMER, WM_TIMER, PM_REMOVE) && message.wParam == 1;
+        });
     }
 
     HWND m_window;
@@ -90,6 +88,20 @@ TEST_F(TrayIconTest, TimerOneRunsFromTheStartAndIsReplacedNotDoubled)
     while (::PeekMessageW(&message, m_window, WM_TIMER, WM_TIMER, PM_REMOVE)) {
     }
     EXPECT_FALSE(::KillTimer(m_window, 1)) << "there is none any more";
+}
+
+TEST_F(TrayIconTest, TicksOnceASecond)
+{
+    // A busy machine may see a tick late, but never early.
+    const auto inTime = [&] {
+        SetUpTray();
+        const ULONGLONG begin = ::GetTickCount64();
+        EXPECT_TRUE(TimerRuns());
+        const ULONGLONG passed = ::GetTickCount64() - begin;
+        EXPECT_GE(passed, 950u);
+        return passed < 1500;
+    };
+    EXPECT_TRUE(support::WaitUntil(inTime));
 }
 
 TEST_F(TrayIconTest, ChangesAreSentAsModificationsWithEverything)
@@ -217,6 +229,58 @@ TEST_F(TrayIconTest, ComesBackWithANewTaskbarUnlessItWasRemoved)
     m_tray.RemoveTrayIcon();
     ForgetShellCalls();
     m_tray.Restore();
+    EXPECT_EQ(CountCalls(NIM_ADD), 0);
+}
+
+TEST_F(TrayIconTest, AddThatWasRefusedIsRepeatedWithTheNextTick)
+{
+    RefuseShellCalls(true);
+    SetUpTray();
+    ForgetShellCalls();
+    Tick();
+    EXPECT_EQ(CountCalls(NIM_ADD), 1);
+    Tick();
+    EXPECT_EQ(CountCalls(NIM_ADD), 0) << "it is there now";
+}
+
+TEST_F(TrayIconTest, AddThatWasRefusedIsRepeatedWithANewTaskbar)
+{
+    RefuseShellCalls(true);
+    SetUpTray();
+    ForgetShellCalls();
+    m_tray.Restore();
+    EXPECT_EQ(CountCalls(NIM_ADD), 1);
+    Tick();
+    EXPECT_EQ(CountCalls(NIM_ADD), 0);
+}
+
+TEST_F(TrayIconTest, IconThatTheShellHasLostIsAddedAgain)
+{
+    SetUpTray();
+    RefuseShellCalls(true);
+    m_tray.SetIcon(IDI_CONNECTED_2);
+    Tick();
+    EXPECT_EQ(CountCalls(NIM_ADD), 1);
+    EXPECT_EQ(IconId(NotifyCalls().front().data.hIcon), 207u);
+}
+
+TEST_F(TrayIconTest, IconThatCanBeChangedIsNotAddedAgain)
+{
+    RefuseShellCalls(true);
+    SetUpTray(); // a shell that answered too late
+    ForgetShellCalls();
+    m_tray.SetIcon(IDI_CONNECTED_2);
+    Tick();
+    EXPECT_EQ(CountCalls(NIM_ADD), 0);
+}
+
+TEST_F(TrayIconTest, MissingIconIsNotAddedWhileDisabled)
+{
+    RefuseShellCalls(true);
+    SetUpTray();
+    m_tray.EnableTray(false);
+    ForgetShellCalls();
+    Tick();
     EXPECT_EQ(CountCalls(NIM_ADD), 0);
 }
 
