@@ -126,9 +126,9 @@ void TracerTest::Trace(std::uint32_t mask, int first, int count)
     }
 }
 
-bool TracerTest::WaitForLine(std::string_view part)
+bool TracerTest::WaitForLine(std::string_view part, std::chrono::milliseconds patience)
 {
-    return support::WaitUntil([&] { return ReadText(LogPath()).find(part) != std::string::npos; });
+    return support::WaitUntil([&] { return ReadText(LogPath()).find(part) != std::string::npos; }, patience);
 }
 
 HWND TracerTest::DebugWindow()
