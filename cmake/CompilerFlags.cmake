@@ -37,6 +37,9 @@ target_compile_definitions(morvane_flags INTERFACE
     MORVANE_VERSION_MINOR=${PROJECT_VERSION_MINOR}
     MORVANE_VERSION_PATCH=${PROJECT_VERSION_PATCH})
 if(WIN32)
+    # Given to the linker as well, which adds the static library of the protector where the compiler has one.
+    target_compile_options(morvane_flags INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong>")
+    target_link_options(morvane_flags INTERFACE -fstack-protector-strong)
     target_compile_definitions(morvane_flags INTERFACE
         UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT
         _WIN32_WINNT=0x0A00 WINVER=0x0A00 NTDDI_VERSION=0x0A000000)

@@ -106,6 +106,11 @@ if(system_sources)
         endif()
     endforeach()
     morvane_use_instrument(system_tests)
+
+    # Compiled with the flags of the programs, optimisation included.
+    add_executable(StackOverrun tests/system/overrun/Main.cpp)
+    target_link_libraries(StackOverrun PRIVATE morvane_flags)
+    add_dependencies(system_tests StackOverrun)
     morvane_add_test(TARGET system_tests LABEL system SHARDS 4 TIMEOUT 400)
 endif()
 
