@@ -12,8 +12,8 @@ bool EndsWithin(DWORD limitMs, const std::function<void()>& step) noexcept
         }
         Trace(trace::RouterChannel, trace::General, "EndsWithin() no thread, error %lu", ::GetLastError());
         step();
+        return true;
     } catch (...) {
-        // As on a thread of its own: what the step threw ends with it.
+        return true; // as on a thread of its own: what the step threw ends with it
     }
-    return true;
 }

@@ -1,21 +1,29 @@
 #include "win32/TimerResolution.h"
 
 #include <timeapi.h>
+#include <bit>
 
 namespace win32 {
 
 namespace {
 
+using TimerCall = MMRESULT(WINAPI*)(UINT);
+
+MMRESULT WINAPI NotThere(UINT /*milliseconds*/)
+{
+    return TIMERR_NOCANDO;
+}
+
 struct TimerCalls
 {
-    decltype(&::timeBeginPeriod) begin = nullptr;
-    decltype(&::timeEndPeriod) end = nullptr;
+    TimerCall begin = &NotThere;
+    TimerCall end = &NotThere;
 };
 
-template <class Call>
-Call AddressOf(HMODULE library, const char* name) noexcept
+TimerCall AddressOf(HMODULE library, const char* name) noexcept
 {
-    return reinterpret_cast<Call>(reinterpret_cast<void*>(::GetProcAddress(library, name)));
+    const FARPROC address = ::GetProcAddress(library, name);
+    return address != nullptr ? std::bit_cast<TimerCall>(address) : &NotThere;
 }
 
 /// Loaded by hand and from the system's folder only. winmm.dll is none of the libraries that Windows always takes
@@ -27,8 +35,7 @@ TimerCalls LoadTimerCalls() noexcept
     if (library == nullptr) {
         return {};
     }
-    return {AddressOf<decltype(TimerCalls::begin)>(library, "timeBeginPeriod"),
-            AddressOf<decltype(TimerCalls::end)>(library, "timeEndPeriod")};
+    return {AddressOf(library, "timeBeginPeriod"), AddressOf(library, "timeEndPeriod")};
 }
 
 const TimerCalls& Calls() noexcept
@@ -54,10 +61,9 @@ void KeepResolutionWhileInvisible() noexcept
 void TimerResolution::Raise() noexcept
 {
     m_lastRaise = ::GetTickCount64();
-    const TimerCalls& calls = Calls();
-    if (!m_raised && calls.begin != nullptr && calls.end != nullptr) {
+    if (!m_raised) {
         KeepResolutionWhileInvisible();
-        m_raised = calls.begin(1) == TIMERR_NOERROR;
+        m_raised = Calls().begin(1) == TIMERR_NOERROR;
     }
 }
 
