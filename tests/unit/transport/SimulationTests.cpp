@@ -382,7 +382,8 @@ TEST_F(Simulation, AWriteThatIsRefusedIsTracedAndANewConnectionMade)
     hooks::refusedWrites = 1;
     Send("refused");
     ASSERT_TRUE(RecordingTrace::WaitForLine("Command-sent failed, reconnecting"));
-    EXPECT_GT(host.signals, signals);
+    EXPECT_TRUE(support::WaitUntil([&] { return host.signals > signals; }))
+        << "the ports hear of it after the line";
     simulator.reset();
     simulator.emplace();
     AwaitConnection();
