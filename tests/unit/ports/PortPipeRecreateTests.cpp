@@ -103,10 +103,10 @@ TEST_F(PortPipeStopped, SaysSoAndEmptiesItsQueue)
     });
     Connect();
     ASSERT_TRUE(client.Write("last request"));
-    ASSERT_TRUE(RecordingTrace::WaitForLine("Ended"));
+    EXPECT_TRUE(support::WaitUntil([&] { return port->IsStopping(); }));
+    port.reset();
     EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(RecordingTrace::Count("(" + fullName + ") PipeProcessThread shutting down..."), 1u);
-    port.reset();
     EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::PipeProcessThread Ended (" + fullName + ")"), 1u);
     EXPECT_FALSE(client.Read()) << "the packet was not written";
 }
