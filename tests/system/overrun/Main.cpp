@@ -1,5 +1,7 @@
 // Writes beyond the end of an array on its stack, compiled as the product's programs are. Prints "survived" when
 // nothing ended it.
+#include "win32/Windows.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +29,8 @@ int main(int count, char** words)
     if (count != 2) {
         return 2;
     }
+    // A crash ends the program with its code at once, without a debugger that is started first.
+    ::SetUnhandledExceptionFilter([](EXCEPTION_POINTERS*) -> LONG { return EXCEPTION_EXECUTE_HANDLER; });
     const int first = Overrun(std::strtoul(words[1], nullptr, 10));
     std::printf("survived %c\n", first);
     return 0;

@@ -276,4 +276,25 @@ TEST_F(RouterObject, DescribesItself)
     ::SysFreeString(help);
 }
 
+// A dual interface has two descriptions. The loader of type libraries takes the automation flag from the one for
+// IDispatch, and the marshaler asks the other one for it ("ITypeInfo::GetRefTypeOfImplType method": -1 leads there).
+TEST_F(RouterObject, ItsInterfaceIsDualNonextensibleAndForAutomation)
+{
+    const auto router = Create();
+    ITypeInfo* dispatch = nullptr;
+    ASSERT_EQ(router->GetTypeInfo(0, LOCALE_NEUTRAL, &dispatch), S_OK);
+    const ComPointer<ITypeInfo> dispatchOwner(dispatch);
+    HREFTYPE other = 0;
+    ASSERT_EQ(dispatch->GetRefTypeOfImplType(static_cast<UINT>(-1), &other), S_OK);
+    ITypeInfo* vtable = nullptr;
+    ASSERT_EQ(dispatch->GetRefTypeInfo(other, &vtable), S_OK);
+    const ComPointer<ITypeInfo> vtableOwner(vtable);
+    TYPEATTR* attributes = nullptr;
+    ASSERT_EQ(vtable->GetTypeAttr(&attributes), S_OK);
+    EXPECT_EQ(attributes->typekind, TKIND_INTERFACE);
+    EXPECT_EQ(attributes->wTypeFlags,
+              TYPEFLAG_FDUAL | TYPEFLAG_FNONEXTENSIBLE | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FDISPATCHABLE);
+    vtable->ReleaseTypeAttr(attributes);
+}
+
 } // namespace
