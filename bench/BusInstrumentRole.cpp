@@ -1,8 +1,8 @@
 // The instrument behind the simulated driver: gives back what is written to it, as it came.
 #include "bench/Roles.h"
 
+#include "console/Console.h"
 #include "tests/instrument/InstrumentControl.h"
-#include "tools/common/Console.h"
 
 namespace bench {
 

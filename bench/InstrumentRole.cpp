@@ -2,9 +2,9 @@
 #include "bench/PipeEnd.h"
 #include "bench/Roles.h"
 #include "bench/SharedRecord.h"
+#include "console/Console.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
-#include "tools/common/Console.h"
 
 #include <algorithm>
 

@@ -2,9 +2,9 @@
 #include "bench/Roles.h"
 #include "bench/Rows.h"
 #include "bench/WireRows.h"
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tests/system/RouterSession.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 #include <fstream>
 #include <functional>

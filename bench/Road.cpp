@@ -1,8 +1,8 @@
 #include "bench/Road.h"
 
 #include "bench/Measure.h"
+#include "console/Console.h"
 #include "tests/support/UniqueName.h"
-#include "tools/common/Console.h"
 
 #include <stdexcept>
 

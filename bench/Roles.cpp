@@ -1,8 +1,8 @@
 #include "bench/Roles.h"
 
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tests/support/UniqueName.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 #include <stdexcept>
 

@@ -3,9 +3,9 @@
 // -> reply thread -> port thread -> client.
 #include "bench/Roles.h"
 
+#include "console/Console.h"
 #include "tests/support/UniqueName.h"
 #include "tests/support/WaitUntil.h"
-#include "tools/common/Console.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
 #include "win32/OverlappedOperation.h"

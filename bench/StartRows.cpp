@@ -1,8 +1,8 @@
 #include "bench/EmptyServer.h"
 #include "bench/Road.h"
 #include "bench/Rows.h"
+#include "client/RouterAutomation.h"
 #include "tests/support/UniqueName.h"
-#include "tools/common/RouterAutomation.h"
 
 #include <stdexcept>
 

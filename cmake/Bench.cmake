@@ -4,11 +4,10 @@ morvane_sources(bench_sources bench/*.cpp
     tests/support/ChildProcess.cpp tests/support/TempFolder.cpp tests/support/UniqueName.cpp
     tests/support/WaitUntil.cpp
     tests/system/KilledServer.cpp tests/system/ProcessUsage.cpp tests/system/RouterSession.cpp)
-if(TARGET morvane_instrument AND TARGET MorvanePortRouter AND bench_sources)
-    morvane_add_console_program(bench SOURCES ${bench_sources}
-        LIBRARIES morvane_toolcommon morvane_host)
+if(TARGET morvane_testdriver AND TARGET MorvanePortRouter AND bench_sources)
+    morvane_add_console_program(bench SOURCES ${bench_sources} LIBRARIES ${MORVANE_KIT_LIBRARIES} morvane_host)
     morvane_add_resources(bench)
-    morvane_use_instrument(bench)
+    morvane_use_testdriver(bench)
     add_dependencies(bench MorvanePortRouter)
     if(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
         # Whether it runs and prints all its rows, not how fast.

@@ -4,8 +4,8 @@ morvane_sources(MORVANE_PORTABLE_SOURCES
     firmware/ChunkPlan.cpp
     firmware/DownloadDialogue.cpp
     usb/Descriptors.cpp
-    tools/common/Instrument*.cpp
-    tools/common/CommandLine.cpp
-    tools/common/HexDump.cpp
-    tools/common/RoundTrips.cpp
-    tools/common/SequencedPayload.cpp)
+    console/CommandLine.cpp
+    console/HexDump.cpp
+    instrument/Instrument*.cpp
+    instrument/SequencedPayload.cpp
+    tools/RouterProbe/RoundTrips.cpp)

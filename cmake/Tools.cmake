@@ -1,6 +1,7 @@
-# Each folder of tools/ is a console program of its name; tools/common is shared by them. All of them, and
-# bench, enter at wmain: what people type reaches them as Windows has it, in UTF-16.
+# The kits that tools, tests and the benchmark share, and the tools: each folder of tools/ is a console program of its
+# name. All of them, and bench, enter at wmain: what people type reaches them as Windows has it, in UTF-16.
 
+# morvane_add_console_program(name SOURCES source... LIBRARIES library...)
 function(morvane_add_console_program name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
     add_executable(${name} ${arg_SOURCES})
@@ -9,17 +10,20 @@ function(morvane_add_console_program name)
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
-# Tools use the portable and the Windows modules, never the router's own.
-morvane_sources(common_sources tools/common/*.cpp)
-add_library(morvane_toolcommon STATIC ${common_sources})
-target_link_libraries(morvane_toolcommon PUBLIC morvane_flags morvane_generated morvane_packet morvane_win32 morvane_system)
-morvane_precompile(morvane_toolcommon)
+# The simulated instrument behind a kernel driver.
+add_subdirectory(${PROJECT_SOURCE_DIR}/tests/instrument testdriver)
+
+# Kits of the tools, the tests and the benchmark; of the product they use the wrappers of Windows and the wire format.
+# The instrument's USB endpoint speaks to the test driver's remote control.
+morvane_module(console USES win32)
+morvane_module(client USES win32)
+morvane_module(instrument USES console testdriver packet win32)
+set(MORVANE_KIT_LIBRARIES morvane_client morvane_instrument morvane_console)
 
 morvane_sources(tool_folders tools/*)
 foreach(folder ${tool_folders})
     get_filename_component(tool ${folder} NAME)
     morvane_sources(tool_sources tools/${tool}/*.cpp tools/${tool}/*.rc)
-    if(tool_sources AND NOT tool STREQUAL "common")
-        morvane_add_console_program(${tool} SOURCES ${tool_sources} LIBRARIES morvane_toolcommon)
-    endif()
+    morvane_add_console_program(${tool} SOURCES ${tool_sources} LIBRARIES ${MORVANE_KIT_LIBRARIES})
 endforeach()
+add_dependencies(InstrumentBus MorvaneTestInstrument)

@@ -1,9 +1,9 @@
 // The router's end of a simulated instrument in a test: writes packets into the engine, reads what comes back.
 #pragma once
 
+#include "instrument/InstrumentEngine.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
-#include "tools/common/InstrumentEngine.h"
 
 #include <gtest/gtest.h>
 

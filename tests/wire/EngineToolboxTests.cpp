@@ -1,6 +1,6 @@
 // Command lines and measurement payloads of the tools.
-#include "tools/common/CommandLine.h"
-#include "tools/common/SequencedPayload.h"
+#include "console/CommandLine.h"
+#include "instrument/SequencedPayload.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The download dialogue against the simulated instrument's bootloader: both ends of the conversation.
+#include "instrument/InstrumentFirmware.h"
+#include "instrument/InstrumentScript.h"
 #include "tests/wire/FirmwareRecorder.h"
-#include "tools/common/InstrumentFirmware.h"
-#include "tools/common/InstrumentScript.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // InstrumentSimulator: plays the instrument behind the router's simulator pipe.
-#include "tools/common/Console.h"
-#include "tools/common/PipeInstrument.h"
-#include "tools/common/PlayProgram.h"
+#include "console/Console.h"
+#include "instrument/PipeInstrument.h"
+#include "instrument/PlayProgram.h"
 
 #include <memory>
 

@@ -1,6 +1,6 @@
 #include "ListenJob.h"
 
-#include "tools/common/SequencedPayload.h"
+#include "instrument/SequencedPayload.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include "Probe.h"
 #include "ProbeOptions.h"
 
-#include "tools/common/Console.h"
+#include "console/Console.h"
 
 #include <exception>
 

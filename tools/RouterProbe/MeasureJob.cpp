@@ -1,6 +1,6 @@
 #include "MeasureJob.h"
 
-#include "tools/common/SequencedPayload.h"
+#include "instrument/SequencedPayload.h"
 
 #include <algorithm>
 #include <array>

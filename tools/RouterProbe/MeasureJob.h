@@ -3,7 +3,7 @@
 
 #include "PortJob.h"
 
-#include "tools/common/RoundTrips.h"
+#include "tools/RouterProbe/RoundTrips.h"
 
 #include <set>
 

@@ -1,6 +1,6 @@
 #include "PortJob.h"
 
-#include "tools/common/HexDump.h"
+#include "console/HexDump.h"
 
 PortJob::End PortJob::Run(ClientPipe& pipe)
 {

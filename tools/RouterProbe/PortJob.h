@@ -3,8 +3,8 @@
 
 #include "ProbeOptions.h"
 
-#include "tools/common/ClientPipe.h"
-#include "tools/common/Console.h"
+#include "client/ClientPipe.h"
+#include "console/Console.h"
 
 #include <atomic>
 #include <chrono>

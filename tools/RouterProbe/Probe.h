@@ -5,7 +5,7 @@
 #include "ProbeOptions.h"
 #include "RouterSession.h"
 
-#include "tools/common/Console.h"
+#include "console/Console.h"
 #include "win32/Event.h"
 
 #include <atomic>

@@ -1,8 +1,8 @@
 #include "ProbeOptions.h"
 
-#include "tools/common/CommandLine.h"
-#include "tools/common/InstrumentWords.h"
-#include "tools/common/WholeFile.h"
+#include "console/CommandLine.h"
+#include "console/WholeFile.h"
+#include "instrument/InstrumentWords.h"
 #include "win32/Windows.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 
 #include "ProbeOptions.h"
 
-#include "tools/common/Console.h"
-#include "tools/common/RouterAutomation.h"
+#include "client/RouterAutomation.h"
+#include "console/Console.h"
 
 #include <optional>
 #include <string>

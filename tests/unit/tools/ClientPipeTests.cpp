@@ -1,7 +1,7 @@
 // A client's end of a port pipe, against a pipe that behaves as the router's do.
+#include "client/ClientPipe.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/unit/tools/FakePort.h"
-#include "tools/common/ClientPipe.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // The built probe, at pipes that the test serves in the router's place (--attach).
+#include "client/RouterAutomation.h"
+#include "instrument/SequencedPayload.h"
 #include "tests/support/TempFolder.h"
 #include "tests/unit/tools/FakePort.h"
 #include "tests/unit/tools/ToolRun.h"
-#include "tools/common/RouterAutomation.h"
-#include "tools/common/SequencedPayload.h"
 
 #include <gtest/gtest.h>
 #include <objbase.h>

@@ -1,12 +1,12 @@
 // The router's end of the simulator pipe, for tests of the simulator.
 #pragma once
 
+#include "client/ClientPipe.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
 #include "tests/support/Frames.h"
 #include "tests/support/UniqueName.h"
 #include "tests/support/WaitUntil.h"
-#include "tools/common/ClientPipe.h"
 #include "win32/Event.h"
 
 #include <optional>

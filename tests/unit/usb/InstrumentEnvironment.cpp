@@ -1,4 +1,4 @@
-#include "tests/instrument/InstrumentEnvironment.h"
+#include "tests/support/InstrumentEnvironment.h"
 
 namespace {
 

@@ -1,0 +1,123 @@
+// A simulated instrument without its cable: takes what the router wrote, gives what the router is to read, says when
+// to go away and come back. Portable; the ends (a pipe, a simulated USB device) pass the time in and do the I/O.
+//
+// An end's loop:
+//     on connection:  engine.Connected(now)
+//     on bytes:       engine.Receive(bytes, now)
+//     whenever no write is under way:
+//         switch (engine.Take(now, bytes)) { Write: write bytes; Vanish: unplug; Return: plug in; Nothing: wait }
+//     wait for:       bytes, the end of the write, the connection's end, the time engine.NextDue()
+//     on its end:     engine.Disconnected(now)
+// Times never run backwards. One thread.
+#pragma once
+
+#include "instrument/InstrumentFirmware.h"
+#include "instrument/InstrumentOutput.h"
+#include "instrument/InstrumentScript.h"
+#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/WireFormat.h"
+
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <span>
+#include <vector>
+
+namespace instrument {
+
+struct Counters
+{
+    std::uint64_t connections = 0;
+    std::uint64_t requests = 0;       // packets of type 1 that are not for the bootloader
+    std::uint64_t controlPackets = 0; // type 238, which get no answer
+    std::uint64_t otherPackets = 0;   // of other types, which get none either
+    std::uint64_t firmwareMessages = 0;
+    std::uint64_t bytesReceived = 0;
+    std::uint64_t garbageReceived = 0; // bytes between packets
+    std::uint64_t wrongChecksums = 0;  // packets received with one
+    std::uint64_t numberGaps = 0;      // packets received whose number is not the one before plus 1 (modulo 256)
+    std::uint64_t answers = 0;         // packets sent because of a request
+    std::uint64_t unsolicited = 0;     // packets sent without one
+    std::uint64_t bytesSent = 0;
+    std::uint64_t vanished = 0;
+};
+
+/// Hears what the engine sees, from inside its calls. The default does nothing.
+class Observer
+{
+public:
+    virtual ~Observer() = default;
+    virtual void OnPacket(const wire::Frame& /*frame*/, bool /*numberGap*/, bool /*wrongChecksum*/) {}
+    virtual void OnGarbage(std::size_t /*bytes*/) {}
+    virtual void OnFirmware(const FirmwareReport& /*report*/) {}
+};
+
+class InstrumentEngine
+{
+public:
+    enum class Order { Nothing, Write, Vanish, Return };
+
+    /// `observer` may be null; it must outlive the engine. `expectedImage`: what a download is compared with.
+    explicit InstrumentEngine(Script script, Observer* observer = nullptr,
+                              std::optional<Bytes> expectedImage = std::nullopt);
+
+    /// The router is there; numbering starts afresh and nothing of an earlier connection is left.
+    void Connected(Time now);
+    /// The router is gone; what it had not read yet is dropped.
+    void Disconnected(Time now);
+
+    /// What the router wrote: any bytes in any cut.
+    void Receive(std::span<const std::uint8_t> bytes, Time now);
+
+    /// The next thing to do. Write: `bytes` (whose old content is dropped) holds at least one byte, to be written
+    /// in one go. Vanish: the end takes the instrument away as if unplugged. Return: the end puts it back.
+    /// After Vanish nothing comes but Return.
+    Order Take(Time now, Bytes& bytes);
+
+    /// When Take may give something although nothing was received meanwhile; none: not before a Receive.
+    std::optional<Time> NextDue() const;
+
+    bool IsAway() const noexcept { return m_away; }
+    /// True while anything that was meant to be sent has not been taken yet.
+    bool HasUnsent() const noexcept { return !m_output.IsEmpty(); }
+    const Counters& Counted() const noexcept { return m_counters; }
+    const FirmwareReport& Firmware() const noexcept { return m_firmware.Report(); }
+
+private:
+    struct Timer
+    {
+        const Rule* rule;
+        Time due; // Time::max(): done
+    };
+
+    bool SkipToSync();
+    void OnFrame(const wire::Frame& frame, Time now);
+    void OnRequest(const wire::Frame& frame, Time now);
+    void OnFirmwareMessage(const wire::Frame& frame, Time now);
+    bool Matches(const RuleTrigger& trigger, Address from);
+    void Perform(const Treatment& treatment, Address from, std::span<const std::uint8_t> request, Time now,
+                 std::uint64_t& counter);
+    void RunTimers(Time now);
+    bool IsFlooding() const noexcept;
+    Time FloodDue() const;
+    void RunFlood(Time now);
+    void Vanish(Time now);
+
+    const Script m_script;
+    Observer* const m_observer;
+    Counters m_counters;
+    InstrumentFirmware m_firmware;
+    InstrumentOutput m_output;
+    ReceiveBuffer m_received;
+    std::minstd_rand m_random;
+    std::vector<Timer> m_timers;
+    std::optional<std::uint8_t> m_lastNumber; // of the router's last packet in this connection
+    std::uint64_t m_flooded = 0;
+    Time m_floodStart{};
+    Bytes m_floodPayload;
+    bool m_connected = false;
+    bool m_away = false;
+    std::optional<Time> m_return;
+};
+
+} // namespace instrument

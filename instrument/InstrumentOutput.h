@@ -1,0 +1,89 @@
+// Packets on their way from the simulated instrument to the router: delayed, numbered as they leave, joined into few
+// writes or cut into many. Portable.
+#pragma once
+
+#include "instrument/InstrumentTreatment.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <random>
+#include <span>
+
+namespace instrument {
+
+class InstrumentOutput
+{
+public:
+    enum class Taken { Nothing, Write, Vanish };
+    using Payload = std::optional<std::span<const std::uint8_t>>;
+
+    /// Writes of at most `largestWrite` bytes (at least 1).
+    InstrumentOutput(Numbering numbering, std::uint8_t firstNumber, std::size_t largestWrite, std::uint32_t seed);
+
+    /// Drops everything on its way and numbers from the first number again.
+    void Restart();
+
+    /// One packet of type 1, `treatment.delay` from now; of the treatment only what is about one packet counts.
+    /// Without a payload there is no packet, only what the treatment puts around it.
+    void Send(const Treatment& treatment, Address to, Payload payload, Time now);
+
+    /// What is due by `now`, joined as far as the treatments allow. Write: `bytes` holds it and nothing else.
+    /// Vanish: everything still on its way is dropped.
+    Taken Take(Time now, Bytes& bytes);
+
+    /// When Take may give something; none while nothing is on its way.
+    std::optional<Time> NextDue() const;
+
+    /// After Taken::Vanish: for how long; none for good.
+    std::optional<Time> AwayFor() const noexcept { return m_awayFor; }
+
+    bool IsEmpty() const noexcept { return m_delayed.empty() && m_stream.empty(); }
+
+private:
+    /// A packet that is not due yet.
+    struct Delayed
+    {
+        Treatment treatment;
+        Address to;
+        std::optional<Bytes> payload;
+    };
+
+    /// Bytes that leave in one go, or (vanish) the end of it all. Pieces leave in their order.
+    struct Piece
+    {
+        Bytes bytes;
+        Time notBefore{};
+        Time gap{};                     // at least this long after the piece before it
+        std::size_t missingPackets = 0; // leaves when so many more are in it,
+        Time holdUntil{};               // or then
+        bool joinable = true;           // more packets may be put to its end
+        std::optional<Vanishing> vanish;
+
+        Time Due() const noexcept { return missingPackets == 0 ? notBefore : std::max(notBefore, holdUntil); }
+    };
+
+    void EmitDue(Time now);
+    void Emit(const Treatment& treatment, Address to, Payload payload, Time now);
+    void Compose(const Treatment& treatment, Address to, Payload payload);
+    void AppendGarbage(std::size_t count);
+    std::uint8_t TakeNumber(const Treatment& treatment);
+    void QueueComposed(const Treatment& treatment, Time now);
+    void QueueSplit(const Treatment& treatment, Time now);
+    void QueueVanishing(const Vanishing& vanishing, Time now);
+    Piece& NewPiece(Time now);
+
+    const Numbering m_numbering;
+    const std::uint8_t m_firstNumber;
+    const std::size_t m_largestWrite;
+    std::minstd_rand m_random;
+    std::uint8_t m_nextNumber;
+    std::optional<Time> m_awayFor;
+    std::multimap<Time, Delayed> m_delayed; // by the time they are due; of the same time in order of arrival
+    std::deque<Piece> m_stream;
+    Bytes m_composed; // the packet in the making; kept for its room
+};
+
+} // namespace instrument

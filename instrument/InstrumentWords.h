@@ -1,0 +1,74 @@
+// One line of the script language as words. Portable.
+#pragma once
+
+#include "instrument/InstrumentTreatment.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace instrument {
+
+/// Why a line is wrong. Thrown and caught inside the reading of one line.
+class WrongLine : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Reads a line from left to right. What is not there or not what is asked for throws WrongLine.
+class Words
+{
+public:
+    static constexpr std::int64_t Most = std::numeric_limits<std::int64_t>::max();
+
+    /// Text in double quotes is one word, ":" and ";" are words of their own, "#" begins a comment.
+    explicit Words(std::string_view line);
+
+    bool AtEnd() const noexcept { return m_next == m_words.size(); }
+    /// At the end of the line or in front of a ";", which ends one action.
+    bool AtEndOfAction() const noexcept { return AtEnd() || Is(";"); }
+    bool Is(std::string_view word) const noexcept;
+    bool Has(std::string_view word) const noexcept; // anywhere from here on
+    /// Takes the next word when it is this one.
+    bool Accept(std::string_view word) noexcept;
+    void Expect(std::string_view word);
+    void ExpectEnd() const;
+
+    /// `what` names the thing in the message.
+    std::string Next(const char* what);
+    std::int64_t Number(const char* what, std::int64_t least, std::int64_t most);
+    /// Milliseconds, with or without a decimal part; at most about eleven days.
+    Time Milliseconds();
+    /// "TYPE,PORT", 0 to 255 each.
+    Address PortAddress();
+    /// All words up to the end of the action: hex digits, two a byte, or text in quotes; at least one.
+    Bytes Payload();
+
+private:
+    struct Word
+    {
+        std::string text;
+        bool quoted;
+    };
+
+    std::size_t ReadQuoted(std::string_view line, std::size_t at);
+
+    std::vector<Word> m_words;
+    std::size_t m_next = 0;
+};
+
+/// Bytes of hex digits, two a byte; throws WrongLine.
+Bytes BytesOfHex(std::string_view digits);
+
+/// What \r \n \t \0 \\ \" and \xHH in `text` stand for; throws WrongLine.
+Bytes BytesOfText(std::string_view text);
+
+/// "TYPE,PORT"; throws WrongLine.
+Address AddressOf(std::string_view text);
+
+} // namespace instrument

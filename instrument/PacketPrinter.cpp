@@ -1,0 +1,118 @@
+#include "instrument/PacketPrinter.h"
+
+#include "console/Console.h"
+#include "console/HexDump.h"
+
+#include <array>
+#include <cstdio>
+#include <sstream>
+
+using instrument::FirmwareReport;
+
+namespace {
+
+constexpr std::chrono::seconds ProgressPeriod{1};
+
+template <class... Values>
+std::string Format(const char* format, Values... values)
+{
+    std::array<char, 200> text{};
+    std::snprintf(text.data(), text.size(), format, values...);
+    return text.data();
+}
+
+} // namespace
+
+PacketPrinter::PacketPrinter() : m_start(console::Now()) {}
+
+void PacketPrinter::Line(const std::string& text)
+{
+    const double seconds = std::chrono::duration<double>(console::Now() - m_start).count();
+    m_lines += Format("%11.6f ", seconds) + text + "\n";
+}
+
+void PacketPrinter::Flush()
+{
+    if (!m_lines.empty()) {
+        console::Say(m_lines);
+        m_lines.clear();
+    }
+}
+
+void PacketPrinter::OnPacket(const wire::Frame& frame, bool numberGap, bool wrongChecksum)
+{
+    // A download would print thousands of lines; its progress tells more.
+    if (frame.packetType == wire::PortTraffic && frame.deviceType == 0 && frame.port == 0) {
+        return;
+    }
+    std::string line = Format("no %3u type %3u [%02u,%02u] %5zu bytes ", static_cast<unsigned>(frame.packetNumber),
+                              static_cast<unsigned>(frame.packetType), static_cast<unsigned>(frame.deviceType),
+                              static_cast<unsigned>(frame.port), frame.payload.size()) +
+                       hexdump::Short(frame.payload);
+    line += numberGap ? " (number gap)" : "";
+    line += wrongChecksum ? " (wrong checksum)" : "";
+    Line(line);
+}
+
+void PacketPrinter::OnGarbage(std::size_t bytes)
+{
+    Line(Format("%zu bytes that belong to no packet", bytes));
+}
+
+void PacketPrinter::OnFirmware(const FirmwareReport& report)
+{
+    const bool changed = report.state != m_firmwareState || report.state != FirmwareReport::State::Receiving;
+    if (changed || console::Now() - m_lastProgress >= ProgressPeriod) {
+        m_firmwareState = report.state;
+        m_lastProgress = console::Now();
+        Line(FirmwareLine(report));
+    }
+}
+
+std::string FirmwareLine(const FirmwareReport& report)
+{
+    using State = FirmwareReport::State;
+    using Match = FirmwareReport::Match;
+    static constexpr std::array<const char*, 5> states = {"none", "prepared", "receiving", "done", "ended"};
+    std::ostringstream line;
+    line << "firmware " << states[static_cast<std::size_t>(report.state)] << ": " << report.received << " of "
+         << report.announced << " bytes in " << report.chunks << " chunks";
+    if (report.announced != 0) {
+        line << Format(", %.1f %%",
+                       100.0 * static_cast<double>(report.received) / static_cast<double>(report.announced));
+    }
+    if (report.chunks > 1) {
+        line << Format(", %.3f MB/s", report.BytesPerSecond() / 1e6);
+    }
+    if (report.state == State::Done) {
+        line << (report.match == Match::Same ? ", the same as expected"
+                 : report.match == Match::Different
+                     ? ", different from offset " + std::to_string(report.firstDifference)
+                     : ", not compared");
+    }
+    if (report.tooLong != 0) {
+        line << ", " << report.tooLong << " chunks too long";
+    }
+    return line.str();
+}
+
+std::string SummaryOf(const instrument::InstrumentEngine& engine, std::chrono::microseconds running)
+{
+    const instrument::Counters& counted = engine.Counted();
+    const double seconds = std::chrono::duration<double>(running).count();
+    std::ostringstream text;
+    text << "summary: " << Format("%.3f", seconds) << " s, " << counted.connections << " connections, vanished "
+         << counted.vanished << " times\n"
+         << "  received: " << counted.requests << " requests, " << counted.controlPackets << " control packets, "
+         << counted.firmwareMessages << " firmware messages, " << counted.otherPackets << " others, "
+         << counted.bytesReceived << " bytes\n"
+         << "  faults of the router: " << counted.numberGaps << " number gaps, " << counted.wrongChecksums
+         << " wrong checksums, " << counted.garbageReceived << " bytes outside packets\n"
+         << "  sent: " << counted.answers << " answers, " << counted.unsolicited << " unsolicited, "
+         << counted.bytesSent << " bytes\n";
+    if (engine.Firmware().prepares != 0) {
+        text << "  " << FirmwareLine(engine.Firmware()) << "; " << engine.Firmware().downloads
+             << " downloads came whole\n";
+    }
+    return text.str();
+}
