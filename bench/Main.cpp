@@ -4,7 +4,7 @@
 #include "bench/WireRows.h"
 #include "console/CommandLine.h"
 #include "console/Console.h"
-#include "tests/system/RouterSession.h"
+#include "tests/support/RouterSession.h"
 
 #include <fstream>
 #include <functional>

@@ -4,7 +4,7 @@
 #include "bench/PipeEnd.h"
 #include "bench/Roles.h"
 #include "bench/SharedRecord.h"
-#include "tests/system/RouterSession.h"
+#include "tests/support/RouterSession.h"
 
 #include <memory>
 

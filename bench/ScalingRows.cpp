@@ -1,8 +1,8 @@
 // 1 to 64 ports, each with a client that does round trips.
 #include "bench/Road.h"
 #include "bench/Rows.h"
+#include "tests/support/ProcessUsage.h"
 #include "tests/support/WaitUntil.h"
-#include "tests/system/ProcessUsage.h"
 #include "win32/Event.h"
 #include "win32/Thread.h"
 

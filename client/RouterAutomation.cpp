@@ -2,30 +2,22 @@
 
 #include "win32/Windows.h"
 
+#include <MorvanePortRouter.h>
 #include <oleauto.h>
 #include <tlhelp32.h>
 #include <array>
 #include <cwchar>
 #include <utility>
 
-/// The methods in the order of the router's type library. Not in the unnamed namespace: there the compiler takes it
-/// that nobody implements the interface, and that its calls are never reached.
-struct RouterMethods : IDispatch // NOLINT(cppcoreguidelines-virtual-class-destructor): released, never deleted
-{
-    virtual HRESULT STDMETHODCALLTYPE Register(LONG deviceType, ULONG port, LONG readBuffer, LONG writeBuffer,
-                                               BSTR portName) = 0;
-    virtual HRESULT STDMETHODCALLTYPE Unregister(LONG deviceType, ULONG port) = 0;
-};
-
 namespace {
 
 constexpr const wchar_t* ProgId = L"MorvanePortRouter.MorvaneUSBRouter.1";
 constexpr const wchar_t* ProgramName = L"MorvanePortRouter.exe";
-constexpr IID RouterInterface = {0x4E8B2C17, 0x9A35, 0x4D6F, {0xB0, 0xC2, 0x7F, 0x1E, 0x5A, 0x93, 0xD4, 0x68}};
 
-RouterMethods* Methods(IDispatch* object)
+/// Of an object created for early binding.
+IMorvaneUSBRouter* Methods(IDispatch* object)
 {
-    return static_cast<RouterMethods*>(object);
+    return static_cast<IMorvaneUSBRouter*>(object);
 }
 
 /// An automation string of one call.
@@ -85,7 +77,7 @@ RouterAutomation::Result RouterAutomation::Create(Binding binding)
         return Result::NotRegistered;
     }
     m_binding = binding;
-    const IID& wanted = binding == Binding::Early ? RouterInterface : IID_IDispatch;
+    const IID& wanted = binding == Binding::Early ? __uuidof(IMorvaneUSBRouter) : IID_IDispatch;
     void* object = nullptr;
     if (Note(::CoCreateInstance(classId, nullptr, CLSCTX_LOCAL_SERVER, wanted, &object)) != Result::Done) {
         return m_error == REGDB_E_CLASSNOTREG ? Result::NotRegistered : Result::NoStart;
@@ -144,23 +136,29 @@ void RouterAutomation::Release()
     }
 }
 
-bool RouterProcess::Find()
+std::vector<DWORD> ProcessesNamed(const std::wstring& program)
 {
-    m_process.Reset();
-    m_id = 0;
+    std::vector<DWORD> found;
     const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    if (!snapshot) {
-        return false;
-    }
-    std::uint64_t youngest = 0;
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more != FALSE;
          more = ::Process32NextW(snapshot.Get(), &entry))
     {
-        if (::_wcsicmp(entry.szExeFile, ProgramName) == 0) {
-            Consider(entry.th32ProcessID, youngest);
+        if (::_wcsicmp(entry.szExeFile, program.c_str()) == 0) {
+            found.push_back(entry.th32ProcessID);
         }
+    }
+    return found;
+}
+
+bool RouterProcess::Find()
+{
+    m_process.Reset();
+    m_id = 0;
+    std::uint64_t youngest = 0;
+    for (const DWORD id : ProcessesNamed(ProgramName)) {
+        Consider(id, youngest);
     }
     return IsFound();
 }

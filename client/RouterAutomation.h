@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 struct IDispatch;
 
@@ -43,6 +44,9 @@ private:
     Binding m_binding = Binding::Early;
     HRESULT m_error = S_OK;
 };
+
+/// Ids of the running processes of that program, "name.exe" in any case.
+std::vector<DWORD> ProcessesNamed(const std::wstring& program);
 
 /// The router's process, from outside.
 class RouterProcess

@@ -3,7 +3,7 @@
 morvane_sources(bench_sources bench/*.cpp
     tests/support/ChildProcess.cpp tests/support/TempFolder.cpp tests/support/UniqueName.cpp
     tests/support/WaitUntil.cpp
-    tests/system/KilledServer.cpp tests/system/ProcessUsage.cpp tests/system/RouterSession.cpp)
+    tests/support/KilledServer.cpp tests/support/ProcessUsage.cpp tests/support/RouterSession.cpp)
 if(TARGET morvane_testdriver AND TARGET MorvanePortRouter AND bench_sources)
     morvane_add_console_program(bench SOURCES ${bench_sources} LIBRARIES ${MORVANE_KIT_LIBRARIES} morvane_host)
     morvane_add_resources(bench)

@@ -16,7 +16,7 @@ set(support_libraries "")
 if(support_sources)
     add_library(morvane_testsupport STATIC ${support_sources})
     target_link_libraries(morvane_testsupport PUBLIC morvane_flags morvane_generated morvane_googletest
-        morvane_packet morvane_win32 morvane_system)
+        morvane_client morvane_packet morvane_win32 morvane_system)
     target_compile_options(morvane_testsupport PRIVATE ${test_options})
     # GoogleMock and windows.h take longer to read than most tests take to compile.
     target_precompile_headers(morvane_testsupport PRIVATE <gmock/gmock.h> <gtest/gtest.h> <windows.h>
@@ -111,8 +111,7 @@ endif()
 # Real windows, pointer and keys, which the display's own tools move: under Wine only. Each entry has a desktop of its
 # own.
 if(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
-    morvane_sources(ui_sources tests/system/ui/*.cpp tests/system/RouterSession.cpp tests/system/KilledServer.cpp
-        tests/system/RegistryListing.cpp)
+    morvane_sources(ui_sources tests/system/ui/*.cpp tests/system/RegistryListing.cpp)
     morvane_add_gtest(ui_tests SOURCES ${ui_sources}
         LIBRARIES ${support_libraries} ${trace_library} morvane_diag morvane_transport)
     add_dependencies(ui_tests MorvanePortRouter RouterProbe InstrumentSimulator)

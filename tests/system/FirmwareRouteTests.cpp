@@ -1,8 +1,8 @@
 // The firmware download through the whole router, over USB, as the instrument and the clients see it.
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/BusProcess.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/ServedPort.h"
 #include "tests/unit/bus/UsbRouterEnd.h"
 

@@ -1,7 +1,7 @@
 // The built router as an automation server: activation from another process, calls, and its end.
+#include "tests/support/KilledServer.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/KilledServer.h"
-#include "tests/system/RouterSession.h"
 #include "win32/RegistryKey.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The built router as a process: one at a time, its start and its end.
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/RegistryListing.h"
-#include "tests/system/RouterSession.h"
 #include "win32/RegistryKey.h"
 
 #include <gtest/gtest.h>

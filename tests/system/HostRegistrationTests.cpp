@@ -1,7 +1,7 @@
 // Registration switches of the built program, compared with full listings of the registry.
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/RegistryListing.h"
-#include "tests/system/RouterSession.h"
 #include "win32/RegistryKey.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // The end of a router whose host programs are gone, with real processes of those names.
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/BusProcess.h"
-#include "tests/system/RouterSession.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The built probe and the built router together: what a service engineer does first.
+#include "tests/support/KilledServer.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/KilledServer.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 
 #include <gtest/gtest.h>

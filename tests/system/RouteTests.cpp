@@ -1,7 +1,7 @@
 // The whole road in simulation mode: clients, the built router, the built simulator.
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/ServedPort.h"
 #include "tests/system/SimulatorProcess.h"
 

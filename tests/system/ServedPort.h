@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tests/support/PipeClient.h"
-#include "tests/system/RouterSession.h"
+#include "tests/support/RouterSession.h"
 
 #include <string>
 #include <string_view>

@@ -2,9 +2,9 @@
 //
 // MORVANE_SOAK_PACKETS sets how many packets go over the four ports in all; the default is a short run.
 #include "tests/support/PipeClient.h"
+#include "tests/support/ProcessUsage.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/ProcessUsage.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 #include "win32/Thread.h"
 

@@ -7,10 +7,10 @@
 #include "tests/instrument/InstrumentDriver.h"
 #include "tests/support/Frames.h"
 #include "tests/support/PipeClient.h"
+#include "tests/support/ProcessUsage.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/ProcessUsage.h"
 #include "tests/system/RouterLogAccount.h"
-#include "tests/system/RouterSession.h"
 #include "win32/RegistryKey.h"
 #include "win32/Thread.h"
 

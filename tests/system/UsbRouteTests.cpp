@@ -1,8 +1,8 @@
 // The whole road over USB: clients, the built router, the kernel driver, the built InstrumentBus.
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/BusProcess.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/ServedPort.h"
 
 #include <gtest/gtest.h>

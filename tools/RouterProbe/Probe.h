@@ -3,7 +3,7 @@
 
 #include "PortWorker.h"
 #include "ProbeOptions.h"
-#include "RouterSession.h"
+#include "ProbeSession.h"
 
 #include "console/Console.h"
 #include "win32/Event.h"
@@ -50,7 +50,7 @@ private:
     std::atomic<std::size_t> m_notOpened; // workers whose pipe was not open yet
     std::atomic<std::size_t> m_running;   // workers that have not ended
     std::atomic<bool> m_unserved{false};  // a port's pipe broke or could not be opened since the last registration
-    RouterSession m_session;
+    ProbeSession m_session;
     std::optional<ProbeFault> m_fault; // of the router
     std::chrono::microseconds m_start{};
     std::chrono::microseconds m_lastProgress{};

@@ -3,7 +3,7 @@
 
 #include "diag/Resource.h"
 #include "tests/support/PipeClient.h"
-#include "tests/system/RouterSession.h"
+#include "tests/support/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 #include "tests/system/ui/Desktop.h"
 #include "win32/Event.h"

@@ -1,4 +1,4 @@
-#include "tests/system/ProcessUsage.h"
+#include "tests/support/ProcessUsage.h"
 
 #include <winternl.h>
 

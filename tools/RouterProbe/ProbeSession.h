@@ -10,13 +10,13 @@
 #include <string>
 
 /// Main thread only. With --attach it holds nothing, and every step works.
-class RouterSession
+class ProbeSession
 {
 public:
-    RouterSession(const ProbeOptions& options, const console::StopSignal& stop);
-    ~RouterSession();
-    RouterSession(const RouterSession&) = delete;
-    RouterSession& operator=(const RouterSession&) = delete;
+    ProbeSession(const ProbeOptions& options, const console::StopSignal& stop);
+    ~ProbeSession();
+    ProbeSession(const ProbeSession&) = delete;
+    ProbeSession& operator=(const ProbeSession&) = delete;
 
     /// Starts the router, if need be, and registers the ports. A router that is just ending can't be started; it is
     /// tried again for the time of --open-timeout.

@@ -1,11 +1,11 @@
-#include "tests/system/RouterSession.h"
+#include "tests/support/RouterSession.h"
 
+#include "client/RouterAutomation.h"
+#include "tests/support/KilledServer.h"
 #include "tests/support/UniqueName.h"
-#include "tests/system/KilledServer.h"
 #include "win32/RegistryKey.h"
 
 #include <objbase.h>
-#include <tlhelp32.h>
 
 #include <cstdio>
 #include <fstream>
@@ -20,22 +20,6 @@ constexpr const wchar_t* Products = L"Software\\Morvane Biosystems\\Devices\\Mor
 constexpr const wchar_t* Settings = L"Software\\Morvane Biosystems";
 constexpr const wchar_t* RouterName = L"MorvanePortRouter.exe";
 
-std::vector<DWORD> ProgramsNamed(const std::wstring& name)
-{
-    std::vector<DWORD> found;
-    const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = ::Process32FirstW(snapshot.Get(), &entry); more;
-         more = ::Process32NextW(snapshot.Get(), &entry))
-    {
-        if (name == entry.szExeFile) {
-            found.push_back(entry.th32ProcessID);
-        }
-    }
-    return found;
-}
-
 /// The router's process; of several programs of its name (one that registered it and is about to leave the list, one
 /// that found it running and ends) the one that goes on.
 win32::KernelHandle OpenRouter()
@@ -43,7 +27,7 @@ win32::KernelHandle OpenRouter()
     win32::KernelHandle router;
     support::WaitUntil([&] {
         std::vector<win32::KernelHandle> running;
-        for (const DWORD id : ProgramsNamed(RouterName)) {
+        for (const DWORD id : ProcessesNamed(RouterName)) {
             win32::KernelHandle process(::OpenProcess(PROCESS_ALL_ACCESS, FALSE, id));
             if (process && ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT) {
                 running.push_back(std::move(process));
@@ -61,7 +45,7 @@ win32::KernelHandle OpenRouter()
 
 DWORD FindProgram(const std::wstring& name)
 {
-    const std::vector<DWORD> found = ProgramsNamed(name);
+    const std::vector<DWORD> found = ProcessesNamed(name);
     return found.empty() ? 0 : found.front();
 }
 

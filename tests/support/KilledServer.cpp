@@ -1,4 +1,4 @@
-#include "tests/system/KilledServer.h"
+#include "tests/support/KilledServer.h"
 
 #include "tests/support/WaitUntil.h"
 #include "win32/Windows.h"

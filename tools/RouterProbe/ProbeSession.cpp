@@ -1,4 +1,4 @@
-#include "RouterSession.h"
+#include "ProbeSession.h"
 
 #include <objbase.h>
 #include <array>
@@ -17,14 +17,14 @@ std::string Hex(HRESULT result)
 
 } // namespace
 
-RouterSession::RouterSession(const ProbeOptions& options, const console::StopSignal& stop)
+ProbeSession::ProbeSession(const ProbeOptions& options, const console::StopSignal& stop)
     : m_options(options),
       m_stop(stop),
       m_comReady(!options.attach && SUCCEEDED(::CoInitializeEx(nullptr, COINIT_MULTITHREADED)))
 {
 }
 
-RouterSession::~RouterSession()
+ProbeSession::~ProbeSession()
 {
     m_router.Release();
     if (m_comReady) {
@@ -32,7 +32,7 @@ RouterSession::~RouterSession()
     }
 }
 
-std::optional<ProbeFault> RouterSession::Begin(std::optional<std::chrono::microseconds> noLaterThan)
+std::optional<ProbeFault> ProbeSession::Begin(std::optional<std::chrono::microseconds> noLaterThan)
 {
     const std::chrono::microseconds usual = console::Now() + m_options.openTimeout;
     const auto end = noLaterThan ? std::min(usual, *noLaterThan) : usual;
@@ -44,7 +44,7 @@ std::optional<ProbeFault> RouterSession::Begin(std::optional<std::chrono::micros
     }
 }
 
-std::optional<ProbeFault> RouterSession::TryToBegin()
+std::optional<ProbeFault> ProbeSession::TryToBegin()
 {
     using Result = RouterAutomation::Result;
     if (m_options.attach) {
@@ -84,20 +84,20 @@ std::optional<ProbeFault> RouterSession::RegisterPorts()
     return std::nullopt;
 }
 
-std::string RouterSession::EndText() const
+std::string ProbeSession::EndText() const
 {
     const auto code = m_process.WaitForEnd(0);
     return code ? "router ended with code " + std::to_string(static_cast<long>(*code)) : "router still runs";
 }
 
-void RouterSession::End()
+void ProbeSession::End()
 {
     // No Unregister: it would also take a port that another client registered first, whose object then never
     // finishes its release. The ports that this object registered are removed with it.
     m_router.Release();
 }
 
-std::optional<ProbeFault> RouterSession::WaitForRouterEnd() const
+std::optional<ProbeFault> ProbeSession::WaitForRouterEnd() const
 {
     if (!m_options.waitExit || m_options.attach) {
         return std::nullopt;
