@@ -6,6 +6,10 @@ morvane_sources(MORVANE_PORTABLE_SOURCES
     usb/Descriptors.cpp
     console/CommandLine.cpp
     console/HexDump.cpp
-    instrument/Instrument*.cpp
+    instrument/Bootloader.cpp
+    instrument/Engine.cpp
+    instrument/Lexer.cpp
+    instrument/Output.cpp
+    instrument/Script.cpp
     instrument/SequencedPayload.cpp
     tools/RouterProbe/RoundTrips.cpp)

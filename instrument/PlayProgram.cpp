@@ -1,40 +1,86 @@
 #include "instrument/PlayProgram.h"
 
-#include "console/Console.h"
 #include "console/WholeFile.h"
-#include "instrument/PacketPrinter.h"
+#include "instrument/ConsoleObserver.h"
 
 #include <exception>
+#include <iterator>
 #include <utility>
+
+namespace instrument {
 
 namespace {
 
-EngineLoop::Listener ListenerFor(PacketPrinter* printer, const console::ReadySignal& ready,
-                                 const std::string& serving)
+struct Options
 {
-    EngineLoop::Listener listener;
-    listener.served = [printer, &ready, &serving] {
-        if (printer != nullptr) {
-            printer->Line(serving);
-            printer->Flush();
-        }
-        ready.Set();
-    };
-    if (printer != nullptr) {
-        listener.connected = [printer] { printer->Line("router connected"); };
-        listener.routerGone = [printer](const std::string& reason) {
-            printer->Line(reason.empty() ? "router gone" : "router gone (" + reason + ")");
-        };
-        listener.vanished = [printer] { printer->Line("instrument vanished"); };
-        listener.returned = [printer] { printer->Line("instrument back"); };
-        listener.pass = [printer] { printer->Flush(); };
-    }
-    return listener;
+    Script script;
+    std::string readyEvent;
+    std::string stopEvent;
+    std::string expectFile;
+    std::int64_t milliseconds = 0; // 0: without end
+    std::int64_t requests = 0;     // 0: any number
+    bool quiet = false;
+    bool help = false;
+};
+
+std::string HelpOf(const PlayProgram& program)
+{
+    return program.help + R"(Running:
+  --for SECONDS           end after this time
+  --requests N            end after N requests, once all answers that are due are written
+  --quiet                 no lines, only the summary
+  --ready-event NAME      set this named event as soon as the router can find the instrument
+  --stop-event NAME       end when this named event is set, as on Ctrl+C and Ctrl+Break
+)" + program.switchHelp +
+           R"(  --help                  this text
+
+What the instrument does (in the order given; the language is below):
+  --script FILE           lines of the script language
+  --do LINE               one line of it
+  --firmware-expect FILE  compare a downloaded image with this file
+
+Exit codes:
+  0  ended as asked
+  1  failed for a reason that no other code says
+  2  wrong command line or script
+)" + program.exitCodeHelp +
+           R"(  5  the file of --firmware-expect can't be read
+  6  with --firmware-expect: no image came whole, or the last one is not that file
+
+)" + ScriptHelp();
 }
 
-EngineLoop::Limits LimitsOf(const PlayOptions& options)
+std::optional<commandline::Error> AddScriptFile(Script& script, const std::string& path)
 {
-    EngineLoop::Limits limits;
+    const auto bytes = WholeFile(path);
+    if (!bytes) {
+        return "'" + path + "' can't be read";
+    }
+    const auto error = AddScriptText(script, std::string(bytes->begin(), bytes->end()));
+    return error ? std::optional(path + ", " + *error) : std::nullopt;
+}
+
+std::vector<commandline::Switch> SwitchesOf(const PlayProgram& program, Options& options)
+{
+    using namespace commandline;
+    std::vector<Switch> switches = {
+        {"--help", false, Set(options.help)},
+        {"--quiet", false, Set(options.quiet)},
+        {"--for", true, StoreSeconds(options.milliseconds)},
+        {"--requests", true, StoreNumber(options.requests, 1, INT64_MAX)},
+        {"--ready-event", true, Store(options.readyEvent)},
+        {"--stop-event", true, Store(options.stopEvent)},
+        {"--script", true, [&options](const std::string& path) { return AddScriptFile(options.script, path); }},
+        {"--do", true, [&options](const std::string& line) { return AddScriptLine(options.script, line); }},
+        {"--firmware-expect", true, Store(options.expectFile)},
+    };
+    std::ranges::copy(program.switches, std::back_inserter(switches));
+    return switches;
+}
+
+Endpoint::Limits LimitsOf(const Options& options)
+{
+    Endpoint::Limits limits;
     if (options.milliseconds != 0) {
         limits.time = std::chrono::milliseconds(options.milliseconds);
     }
@@ -44,83 +90,57 @@ EngineLoop::Limits LimitsOf(const PlayOptions& options)
     return limits;
 }
 
-bool HasPlayed(EngineLoop::End end)
+int Play(const PlayProgram& program, const Options& options)
 {
-    return end != EngineLoop::End::Taken && end != EngineLoop::End::Refused;
+    std::optional<Bytes> expected;
+    if (!options.expectFile.empty()) {
+        expected = WholeFile(options.expectFile);
+        if (!expected) {
+            return console::Fail(program.name, "'" + options.expectFile + "' can't be read",
+                                 PlayProgram::ImageUnreadable);
+        }
+    }
+    const PlayProgram::Place place = program.place();
+    const console::StopSignal stop(options.stopEvent);
+    const console::ReadySignal ready(options.readyEvent);
+    ConsoleObserver observer(place.serving, ready, options.quiet);
+    Engine engine(options.script, observer, expected);
+    const auto endpoint = program.makeEndpoint(engine, observer, stop.Get());
+    const Time start = console::Now();
+    const Endpoint::End end = endpoint->Run(LimitsOf(options));
+    observer.OnPass();
+    switch (end) {
+    case Endpoint::End::Taken: return console::Fail(program.name, place.taken, PlayProgram::Taken);
+    case Endpoint::End::Refused:
+        return console::Fail(program.name, place.refused + " (" + endpoint->Failure() + ")", PlayProgram::Refused);
+    default: break;
+    }
+    console::Say(SummaryOf(engine, console::Now() - start) + (end == Endpoint::End::Stopped ? "ended: stopped"
+                                                              : end == Endpoint::End::TimeOver
+                                                                  ? "ended: time over"
+                                                                  : "ended: enough requests"));
+    if (expected && engine.Firmware().match != FirmwareReport::Match::Same) {
+        return console::Fail(program.name, "the expected firmware image did not arrive", PlayProgram::ImageWrong);
+    }
+    return PlayProgram::Good;
 }
 
 } // namespace
 
-PlayProgram::PlayProgram(std::string name, std::function<std::string()> help)
-    : m_name(std::move(name)), m_help(std::move(help))
-{
-}
-
-std::optional<int> PlayProgram::Read(const std::vector<std::string>& arguments, PlayOptions& options,
-                                     std::vector<commandline::Switch> own) const
-{
-    const auto error = commandline::Parse(arguments, PlaySwitches(options, std::move(own)));
-    if (options.help) {
-        console::Say(m_help());
-        return Good;
-    }
-    return error ? std::optional(WrongUsage(*error)) : std::nullopt;
-}
-
-int PlayProgram::WrongUsage(const std::string& error) const
-{
-    return console::Fail(m_name, error + " (--help tells more)", console::UsageError);
-}
-
-int PlayProgram::Play(const PlayOptions& options, const Place& place, const MakeLoop& makeLoop) const
-{
-    std::optional<instrument::Bytes> expected;
-    if (!options.expectFile.empty()) {
-        expected = WholeFile(options.expectFile);
-        if (!expected) {
-            return console::Fail(m_name, "'" + options.expectFile + "' can't be read", ImageUnreadable);
-        }
-    }
-    const bool imageExpected = expected.has_value();
-    const console::StopSignal stop(options.stopEvent);
-    const console::ReadySignal ready(options.readyEvent);
-    const std::unique_ptr<PacketPrinter> printer(options.quiet ? nullptr : std::make_unique<PacketPrinter>());
-    instrument::InstrumentEngine engine(options.script, printer.get(), std::move(expected));
-    const std::unique_ptr<EngineLoop> loop =
-        makeLoop(engine, stop.Get(), ListenerFor(printer.get(), ready, place.serving));
-    const auto start = console::Now();
-    const EngineLoop::End end = loop->Run(LimitsOf(options));
-    if (printer) {
-        printer->Flush();
-    }
-    if (HasPlayed(end)) {
-        console::Say(SummaryOf(engine, console::Now() - start));
-    }
-    const int code = ExitCodeOf(end, *loop, place);
-    if (code == Good && imageExpected && engine.Firmware().match != instrument::FirmwareReport::Match::Same) {
-        return console::Fail(m_name, "the expected firmware image did not arrive", ImageWrong);
-    }
-    return code;
-}
-
-int PlayProgram::ExitCodeOf(EngineLoop::End end, const EngineLoop& loop, const Place& place) const
-{
-    switch (end) {
-    case EngineLoop::End::Taken: return console::Fail(m_name, place.taken, Taken);
-    case EngineLoop::End::Refused:
-        return console::Fail(m_name, place.refused + " (" + loop.Failure() + ")", Refused);
-    case EngineLoop::End::Stopped: console::Say("ended: stopped"); break;
-    case EngineLoop::End::TimeOver: console::Say("ended: time over"); break;
-    case EngineLoop::End::EnoughRequests: console::Say("ended: enough requests"); break;
-    }
-    return Good;
-}
-
-int PlayProgram::Guarded(const std::string& name, const std::function<int()>& run)
+int Run(const PlayProgram& program, int count, wchar_t** arguments)
 {
     try {
-        return run();
+        Options options;
+        const auto error = commandline::Parse(console::Arguments(count, arguments), SwitchesOf(program, options));
+        if (options.help) {
+            console::Say(HelpOf(program));
+            return PlayProgram::Good;
+        }
+        return error ? console::Fail(program.name, *error + " (--help tells more)", console::UsageError)
+                     : Play(program, options);
     } catch (const std::exception& fault) {
-        return console::Fail(name, fault.what(), Failed);
+        return console::Fail(program.name, fault.what(), PlayProgram::Failed);
     }
 }
+
+} // namespace instrument

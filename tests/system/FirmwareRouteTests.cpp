@@ -52,7 +52,7 @@ protected:
     {
         std::wstring switches = file.empty() ? L"" : L"--firmware-expect \"" + file.wstring() + L"\"";
         for (const std::wstring& line : firmwareLines) {
-            switches += L" --firmware \"" + line + L"\"";
+            switches += L" --do \"firmware " + line + L"\"";
         }
         bus.emplace(switches);
         ASSERT_TRUE(bus->WaitUntilServed()) << bus->Output();

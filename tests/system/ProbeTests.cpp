@@ -96,7 +96,7 @@ TEST_F(ProbeAndRouter, WithoutAnInstrumentThePortIsNeverServedCode5)
 
 TEST_F(ProbeAndRouter, AnInstrumentThatIsSilentGivesCode7)
 {
-    StartSimulator(L"--silent");
+    StartSimulator(L"--do \"silence\"");
     const Probe probe(L"send --port 3,1 --text hello --reply-timeout 0.5");
     EXPECT_EQ(probe.ExitCode(), 7) << probe.Output();
 }
@@ -165,7 +165,7 @@ TEST_F(TwoProbesOnOnePort, FirstLeavesAndTheSecondTakesThePortOver)
 
 TEST_F(ProbeAndRouter, AClientProcessKilledInMidRequestLeavesItsPortToTheNext)
 {
-    StartSimulator(L"--echo --do \"from 3,1: silence\"");
+    StartSimulator(L"--do \"from 3,1: silence\"");
     ASSERT_TRUE(session.Activate());
     const std::wstring name = support::UniqueName(L"Killed");
     const std::wstring other = support::UniqueName(L"Staying");

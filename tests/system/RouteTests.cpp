@@ -70,7 +70,7 @@ TEST_F(Route, TwoClientsOnTwoPortsGetEachTheirOwnAnswersInOrder)
 
 TEST_F(Route, ABroadcastReachesEveryPortNumbered2AndNoOther)
 {
-    Start(L"--echo --do \"from 3,1: broadcast 41\"");
+    Start(L"--do \"from 3,1: broadcast 41\"");
     std::array<PipeClient, 3> clients;
     Open(clients[0], 3, 2);
     Open(clients[1], 4, 2);
@@ -142,7 +142,7 @@ TEST_F(Route, AnUnregisteredPortGoesAndCanBeRegisteredAgainWhileTheOtherIsServed
 
 TEST_F(Route, AClientThatVanishesInMidRequestLeavesThePortToTheNext)
 {
-    Start(L"--delay 200");
+    Start(L"--do \"delay 200\"");
     const std::string name = support::UniqueName("Route");
     ASSERT_EQ(session.RegisterPort(3, 1, Wide(name)), S_OK);
     for (int round = 0; round < 3; ++round) {
@@ -177,7 +177,7 @@ TEST_F(Route, AFullPayloadOf65535BytesGoesThereAndBack)
 
 TEST_F(Route, GarbageWrongChecksumsSplitsAndMergesChangeNothingForTheClient)
 {
-    Start(L"--echo --garbage 3,40 --checksum 5 --split 7 --merge 2,1");
+    Start(L"--do \"every 3: garbage 40\" --do \"every 5: checksum\" --do \"split 7\" --do \"merge 2 1\"");
     PipeClient client;
     Open(client, 3, 1);
     for (int request = 0; request < 100; ++request) {
@@ -189,7 +189,7 @@ TEST_F(Route, GarbageWrongChecksumsSplitsAndMergesChangeNothingForTheClient)
 
 TEST_F(Route, AGapInTheInstrumentsNumbersIsTracedLoggedAndDeliveredAllTheSame)
 {
-    Start(L"--echo --gap 3");
+    Start(L"--do \"every 3: gap\"");
     PipeClient client;
     Open(client, 3, 1);
     for (int request = 0; request < 6; ++request) {

@@ -173,7 +173,7 @@ TEST(EngineAnswer, ANewConnectionStartsAfresh)
     router.Write({3, 1}, "lost");
     const Bytes half = PacketBytes(9, {3, 1}, Text("half"));
     router.engine.Receive(std::span(half).first(8), router.now);
-    router.engine.Disconnected(router.now);
+    router.engine.Disconnected();
     router.Connect();
     router.now = Ms(5);
     EXPECT_TRUE(router.Packets().empty());
@@ -188,7 +188,7 @@ TEST(EngineAnswer, ANewConnectionStartsAfresh)
 TEST(EngineAnswer, NothingIsTakenOrAnsweredWhileNobodyIsConnected)
 {
     Router router("each 1: broadcast 00");
-    router.engine.Disconnected(router.now);
+    router.engine.Disconnected();
     router.now = Ms(100);
     router.Write({3, 1}, "x");
     EXPECT_TRUE(router.Packets().empty());

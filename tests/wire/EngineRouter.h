@@ -1,7 +1,7 @@
 // The router's end of a simulated instrument in a test: writes packets into the engine, reads what comes back.
 #pragma once
 
-#include "instrument/InstrumentEngine.h"
+#include "instrument/Engine.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
 
@@ -15,9 +15,9 @@ namespace enginetest {
 
 using instrument::Address;
 using instrument::Bytes;
-using instrument::InstrumentEngine;
+using instrument::Engine;
 using instrument::Time;
-using Order = InstrumentEngine::Order;
+using Order = Engine::Order;
 
 inline Bytes Text(std::string_view text)
 {
@@ -65,7 +65,7 @@ class Router
 {
 public:
     explicit Router(std::string_view script, std::optional<Bytes> expectedImage = std::nullopt)
-        : engine(ScriptOf(script), nullptr, std::move(expectedImage))
+        : engine(ScriptOf(script), observer, std::move(expectedImage))
     {
         engine.Connected(now);
     }
@@ -138,7 +138,8 @@ public:
     std::size_t Unparsed() const { return m_received.Size(); }
 
     Time now{};
-    InstrumentEngine engine;
+    instrument::Observer observer;
+    Engine engine;
     Order last = Order::Nothing; // what ended the last Writes() or Packets()
 
 private:

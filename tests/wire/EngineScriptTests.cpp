@@ -11,6 +11,16 @@ std::string ErrorOf(std::string_view line)
     return AddScriptLine(script, line).value_or("");
 }
 
+/// What the only rule of that line makes of a request.
+instrument::ResponsePlan PlanOf(std::string_view line)
+{
+    const instrument::Script script = ScriptOf(line);
+    instrument::ResponsePlan plan;
+    EXPECT_EQ(script.rules.size(), 1u);
+    script.rules.at(0).Apply(plan);
+    return plan;
+}
+
 TEST(EngineScript, EmptyLinesAndCommentsChangeNothing)
 {
     const auto script = ScriptOf("\n  \t\r\n# a comment: with; everything \"in it\n   # another\n");
@@ -21,7 +31,7 @@ TEST(EngineScript, EmptyLinesAndCommentsChangeNothing)
 TEST(EngineScript, ACommentMayFollowALine)
 {
     EXPECT_EQ(ScriptOf("delay 5 # ms").rules.size(), 1u);
-    EXPECT_EQ(ScriptOf("reply \"#1\"").rules[0].actions[0].payload, Text("#1"));
+    EXPECT_EQ(PlanOf("reply \"#1\"").fixedAnswer, Text("#1"));
 }
 
 TEST(EngineScript, SeveralActionsMakeOneRule)
@@ -30,20 +40,24 @@ TEST(EngineScript, SeveralActionsMakeOneRule)
     ASSERT_EQ(script.rules.size(), 1u);
     EXPECT_EQ(script.rules[0].actions.size(), 3u);
     EXPECT_EQ(script.rules[0].trigger.from, (Address{3, 1}));
-    EXPECT_EQ(script.rules[0].actions[0].time, Time(2500));
-    EXPECT_EQ(script.rules[0].actions[2].payload, Text("a;b:c"));
+    instrument::ResponsePlan plan;
+    script.rules[0].Apply(plan);
+    EXPECT_EQ(plan.delay, Time(2500));
+    EXPECT_TRUE(plan.wrongChecksum);
+    ASSERT_EQ(plan.extras.size(), 1u);
+    EXPECT_EQ(plan.extras[0].payload, Text("a;b:c"));
 }
 
 TEST(EngineScript, TextsKnowTheirEscapes)
 {
-    EXPECT_EQ(ScriptOf(R"(reply "\r\n\t\0\\\"\x41z")").rules[0].actions[0].payload,
+    EXPECT_EQ(PlanOf(R"(reply "\r\n\t\0\\\"\x41z")").fixedAnswer,
               (Bytes{'\r', '\n', '\t', 0, '\\', '"', 'A', 'z'}));
-    EXPECT_EQ(ScriptOf("reply \"\"").rules[0].actions[0].payload, Bytes());
+    EXPECT_EQ(PlanOf("reply \"\"").fixedAnswer, Bytes());
 }
 
 TEST(EngineScript, HexMayBeWrittenTogetherOrApart)
 {
-    EXPECT_EQ(ScriptOf("reply 00ffA5 5a").rules[0].actions[0].payload, (Bytes{0, 0xFF, 0xA5, 0x5A}));
+    EXPECT_EQ(PlanOf("reply 00ffA5 5a").fixedAnswer, (Bytes{0, 0xFF, 0xA5, 0x5A}));
 }
 
 TEST(EngineScript, AnErrorNamesItsLine)
@@ -86,7 +100,7 @@ TEST_P(EngineScriptError, IsSaidInOneLine)
 INSTANTIATE_TEST_SUITE_P(
     All, EngineScriptError,
     testing::Values(
-        WrongLine{"fly", "'fly' is not an action"}, WrongLine{"sometimes: echo", "'always' is missing"},
+        WrongLine{"fly", "'fly' is not an action"}, WrongLine{"sometimes: echo", "'sometimes' is not a condition"},
         WrongLine{"request 0: echo", "'0' is not a request number"}, WrongLine{"request: echo", "is missing"},
         WrongLine{"requests 3: echo", "'on' is missing"}, WrongLine{"every -1: echo", "'-1' is not"},
         WrongLine{"chance 101: echo", "'101' is not"}, WrongLine{"from 3: echo", "not a port address"},
@@ -103,12 +117,13 @@ INSTANTIATE_TEST_SUITE_P(
         WrongLine{"split 0", "'0' is not"}, WrongLine{"merge 1", "'1' is not"},
         WrongLine{"vanish behind 3", "'behind' is too much"}, WrongLine{"flood 3,1", "payload length is missing"},
         WrongLine{"flood 3,1 0", "'0' is not a payload length"}, WrongLine{"flood 3,1 65536", "'65536' is not"},
-        WrongLine{"numbers", "'from' is missing"}, WrongLine{"numbers zero 1", "'1' is too much"},
-        WrongLine{"write 0", "'0' is not"}, WrongLine{"seed", "seed is missing"},
-        WrongLine{"firmware", "'at' is missing"}, WrongLine{"firmware accept many", "'many' is not a chunk size"},
+        WrongLine{"numbers", "'numbers' must be followed by one of: from, zero"},
+        WrongLine{"numbers zero 1", "'1' is too much"}, WrongLine{"write 0", "'0' is not"},
+        WrongLine{"seed", "seed is missing"}, WrongLine{"firmware", "must be followed by one of: accept, deny"},
+        WrongLine{"firmware accept many", "'many' is not a chunk size"},
         WrongLine{"firmware at 0 fail", "'0' is not a chunk number"},
         WrongLine{"firmware at done", "what happens then is missing"},
-        WrongLine{"firmware at 3 explode", "'explode' is not one of"},
+        WrongLine{"firmware at 3 explode", "'explode' is not what happens then"},
         WrongLine{"request 99999999999999999999: echo", "is not a request number"}));
 
 TEST(EngineScript, AnyBytesAsALineGiveARuleOrAnError)

@@ -1,6 +1,6 @@
 // The download dialogue against the simulated instrument's bootloader: both ends of the conversation.
-#include "instrument/InstrumentFirmware.h"
-#include "instrument/InstrumentScript.h"
+#include "instrument/Bootloader.h"
+#include "instrument/Script.h"
 #include "tests/wire/FirmwareRecorder.h"
 
 #include <gtest/gtest.h>
@@ -67,7 +67,7 @@ protected:
 
     Recorder output;
     DownloadDialogue dialogue{output};
-    std::optional<instrument::InstrumentFirmware> bootloader;
+    std::optional<instrument::Bootloader> bootloader;
     FirmwareImagePtr image;
 
 private:

@@ -1,17 +1,14 @@
 // InstrumentBus: plays the instrument as a simulated USB device.
-#include "console/Console.h"
 #include "instrument/PlayProgram.h"
-#include "instrument/UsbInstrument.h"
+#include "instrument/UsbEndpoint.h"
 
+#include <array>
 #include <charconv>
 #include <cstdio>
-#include <memory>
 
 namespace {
 
-std::string Help()
-{
-    return std::string(R"(InstrumentBus: plays the instrument as a simulated USB device.
+constexpr const char* Help = R"(InstrumentBus: plays the instrument as a simulated USB device.
 
 Usage: InstrumentBus [switches]
 
@@ -21,16 +18,19 @@ packet number, packet type, [device type,port], payload length, first bytes. For
 machines that take unsigned drivers. The router may come and go; each time numbering starts afresh. Without any rule
 every request is echoed to its sender.
 
-)") + PlayRunHelp() +
-           R"(  --vendor ID             vendor ID, decimal or 0x... (0x1E4F, the only one that the router takes)
+)";
+
+constexpr const char* SwitchHelp =
+    R"(  --vendor ID             vendor ID, decimal or 0x... (0x1E4F, the only one that the router takes)
   --product ID            product ID (0x0100)
   --slot N                the place the device is plugged into, 0 to 7 (0)
-)" + PlayScriptHelp(R"(  3  somebody else plays an instrument in the slot already
-  4  the device can't be plugged in, or the driver fails
-)");
-}
+)";
 
-/// Stores a 16-bit number, decimal or hexadecimal behind "0x".
+constexpr const char* ExitCodeHelp = R"(  3  another program plays an instrument in the slot already
+  4  the device can't be plugged in, or the driver fails
+)";
+
+/// Stores a 16-bit number, decimal or hexadecimal after "0x".
 commandline::Handler StoreId(std::uint16_t& target)
 {
     return [&target](const std::string& value) -> std::optional<commandline::Error> {
@@ -44,41 +44,36 @@ commandline::Handler StoreId(std::uint16_t& target)
     };
 }
 
-std::string Described(const UsbInstrument::Place& place)
+instrument::PlayProgram::Place Described(const instrument::UsbEndpoint::Place& place)
 {
-    char text[100];
-    std::snprintf(text, sizeof text, "slot %u, vendor 0x%04X, product 0x%04X", static_cast<unsigned>(place.slot),
-                  static_cast<unsigned>(place.vendorId), static_cast<unsigned>(place.productId));
-    return text;
-}
-
-int Run(const std::vector<std::string>& arguments)
-{
-    PlayOptions options;
-    UsbInstrument::Place at;
-    std::int64_t slot = 0;
-    const PlayProgram program("InstrumentBus", Help);
-    const auto code =
-        program.Read(arguments, options,
-                     {{"--vendor", true, StoreId(at.vendorId)},
-                      {"--product", true, StoreId(at.productId)},
-                      {"--slot", true, commandline::StoreNumber(slot, 0, instrumentbus::SlotCount - 1)}});
-    if (code) {
-        return *code;
-    }
-    at.slot = static_cast<std::uint32_t>(slot);
-    const PlayProgram::Place place{"plugged in at " + Described(at),
-                                   "slot " + std::to_string(slot) + " is played by somebody else already",
-                                   "the device can't be played"};
-    return program.Play(options, place,
-                        [&](instrument::InstrumentEngine& engine, HANDLE stop, EngineLoop::Listener listener) {
-                            return std::make_unique<UsbInstrument>(at, engine, stop, std::move(listener));
-                        });
+    std::array<char, 100> text{};
+    std::snprintf(text.data(), text.size(), "plugged in at slot %u, vendor 0x%04X, product 0x%04X",
+                  static_cast<unsigned>(place.slot), static_cast<unsigned>(place.vendorId),
+                  static_cast<unsigned>(place.productId));
+    return {text.data(), "slot " + std::to_string(place.slot) + " is played by another program already",
+            "the device can't be played"};
 }
 
 } // namespace
 
 int wmain(int count, wchar_t** arguments)
 {
-    return PlayProgram::Guarded("InstrumentBus", [&] { return Run(console::Arguments(count, arguments)); });
+    instrument::UsbEndpoint::Place place;
+    std::int64_t slot = 0;
+    const instrument::PlayProgram program{
+        "InstrumentBus",
+        Help,
+        SwitchHelp,
+        ExitCodeHelp,
+        {{"--vendor", true, StoreId(place.vendorId)},
+         {"--product", true, StoreId(place.productId)},
+         {"--slot", true, commandline::StoreNumber(slot, 0, instrumentbus::SlotCount - 1)}},
+        [&] {
+            place.slot = static_cast<std::uint32_t>(slot);
+            return Described(place);
+        },
+        [&place](instrument::Engine& engine, instrument::Observer& observer, HANDLE stop) {
+            return std::make_unique<instrument::UsbEndpoint>(place, engine, observer, stop);
+        }};
+    return instrument::Run(program, count, arguments);
 }

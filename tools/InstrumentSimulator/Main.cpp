@@ -1,15 +1,11 @@
-// InstrumentSimulator: plays the instrument behind the router's simulator pipe.
+// InstrumentSimulator: plays the instrument at the router's simulator pipe.
 #include "console/Console.h"
-#include "instrument/PipeInstrument.h"
+#include "instrument/PipeEndpoint.h"
 #include "instrument/PlayProgram.h"
-
-#include <memory>
 
 namespace {
 
-std::string Help()
-{
-    return std::string(R"(InstrumentSimulator: plays the instrument behind the router's simulator pipe.
+constexpr const char* Help = R"(InstrumentSimulator: plays the instrument at the router's simulator pipe.
 
 Usage: InstrumentSimulator [switches]
 
@@ -19,35 +15,37 @@ The router comes to the pipe when "SimulateUSB" is 1 below
 HKEY_LOCAL_MACHINE\Software\Morvane Biosystems\Devices\MorvanePortRouter\DeviceOptions. It may come and go; each
 time numbering starts afresh. Without any rule every request is echoed to its sender.
 
-)") + PlayRunHelp() +
-           R"(  --pipe NAME             serve \\.\pipe\NAME instead (for tests; the router knows only the one above)
-)" + PlayScriptHelp(R"(  3  somebody else serves the pipe already
-  4  the pipe can't be served
-)");
-}
+)";
 
-int Run(const std::vector<std::string>& arguments)
-{
-    PlayOptions options;
-    std::string pipeName = "UsbPipeSimulator"; // the router knows only this one
-    const PlayProgram program{"InstrumentSimulator", Help};
-    if (const auto code = program.Read(arguments, options, {{"--pipe", true, commandline::Store(pipeName)}})) {
-        return *code;
-    }
-    if (pipeName.empty()) {
-        return program.WrongUsage("'--pipe': a name is missing");
-    }
-    const std::string path = R"(\\.\pipe\)" + pipeName;
-    return program.Play(
-        options, {"serving " + path, path + " is served by somebody else already", path + " can't be served"},
-        [&](instrument::InstrumentEngine& engine, HANDLE stop, EngineLoop::Listener listener) {
-            return std::make_unique<PipeInstrument>(console::Wide(path), engine, stop, std::move(listener));
-        });
-}
+constexpr const char* SwitchHelp =
+    R"(  --pipe NAME             serve \\.\pipe\NAME instead (for tests; the router knows only the one above)
+)";
+
+constexpr const char* ExitCodeHelp = R"(  3  another program serves the pipe already
+  4  the pipe can't be served
+)";
 
 } // namespace
 
 int wmain(int count, wchar_t** arguments)
 {
-    return PlayProgram::Guarded("InstrumentSimulator", [&] { return Run(console::Arguments(count, arguments)); });
+    std::string path = R"(\\.\pipe\UsbPipeSimulator)"; // the router knows only this one
+    const auto setPipe = [&path](const std::string& name) -> std::optional<commandline::Error> {
+        path = R"(\\.\pipe\)" + name;
+        return name.empty() ? std::optional("a name is missing") : std::nullopt;
+    };
+    const instrument::PlayProgram program{
+        "InstrumentSimulator",
+        Help,
+        SwitchHelp,
+        ExitCodeHelp,
+        {{"--pipe", true, setPipe}},
+        [&path] {
+            return instrument::PlayProgram::Place{
+                "serving " + path, path + " is served by another program already", path + " can't be served"};
+        },
+        [&path](instrument::Engine& engine, instrument::Observer& observer, HANDLE stop) {
+            return std::make_unique<instrument::PipeEndpoint>(console::Wide(path), engine, observer, stop);
+        }};
+    return instrument::Run(program, count, arguments);
 }

@@ -2,7 +2,7 @@
 
 #include "console/CommandLine.h"
 #include "console/WholeFile.h"
-#include "instrument/InstrumentWords.h"
+#include "instrument/Lexer.h"
 #include "win32/Windows.h"
 
 #include <algorithm>
@@ -64,7 +64,7 @@ Handler AddTo(std::vector<std::string>& list)
     };
 }
 
-/// A request made by `read`, which throws instrument::WrongLine.
+/// A request made by `read`, which throws instrument::ParseError.
 template <class Read>
 Handler AddRequest(std::vector<ProbeOptions::Bytes>& requests, Read read)
 {
@@ -72,7 +72,7 @@ Handler AddRequest(std::vector<ProbeOptions::Bytes>& requests, Read read)
         try {
             requests.push_back(read(value));
             return std::nullopt;
-        } catch (const instrument::WrongLine& wrong) {
+        } catch (const instrument::ParseError& wrong) {
             return wrong.what();
         }
     };

@@ -51,7 +51,7 @@ void Ui::StartRouter()
 
 void Ui::StartInstrument()
 {
-    simulator.emplace(L"--echo");
+    simulator.emplace(L"");
     ASSERT_TRUE(simulator->WaitUntilServed());
     const std::string name = support::UniqueName("Ui");
     ASSERT_EQ(session.RegisterPort(Pump, 1, {name.begin(), name.end()}), S_OK);

@@ -132,7 +132,7 @@ TEST(BusProgram, AnswersWaitForRoomUntilTheRouterReads)
 
 TEST(BusProgram, AWaitingAnswerHoldsUpNeitherTheStopNorTheNextConnection)
 {
-    Bus bus(L"--quiet --flood 3,1,1000");
+    Bus bus(L"--quiet --do \"flood 3,1 1000\"");
     for (int round = 0; round < 3; ++round) {
         ASSERT_TRUE(bus.router.Open());
         const auto packet = bus.router.Next();
@@ -147,7 +147,7 @@ TEST(BusProgram, AWaitingAnswerHoldsUpNeitherTheStopNorTheNextConnection)
 
 TEST(BusProgram, VanishesInMidPacketAndComesBack)
 {
-    Bus bus(L"--vanish 2,100");
+    Bus bus(L"--do \"request 2: vanish back 100\"");
     ASSERT_TRUE(bus.router.Open());
     ASSERT_TRUE(bus.router.Send(3, 1, "first"));
     ASSERT_TRUE(bus.router.Next());
@@ -187,14 +187,14 @@ TEST(BusProgram, ASecondOneInTheSameSlotEndsWithCode3)
     ASSERT_TRUE(bus.plugged);
     const ToolRun second(L"InstrumentBus", L"--quiet");
     EXPECT_EQ(second.ExitCode(), 3);
-    EXPECT_EQ(second.Output(), "InstrumentBus: slot 0 is played by somebody else already\n");
+    EXPECT_EQ(second.Output(), "InstrumentBus: slot 0 is played by another program already\n");
     ASSERT_TRUE(bus.router.Open()) << "the first one is not disturbed";
 }
 
 TEST(BusProgram, TwoSlotsAreTwoDevices)
 {
     Bus first(L"");
-    Bus second(L"--slot 5 --product 1024 --reply \\\"second\\\"");
+    Bus second(L"--slot 5 --product 1024 --do \"reply \\\"second\\\"\"");
     ASSERT_TRUE(first.router.Open(0x0100));
     ASSERT_TRUE(second.router.Open(0x0400));
     ASSERT_TRUE(first.router.Send(3, 1, "x"));

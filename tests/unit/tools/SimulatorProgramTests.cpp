@@ -108,7 +108,7 @@ TEST(SimulatorProgram, TheRouterMayGoAndComeAgain)
 
 TEST(SimulatorProgram, VanishesInMidPacketAndComesBack)
 {
-    Simulator simulator(L"--vanish 2,100");
+    Simulator simulator(L"--do \"request 2: vanish back 100\"");
     ASSERT_TRUE(simulator.router.Open());
     ASSERT_TRUE(simulator.router.Send(3, 1, "first"));
     ASSERT_TRUE(simulator.router.Next());
@@ -126,7 +126,7 @@ TEST(SimulatorProgram, VanishesInMidPacketAndComesBack)
 
 TEST(SimulatorProgram, SplitsAPacketIntoWritesThatAreApart)
 {
-    Simulator simulator(L"--split 7,20");
+    Simulator simulator(L"--do \"split 7 20\"");
     ASSERT_TRUE(simulator.router.Open());
     ASSERT_TRUE(simulator.router.Send(3, 1, "abcdef"));
     EXPECT_EQ(simulator.router.ReadPiece().size(), 7u);
@@ -136,7 +136,7 @@ TEST(SimulatorProgram, SplitsAPacketIntoWritesThatAreApart)
 
 TEST(SimulatorProgram, MergesPacketsIntoOneWrite)
 {
-    Simulator simulator(L"--merge 3,10000");
+    Simulator simulator(L"--do \"merge 3 10000\"");
     ASSERT_TRUE(simulator.router.Open());
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(simulator.router.Send(3, 1, "x"));
@@ -146,7 +146,7 @@ TEST(SimulatorProgram, MergesPacketsIntoOneWrite)
 
 TEST(SimulatorProgram, AnswersAfterTheDelayAndNotBefore)
 {
-    Simulator simulator(L"--delay 60");
+    Simulator simulator(L"--do \"delay 60\"");
     ASSERT_TRUE(simulator.router.Open());
     const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(simulator.router.Send(3, 1, "x"));
@@ -156,7 +156,7 @@ TEST(SimulatorProgram, AnswersAfterTheDelayAndNotBefore)
 
 TEST(SimulatorProgram, FloodsAPortWithNumberedPackets)
 {
-    Simulator simulator(L"--quiet --flood 3,1,100,0,5000");
+    Simulator simulator(L"--quiet --do \"flood 3,1 100 0 5000\"");
     ASSERT_TRUE(simulator.router.Open());
     for (int i = 1; i <= 5000; ++i) {
         const auto packet = simulator.router.Next();
@@ -168,7 +168,7 @@ TEST(SimulatorProgram, FloodsAPortWithNumberedPackets)
 
 TEST(SimulatorProgram, ASinkTakesManyPacketsWithoutAnswer)
 {
-    Simulator simulator(L"--quiet --sink --requests 2000");
+    Simulator simulator(L"--quiet --do \"silence\" --requests 2000");
     ASSERT_TRUE(simulator.router.Open());
     for (int i = 0; i < 2000; ++i) {
         ASSERT_TRUE(simulator.router.Send(3, 1, std::string(1000, 'x')));
@@ -180,7 +180,7 @@ TEST(SimulatorProgram, ASinkTakesManyPacketsWithoutAnswer)
 
 TEST(SimulatorProgram, TheLastAnswerCanBeReadAfterTheRequestsAreOver)
 {
-    Simulator simulator(L"--requests 3 --delay 5");
+    Simulator simulator(L"--requests 3 --do \"delay 5\"");
     ASSERT_TRUE(simulator.router.Open());
     for (int i = 0; i < 3; ++i) {
         ASSERT_TRUE(simulator.router.Send(3, 1, "x"));
@@ -202,7 +202,7 @@ TEST(SimulatorProgram, EndsWhenItsTimeIsOver)
 
 TEST(SimulatorProgram, EndsWhenStoppedWhileItIsAway)
 {
-    Simulator simulator(L"--vanish 1,1000000");
+    Simulator simulator(L"--do \"request 1: vanish back 1000000\"");
     ASSERT_TRUE(simulator.router.Open());
     ASSERT_TRUE(simulator.router.Send(3, 1, "x"));
     EXPECT_FALSE(simulator.router.Next());
@@ -216,11 +216,11 @@ TEST(SimulatorProgram, ASecondOneAtTheSamePipeEndsWithCode3)
     const ToolRun second(L"InstrumentSimulator", L"--quiet --pipe " + simulator.pipe);
     EXPECT_EQ(second.ExitCode(), 3);
     EXPECT_EQ(LinesIn(second.Output()), 1u) << second.Output();
-    EXPECT_TRUE(second.Said("is served by somebody else already"));
+    EXPECT_TRUE(second.Said("is served by another program already"));
     ASSERT_TRUE(simulator.router.Open()) << "the first one is not disturbed";
 }
 
-TEST(SimulatorProgram, ScriptsAndSwitchesApplyInTheirOrder)
+TEST(SimulatorProgram, ScriptFilesAndLinesApplyInTheirOrder)
 {
     const support::TempFolder folder;
     const auto script = FileWith(folder, "# all but the second are silent\nsilence\nrequest 2: reply \"two\"\r\n");
@@ -261,7 +261,7 @@ std::string Image()
 TEST(SimulatorProgram, RebuildsADownloadedImageAndFindsItTheSame)
 {
     const support::TempFolder folder;
-    Simulator simulator(L"--firmware \"accept 1000\" --firmware-expect " + Quoted(FileWith(folder, Image())));
+    Simulator simulator(L"--do \"firmware accept 1000\" --firmware-expect " + Quoted(FileWith(folder, Image())));
     EXPECT_EQ(DownloadInto(simulator, Image()), 0);
     EXPECT_TRUE(simulator.run.Said("10000 of 10000 bytes in 11 chunks, 100.0 %"));
     EXPECT_TRUE(simulator.run.Said("the same as expected"));
@@ -273,7 +273,7 @@ TEST(SimulatorProgram, ADifferentImageGivesCode6)
     const support::TempFolder folder;
     std::string other = Image();
     other[1234] ^= 1;
-    Simulator simulator(L"--firmware \"accept 1000\" --firmware-expect " + Quoted(FileWith(folder, other)));
+    Simulator simulator(L"--do \"firmware accept 1000\" --firmware-expect " + Quoted(FileWith(folder, other)));
     EXPECT_EQ(DownloadInto(simulator, Image()), 6);
     EXPECT_TRUE(simulator.run.Said("different from offset 1234"));
 }
@@ -304,20 +304,14 @@ TEST(SimulatorProgram, AnExpectedImageThatCannotBeReadGivesCode5)
     EXPECT_EQ(LinesIn(run.Output()), 1u);
 }
 
-TEST(SimulatorProgram, HelpNamesEverySwitchAndTheScriptLanguage)
+TEST(SimulatorProgram, HelpNamesEverySwitchAndPhrase)
 {
     const ToolRun run(L"InstrumentSimulator", L"--help");
     EXPECT_EQ(run.ExitCode(), 0);
-    for (const char* name : {"--for",       "--requests",    "--quiet",
-                             "--pipe",      "--ready-event", "--stop-event",
-                             "--help",      "--script",      "--do",
-                             "--echo",      "--silent",      "--sink",
-                             "--reply",     "--delay",       "--broadcast",
-                             "--gap",       "--checksum",    "--corrupt",
-                             "--duplicate", "--garbage",     "--split",
-                             "--merge",     "--vanish",      "--numbers-zero",
-                             "--flood",     "--firmware",    "--firmware-expect",
-                             "Exit codes",  "chance P",      "firmware at WHERE WHAT"})
+    for (const char* name :
+         {"--for", "--requests", "--quiet", "--pipe", "--ready-event", "--stop-event", "--help", "--script",
+          "--do", "--firmware-expect", "Exit codes", "chance P", "garbage N",
+          "flood TYPE,PORT SIZE [RATE [COUNT]]", "firmware at WHERE WHAT", "rebooting [back MS]"})
     {
         EXPECT_TRUE(run.Said(name)) << name;
     }
@@ -340,21 +334,22 @@ TEST_P(SimulatorUsage, IsToldInOneLineWithCode2)
     EXPECT_TRUE(run.Said(GetParam().says)) << run.Output();
 }
 
-INSTANTIATE_TEST_SUITE_P(All, SimulatorUsage,
-                         testing::Values(WrongCommandLine{L"--colour", "unknown switch '--colour'"},
-                                         WrongCommandLine{L"echo", "unexpected argument 'echo'"},
-                                         WrongCommandLine{L"--delay", "'--delay' needs a value"},
-                                         WrongCommandLine{L"--delay soon", "'soon' is not a time"},
-                                         WrongCommandLine{L"--quiet=yes", "takes no value"},
-                                         WrongCommandLine{L"--for ever", "'ever' is not a number of seconds"},
-                                         WrongCommandLine{L"--requests 0", "'0' is not a whole number"},
-                                         WrongCommandLine{L"--pipe=", "a name is missing"},
-                                         WrongCommandLine{L"--do \"fly away\"", "'fly' is not an action"},
-                                         WrongCommandLine{L"--flood 3", "'3' is not a port address"},
-                                         WrongCommandLine{L"--vanish 0", "'0' is not a request number"},
-                                         WrongCommandLine{L"--garbage 5,many", "'many' is not a count of bytes"},
-                                         WrongCommandLine{L"--firmware explode", "'at' is missing"},
-                                         WrongCommandLine{L"--script c:\\nowhere\\script.txt", "can't be read"}));
+INSTANTIATE_TEST_SUITE_P(
+    All, SimulatorUsage,
+    testing::Values(WrongCommandLine{L"--colour", "unknown switch '--colour'"},
+                    WrongCommandLine{L"echo", "unexpected argument 'echo'"},
+                    WrongCommandLine{L"--do", "'--do' needs a value"},
+                    WrongCommandLine{L"--do \"delay soon\"", "'soon' is not a time"},
+                    WrongCommandLine{L"--quiet=yes", "takes no value"},
+                    WrongCommandLine{L"--for ever", "'ever' is not a number of seconds"},
+                    WrongCommandLine{L"--requests 0", "'0' is not a whole number"},
+                    WrongCommandLine{L"--pipe=", "a name is missing"},
+                    WrongCommandLine{L"--do \"fly away\"", "'fly' is not an action"},
+                    WrongCommandLine{L"--do \"flood 3\"", "'3' is not a port address"},
+                    WrongCommandLine{L"--do \"request 0: vanish\"", "'0' is not a request number"},
+                    WrongCommandLine{L"--do \"every 5: garbage many\"", "'many' is not a count of bytes"},
+                    WrongCommandLine{L"--do \"firmware explode\"", "'firmware' must be followed by one of"},
+                    WrongCommandLine{L"--script c:\\nowhere\\script.txt", "can't be read"}));
 
 TEST(SimulatorUsageOfScripts, AWrongScriptLineIsNamedWithItsFileAndNumber)
 {

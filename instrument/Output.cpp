@@ -1,4 +1,4 @@
-#include "instrument/InstrumentOutput.h"
+#include "instrument/Output.h"
 
 #include "ports/packet/WireFormat.h"
 
@@ -6,78 +6,77 @@
 
 namespace instrument {
 
-InstrumentOutput::InstrumentOutput(Numbering numbering, std::uint8_t firstNumber, std::size_t largestWrite,
-                                   std::uint32_t seed)
-    : m_numbering(numbering),
-      m_firstNumber(firstNumber),
-      m_largestWrite(std::max<std::size_t>(largestWrite, 1)),
-      m_random(seed),
-      m_nextNumber(firstNumber)
+Output::Output(const Script& script)
+    : m_numbersAreZero(script.numbersAreZero),
+      m_firstNumber(script.firstNumber),
+      m_largestWrite(script.largestWrite),
+      m_random(script.seed),
+      m_nextNumber(script.firstNumber)
 {
 }
 
-void InstrumentOutput::Restart()
+void Output::Restart()
 {
     m_delayed.clear();
     m_stream.clear();
     m_nextNumber = m_firstNumber;
 }
 
-void InstrumentOutput::Send(const Treatment& treatment, Address to, Payload payload, Time now)
+void Output::Send(const ResponsePlan& plan, Address to, Payload payload, Time now)
 {
-    if (treatment.delay > Time::zero()) {
+    if (plan.delay > Time::zero()) {
         std::optional<Bytes> copy;
         if (payload) {
             copy.emplace(payload->begin(), payload->end());
         }
-        m_delayed.emplace(now + treatment.delay, Delayed{treatment, to, std::move(copy)});
+        m_delayed.emplace(now + plan.delay, Delayed{plan, to, std::move(copy)});
         return;
     }
     EmitDue(now);
-    Emit(treatment, to, payload, now);
+    Emit(plan, to, payload, now);
 }
 
-void InstrumentOutput::EmitDue(Time now)
+void Output::EmitDue(Time now)
 {
     while (!m_delayed.empty() && m_delayed.begin()->first <= now) {
         const auto& [due, next] = *m_delayed.begin();
-        Emit(next.treatment, next.to, next.payload ? Payload(*next.payload) : std::nullopt, due);
+        Emit(next.plan, next.to, next.payload ? Payload(*next.payload) : std::nullopt, due);
         m_delayed.erase(m_delayed.begin());
     }
 }
 
-void InstrumentOutput::Emit(const Treatment& treatment, Address to, Payload payload, Time now)
+void Output::Emit(const ResponsePlan& plan, Address to, Payload payload, Time now)
 {
-    for (unsigned copy = 0; copy < treatment.copies; ++copy) {
-        Compose(treatment, to, payload);
-        QueueComposed(treatment, now);
+    for (unsigned copy = 0; copy < plan.copies; ++copy) {
+        Compose(plan, to, payload);
+        QueueComposed(plan, now);
     }
 }
 
-void InstrumentOutput::Compose(const Treatment& treatment, Address to, Payload payload)
+void Output::Compose(const ResponsePlan& plan, Address to, Payload payload)
 {
     m_composed.clear();
-    AppendGarbage(treatment.garbage);
-    m_composed.insert(m_composed.end(), treatment.rawAhead.begin(), treatment.rawAhead.end());
+    AppendGarbage(plan.garbage);
+    m_composed.insert(m_composed.end(), plan.rawAhead.begin(), plan.rawAhead.end());
     if (!payload) {
         return;
     }
     const wire::Header header =
-        wire::BuildHeader(TakeNumber(treatment), wire::PortTraffic, to.deviceType, to.port, payload->size());
+        wire::BuildHeader(TakeNumber(plan), wire::PortTraffic, to.deviceType, to.port, payload->size());
     m_composed.insert(m_composed.end(), header.begin(), header.end());
     const std::size_t payloadAt = m_composed.size();
     m_composed.insert(m_composed.end(), payload->begin(), payload->end());
-    if (treatment.wrongPayload && !payload->empty()) {
+    if (plan.wrongPayload && !payload->empty()) {
         m_composed[payloadAt] = static_cast<std::uint8_t>(m_composed[payloadAt] ^ 0xFF);
     }
     wire::Trailer trailer = wire::BuildTrailer(std::span(m_composed).subspan(payloadAt));
-    if (treatment.wrongChecksum) {
+    if (plan.wrongChecksum) {
         trailer[0] = static_cast<std::uint8_t>(trailer[0] ^ 0xFF);
     }
     m_composed.insert(m_composed.end(), trailer.begin(), trailer.end());
 }
 
-void InstrumentOutput::AppendGarbage(std::size_t count)
+void Output::AppendGarbage(std::size_t count)
 {
     // A '#' right before a packet would make the reader take it for the first half of the packet's sync pair.
     std::uint8_t previous = wire::SyncByte;
@@ -91,62 +90,62 @@ void InstrumentOutput::AppendGarbage(std::size_t count)
     }
 }
 
-std::uint8_t InstrumentOutput::TakeNumber(const Treatment& treatment)
+std::uint8_t Output::TakeNumber(const ResponsePlan& plan)
 {
-    if (m_numbering == Numbering::Zero) {
+    if (m_numbersAreZero) {
         return 0;
     }
     const std::uint8_t number =
-        treatment.packetNumber.value_or(static_cast<std::uint8_t>(m_nextNumber + treatment.skippedNumbers));
+        plan.packetNumber.value_or(static_cast<std::uint8_t>(m_nextNumber + plan.skippedNumbers));
     m_nextNumber = static_cast<std::uint8_t>(number + 1);
     return number;
 }
 
-InstrumentOutput::Piece& InstrumentOutput::NewPiece(Time now)
+Output::Piece& Output::NewPiece(Time now)
 {
     Piece& piece = m_stream.emplace_back();
     piece.notBefore = now;
     return piece;
 }
 
-void InstrumentOutput::QueueComposed(const Treatment& treatment, Time now)
+void Output::QueueComposed(const ResponsePlan& plan, Time now)
 {
-    if (treatment.vanishing) {
-        QueueVanishing(*treatment.vanishing, now);
+    if (plan.vanishing) {
+        QueueVanishing(*plan.vanishing, now);
         return;
     }
-    if (treatment.splitInto != 0) {
-        QueueSplit(treatment, now);
+    if (plan.splitInto != 0) {
+        QueueSplit(plan, now);
         return;
     }
     const bool fits = !m_stream.empty() && m_stream.back().joinable &&
                       m_stream.back().bytes.size() + m_composed.size() <= m_largestWrite;
     const bool filling = fits && m_stream.back().missingPackets != 0;
-    const bool joins = fits && (filling || treatment.mergeOf == 0);
+    const bool joins = fits && (filling || plan.mergeOf == 0);
     Piece& piece = joins ? m_stream.back() : NewPiece(now);
     piece.bytes.insert(piece.bytes.end(), m_composed.begin(), m_composed.end());
     if (filling) {
         --piece.missingPackets;
         piece.joinable = piece.missingPackets != 0;
-    } else if (treatment.mergeOf > 1) {
-        piece.missingPackets = treatment.mergeOf - 1;
-        piece.holdUntil = now + treatment.mergeWait;
+    } else if (plan.mergeOf > 1) {
+        piece.missingPackets = plan.mergeOf - 1;
+        piece.holdUntil = now + plan.mergeWait;
     }
 }
 
-void InstrumentOutput::QueueSplit(const Treatment& treatment, Time now)
+void Output::QueueSplit(const ResponsePlan& plan, Time now)
 {
     const std::span<const std::uint8_t> all(m_composed);
-    for (std::size_t at = 0; at < all.size(); at += treatment.splitInto) {
-        const auto part = all.subspan(at, std::min(treatment.splitInto, all.size() - at));
+    for (std::size_t at = 0; at < all.size(); at += plan.splitInto) {
+        const auto part = all.subspan(at, std::min(plan.splitInto, all.size() - at));
         Piece& piece = NewPiece(now);
         piece.bytes.assign(part.begin(), part.end());
-        piece.gap = at == 0 ? Time::zero() : treatment.splitGap;
+        piece.gap = at == 0 ? Time::zero() : plan.splitGap;
         piece.joinable = false;
     }
 }
 
-void InstrumentOutput::QueueVanishing(const Vanishing& vanishing, Time now)
+void Output::QueueVanishing(const Vanishing& vanishing, Time now)
 {
     m_composed.resize(std::min(vanishing.after.value_or(m_composed.size() / 2), m_composed.size()));
     if (!m_composed.empty()) {
@@ -159,7 +158,7 @@ void InstrumentOutput::QueueVanishing(const Vanishing& vanishing, Time now)
     end.joinable = false;
 }
 
-InstrumentOutput::Taken InstrumentOutput::Take(Time now, Bytes& bytes)
+Output::Taken Output::Take(Time now, Bytes& bytes)
 {
     EmitDue(now);
     if (m_stream.empty() || m_stream.front().Due() > now) {
@@ -186,7 +185,7 @@ InstrumentOutput::Taken InstrumentOutput::Take(Time now, Bytes& bytes)
     return Taken::Write;
 }
 
-std::optional<Time> InstrumentOutput::NextDue() const
+std::optional<Time> Output::NextDue() const
 {
     std::optional<Time> due;
     if (!m_stream.empty()) {

@@ -1,4 +1,4 @@
-#include "instrument/UsbInstrument.h"
+#include "instrument/UsbEndpoint.h"
 
 #include "console/Console.h"
 #include "tests/instrument/InstrumentDriver.h"
@@ -11,6 +11,8 @@
 #include <string>
 #include <utility>
 
+namespace instrument {
+
 using namespace instrumentbus;
 
 namespace {
@@ -21,7 +23,7 @@ constexpr std::uint8_t InEndpoint = 0x86;
 
 constexpr std::size_t LongestWrite = 128u << 10;
 
-constexpr std::chrono::milliseconds InstallationPatience{30'000};
+constexpr std::chrono::milliseconds InstallationTimeout{30'000};
 
 /// How long an instrument that goes lets the router read what was sent before.
 constexpr std::chrono::milliseconds LastReads{200};
@@ -34,9 +36,8 @@ win32::KernelHandle SlotMutex(std::uint32_t slot)
 
 } // namespace
 
-UsbInstrument::UsbInstrument(const Place& place, instrument::InstrumentEngine& engine, HANDLE stop,
-                             Listener listener)
-    : EngineLoop(engine, std::move(listener)),
+UsbEndpoint::UsbEndpoint(const Place& place, Engine& engine, Observer& observer, HANDLE stop)
+    : Endpoint(engine, observer),
       m_place(place),
       m_slotTurn(SlotMutex(place.slot)),
       m_taken(sizeof(Taken) + LongestWrite),
@@ -44,27 +45,27 @@ UsbInstrument::UsbInstrument(const Place& place, instrument::InstrumentEngine& e
 {
 }
 
-UsbInstrument::~UsbInstrument()
+UsbEndpoint::~UsbEndpoint()
 {
     if (m_slotOurs) {
         ::ReleaseMutex(m_slotTurn.Get());
     }
 }
 
-bool UsbInstrument::IsSlotOurs()
+bool UsbEndpoint::TakeSlot()
 {
     const DWORD result = ::WaitForSingleObject(m_slotTurn.Get(), 0);
     m_slotOurs = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
     return m_slotOurs;
 }
 
-void UsbInstrument::Begin()
+void UsbEndpoint::Begin()
 {
-    if (!IsSlotOurs()) {
+    if (!TakeSlot()) {
         FinishWith(End::Taken);
         return;
     }
-    if (std::string failure = InstallDriver(DriverBesideProgram(), InstallationPatience); !failure.empty()) {
+    if (std::string failure = InstallDriver(DriverBesideProgram(), InstallationTimeout); !failure.empty()) {
         FinishWith(End::Refused, std::move(failure));
         return;
     }
@@ -80,10 +81,9 @@ void UsbInstrument::Begin()
     m_remote = OpenRemote();
     StartTaking();
     StartWatching();
-    OnServed();
 }
 
-void UsbInstrument::Await(DWORD milliseconds)
+void UsbEndpoint::Await(DWORD milliseconds)
 {
     switch (m_waits.Any(milliseconds)) {
     case Slot::Stop: FinishWith(End::Stopped); break;
@@ -95,28 +95,29 @@ void UsbInstrument::Await(DWORD milliseconds)
     }
 }
 
-void UsbInstrument::Return()
+void UsbEndpoint::Return()
 {
     Description description = Instrument(m_place.vendorId, m_place.productId);
     description.leavesWithHandle = true;
     m_control->Plug(m_place.slot, description);
 }
 
-void UsbInstrument::Vanish()
+void UsbEndpoint::Vanish()
 {
     m_connection = 0;
     Unplug();
 }
 
-void UsbInstrument::Unplug()
+void UsbEndpoint::Unplug()
 {
     // The driver drops what is unread. The router always reads: a moment is enough for it to ask again.
     m_control->WaitFor(
-        m_place.slot, InEndpoint, [](const Counters& counters) { return counters.chunks == 0; }, LastReads);
+        m_place.slot, InEndpoint, [](const instrumentbus::Counters& counters) { return counters.chunks == 0; },
+        LastReads);
     m_control->Unplug(m_place.slot);
 }
 
-void UsbInstrument::Leave()
+void UsbEndpoint::Leave()
 {
     if (!m_remote) {
         return; // it has not begun
@@ -131,12 +132,12 @@ void UsbInstrument::Leave()
     m_take.Cancel();
 }
 
-void UsbInstrument::OnRefused(const char* what)
+void UsbEndpoint::OnRefused(const char* what)
 {
     FinishWith(End::Refused, std::string(what) + " failed with error " + std::to_string(::GetLastError()));
 }
 
-void UsbInstrument::StartTaking()
+void UsbEndpoint::StartTaking()
 {
     const Target target{m_place.slot, OutEndpoint};
     if (!m_take.Control(m_remote.Get(), RemoteTake, &target, sizeof target, m_taken.data(),
@@ -146,7 +147,7 @@ void UsbInstrument::StartTaking()
     }
 }
 
-void UsbInstrument::StartWatching()
+void UsbEndpoint::StartWatching()
 {
     const Watch watch{m_place.slot, m_connection};
     if (!m_watch.Control(m_remote.Get(), RemoteWatch, &watch, sizeof watch, &m_watched, sizeof m_watched)) {
@@ -154,7 +155,7 @@ void UsbInstrument::StartWatching()
     }
 }
 
-void UsbInstrument::OnTaken()
+void UsbEndpoint::OnTaken()
 {
     // What has come meanwhile is taken without going through the wait.
     for (int step = 0; step < Burst; ++step) {
@@ -179,7 +180,7 @@ void UsbInstrument::OnTaken()
     }
 }
 
-void UsbInstrument::OnWatched()
+void UsbEndpoint::OnWatched()
 {
     DWORD length = 0;
     if (!m_watch.Finish(m_remote.Get(), length)) {
@@ -195,7 +196,7 @@ void UsbInstrument::OnWatched()
     StartWatching();
 }
 
-void UsbInstrument::SetConnection(std::uint32_t connection)
+void UsbEndpoint::SetConnection(std::uint32_t connection)
 {
     if (m_connection != 0) {
         AwaitSupply();
@@ -208,7 +209,7 @@ void UsbInstrument::SetConnection(std::uint32_t connection)
     }
 }
 
-void UsbInstrument::AwaitSupply()
+void UsbEndpoint::AwaitSupply()
 {
     DWORD length = 0;
     if (m_supply.IsPending()) {
@@ -217,23 +218,19 @@ void UsbInstrument::AwaitSupply()
     }
 }
 
-void UsbInstrument::Write(const instrument::Bytes& bytes)
+void UsbEndpoint::Write(const instrument::Bytes& bytes)
 {
     const Supply head{m_place.slot, InEndpoint, m_connection};
     m_supplied.resize(sizeof head);
     std::memcpy(m_supplied.data(), &head, sizeof head);
     m_supplied.insert(m_supplied.end(), bytes.begin(), bytes.end());
-    if (!m_supply.Control(m_remote.Get(), RemoteSupply, m_supplied.data(), static_cast<DWORD>(m_supplied.size()),
-                          nullptr, 0))
-    {
-        OnSupplied();
-        return;
-    }
-    // Mostly there is room and it is over already: its event is then not waited for at all.
+    // Refused, or mostly complete already because there is room: its event is then not waited for at all.
+    m_supply.Control(m_remote.Get(), RemoteSupply, m_supplied.data(), static_cast<DWORD>(m_supplied.size()),
+                     nullptr, 0);
     OnSupplied();
 }
 
-void UsbInstrument::OnSupplied()
+void UsbEndpoint::OnSupplied()
 {
     m_supply.ResetEvent();
     DWORD length = 0;
@@ -245,3 +242,5 @@ void UsbInstrument::OnSupplied()
         OnRefused("supplying answers");
     }
 }
+
+} // namespace instrument

@@ -1,4 +1,4 @@
-// How a simulated instrument treats one request. Portable.
+// What a simulated instrument does about one request. Portable.
 #pragma once
 
 #include <chrono>
@@ -29,14 +29,8 @@ struct Vanishing
     std::optional<Time> back;
 };
 
-/// How the instrument numbers its packets. The router reports the step from 255 to anything as a gap.
-enum class Numbering {
-    Wrap, // 1 to 255, then 0 and on
-    Zero, // always 0, which the router never finds fault with
-};
-
-/// How one request (or one occasion without a request) is treated; the actions of the matching rules fill it in.
-struct Treatment
+/// The answer to one request, or what happens without one; the actions of the matching rules fill it in.
+struct ResponsePlan
 {
     enum class Answer { Echo, Fixed, None };
 
@@ -48,15 +42,15 @@ struct Treatment
 
     Answer answer = Answer::Echo;
     Bytes fixedAnswer;
-    std::vector<Extra> extras; // packets beside the answer
+    std::vector<Extra> extras; // packets after the answer
     Time delay{};
     unsigned copies = 1;
     bool wrongPayload = false;
     bool wrongChecksum = false;
     std::optional<std::uint8_t> packetNumber;
     unsigned skippedNumbers = 0;
-    Bytes rawAhead;            // unframed bytes in front of the answer
-    std::size_t garbage = 0;   // so many random bytes, without a sync pair, in front of that
+    Bytes rawAhead;            // unframed bytes before the answer
+    std::size_t garbage = 0;   // so many random bytes, without a sync pair, before those
     std::size_t splitInto = 0; // bytes of one write; 0: unsplit
     Time splitGap{};
     std::size_t mergeOf = 0; // packets of one write; 0: as they come

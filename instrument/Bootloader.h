@@ -1,8 +1,7 @@
-// The bootloader's side of a firmware download: answers the router's text messages, rebuilds the image and compares
-// it. Portable, without I/O.
+// The instrument's side of a firmware download: a bootloader that rebuilds the image it is sent. Portable.
 #pragma once
 
-#include "instrument/InstrumentScript.h"
+#include "instrument/Script.h"
 
 #include <cstdint>
 #include <optional>
@@ -33,21 +32,20 @@ struct FirmwareReport
     double BytesPerSecond() const noexcept;
 };
 
-class InstrumentFirmware
+class Bootloader
 {
 public:
     struct Answer
     {
-        std::optional<Bytes> text; // none: silence
-        bool vanish = false;       // after the text, if any
+        std::optional<Bytes> text;          // none: silence
+        std::optional<Vanishing> vanishing; // after the text, if any
     };
 
-    InstrumentFirmware(FirmwareScript script, std::optional<Bytes> expectedImage);
+    Bootloader(FirmwareScript script, std::optional<Bytes> expectedImage);
 
     /// One message of the router, without its frame.
     Answer OnMessage(std::span<const std::uint8_t> message, Time now);
 
-    const FirmwareScript& Settings() const noexcept { return m_script; }
     const FirmwareReport& Report() const noexcept { return m_report; }
     std::span<const std::uint8_t> Image() const noexcept { return m_image; }
 
@@ -55,18 +53,15 @@ private:
     Answer OnPrepare(std::span<const std::uint8_t> size);
     Answer OnChunk(std::span<const std::uint8_t> data, Time now);
     Answer OnDone();
-    Answer Special();
+    bool IsDownloading() const noexcept;
+    bool HasIncidentAt(std::uint64_t place) const noexcept;
+    Answer TakeIncident();
     void Compare();
-    bool IsSpecialDue() const noexcept
-    {
-        return !m_specialDone && m_script.special != FirmwareScript::Chunk::Accept;
-    }
 
-    const FirmwareScript m_script;
+    FirmwareScript m_script;
     const std::optional<Bytes> m_expected;
     FirmwareReport m_report;
     Bytes m_image;
-    bool m_specialDone = false; // it happens once; the next download goes through
 };
 
 } // namespace instrument

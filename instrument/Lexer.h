@@ -1,7 +1,7 @@
 // One line of the script language as words. Portable.
 #pragma once
 
-#include "instrument/InstrumentTreatment.h"
+#include "instrument/ResponsePlan.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,35 +13,41 @@
 
 namespace instrument {
 
-/// Why a line is wrong. Thrown and caught inside the reading of one line.
-class WrongLine : public std::runtime_error
+/// Why a line is wrong. Thrown and caught while one line is read.
+class ParseError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Reads a line from left to right. What is not there or not what is asked for throws WrongLine.
-class Words
+/// Reads a line from left to right. What is missing or not what is asked for throws ParseError.
+class Lexer
 {
 public:
     static constexpr std::int64_t Most = std::numeric_limits<std::int64_t>::max();
 
     /// Text in double quotes is one word, ":" and ";" are words of their own, "#" begins a comment.
-    explicit Words(std::string_view line);
+    explicit Lexer(std::string_view line);
 
     bool AtEnd() const noexcept { return m_next == m_words.size(); }
-    /// At the end of the line or in front of a ";", which ends one action.
+    /// At the end of the line or before a ";", which ends one action.
     bool AtEndOfAction() const noexcept { return AtEnd() || Is(";"); }
-    bool Is(std::string_view word) const noexcept;
+    bool Is(std::string_view word, std::size_t ahead = 0) const noexcept;
     bool Has(std::string_view word) const noexcept; // anywhere from here on
     /// Takes the next word when it is this one.
     bool Accept(std::string_view word) noexcept;
     void Expect(std::string_view word);
     void ExpectEnd() const;
+    void Skip(std::size_t words) noexcept { m_next += words; }
 
     /// `what` names the thing in the message.
-    std::string Next(const char* what);
-    std::int64_t Number(const char* what, std::int64_t least, std::int64_t most);
+    std::string Next(const std::string& what);
+    /// A whole number from `least` to `most`, all of which `Integer` can hold.
+    template <class Integer = std::uint64_t>
+    Integer Number(const char* what, std::int64_t least, std::int64_t most = Most)
+    {
+        return static_cast<Integer>(SignedNumber(what, least, most));
+    }
     /// Milliseconds, with or without a decimal part; at most about eleven days.
     Time Milliseconds();
     /// "TYPE,PORT", 0 to 255 each.
@@ -57,18 +63,16 @@ private:
     };
 
     std::size_t ReadQuoted(std::string_view line, std::size_t at);
+    std::int64_t SignedNumber(const char* what, std::int64_t least, std::int64_t most);
 
     std::vector<Word> m_words;
     std::size_t m_next = 0;
 };
 
-/// Bytes of hex digits, two a byte; throws WrongLine.
+/// Bytes of hex digits, two a byte; throws ParseError.
 Bytes BytesOfHex(std::string_view digits);
 
-/// What \r \n \t \0 \\ \" and \xHH in `text` stand for; throws WrongLine.
+/// What \r \n \t \0 \\ \" and \xHH in `text` stand for; throws ParseError.
 Bytes BytesOfText(std::string_view text);
-
-/// "TYPE,PORT"; throws WrongLine.
-Address AddressOf(std::string_view text);
 
 } // namespace instrument

@@ -1,8 +1,7 @@
-// A simulated instrument as a USB device: plugs it in behind the simulated instruments' driver and plays the engine on
-// its endpoints.
+// The scripted instrument as a USB device, which it plugs in by the remote control of the simulated instruments' driver.
 #pragma once
 
-#include "instrument/EngineLoop.h"
+#include "instrument/Endpoint.h"
 #include "tests/instrument/InstrumentControl.h"
 #include "win32/Handle.h"
 #include "win32/OverlappedOperation.h"
@@ -13,9 +12,11 @@
 #include <string>
 #include <vector>
 
+namespace instrument {
+
 /// Used by the thread that runs it. The router is there from its first transfer until it closes the device. The device
 /// goes with the process, whichever way that ends.
-class UsbInstrument : public EngineLoop
+class UsbEndpoint : public Endpoint
 {
 public:
     struct Place
@@ -26,8 +27,8 @@ public:
     };
 
     /// `stop` is borrowed.
-    UsbInstrument(const Place& place, instrument::InstrumentEngine& engine, HANDLE stop, Listener listener);
-    ~UsbInstrument() override;
+    UsbEndpoint(const Place& place, Engine& engine, Observer& observer, HANDLE stop);
+    ~UsbEndpoint() override;
 
 private:
     // The written bytes come before the connection's end: what the router wrote before it went is taken.
@@ -36,12 +37,12 @@ private:
     void Begin() override;
     void Await(DWORD milliseconds) override;
     bool IsWriting() const override { return m_supply.IsPending(); }
-    void Write(const instrument::Bytes& bytes) override;
+    void Write(const Bytes& bytes) override;
     void Vanish() override;
     void Return() override;
     void Leave() override;
 
-    bool IsSlotOurs();
+    bool TakeSlot();
     void Unplug();
     void OnSupplied();
     void OnTaken();
@@ -69,3 +70,5 @@ private:
     win32::OverlappedOperation m_watch;
     const win32::WaitSet<Slot, 4> m_waits;
 };
+
+} // namespace instrument

@@ -1,4 +1,4 @@
-#include "instrument/InstrumentEngine.h"
+#include "instrument/Engine.h"
 
 #include "instrument/SequencedPayload.h"
 
@@ -19,31 +19,30 @@ std::uint16_t MarkOf(Address address) noexcept
 
 } // namespace
 
-InstrumentEngine::InstrumentEngine(Script script, Observer* observer, std::optional<Bytes> expectedImage)
+Engine::Engine(Script script, Observer& observer, std::optional<Bytes> expectedImage)
     : m_script(std::move(script)),
       m_observer(observer),
       m_firmware(m_script.firmware, std::move(expectedImage)),
-      m_output(m_script.numbering, m_script.firstNumber, m_script.largestWrite, m_script.seed),
+      m_output(m_script),
       m_random(m_script.seed)
 {
 }
 
-void InstrumentEngine::Connected(Time now)
+void Engine::Connected(Time now)
 {
-    Disconnected(now);
+    Disconnected();
     m_connected = true;
     ++m_counters.connections;
     m_floodStart = now;
     m_flooded = 0;
     for (const Rule& rule : m_script.rules) {
-        if (rule.trigger.IsTimed()) {
-            const bool atOnce = rule.trigger.kind == RuleTrigger::Kind::Connected;
-            m_timers.push_back({&rule, atOnce ? now : now + rule.trigger.time});
+        if (rule.trigger.after) {
+            m_timers.push_back({&rule, now + *rule.trigger.after});
         }
     }
 }
 
-void InstrumentEngine::Disconnected(Time)
+void Engine::Disconnected()
 {
     m_connected = false;
     m_received.Clear();
@@ -52,7 +51,7 @@ void InstrumentEngine::Disconnected(Time)
     m_lastNumber.reset();
 }
 
-void InstrumentEngine::Receive(std::span<const std::uint8_t> bytes, Time now)
+void Engine::Receive(std::span<const std::uint8_t> bytes, Time now)
 {
     if (!m_connected) {
         return;
@@ -69,7 +68,7 @@ void InstrumentEngine::Receive(std::span<const std::uint8_t> bytes, Time now)
     }
 }
 
-bool InstrumentEngine::SkipToSync()
+bool Engine::SkipToSync()
 {
     const auto bytes = m_received.Bytes();
     const std::optional<std::size_t> sync = wire::FindSync(bytes);
@@ -79,26 +78,22 @@ bool InstrumentEngine::SkipToSync()
     if (garbage != 0) {
         m_counters.garbageReceived += garbage;
         m_received.Consume(garbage);
-        if (m_observer != nullptr) {
-            m_observer->OnGarbage(garbage);
-        }
+        m_observer.OnGarbage(garbage);
     }
     return sync.has_value();
 }
 
-void InstrumentEngine::OnFrame(const wire::Frame& frame, Time now)
+void Engine::OnFrame(const wire::Frame& frame, Time now)
 {
     const bool gap = m_lastNumber && frame.packetNumber != static_cast<std::uint8_t>(*m_lastNumber + 1);
     m_lastNumber = frame.packetNumber;
     const wire::Trailer trailer = wire::BuildTrailer(frame.payload);
-    // The trailer lies right behind the payload, inside the frame.
+    // The trailer lies right after the payload, inside the frame.
     const bool wrongChecksum =
         !std::equal(trailer.begin(), trailer.end(), frame.payload.data() + frame.payload.size());
     m_counters.numberGaps += gap ? 1 : 0;
     m_counters.wrongChecksums += wrongChecksum ? 1 : 0;
-    if (m_observer != nullptr) {
-        m_observer->OnPacket(frame, gap, wrongChecksum);
-    }
+    m_observer.OnPacket(frame, gap, wrongChecksum);
     if (frame.packetType == wire::ControlPacket) {
         ++m_counters.controlPackets;
     } else if (frame.packetType != wire::PortTraffic) {
@@ -110,99 +105,82 @@ void InstrumentEngine::OnFrame(const wire::Frame& frame, Time now)
     }
 }
 
-void InstrumentEngine::OnFirmwareMessage(const wire::Frame& frame, Time now)
+void Engine::OnFirmwareMessage(const wire::Frame& frame, Time now)
 {
     ++m_counters.firmwareMessages;
-    InstrumentFirmware::Answer answer = m_firmware.OnMessage(frame.payload, now);
-    Treatment treatment;
-    treatment.delay = m_script.firmware.delay;
-    if (answer.vanish) {
-        treatment.vanishing = Vanishing{SIZE_MAX, m_script.firmware.back};
-    }
+    const Bootloader::Answer answer = m_firmware.OnMessage(frame.payload, now);
+    ResponsePlan plan;
+    plan.delay = m_script.firmware.delay;
+    plan.vanishing = answer.vanishing;
     if (answer.text) {
         ++m_counters.answers;
-        m_output.Send(treatment, BootloaderAddress, *answer.text, now);
-    } else if (answer.vanish) {
-        m_output.Send(treatment, BootloaderAddress, std::nullopt, now);
+        m_output.Send(plan, BootloaderAddress, *answer.text, now);
+    } else if (answer.vanishing) {
+        m_output.Send(plan, BootloaderAddress, std::nullopt, now);
     }
-    if (m_observer != nullptr) {
-        m_observer->OnFirmware(m_firmware.Report());
-    }
+    m_observer.OnFirmware(m_firmware.Report());
 }
 
-void InstrumentEngine::OnRequest(const wire::Frame& frame, Time now)
+void Engine::OnRequest(const wire::Frame& frame, Time now)
 {
     ++m_counters.requests;
     const Address from{frame.deviceType, frame.port};
-    Treatment treatment;
+    ResponsePlan plan;
     for (const Rule& rule : m_script.rules) {
-        if (!rule.trigger.IsTimed() && Matches(rule.trigger, from)) {
-            for (const RuleAction& action : rule.actions) {
-                action.Apply(treatment);
-            }
+        if (Matches(rule.trigger, from)) {
+            rule.Apply(plan);
         }
     }
-    Perform(treatment, from, frame.payload, now, m_counters.answers);
+    Perform(plan, from, frame.payload, now, m_counters.answers);
 }
 
-bool InstrumentEngine::Matches(const RuleTrigger& trigger, Address from)
+bool Engine::Matches(const Trigger& trigger, Address from)
 {
-    if (trigger.from && *trigger.from != from) {
-        return false;
-    }
-    switch (trigger.kind) {
-    case RuleTrigger::Kind::Requests:
-        return m_counters.requests >= trigger.first && m_counters.requests <= trigger.last;
-    case RuleTrigger::Kind::Every: return trigger.first != 0 && m_counters.requests % trigger.first == 0;
-    case RuleTrigger::Kind::Chance: return m_random() % 100 < trigger.first;
-    default: return true;
-    }
+    return !trigger.after && (!trigger.from || *trigger.from == from) &&
+           (!trigger.matches || trigger.matches(m_counters.requests, m_random));
 }
 
-void InstrumentEngine::Perform(const Treatment& treatment, Address from, std::span<const std::uint8_t> request,
-                               Time now, std::uint64_t& counter)
+void Engine::Perform(const ResponsePlan& plan, Address from, std::span<const std::uint8_t> request, Time now,
+                     std::uint64_t& counter)
 {
     // What is done to packets is done to the answer, or without one to the first of the others.
     bool treated = false;
     const auto send = [&](Address to, std::span<const std::uint8_t> payload) {
         if (std::exchange(treated, true)) {
-            Treatment plain;
-            plain.delay = treatment.delay;
+            ResponsePlan plain;
+            plain.delay = plan.delay;
             m_output.Send(plain, to, payload, now);
             ++counter;
         } else {
-            m_output.Send(treatment, to, payload, now);
-            counter += treatment.copies;
+            m_output.Send(plan, to, payload, now);
+            counter += plan.copies;
         }
     };
-    if (treatment.answer != Treatment::Answer::None) {
-        send(from, treatment.answer == Treatment::Answer::Echo ? request : treatment.fixedAnswer);
+    if (plan.answer != ResponsePlan::Answer::None) {
+        send(from, plan.answer == ResponsePlan::Answer::Echo ? request : plan.fixedAnswer);
     }
-    for (const Treatment::Extra& extra : treatment.extras) {
+    for (const ResponsePlan::Extra& extra : plan.extras) {
         send(extra.to, extra.payload ? std::span<const std::uint8_t>(*extra.payload) : request);
     }
-    if (!treated && treatment.HasSurroundings()) {
-        m_output.Send(treatment, from, std::nullopt, now);
+    if (!treated && plan.HasSurroundings()) {
+        m_output.Send(plan, from, std::nullopt, now);
     }
 }
 
-void InstrumentEngine::RunTimers(Time now)
+void Engine::RunTimers(Time now)
 {
     for (Timer& timer : m_timers) {
         while (timer.due <= now) {
-            Treatment treatment;
-            treatment.answer = Treatment::Answer::None;
-            for (const RuleAction& action : timer.rule->actions) {
-                action.Apply(treatment);
-            }
-            Perform(treatment, {}, {}, timer.due, m_counters.unsolicited);
-            const bool again = timer.rule->trigger.kind == RuleTrigger::Kind::Each;
-            timer.due = again ? timer.due + timer.rule->trigger.time : Time::max();
+            ResponsePlan plan;
+            plan.answer = ResponsePlan::Answer::None;
+            timer.rule->Apply(plan);
+            Perform(plan, {}, {}, timer.due, m_counters.unsolicited);
+            timer.due = timer.rule->trigger.repeats ? timer.due + *timer.rule->trigger.after : Time::max();
         }
     }
 }
 
-Time InstrumentEngine::FloodDue() const
+Time Engine::FloodDue() const
 {
     const Flood& flood = *m_script.flood;
     if (flood.perSecond == 0) {
@@ -215,14 +193,14 @@ Time InstrumentEngine::FloodDue() const
     return m_floodStart + Time(static_cast<Time::rep>(seconds * Second + rest));
 }
 
-bool InstrumentEngine::IsFlooding() const noexcept
+bool Engine::IsFlooding() const noexcept
 {
     return m_connected && m_script.flood && (m_script.flood->count == 0 || m_flooded < m_script.flood->count);
 }
 
-void InstrumentEngine::RunFlood(Time now)
+void Engine::RunFlood(Time now)
 {
-    const Treatment plain;
+    const ResponsePlan plain;
     const std::size_t packetLength = m_script.flood->payloadLength + wire::FrameOverhead;
     // At least one packet, else as many as one write holds.
     std::size_t room = std::max(m_script.largestWrite, packetLength);
@@ -235,7 +213,7 @@ void InstrumentEngine::RunFlood(Time now)
     }
 }
 
-InstrumentEngine::Order InstrumentEngine::Take(Time now, Bytes& bytes)
+Engine::Order Engine::Take(Time now, Bytes& bytes)
 {
     if (m_away) {
         if (!m_return || *m_return > now) {
@@ -249,31 +227,31 @@ InstrumentEngine::Order InstrumentEngine::Take(Time now, Bytes& bytes)
         return Order::Nothing;
     }
     RunTimers(now);
-    InstrumentOutput::Taken taken = m_output.Take(now, bytes);
-    if (taken == InstrumentOutput::Taken::Nothing && IsFlooding()) {
+    Output::Taken taken = m_output.Take(now, bytes);
+    if (taken == Output::Taken::Nothing && IsFlooding()) {
         RunFlood(now);
         taken = m_output.Take(now, bytes);
     }
     switch (taken) {
-    case InstrumentOutput::Taken::Nothing: return Order::Nothing;
-    case InstrumentOutput::Taken::Vanish: Vanish(now); return Order::Vanish;
-    case InstrumentOutput::Taken::Write: break;
+    case Output::Taken::Nothing: return Order::Nothing;
+    case Output::Taken::Vanish: Vanish(now); return Order::Vanish;
+    case Output::Taken::Write: break;
     }
     m_counters.bytesSent += bytes.size();
     return Order::Write;
 }
 
-void InstrumentEngine::Vanish(Time now)
+void Engine::Vanish(Time now)
 {
     ++m_counters.vanished;
-    Disconnected(now);
+    Disconnected();
     m_away = true;
     if (const std::optional<Time> back = m_output.AwayFor()) {
         m_return = now + *back;
     }
 }
 
-std::optional<Time> InstrumentEngine::NextDue() const
+std::optional<Time> Engine::NextDue() const
 {
     if (m_away) {
         return m_return;

@@ -2,7 +2,7 @@
 // writes or cut into many. Portable.
 #pragma once
 
-#include "instrument/InstrumentTreatment.h"
+#include "instrument/Script.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -14,23 +14,23 @@
 
 namespace instrument {
 
-class InstrumentOutput
+class Output
 {
 public:
     enum class Taken { Nothing, Write, Vanish };
     using Payload = std::optional<std::span<const std::uint8_t>>;
 
-    /// Writes of at most `largestWrite` bytes (at least 1).
-    InstrumentOutput(Numbering numbering, std::uint8_t firstNumber, std::size_t largestWrite, std::uint32_t seed);
+    /// Of `script` only what is about all packets counts.
+    explicit Output(const Script& script);
 
     /// Drops everything on its way and numbers from the first number again.
     void Restart();
 
-    /// One packet of type 1, `treatment.delay` from now; of the treatment only what is about one packet counts.
-    /// Without a payload there is no packet, only what the treatment puts around it.
-    void Send(const Treatment& treatment, Address to, Payload payload, Time now);
+    /// One packet of type 1, `plan.delay` from now; of the plan only what is about one packet counts.
+    /// Without a payload there is no packet, only what the plan puts around it.
+    void Send(const ResponsePlan& plan, Address to, Payload payload, Time now);
 
-    /// What is due by `now`, joined as far as the treatments allow. Write: `bytes` holds it and nothing else.
+    /// What is due by `now`, joined as far as the plans allow. Write: `bytes` holds it and nothing else.
     /// Vanish: everything still on its way is dropped.
     Taken Take(Time now, Bytes& bytes);
 
@@ -46,7 +46,7 @@ private:
     /// A packet that is not due yet.
     struct Delayed
     {
-        Treatment treatment;
+        ResponsePlan plan;
         Address to;
         std::optional<Bytes> payload;
     };
@@ -66,16 +66,16 @@ private:
     };
 
     void EmitDue(Time now);
-    void Emit(const Treatment& treatment, Address to, Payload payload, Time now);
-    void Compose(const Treatment& treatment, Address to, Payload payload);
+    void Emit(const ResponsePlan& plan, Address to, Payload payload, Time now);
+    void Compose(const ResponsePlan& plan, Address to, Payload payload);
     void AppendGarbage(std::size_t count);
-    std::uint8_t TakeNumber(const Treatment& treatment);
-    void QueueComposed(const Treatment& treatment, Time now);
-    void QueueSplit(const Treatment& treatment, Time now);
+    std::uint8_t TakeNumber(const ResponsePlan& plan);
+    void QueueComposed(const ResponsePlan& plan, Time now);
+    void QueueSplit(const ResponsePlan& plan, Time now);
     void QueueVanishing(const Vanishing& vanishing, Time now);
     Piece& NewPiece(Time now);
 
-    const Numbering m_numbering;
+    const bool m_numbersAreZero;
     const std::uint8_t m_firstNumber;
     const std::size_t m_largestWrite;
     std::minstd_rand m_random;

@@ -1,22 +1,23 @@
-// A simulated instrument at the router's simulator pipe: serves the pipe and plays the engine on it.
+// The scripted instrument at the router's simulator pipe.
 #pragma once
 
-#include "instrument/EngineLoop.h"
+#include "instrument/Endpoint.h"
 #include "win32/Handle.h"
 #include "win32/OverlappedOperation.h"
 #include "win32/WaitSet.h"
 
-#include <chrono>
-#include <optional>
 #include <string>
 #include <vector>
 
-/// Used by the thread that runs it. Big buffers and one write for all that is due make it a peer for measurements.
-class PipeInstrument : public EngineLoop
+namespace instrument {
+
+/// Serves the pipe. Used by the thread that runs it. Big buffers and one write for all that is due make it a peer for
+/// measurements.
+class PipeEndpoint : public Endpoint
 {
 public:
-    /// `pipePath` with its "\\.\pipe\"; `stop` is borrowed.
-    PipeInstrument(std::wstring pipePath, instrument::InstrumentEngine& engine, HANDLE stop, Listener listener);
+    /// `path` with its "\\.\pipe\"; `stop` is borrowed.
+    PipeEndpoint(std::wstring path, Engine& engine, Observer& observer, HANDLE stop);
 
 private:
     enum class Slot : DWORD { Stop, Pipe, Written, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
@@ -24,12 +25,10 @@ private:
     void Begin() override;
     void Await(DWORD milliseconds) override;
     bool IsWriting() const override { return m_writes.IsPending(); }
-    void Write(const instrument::Bytes& bytes) override;
+    void Write(const Bytes& bytes) override;
     void Vanish() override { ClosePipe(); }
     void Return() override;
     void Leave() override { ClosePipe(); }
-    void DoWhatIsDue() override;
-    std::optional<std::chrono::microseconds> NextDue() const override { return m_serveAgain; }
 
     bool OpenPipe();
     void ClosePipe();
@@ -38,17 +37,18 @@ private:
     void OnPipeEvent();
     void OnRead();
     void OnWritten();
-    void OnBroken(DWORD error);
+    void OnBroken();
     bool StartReading();
-    void ServeAgain();
 
     const std::wstring m_path;
+    const HANDLE m_stop;
     std::vector<std::uint8_t> m_readBuffer;
     win32::FileHandle m_pipe;
     win32::OverlappedOperation m_reading; // the connection, then the reads
     win32::OverlappedOperation m_writes;
-    const win32::WaitSet<Slot, 2> m_idleWait; // while no write is under way
+    const win32::WaitSet<Slot, 2> m_idleWait; // while no write is pending
     const win32::WaitSet<Slot, 3> m_writingWait;
-    std::optional<std::chrono::microseconds> m_serveAgain; // when, after the instrument came back
     bool m_connected = false;
 };
+
+} // namespace instrument

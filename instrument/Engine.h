@@ -1,19 +1,19 @@
 // A simulated instrument without its cable: takes what the router wrote, gives what the router is to read, says when
-// to go away and come back. Portable; the ends (a pipe, a simulated USB device) pass the time in and do the I/O.
+// to go away and come back. Portable; the endpoints pass the time in and do the I/O.
 //
-// An end's loop:
+// An endpoint's loop:
 //     on connection:  engine.Connected(now)
 //     on bytes:       engine.Receive(bytes, now)
-//     whenever no write is under way:
+//     whenever no write is pending:
 //         switch (engine.Take(now, bytes)) { Write: write bytes; Vanish: unplug; Return: plug in; Nothing: wait }
 //     wait for:       bytes, the end of the write, the connection's end, the time engine.NextDue()
-//     on its end:     engine.Disconnected(now)
+//     on its end:     engine.Disconnected()
 // Times never run backwards. One thread.
 #pragma once
 
-#include "instrument/InstrumentFirmware.h"
-#include "instrument/InstrumentOutput.h"
-#include "instrument/InstrumentScript.h"
+#include "instrument/Bootloader.h"
+#include "instrument/Output.h"
+#include "instrument/Script.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
 
@@ -21,6 +21,7 @@
 #include <optional>
 #include <random>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace instrument {
@@ -42,7 +43,7 @@ struct Counters
     std::uint64_t vanished = 0;
 };
 
-/// Hears what the engine sees, from inside its calls. The default does nothing.
+/// Hears what the engine and its endpoint see, from inside their calls. The default does nothing.
 class Observer
 {
 public:
@@ -50,27 +51,31 @@ public:
     virtual void OnPacket(const wire::Frame& /*frame*/, bool /*numberGap*/, bool /*wrongChecksum*/) {}
     virtual void OnGarbage(std::size_t /*bytes*/) {}
     virtual void OnFirmware(const FirmwareReport& /*report*/) {}
+    /// Of the endpoint: the router can find the instrument, at the start only; anything else in a few words; the end of
+    /// each pass of its loop.
+    virtual void OnServed() {}
+    virtual void OnEvent(const std::string& /*what*/) {}
+    virtual void OnPass() {}
 };
 
-class InstrumentEngine
+class Engine
 {
 public:
     enum class Order { Nothing, Write, Vanish, Return };
 
-    /// `observer` may be null; it must outlive the engine. `expectedImage`: what a download is compared with.
-    explicit InstrumentEngine(Script script, Observer* observer = nullptr,
-                              std::optional<Bytes> expectedImage = std::nullopt);
+    /// `observer` must outlive the engine. `expectedImage`: what a download is compared with.
+    Engine(Script script, Observer& observer, std::optional<Bytes> expectedImage = std::nullopt);
 
     /// The router is there; numbering starts afresh and nothing of an earlier connection is left.
     void Connected(Time now);
     /// The router is gone; what it had not read yet is dropped.
-    void Disconnected(Time now);
+    void Disconnected();
 
     /// What the router wrote: any bytes in any cut.
     void Receive(std::span<const std::uint8_t> bytes, Time now);
 
     /// The next thing to do. Write: `bytes` (whose old content is dropped) holds at least one byte, to be written
-    /// in one go. Vanish: the end takes the instrument away as if unplugged. Return: the end puts it back.
+    /// in one go. Vanish: the endpoint takes the instrument away as if unplugged. Return: it puts it back.
     /// After Vanish nothing comes but Return.
     Order Take(Time now, Bytes& bytes);
 
@@ -94,8 +99,8 @@ private:
     void OnFrame(const wire::Frame& frame, Time now);
     void OnRequest(const wire::Frame& frame, Time now);
     void OnFirmwareMessage(const wire::Frame& frame, Time now);
-    bool Matches(const RuleTrigger& trigger, Address from);
-    void Perform(const Treatment& treatment, Address from, std::span<const std::uint8_t> request, Time now,
+    bool Matches(const Trigger& trigger, Address from);
+    void Perform(const ResponsePlan& plan, Address from, std::span<const std::uint8_t> request, Time now,
                  std::uint64_t& counter);
     void RunTimers(Time now);
     bool IsFlooding() const noexcept;
@@ -104,10 +109,10 @@ private:
     void Vanish(Time now);
 
     const Script m_script;
-    Observer* const m_observer;
+    Observer& m_observer;
     Counters m_counters;
-    InstrumentFirmware m_firmware;
-    InstrumentOutput m_output;
+    Bootloader m_firmware;
+    Output m_output;
     ReceiveBuffer m_received;
     std::minstd_rand m_random;
     std::vector<Timer> m_timers;

@@ -1,46 +1,62 @@
-#include "instrument/PipeInstrument.h"
+#include "instrument/PipeEndpoint.h"
 
 #include "console/Console.h"
 
 #include <span>
 #include <utility>
 
-using instrument::InstrumentEngine;
-using std::chrono::microseconds;
+namespace instrument {
 
 namespace {
 
-/// Much more than the router ever has under way, so that neither end waits for the other's buffer.
+/// Much more than the router ever has pending, so that neither end waits for the other's buffer.
 constexpr DWORD PipeBuffer = 1024 * 1024;
 constexpr std::size_t ReadBuffer = std::size_t{256} * 1024;
 
-/// The old pipe's name is free only once the router has let go of its end.
-constexpr microseconds NameTakenPause = std::chrono::milliseconds(10);
-
-std::string Reason(DWORD error)
-{
-    return std::to_string(error);
-}
+/// The old pipe's name is free only once the router has closed its end.
+constexpr Time NameTakenTimeout = std::chrono::seconds(10);
+constexpr DWORD NameTakenPauseMs = 10;
 
 } // namespace
 
-PipeInstrument::PipeInstrument(std::wstring pipePath, InstrumentEngine& engine, HANDLE stop, Listener listener)
-    : EngineLoop(engine, std::move(listener)),
-      m_path(std::move(pipePath)),
+PipeEndpoint::PipeEndpoint(std::wstring path, Engine& engine, Observer& observer, HANDLE stop)
+    : Endpoint(engine, observer),
+      m_path(std::move(path)),
+      m_stop(stop),
       m_readBuffer(ReadBuffer),
       m_idleWait(stop, m_reading.EventHandle()),
       m_writingWait(stop, m_reading.EventHandle(), m_writes.EventHandle())
 {
 }
 
-void PipeInstrument::Begin()
+void PipeEndpoint::Begin()
 {
     if (OpenPipe()) {
         StartConnecting();
+        return;
+    }
+    const DWORD error = ::GetLastError();
+    const bool taken = error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY;
+    FinishWith(taken ? End::Taken : End::Refused, std::to_string(error));
+}
+
+void PipeEndpoint::Return()
+{
+    const Time end = console::Now() + NameTakenTimeout;
+    while (!OpenPipe() && console::Now() < end) {
+        if (::WaitForSingleObject(m_stop, NameTakenPauseMs) == WAIT_OBJECT_0) {
+            FinishWith(End::Stopped);
+            return;
+        }
+    }
+    if (m_pipe) {
+        StartConnecting();
+    } else {
+        FinishWith(End::Taken);
     }
 }
 
-void PipeInstrument::Await(DWORD milliseconds)
+void PipeEndpoint::Await(DWORD milliseconds)
 {
     if (!m_pipe) {
         // Away: of the two only the stop signal can come.
@@ -55,20 +71,15 @@ void PipeInstrument::Await(DWORD milliseconds)
     }
 }
 
-bool PipeInstrument::OpenPipe()
+bool PipeEndpoint::OpenPipe()
 {
     constexpr DWORD Mode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
     m_pipe.Reset(::CreateNamedPipeW(m_path.c_str(), Mode, PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1,
                                     PipeBuffer, PipeBuffer, 0, nullptr));
-    if (!m_pipe) {
-        const DWORD error = ::GetLastError();
-        const bool taken = error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY;
-        FinishWith(taken ? End::Taken : End::Refused, Reason(error));
-    }
     return static_cast<bool>(m_pipe);
 }
 
-void PipeInstrument::ClosePipe()
+void PipeEndpoint::ClosePipe()
 {
     m_writes.Cancel();
     m_reading.Cancel();
@@ -77,50 +88,47 @@ void PipeInstrument::ClosePipe()
     m_pipe.Reset();
 }
 
-void PipeInstrument::StartConnecting()
+void PipeEndpoint::StartConnecting()
 {
     // A client that came and went between two steps makes the pipe unusable until it is disconnected.
     while (!m_reading.ConnectPipe(m_pipe.Get())) {
         const DWORD error = ::GetLastError();
         if (error == ERROR_PIPE_CONNECTED) {
             OnOpened();
-            break;
+            return;
         }
         if (error != ERROR_NO_DATA || ::DisconnectNamedPipe(m_pipe.Get()) == FALSE) {
-            FinishWith(End::Refused, Reason(error));
+            FinishWith(End::Refused, std::to_string(error));
             return;
         }
     }
-    OnServed();
 }
 
-void PipeInstrument::OnOpened()
+void PipeEndpoint::OnOpened()
 {
     m_connected = true;
     OnConnected();
     StartReading();
 }
 
-bool PipeInstrument::StartReading()
+bool PipeEndpoint::StartReading()
 {
     if (m_reading.Read(m_pipe.Get(), m_readBuffer.data(), static_cast<DWORD>(m_readBuffer.size()))) {
         return true;
     }
-    OnBroken(::GetLastError());
+    OnBroken();
     return false;
 }
 
-void PipeInstrument::OnPipeEvent()
+void PipeEndpoint::OnPipeEvent()
 {
+    DWORD unused = 0;
     if (!m_pipe) {
         return;
     }
     if (m_connected) {
         OnRead();
-        return;
-    }
-    DWORD unused = 0;
-    if (m_reading.Finish(m_pipe.Get(), unused)) {
+    } else if (m_reading.Finish(m_pipe.Get(), unused)) {
         OnOpened();
     } else if (::GetLastError() != ERROR_IO_INCOMPLETE) {
         ::DisconnectNamedPipe(m_pipe.Get());
@@ -128,15 +136,14 @@ void PipeInstrument::OnPipeEvent()
     }
 }
 
-void PipeInstrument::OnRead()
+void PipeEndpoint::OnRead()
 {
     // What has come meanwhile is taken without going through the wait.
     for (int step = 0; step < Burst && m_connected; ++step) {
         DWORD length = 0;
         if (!m_reading.Finish(m_pipe.Get(), length)) {
-            const DWORD error = ::GetLastError();
-            if (error != ERROR_IO_INCOMPLETE) {
-                OnBroken(error);
+            if (::GetLastError() != ERROR_IO_INCOMPLETE) {
+                OnBroken();
             }
             return;
         }
@@ -148,57 +155,33 @@ void PipeInstrument::OnRead()
     }
 }
 
-void PipeInstrument::OnWritten()
+void PipeEndpoint::Write(const Bytes& bytes)
 {
-    DWORD length = 0;
-    if (!m_writes.Finish(m_pipe.Get(), length)) {
-        const DWORD error = ::GetLastError();
-        if (error != ERROR_IO_INCOMPLETE) {
-            OnBroken(error);
-        }
+    if (m_writes.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()))) {
+        // Mostly the pipe has room and the write is complete already: its event is then not waited for at all.
+        OnWritten();
+    } else {
+        OnBroken();
     }
 }
 
-void PipeInstrument::OnBroken(DWORD error)
+void PipeEndpoint::OnWritten()
 {
+    DWORD length = 0;
+    if (!m_writes.Finish(m_pipe.Get(), length) && ::GetLastError() != ERROR_IO_INCOMPLETE) {
+        OnBroken();
+    }
+}
+
+void PipeEndpoint::OnBroken()
+{
+    const DWORD error = ::GetLastError();
     m_writes.Cancel();
     m_reading.Cancel();
     m_connected = false;
-    OnRouterGone(Reason(error));
+    OnRouterGone(std::to_string(error));
     ::DisconnectNamedPipe(m_pipe.Get());
     StartConnecting();
 }
 
-void PipeInstrument::DoWhatIsDue()
-{
-    if (m_serveAgain && *m_serveAgain <= console::Now()) {
-        ServeAgain();
-    }
-}
-
-void PipeInstrument::Return()
-{
-    m_serveAgain = console::Now();
-    ServeAgain();
-}
-
-void PipeInstrument::Write(const instrument::Bytes& bytes)
-{
-    if (!m_writes.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()))) {
-        OnBroken(::GetLastError());
-        return;
-    }
-    // Mostly the pipe has room and the write is over already: its event is then not waited for at all.
-    OnWritten();
-}
-
-void PipeInstrument::ServeAgain()
-{
-    if (OpenPipe()) {
-        m_serveAgain.reset();
-        StartConnecting();
-    } else if (IsFinishedWith(End::Taken)) {
-        GoOn();
-        m_serveAgain = console::Now() + NameTakenPause;
-    }
-}
+} // namespace instrument

@@ -1,4 +1,4 @@
-#include "instrument/InstrumentWords.h"
+#include "instrument/Lexer.h"
 
 #include <algorithm>
 #include <charconv>
@@ -25,7 +25,7 @@ std::uint8_t HexByte(std::string_view digits)
     const int high = digits.size() == 2 ? HexDigit(digits[0]) : -1;
     const int low = digits.size() == 2 ? HexDigit(digits[1]) : -1;
     if (high < 0 || low < 0) {
-        throw WrongLine("'" + std::string(digits) + "' is not a byte of two hex digits");
+        throw ParseError("'" + std::string(digits) + "' is not a byte of two hex digits");
     }
     return static_cast<std::uint8_t>(high * 16 + low);
 }
@@ -35,10 +35,10 @@ std::int64_t WholeNumber(std::string_view text, const char* what, std::int64_t l
     std::int64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || end != text.data() + text.size() || number < least || number > most) {
-        const std::string range = most == Words::Most
+        const std::string range = most == Lexer::Most
                                     ? "from " + std::to_string(least)
                                     : "from " + std::to_string(least) + " to " + std::to_string(most);
-        throw WrongLine("'" + std::string(text) + "' is not a " + what + " (a whole number " + range + ")");
+        throw ParseError("'" + std::string(text) + "' is not a " + what + " (a whole number " + range + ")");
     }
     return number;
 }
@@ -74,23 +74,13 @@ Bytes BytesOfText(std::string_view text)
             bytes.push_back(HexByte(text.substr(at + 1, 2)));
             at += 2;
             break;
-        default: throw WrongLine("a text knows only \\r \\n \\t \\0 \\\\ \\\" and \\xHH");
+        default: throw ParseError("a text knows only \\r \\n \\t \\0 \\\\ \\\" and \\xHH");
         }
     }
     return bytes;
 }
 
-Address AddressOf(std::string_view text)
-{
-    const std::size_t comma = text.find(',');
-    if (comma == std::string_view::npos) {
-        throw WrongLine("'" + std::string(text) + "' is not a port address (TYPE,PORT)");
-    }
-    return {static_cast<std::uint8_t>(WholeNumber(text.substr(0, comma), "device type", 0, 255)),
-            static_cast<std::uint8_t>(WholeNumber(text.substr(comma + 1), "port", 0, 255))};
-}
-
-Words::Words(std::string_view line)
+Lexer::Lexer(std::string_view line)
 {
     std::size_t at = line.find_first_not_of(Blanks);
     while (at != std::string_view::npos && line[at] != '#') {
@@ -108,31 +98,32 @@ Words::Words(std::string_view line)
     }
 }
 
-std::size_t Words::ReadQuoted(std::string_view line, std::size_t at)
+std::size_t Lexer::ReadQuoted(std::string_view line, std::size_t at)
 {
     std::size_t end = at + 1;
     while (end < line.size() && line[end] != '"') {
         end += line[end] == '\\' ? 2 : 1;
     }
     if (end >= line.size()) {
-        throw WrongLine("a text in quotes does not end");
+        throw ParseError("a text in quotes does not end");
     }
     m_words.push_back({std::string(line.substr(at + 1, end - at - 1)), true});
     return end + 1;
 }
 
-bool Words::Is(std::string_view word) const noexcept
+bool Lexer::Is(std::string_view word, std::size_t ahead) const noexcept
 {
-    return !AtEnd() && !m_words[m_next].quoted && m_words[m_next].text == word;
+    const std::size_t at = m_next + ahead;
+    return at < m_words.size() && !m_words[at].quoted && m_words[at].text == word;
 }
 
-bool Words::Has(std::string_view word) const noexcept
+bool Lexer::Has(std::string_view word) const noexcept
 {
     return std::any_of(m_words.begin() + static_cast<std::ptrdiff_t>(m_next), m_words.end(),
                        [&](const Word& each) { return !each.quoted && each.text == word; });
 }
 
-bool Words::Accept(std::string_view word) noexcept
+bool Lexer::Accept(std::string_view word) noexcept
 {
     if (!Is(word)) {
         return false;
@@ -141,35 +132,35 @@ bool Words::Accept(std::string_view word) noexcept
     return true;
 }
 
-void Words::Expect(std::string_view word)
+void Lexer::Expect(std::string_view word)
 {
     if (!Accept(word)) {
-        throw WrongLine("'" + std::string(word) + "' is missing" +
-                        (AtEnd() ? "" : " in front of '" + m_words[m_next].text + "'"));
+        throw ParseError("'" + std::string(word) + "' is missing" +
+                         (AtEnd() ? "" : " before '" + m_words[m_next].text + "'"));
     }
 }
 
-void Words::ExpectEnd() const
+void Lexer::ExpectEnd() const
 {
     if (!AtEnd()) {
-        throw WrongLine("'" + m_words[m_next].text + "' is too much");
+        throw ParseError("'" + m_words[m_next].text + "' is too much");
     }
 }
 
-std::string Words::Next(const char* what)
+std::string Lexer::Next(const std::string& what)
 {
     if (AtEndOfAction() || Is(":") || m_words[m_next].quoted) {
-        throw WrongLine(std::string(what) + " is missing");
+        throw ParseError(what + " is missing");
     }
     return m_words[m_next++].text;
 }
 
-std::int64_t Words::Number(const char* what, std::int64_t least, std::int64_t most)
+std::int64_t Lexer::SignedNumber(const char* what, std::int64_t least, std::int64_t most)
 {
     return WholeNumber(Next(what), what, least, most);
 }
 
-Time Words::Milliseconds()
+Time Lexer::Milliseconds()
 {
     const std::string text = Next("a time in milliseconds");
     double number = 0;
@@ -177,20 +168,27 @@ Time Words::Milliseconds()
         std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
     // The comparison is also false for what is not a number.
     if (error != std::errc() || end != text.data() + text.size() || !(number >= 0 && number <= 1e9)) {
-        throw WrongLine("'" + text + "' is not a time in milliseconds (0 to 1000000000)");
+        throw ParseError("'" + text + "' is not a time in milliseconds (0 to 1000000000)");
     }
     return Time(std::llround(number * 1000));
 }
 
-Address Words::PortAddress()
+Address Lexer::PortAddress()
 {
-    return AddressOf(Next("a port address (TYPE,PORT)"));
+    const std::string text = Next("a port address (TYPE,PORT)");
+    const std::size_t comma = text.find(',');
+    if (comma == std::string::npos) {
+        throw ParseError("'" + text + "' is not a port address (TYPE,PORT)");
+    }
+    const std::string_view all = text;
+    return {static_cast<std::uint8_t>(WholeNumber(all.substr(0, comma), "device type", 0, 255)),
+            static_cast<std::uint8_t>(WholeNumber(all.substr(comma + 1), "port", 0, 255))};
 }
 
-Bytes Words::Payload()
+Bytes Lexer::Payload()
 {
     if (AtEndOfAction()) {
-        throw WrongLine("a payload is missing (hex digits or a text in quotes)");
+        throw ParseError("a payload is missing (hex digits or a text in quotes)");
     }
     Bytes payload;
     for (; !AtEndOfAction(); ++m_next) {
