@@ -23,10 +23,7 @@ int PlayRole(const std::vector<std::string>& arguments)
                                                       {"--simulator", true, text(names.simulator)},
                                                       {"--ready", true, text(names.ready)},
                                                       {"--record", true, text(names.record)},
-                                                      {"--framed", false, commandline::Set(names.framed)},
-                                                      {"-Embedding", false, [](const std::string&) {
-                                                           return std::optional<commandline::Error>();
-                                                       }}});
+                                                      {"--framed", false, commandline::Set(names.framed)}});
     if (fault) {
         return console::Fail("bench", *fault, console::UsageError);
     }
@@ -38,9 +35,6 @@ int PlayRole(const std::vector<std::string>& arguments)
     }
     if (role == "skeleton") {
         return PlaySkeleton(names);
-    }
-    if (role == "server") {
-        return PlayEmptyServer();
     }
     return role == "nobody" ? 0 : console::UsageError;
 }

@@ -24,7 +24,6 @@ struct RoleNames
 int PlayInstrument(const RoleNames& names);    // behind a pipe
 int PlayBusInstrument(const RoleNames& names); // behind the simulated instrument's driver
 int PlaySkeleton(const RoleNames& names);
-int PlayEmptyServer();
 
 /// A child process in a role, ready for use once constructed; ended by the destructor.
 class RoleProcess
