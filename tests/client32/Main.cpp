@@ -4,9 +4,9 @@
 //   Client32.exe vtable|dispatch PIPE_NAME
 //
 // Exit code 0 when every step worked; otherwise the step that did not is printed.
-#include "tools/common/ClientPipe.h"
-#include "tools/common/Console.h"
-#include "tools/common/RouterAutomation.h"
+#include "client/ClientPipe.h"
+#include "client/RouterAutomation.h"
+#include "console/Console.h"
 #include "win32/Event.h"
 
 #include <objbase.h>

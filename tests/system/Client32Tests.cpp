@@ -1,8 +1,8 @@
 // A 32-bit client and the built 64-bit router: the registration serves both kinds of client. Skipped where 32-bit
 // programs can't run, unless MORVANE_NEEDS_WINE32 is set.
+#include "tests/support/KilledServer.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/KilledServer.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 
 #include <gtest/gtest.h>

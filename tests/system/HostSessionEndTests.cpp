@@ -1,6 +1,6 @@
 // The end of the Windows session, as its real messages from another process tell the built router's windows.
+#include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
-#include "tests/system/RouterSession.h"
 
 #include <gtest/gtest.h>
 

@@ -67,7 +67,7 @@ std::optional<ProbeFault> ProbeSession::TryToBegin()
     return std::nullopt;
 }
 
-std::optional<ProbeFault> RouterSession::RegisterPorts()
+std::optional<ProbeFault> ProbeSession::RegisterPorts()
 {
     if (!m_router.IsCreated()) {
         return std::nullopt;
