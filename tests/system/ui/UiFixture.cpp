@@ -173,8 +173,11 @@ void Ui::Enter(int id, const std::string& number)
 
 void Ui::Leave(int button)
 {
+    const HWND dialog = Dialog();
     ASSERT_NO_FATAL_FAILURE(Click(button));
     ASSERT_TRUE(support::WaitUntil([] { return Dialog() == nullptr; }));
+    // It is invisible a little before the router has heard of that and traces again.
+    ::SendMessageW(dialog, WM_NULL, 0, 0);
 }
 
 HWND Ui::DebugWindow()
