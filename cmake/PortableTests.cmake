@@ -11,6 +11,16 @@ if(MORVANE_HAVE_GOOGLETEST AND sources)
     morvane_add_test(TARGET wire_tests LABEL wire)
 endif()
 
+# RouterLog's portable half. The table of trace formats is compared with the product's sources.
+include(RouterLog)
+morvane_sources(routerlog_tests tests/routerlog/portable/*.cpp)
+if(MORVANE_HAVE_GOOGLETEST)
+    add_executable(routerlog_portable_tests ${routerlog_tests} ${MORVANE_ROUTERLOG_SOURCES})
+    target_link_libraries(routerlog_portable_tests PRIVATE morvane_flags morvane_googletest)
+    target_compile_definitions(routerlog_portable_tests PRIVATE MORVANE_SOURCES="${PROJECT_SOURCE_DIR}")
+    morvane_add_test(TARGET routerlog_portable_tests LABEL wire)
+endif()
+
 # The benchmark's rows about bytes alone.
 add_executable(bench_native EXCLUDE_FROM_ALL
     bench/native/Main.cpp bench/Table.cpp bench/WireRows.cpp ports/packet/WireFormat.cpp trace/PacketText.cpp)

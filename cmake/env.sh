@@ -15,7 +15,7 @@ morvane_packages=(
     git bash coreutils findutils procps util-linux
     cmake ninja-build g++ g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools
     libwine-dev wine64 wine libwine fonts-wine xvfb xauth xdotool imagemagick
-    googletest clang-19 clang-format-19 clang-tidy-19
+    googletest clang-19 clang-format-19 clang-tidy-19 tshark unzip
 )
 
 die() {

@@ -1,0 +1,116 @@
+// Logs of real runs with planted incidents: for each the right sentence, and no other one.
+#include "tests/routerlog/PlantedRun.h"
+#include "tests/system/BusProcess.h"
+#include "tools/RouterLog/pc/RouterSettings.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+using planted::Expected;
+using routerlog::Form;
+
+/// A number in the environment, for the long runs.
+int NumberFrom(const char* variable, int otherwise)
+{
+    const char* const value = std::getenv(variable);
+    return value != nullptr ? std::atoi(value) : otherwise;
+}
+
+TEST(RealRuns, WithPlantedIncidentsAreToldAsTheyWere)
+{
+    const int wanted = NumberFrom("MORVANE_INCIDENTS", 15);
+    planted::Run run;
+    for (int which = 0; run.Planted() < static_cast<std::size_t>(wanted); ++which) {
+        run.Plant(which);
+    }
+    run.Check();
+    std::printf("%zu planted incidents\n", run.Planted());
+}
+
+TEST(RealRuns, WithoutIncidentsAreToldWithout)
+{
+    const int packets = NumberFrom("MORVANE_CLEAN_PACKETS", 600); // enough for the numbers to go round
+    const support::TempFolder folder;
+    const RouterSession session(RouterSession::Transport::Simulation);
+    RouterSession::SetMask(-1, 0x001D0000);
+    RouterSession::SetMask(3, 0x00060000);
+    win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, routerlog::settings::DeviceOptions, KEY_READ | KEY_WRITE)
+        .WriteDword(routerlog::settings::LogLimit, 1'000);
+    const SimulatorProcess simulator(L"--echo");
+    ASSERT_TRUE(simulator.WaitUntilServed());
+    const support::ChildProcess clients(
+        support::ProgramFolder() / L"RouterProbe.exe",
+        L"measure --quiet --port 3,1 --port 3,2 --wait-exit 60 --reply-timeout 60 --count " +
+            std::to_wstring(packets / 4));
+    ASSERT_EQ(clients.WaitForExit(std::chrono::minutes(60)), 0U) << clients.Output();
+    EXPECT_GE(LogWatch(session.LogFile()).CountOf(Form::Reply), packets / 2);
+    for (const planted::Told& told : planted::Explain(session.LogFile(), folder.Path())) {
+        EXPECT_EQ(told.kind, "client-went") << told.text;
+    }
+}
+
+/// An instrument on the bus whose bootloader follows a script line, and a router that downloads into it.
+class FirmwareRun : public testing::Test
+{
+protected:
+    static constexpr int Product = 0x0100;
+
+    void Download(const std::wstring& line, Form ends)
+    {
+        RouterSession::SetMask(-1, 0x00080000);
+        RouterSession::SetMask(0, 0x00080000);
+        session.WriteFirmware(Product, std::string(20'000, 'f'));
+        bus.emplace(L"--quiet --firmware \"" + line + L"\"");
+        ASSERT_TRUE(bus->WaitUntilServed()) << bus->Output();
+        ASSERT_TRUE(session.Activate());
+        LogWatch watch(session.LogFile());
+        ASSERT_TRUE(watch.WaitFor(ends, 1)) << session.Log();
+        session.Release();
+        ASSERT_TRUE(session.WaitForEnd());
+    }
+    void ExpectTold(const std::vector<Expected>& expected) const
+    {
+        planted::Compare(expected, planted::Explain(session.LogFile(), folder.Path()));
+    }
+
+    support::TempFolder folder;
+    RouterSession session{RouterSession::Transport::Usb};
+    std::optional<BusProcess> bus;
+};
+
+TEST_F(FirmwareRun, ThatIsRefusedIsToldSo)
+{
+    Download(L"deny", Form::FirmwareCompleted);
+    ExpectTold({{"firmware-refused", {"The instrument refused the firmware: the instrument answered DENY."}}});
+}
+
+TEST_F(FirmwareRun, OfAWrongSizeIsToldAsRefused)
+{
+    Download(L"wrong-echo", Form::FirmwareCompleted);
+    ExpectTold({{"firmware-refused", {"RECEIVE_READY did not fit the image"}}});
+}
+
+TEST_F(FirmwareRun, ThatFailsIsToldWithItsChunks)
+{
+    Download(L"at 3 fail", Form::FirmwareCompleted);
+    ExpectTold({{"firmware-failed", {"after 2 of 6 chunks: the instrument answered DOWNLOAD_FAIL."}}});
+}
+
+TEST_F(FirmwareRun, ThatWorksIsToldWithItsTime)
+{
+    Download(L"accept 4000", Form::FirmwareCompleted);
+    ExpectTold({{"firmware-downloaded", {"Firmware downloaded in ", "(20,000 bytes in 6 chunks)."}}});
+}
+
+TEST_F(FirmwareRun, OfAnUnpluggedInstrumentIsToldAsInterrupted)
+{
+    Download(L"at 3 vanish", Form::ReceiveFailed);
+    ExpectTold({{"instrument-lost", {"The instrument was unplugged or went away", "while reading"}},
+                {"firmware-interrupted", {"after 2 of 6 chunks"}}});
+}
+
+} // namespace

@@ -1,0 +1,173 @@
+// bundle: everything that somebody far away needs to judge, in one file.
+#include "tools/RouterLog/Commands.h"
+#include "tools/RouterLog/doctor/Diagnosis.h"
+#include "tools/RouterLog/log/LogFiles.h"
+#include "tools/RouterLog/log/Payloads.h"
+#include "tools/RouterLog/pack/ZipWriter.h"
+#include "tools/RouterLog/pc/GatherFacts.h"
+#include "tools/RouterLog/pc/SharedFile.h"
+#include "tools/RouterLog/report/JsonReport.h"
+#include "tools/RouterLog/report/Sentences.h"
+#include "tools/RouterLog/report/TextReport.h"
+#include "tools/common/CommandLine.h"
+#include "tools/common/Console.h"
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+
+namespace routerlog {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t LargestBundle = 20U << 20;
+constexpr std::uint64_t LargestLog = 64U << 20; // of a log, its last bytes, before packing
+constexpr std::uint64_t SmallestLog = 64U << 10;
+
+struct BundleOptions
+{
+    std::string output;
+    std::vector<std::string> logs; // given ones; else the registered router's
+    bool noPayload = false;
+};
+
+std::string SettingsText(const PcFacts& facts)
+{
+    std::string text = "simulate USB: " + std::to_string(facts.simulate) +
+                       "\nlog limit (MB): " + std::to_string(facts.logLimit.value_or(10)) +
+                       "\nappend to log: " + std::to_string(facts.appendLog.value_or(1)) +
+                       "\nsettings can be written: " + (facts.settingsWritable ? "yes" : "no") +
+                       "\nelevated: " + (facts.elevated ? "yes" : "no") + "\n";
+    std::array<char, 32> mask{};
+    for (const DeviceSettings& device : facts.devices) {
+        std::snprintf(mask.data(), mask.size(), "0x%08X", static_cast<unsigned>(device.mask));
+        text += "device " + device.key + " (" + device.name + "): mask " + mask.data() + "\n";
+    }
+    for (const std::uint32_t product : facts.products) {
+        text += "product " + std::to_string(product) + "\n";
+    }
+    for (const UsbInstrument& instrument : facts.instruments) {
+        text += "instrument: vendor " + std::to_string(instrument.vendor) + ", product " +
+                std::to_string(instrument.product) + "\n";
+    }
+    return text;
+}
+
+std::string VersionText(const PcFacts& facts)
+{
+    std::string text = "RouterLog " + OwnVersion() + "\n";
+    for (const Registration& each : facts.registrations) {
+        if (!each.server.empty()) {
+            text += std::string(each.perUser ? "user" : "machine") +
+                    (each.view32 ? ", 32-bit view: " : ", 64-bit view: ") + each.server + " " +
+                    (each.serverExists ? each.version : "(missing)") + "\n";
+        }
+    }
+    for (const RunningProgram& each : facts.routers) {
+        text += "running: " + each.path + ", process " + std::to_string(each.id) + "\n";
+    }
+    for (const RunningProgram& each : facts.hosts) {
+        text += "host program: " + each.name + ", process " + std::to_string(each.id) + "\n";
+    }
+    return text;
+}
+
+/// The last bytes of a file, from the beginning of a line on.
+std::string LastBytes(SharedFile& file, std::uint64_t most)
+{
+    const std::uint64_t size = file.Size();
+    file.Seek(size > most ? size - most : 0);
+    std::string bytes(static_cast<std::size_t>(std::min(size, most)), '\0');
+    std::size_t held = 0;
+    while (const std::size_t count = held < bytes.size() ? file.Read(std::span(bytes).subspan(held)) : 0) {
+        held += count;
+    }
+    bytes.resize(held);
+    return size > most ? bytes.substr(bytes.find('\n') + 1) : bytes;
+}
+
+void AddReport(const std::vector<fs::path>& logs, bool noPayload, ZipWriter& zip)
+{
+    Account account;
+    for (const fs::path& path : logs) {
+        if (const auto file = SharedFile::Open(path)) {
+            account.TakeFile(NameOf(path), *file);
+        }
+    }
+    account.Finish();
+    std::string text = TextReport(account);
+    if (noPayload) {
+        // What the router did not write is quoted there, and may be the rest of a dump.
+        text = text.substr(0, text.rfind('\n', text.find(" NOT OF THE ROUTER, OR CUT\n")) + 1);
+    } else {
+        zip.Add("explain.json", JsonReport(account));
+    }
+    zip.Add("explain.txt", text);
+}
+
+/// All of the bundle, with at most so much of each log.
+std::string Build(const PcFacts& facts, const std::vector<fs::path>& logs, bool noPayload,
+                  std::uint64_t mostOfALog)
+{
+    ZipWriter zip;
+    zip.Add("doctor.txt", DiagnosisText(facts, Diagnose(facts, OwnVersion())));
+    zip.Add("versions.txt", VersionText(facts));
+    zip.Add("settings.txt", SettingsText(facts));
+    AddReport(logs, noPayload, zip);
+    int number = 0;
+    for (const fs::path& path : logs) {
+        if (const auto file = SharedFile::Open(path)) {
+            zip.Add("logs/" + std::to_string(++number) + "-" + NameOf(path.filename()),
+                    noPayload ? WithoutPayloads(*file, mostOfALog) : LastBytes(*file, mostOfALog));
+        }
+    }
+    return zip.Finish();
+}
+
+std::vector<fs::path> LogsOf(const BundleOptions& options, const PcFacts& facts)
+{
+    std::vector<fs::path> given;
+    for (const std::string& name : options.logs) {
+        given.emplace_back(console::Wide(name));
+    }
+    if (given.empty() && !facts.folder.empty()) {
+        given.emplace_back(console::Wide(facts.folder + "Log"));
+    }
+    return given.empty() ? given : InOrderOfWriting(given, SharedFile::Open).files;
+}
+
+} // namespace
+
+int Bundle(const Arguments& arguments)
+{
+    BundleOptions options;
+    std::vector<std::string> words;
+    const auto wrong =
+        commandline::Parse(arguments, {{"--no-payload", false, commandline::Set(options.noPayload)}}, &words);
+    if (wrong || words.empty()) {
+        return Fail(wrong.value_or("bundle needs the name of the file to write"), ExitCode::Usage);
+    }
+    options.output = words.front();
+    options.logs.assign(words.begin() + 1, words.end());
+    const PcFacts facts = GatherFacts({});
+    const std::vector<fs::path> logs = LogsOf(options, facts);
+    std::uint64_t most = LargestLog;
+    std::string bundle = Build(facts, logs, options.noPayload, most);
+    while (bundle.size() > LargestBundle && most > SmallestLog) {
+        most /= 2;
+        bundle = Build(facts, logs, options.noPayload, most);
+    }
+    if (!WriteWholeFile(fs::path(console::Wide(options.output)), bundle)) {
+        return Fail("cannot write " + options.output + " (Windows error " + std::to_string(::GetLastError()) + ")",
+                    ExitCode::Unwritable);
+    }
+    console::Say(options.output + ": " + CountOf(static_cast<std::int64_t>(bundle.size()), "byte", "bytes") +
+                 ", " + CountOf(static_cast<std::int64_t>(logs.size()), "log", "logs") +
+                 (most < LargestLog ? ", of each its last " + std::to_string(most >> 20) + " MB" : std::string()) +
+                 (options.noPayload ? ", without payloads" : "") + "\n");
+    return static_cast<int>(ExitCode::Good);
+}
+
+} // namespace routerlog

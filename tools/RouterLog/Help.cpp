@@ -1,0 +1,47 @@
+#include "tools/RouterLog/Commands.h"
+
+namespace routerlog {
+
+std::string HelpText()
+{
+    return R"(RouterLog: reads the logs of the port router. Starts no router and costs it nothing.
+
+Usage: RouterLog COMMAND ...
+
+explain LOG... [--json FILE] [--html FILE]
+    The situation at the end, then what happened, then figures of each port. LOG is a trace log, its .BAK, a
+    skipped-packet log, or a folder with them; they are read in the order in which they were written.
+      --json FILE         write the same for programs
+      --html FILE         write it as one page with drawings, which needs nothing else
+
+follow LOG [--for SECONDS] [--stop-event NAME]
+    The state of a running router, once a second, from the log that it is writing. LOG may be its folder. Ends on
+    Ctrl+C, after SECONDS, or when the named event is set.
+
+export LOG... -o FILE
+    The log's packets as a capture for Wireshark (pcapng). tools/wireshark/morvane.lua decodes it.
+
+doctor [--activate] [--pipe NAME]...
+    What is wrong with this PC, with a remedy each; one line when nothing is. Changes nothing.
+      --activate          start the router, if it does not run, and call it, at most 20 seconds
+      --pipe NAME         look whether somebody else has this port name; may be given several times
+doctor --trace-on CLASSES, doctor --trace-off CLASSES
+    Set what goes to the log from the router's next start on: raw, packets, pipe, usb, firmware, dispatch, general, or
+    all, separated by commas. As administrator.
+
+bundle FILE [LOG...] [--no-payload]
+    Logs, settings, versions, doctor's result and explain's report in one ZIP file of at most 20 MB. Without LOG the
+    registered router's logs.
+      --no-payload        leave out what packets hold
+
+Exit codes:
+   0  good
+   1  failed for a reason that no other code says
+   2  wrong command line
+   3  a log can't be read
+   4  a file or a setting can't be written
+   5  doctor found a fault
+)";
+}
+
+} // namespace routerlog
