@@ -128,10 +128,7 @@ std::string Build(const PcFacts& facts, const std::vector<fs::path>& logs, bool 
 
 std::vector<fs::path> LogsOf(const BundleOptions& options, const PcFacts& facts)
 {
-    std::vector<fs::path> given;
-    for (const std::string& name : options.logs) {
-        given.emplace_back(console::Wide(name));
-    }
+    std::vector<fs::path> given = PathsOf(options.logs);
     if (given.empty() && !facts.folder.empty()) {
         given.emplace_back(console::Wide(facts.folder + "Log"));
     }

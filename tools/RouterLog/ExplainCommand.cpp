@@ -53,11 +53,7 @@ int Explain(const Arguments& arguments)
     if (wrong || names.empty()) {
         return Fail(wrong.value_or("explain needs a log or a folder"), ExitCode::Usage);
     }
-    std::vector<std::filesystem::path> given;
-    for (const std::string& name : names) {
-        given.emplace_back(console::Wide(name));
-    }
-    const LogFiles logs = InOrderOfWriting(given, SharedFile::Open);
+    const LogFiles logs = InOrderOfWriting(PathsOf(names), SharedFile::Open);
     if (!logs.fault.empty()) {
         return Fail(logs.fault, ExitCode::Unreadable);
     }

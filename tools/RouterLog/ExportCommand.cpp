@@ -46,11 +46,7 @@ int Export(const Arguments& arguments)
     if (wrong || names.empty() || output.empty()) {
         return Fail(wrong.value_or("export needs a log and -o FILE"), ExitCode::Usage);
     }
-    std::vector<std::filesystem::path> given;
-    for (const std::string& name : names) {
-        given.emplace_back(console::Wide(name));
-    }
-    const LogFiles logs = InOrderOfWriting(given, SharedFile::Open);
+    const LogFiles logs = InOrderOfWriting(PathsOf(names), SharedFile::Open);
     if (!logs.fault.empty()) {
         return Fail(logs.fault, ExitCode::Unreadable);
     }

@@ -56,16 +56,19 @@ void ConnectionStory::TakeState(const LogLine& line)
         m_simulated = false;
         Connected(line.where);
         break;
-    case Form::NotifyState:
-        if (line.match.Text(0) == "Connected") {
-            Connected(line.where);
-        } else if (m_state == State::Connected || m_failure) {
-            Lost(line.where);
-        } else if (m_state == State::Unknown) {
-            BeginSearch(line.where);
-        }
-        break;
+    case Form::NotifyState: TakeNotified(line); break;
     default: break;
+    }
+}
+
+void ConnectionStory::TakeNotified(const LogLine& line)
+{
+    if (line.match.Text(0) == "Connected") {
+        Connected(line.where);
+    } else if (m_state == State::Connected || m_failure) {
+        Lost(line.where);
+    } else if (m_state == State::Unknown) {
+        BeginSearch(line.where);
     }
 }
 

@@ -38,6 +38,7 @@ private:
     };
 
     void TakeState(const LogLine& line);
+    void TakeNotified(const LogLine& line);
     void TakeTraffic(const LogLine& line);
     void TakeFailure(const LogLine& line);
     void TakeGap(const LogLine& line);

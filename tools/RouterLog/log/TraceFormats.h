@@ -1,6 +1,8 @@
 // Every line that the router writes into its logs: format, class, meaning. The one table that parsing goes by. Portable.
 #pragma once
 
+#include "tools/RouterLog/log/TraceForm.h"
+
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -20,146 +22,6 @@ enum class TraceClass : std::uint8_t {
     General,
 };
 inline constexpr std::size_t TraceClassCount = 8;
-
-enum class Form : std::uint8_t {
-    // the tracer's own
-    BeginLogging,
-    EndLogging,
-    ToBeContinued,
-    Continued,
-    TracerTerminating,
-    EntriesNotProcessed,
-    BufferOverflow,
-    SkippedPacket,
-    // start-up summary, automation objects
-    DebugOptions,
-    ObjectCreated,
-    ObjectDestroyed,
-    // raw traffic
-    RawWrite,
-    RawRead,
-    ReplyError,
-    // packets of a port
-    Request,
-    Reply,
-    NoConnection,
-    SendToSimulation,
-    PacketIgnored,
-    // life of a port's pipe
-    PipeStarted,
-    PipeEnded,
-    PipeCreated,
-    PipeShuttingDown,
-    PipeConnectEvent,
-    PipeConnected,
-    PipeOpenBroken,
-    PipeWriteBroken,
-    PipeReadBroken,
-    PipeConnectMissed,
-    PipeIdle,
-    PipeWriteDenied,
-    SendIgnoredReal,
-    SendIgnoredSimulated,
-    SendQueueFull,
-    SendNoClient,
-    // connection to the instrument
-    UsbThreadStarted,
-    UsbThreadEnded,
-    UsbLooking,
-    UsbPendingWrites,
-    UsbWritten,
-    UsbWriteBusy,
-    UsbWriteAborted,
-    UsbIdleWriteAborted,
-    UsbIdle,
-    SimThreadStarted,
-    SimThreadEnded,
-    SimLooking,
-    SimPendingWrites,
-    SimWritten,
-    SimWriteBusy,
-    SimIdleWriteBusy,
-    SimIdle,
-    SubmitQueueFull,
-    SubmitNoConnection,
-    NotifyState,
-    IterateDevices,
-    QueryDevice,
-    FoundDevice,
-    ConnectFailed,
-    ConnectOpened,
-    SimConnectOpened,
-    SendFailed,
-    HostGone,
-    ReadThreadStarted,
-    ReadThreadEnded,
-    SimReadThreadStarted,
-    SimReadThreadEnded,
-    BytesReceived,
-    ReceiveFailed,
-    ReplyThreadIdle,
-    ReplyThreadForward,
-    FirmwareReplyCame,
-    Broadcast,
-    NoDestination,
-    NumberGap,
-    // firmware dialogue
-    FirmwareFile,
-    FirmwareFileName,
-    FirmwareDownload,
-    FirmwareStart,
-    FirmwareImage,
-    FirmwareChunk,
-    FirmwareReceiveReady,
-    FirmwareUnable,
-    FirmwareDeny,
-    FirmwareReady,
-    FirmwareFail,
-    FirmwareOk,
-    FirmwareRebooting,
-    FirmwareRebootingCame,
-    FirmwareRetry,
-    FirmwareRetriesOver,
-    FirmwareNeeded,
-    FirmwareNextConnect,
-    FirmwareCompleted,
-    FirmwareCompletedEvent,
-    // failures inside the router, told by their text
-    SessionEndPortsAbandoned,
-    SessionEndTransportAbandoned,
-    ObjectNoMemory,
-    ObjectNoTypeLibrary,
-    StepNoThread,
-    PipeNotRestricted,
-    PipeThreadNotStarted,
-    PipeThreadFailed,
-    PipeThreadNoEvents,
-    TransportThreadNotStarted,
-    ReadThreadCannotRun,
-    ReadThreadNotStarted,
-    UsbThreadCannotRun,
-    UsbThreadFailed,
-    UsbThreadFault,
-    SimThreadCannotRun,
-    SimThreadFailed,
-    FirmwareNoEvents,
-    FirmwareNoMemoryForName,
-    FirmwareNoMemory,
-    DebugWindowNotCreated,
-};
-
-/// Whether such a line tells of a failure inside the router that happens only when Windows lacks something.
-constexpr bool IsRouterFailure(Form form) noexcept
-{
-    return form >= Form::SessionEndPortsAbandoned;
-}
-
-/// Whether the tracer writes the line without a stamp.
-constexpr bool IsBare(Form form) noexcept
-{
-    return form == Form::ToBeContinued || form == Form::Continued || form == Form::TracerTerminating ||
-           form == Form::EntriesNotProcessed;
-}
 
 struct TraceFormat
 {

@@ -1,5 +1,7 @@
 #include "tools/RouterLog/pc/SharedFile.h"
 
+#include "tools/common/Console.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -43,6 +45,16 @@ void SharedFile::Seek(std::uint64_t offset)
     LARGE_INTEGER to{};
     to.QuadPart = static_cast<LONGLONG>(offset);
     ::SetFilePointerEx(m_file.Get(), to, nullptr, FILE_BEGIN);
+}
+
+std::vector<std::filesystem::path> PathsOf(const std::vector<std::string>& names)
+{
+    std::vector<std::filesystem::path> paths;
+    paths.reserve(names.size());
+    for (const std::string& name : names) {
+        paths.emplace_back(console::Wide(name));
+    }
+    return paths;
 }
 
 bool WriteWholeFile(const std::filesystem::path& path, std::string_view bytes)

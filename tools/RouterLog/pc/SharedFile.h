@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace routerlog {
 
@@ -36,6 +38,9 @@ private:
     explicit SharedFile(win32::FileHandle file) : m_file(std::move(file)) {}
     win32::FileHandle m_file;
 };
+
+/// Names in UTF-8 as paths.
+std::vector<std::filesystem::path> PathsOf(const std::vector<std::string>& names);
 
 /// Writes a whole file; false with GetLastError() when that fails. The file holds all of it, or is not there.
 bool WriteWholeFile(const std::filesystem::path& path, std::string_view bytes);
