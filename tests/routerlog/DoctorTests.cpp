@@ -2,6 +2,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/UniqueName.h"
+#include "tests/system/BusProcess.h"
 #include "tests/system/RouterSession.h"
 #include "win32/RegistryKey.h"
 
@@ -194,6 +195,39 @@ TEST_F(DoctorProgram, SetsTheMasksAsTheDialogDoes)
     EXPECT_EQ(mask(L"3"), 0x00050003U);
     Run(L"--trace-on swimming");
     EXPECT_EQ(code, 2U);
+}
+
+/// A registered router that is set to use USB.
+class DoctorProgramOverUsb : public testing::Test
+{
+protected:
+    static std::string RunWith(const std::wstring& busSwitches)
+    {
+        const BusProcess bus(L"--quiet " + busSwitches);
+        EXPECT_TRUE(bus.WaitUntilServed()) << bus.Output();
+        return Run();
+    }
+    static std::string Run()
+    {
+        const support::ChildProcess program(support::ProgramFolder() / L"RouterLog.exe", L"doctor");
+        program.WaitForExit();
+        return program.Output();
+    }
+
+    RouterSession session{RouterSession::Transport::Usb};
+};
+
+TEST_F(DoctorProgramOverUsb, SaysOneLineWithAnInstrumentAndFindsItMissing)
+{
+    EXPECT_THAT(RunWith({}), testing::StartsWith("Healthy: "));
+    EXPECT_THAT(Run(), HasSubstr("No instrument is plugged in"));
+}
+
+TEST_F(DoctorProgramOverUsb, FindsAnInstrumentThatTheRouterDoesNotAccept)
+{
+    EXPECT_THAT(RunWith(L"--product 0x0600"), HasSubstr("product 0x0600, is none that the router accepts"));
+    RouterSession::AddProduct(0x0600, 2);
+    EXPECT_THAT(RunWith(L"--product 0x0600"), testing::StartsWith("Healthy: "));
 }
 
 } // namespace

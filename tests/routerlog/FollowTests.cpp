@@ -1,7 +1,8 @@
-// The built RouterLog, following a log that the product's code writes.
+// The built RouterLog, following a log that the product's code writes and rotates.
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/UniqueName.h"
+#include "tools/RouterLog/report/Sentences.h"
 
 #include "diag/LogFile.h"
 
@@ -37,6 +38,27 @@ TEST_F(Follow, ShowsTheStateThroughARotationAndEndsWhenAsked)
     log.WriteLine("[11-21-26 21:14:07:0000] Reply-receive failed(31), reconnecting...", 0);
     log.WriteLine("[11-21-26 21:14:07:0001] CCyUSBDriver::NotifyState(Not Connected)", 1U << 30);
     ASSERT_TRUE(Shows("The instrument was unplugged or went away")) << router.Output();
+    log.Close();
+    ::SetEvent(stop.Get());
+    EXPECT_EQ(router.WaitForExit(), 0U);
+}
+
+TEST_F(Follow, LosesNoLineOverTenRotations)
+{
+    constexpr int Rotations = 10;
+    constexpr int LinesBetween = 500;
+    const std::string text = "[11-21-26 21:14:05:0042] CCyUSBDriver::ReplyProcessThread()IDLE";
+    LogFile log;
+    log.Open(path, true);
+    int lines = 1; // that the log begins
+    ASSERT_TRUE(Shows(" 1 lines, ")) << router.Output();
+    for (int rotation = 0; rotation < Rotations; ++rotation) {
+        for (int line = 0; line < LinesBetween; ++line) {
+            log.WriteLine(text, line == LinesBetween / 2 ? 0 : 1U << 30);
+        }
+        lines += LinesBetween + 2; // two say that the log goes on in another file
+        ASSERT_TRUE(Shows(routerlog::Grouped(lines) + " lines, ")) << router.Output();
+    }
     log.Close();
     ::SetEvent(stop.Get());
     EXPECT_EQ(router.WaitForExit(), 0U);

@@ -1,6 +1,8 @@
 // Logs of real runs with planted incidents: for each the right sentence, and no other one.
+#include "tests/instrument/InstrumentControl.h"
 #include "tests/routerlog/PlantedRun.h"
 #include "tests/system/BusProcess.h"
+#include "tests/system/ServedPort.h"
 #include "tools/RouterLog/pc/RouterSettings.h"
 
 #include <gtest/gtest.h>
@@ -111,6 +113,86 @@ TEST_F(FirmwareRun, OfAnUnpluggedInstrumentIsToldAsInterrupted)
     Download(L"at 3 vanish", Form::ReceiveFailed);
     ExpectTold({{"instrument-lost", {"The instrument was unplugged or went away", "while reading"}},
                 {"firmware-interrupted", {"after 2 of 6 chunks"}}});
+}
+
+/// A client of a router over USB, whose instrument the test disturbs from behind.
+class UsbRun : public testing::Test
+{
+protected:
+    static constexpr std::uint32_t Slot = 0;
+    static constexpr std::uint8_t Out = 0x02;
+
+    void SetUp() override
+    {
+        RouterSession::SetMask(-1, 0x00080000);
+        RouterSession::SetMask(3, 0x00040000);
+        ASSERT_TRUE(bus.WaitUntilServed()) << bus.Output();
+        ASSERT_TRUE(session.Activate());
+        ASSERT_TRUE(served::Open(client, served::Register(session, 3, 1)));
+        watch.emplace(session.LogFile());
+    }
+    void End()
+    {
+        client.Close();
+        EXPECT_TRUE(watch->WaitFor(Form::PipeReadBroken, 1));
+        session.Release();
+        ASSERT_TRUE(session.WaitForEnd());
+    }
+    /// Other ends of clients than the expected ones are those of attempts to open the pipe.
+    std::vector<planted::Told> ToldWithoutClients() const
+    {
+        std::vector<planted::Told> told = planted::Explain(session.LogFile(), folder.Path());
+        std::erase_if(told, [](const planted::Told& each) { return each.kind == "client-went"; });
+        return told;
+    }
+
+    support::TempFolder folder;
+    RouterSession session{RouterSession::Transport::Usb};
+    BusProcess bus{L"--quiet"};
+    support::PipeClient client;
+    std::optional<LogWatch> watch;
+};
+
+TEST_F(UsbRun, WithAbortedWritesTellsHowManyPacketsAreLost)
+{
+    instrumentbus::InstrumentControl control;
+    instrumentbus::Rule holdOne{};
+    holdOne.slot = Slot;
+    holdOne.endpoint = Out;
+    holdOne.count = 1;
+    holdOne.actions = instrumentbus::Hold;
+    constexpr int Stuck = 3;
+    for (int packet = 1; packet <= Stuck; ++packet) {
+        control.Release(Slot, Out);
+        control.SetRule(holdOne);
+        ASSERT_TRUE(client.Write("lost"));
+        ASSERT_TRUE(control.WaitFor(Slot, Out, [](const auto& counters) { return counters.held == 1; }));
+        ASSERT_TRUE(client.Write("next"));
+        ASSERT_TRUE(watch->WaitFor(Form::UsbWriteAborted, packet));
+        ASSERT_EQ(client.Read(), "next");
+    }
+    ASSERT_NO_FATAL_FAILURE(End());
+    planted::Compare(
+        {{"writes-aborted",
+          {"The instrument did not take packets in time: 3 writes were aborted", "and their packets are lost."}}},
+        ToldWithoutClients());
+}
+
+TEST_F(UsbRun, WithAnUnpluggedInstrumentTellsTheErrorAndTheReturn)
+{
+    bus.Stop();
+    ASSERT_TRUE(watch->WaitFor(Form::ReceiveFailed, 1));
+    ASSERT_TRUE(watch->WaitFor(Form::ConnectFailed, 1));
+    BusProcess again(L"--quiet");
+    ASSERT_TRUE(again.WaitUntilServed()) << again.Output();
+    ASSERT_TRUE(watch->WaitFor(Form::ConnectOpened, 2));
+    session.Release();
+    ASSERT_TRUE(session.WaitForEnd());
+    planted::Compare(
+        {{"instrument-lost", {"The instrument was unplugged", "noticed while reading, Windows error"}},
+         {"client-cut-off", {"changed"}},
+         {"instrument-reconnected", {"The instrument (product 0x0100) was reconnected after "}}},
+        ToldWithoutClients());
 }
 
 } // namespace

@@ -12,9 +12,11 @@
 #include "tools/common/CommandLine.h"
 #include "tools/common/Console.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 namespace routerlog {
 
@@ -88,7 +90,10 @@ std::string LastBytes(SharedFile& file, std::uint64_t most)
     return size > most ? bytes.substr(bytes.find('\n') + 1) : bytes;
 }
 
-void AddReport(const std::vector<fs::path>& logs, bool noPayload, ZipWriter& zip)
+/// What is said of the logs and the PC: names and texts.
+using Reports = std::vector<std::pair<std::string, std::string>>;
+
+void AddExplanation(const std::vector<fs::path>& logs, bool noPayload, Reports& reports)
 {
     Account account;
     for (const fs::path& path : logs) {
@@ -102,20 +107,19 @@ void AddReport(const std::vector<fs::path>& logs, bool noPayload, ZipWriter& zip
         // What the router did not write is quoted there, and may be the rest of a dump.
         text = text.substr(0, text.rfind('\n', text.find(" NOT OF THE ROUTER, OR CUT\n")) + 1);
     } else {
-        zip.Add("explain.json", JsonReport(account));
+        reports.emplace_back("explain.json", JsonReport(account));
     }
-    zip.Add("explain.txt", text);
+    reports.emplace_back("explain.txt", std::move(text));
 }
 
-/// All of the bundle, with at most so much of each log.
-std::string Build(const PcFacts& facts, const std::vector<fs::path>& logs, bool noPayload,
-                  std::uint64_t mostOfALog)
+/// The reports, and at most so much of each log.
+std::string Pack(const Reports& reports, const std::vector<fs::path>& logs, bool noPayload,
+                 std::uint64_t mostOfALog)
 {
     ZipWriter zip;
-    zip.Add("doctor.txt", DiagnosisText(facts, Diagnose(facts, OwnVersion())));
-    zip.Add("versions.txt", VersionText(facts));
-    zip.Add("settings.txt", SettingsText(facts));
-    AddReport(logs, noPayload, zip);
+    for (const auto& [name, text] : reports) {
+        zip.Add(name, text);
+    }
     int number = 0;
     for (const fs::path& path : logs) {
         if (const auto file = SharedFile::Open(path)) {
@@ -124,6 +128,17 @@ std::string Build(const PcFacts& facts, const std::vector<fs::path>& logs, bool 
         }
     }
     return zip.Finish();
+}
+
+std::uint64_t LongestOf(const std::vector<fs::path>& logs)
+{
+    std::uint64_t longest = 0;
+    for (const fs::path& path : logs) {
+        if (const auto file = SharedFile::Open(path)) {
+            longest = std::max(longest, file->Size());
+        }
+    }
+    return longest;
 }
 
 std::vector<fs::path> LogsOf(const BundleOptions& options, const PcFacts& facts)
@@ -150,11 +165,18 @@ int Bundle(const Arguments& arguments)
     options.logs.assign(words.begin() + 1, words.end());
     const PcFacts facts = GatherFacts({});
     const std::vector<fs::path> logs = LogsOf(options, facts);
+    Reports reports{{"doctor.txt", DiagnosisText(facts, Diagnose(facts, OwnVersion()))},
+                    {"versions.txt", VersionText(facts)},
+                    {"settings.txt", SettingsText(facts)}};
+    AddExplanation(logs, options.noPayload, reports);
+    const std::uint64_t longest = LongestOf(logs);
     std::uint64_t most = LargestLog;
-    std::string bundle = Build(facts, logs, options.noPayload, most);
+    std::string bundle = Pack(reports, logs, options.noPayload, most);
     while (bundle.size() > LargestBundle && most > SmallestLog) {
-        most /= 2;
-        bundle = Build(facts, logs, options.noPayload, most);
+        do {
+            most /= 2;
+        } while (most >= longest && most > SmallestLog); // nothing would be left out
+        bundle = Pack(reports, logs, options.noPayload, most);
     }
     if (!WriteWholeFile(fs::path(console::Wide(options.output)), bundle)) {
         return Fail("cannot write " + options.output + " (Windows error " + std::to_string(::GetLastError()) + ")",

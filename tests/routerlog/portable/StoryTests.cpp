@@ -264,6 +264,12 @@ TEST_F(Story, SaysNotTracedInsteadOfNothing)
     EXPECT_THAT(report, HasSubstr("doctor --trace-on usb,firmware,pipe,packets,dispatch,raw"));
 }
 
+TEST_F(Story, OfNoLineOfTheRouterSaysSo)
+{
+    Run(LogText().Bare("no log"));
+    EXPECT_THAT(TextReport(account), HasSubstr("Router      The log has no line of the router."));
+}
+
 TEST_F(Story, CountsAndShowsLinesOfOthers)
 {
     Run(LogText().At(0, Begin).Bare("what is \xFF this").At(1, "PCR->USB[12").Bare("").Bare(UsbStarted));

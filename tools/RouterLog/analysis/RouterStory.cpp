@@ -36,10 +36,11 @@ void RouterStory::Take(const LogLine& line)
         break;
     default:
         if (IsRouterFailure(line.Kind())) {
-            m_incidents.Add({.kind = IncidentKind::RouterFailure,
-                             .traceClass = line.match.format->traceClass,
-                             .where = line.where,
-                             .name = std::string(line.match.format->meaning)});
+            m_incidents.Add(
+                {.kind = IncidentKind::RouterFailure,
+                 .traceClass = line.match.format->traceClass,
+                 .where = line.where,
+                 .name = std::string(line.match.format->meaning) + " (" + std::string(line.text) + ")"});
         }
         if (m_state == State::Unknown) {
             BecomeRunning(line.where); // the log begins in the middle

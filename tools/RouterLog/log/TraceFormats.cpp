@@ -209,7 +209,7 @@ constexpr auto Formats = std::to_array<TraceFormat>({
     {Form::UsbThreadFailed, Usb, "CCyUSBDriver::USBCommandProcessThread() failed, reconnecting",
      "the command thread failed; the connection is made again"},
     {Form::UsbThreadFault, Usb, "CCyUSBDriver::USBCommandProcessThread() %s",
-     "a USB device could not be looked at"},
+     "Windows did not close the USB device; it is let go all the same"},
     {Form::SimThreadCannotRun, Usb, "CCyUSBDriver::SimulationCommandProcessThread() cannot run",
      "the command thread cannot run; nobody is served"},
     {Form::SimThreadFailed, Usb, "CCyUSBDriver::SimulationCommandProcessThread() failed, reconnecting",

@@ -15,7 +15,7 @@ constexpr std::size_t LongestMatch = 258;
 constexpr std::size_t Window = 32'768;
 constexpr int MostTries = 32; // candidates looked at for a match
 
-/// Bits, the lowest of each byte first; Huffman codes with their highest bit first.
+/// Bits, the lowest of each byte first.
 class BitWriter
 {
 public:
@@ -29,14 +29,6 @@ public:
             m_count -= 8;
         }
     }
-    void Code(std::uint32_t code, int count)
-    {
-        std::uint32_t reversed = 0;
-        for (int i = 0; i < count; ++i) {
-            reversed = reversed << 1 | (code >> i & 1);
-        }
-        Bits(reversed, count);
-    }
     std::string Take()
     {
         Bits(0, (8 - m_count) % 8);
@@ -49,18 +41,36 @@ private:
     int m_count = 0;
 };
 
-/// A literal, the end of the block (256), or a length's symbol, in the fixed code.
-void PutSymbol(BitWriter& out, std::uint32_t symbol)
+struct Code
 {
-    if (symbol < 144) {
-        out.Code(0x30 + symbol, 8);
-    } else if (symbol < 256) {
-        out.Code(0x190 + symbol - 144, 9);
-    } else if (symbol < 280) {
-        out.Code(symbol - 256, 7);
-    } else {
-        out.Code(0xC0 + symbol - 280, 8);
+    std::uint16_t bits; // the highest first, as Huffman codes are written
+    std::uint8_t count;
+};
+
+constexpr Code Reversed(std::uint32_t code, int count)
+{
+    std::uint32_t reversed = 0;
+    for (int i = 0; i < count; ++i) {
+        reversed = reversed << 1 | (code >> i & 1);
     }
+    return {static_cast<std::uint16_t>(reversed), static_cast<std::uint8_t>(count)};
+}
+
+/// The fixed codes of literals, of the end of the block (256), and of lengths.
+constexpr auto FixedCodes = [] {
+    std::array<Code, 288> codes{};
+    for (std::uint32_t symbol = 0; symbol < codes.size(); ++symbol) {
+        codes[symbol] = symbol < 144 ? Reversed(0x30 + symbol, 8)
+                      : symbol < 256 ? Reversed(0x190 + symbol - 144, 9)
+                      : symbol < 280 ? Reversed(symbol - 256, 7)
+                                     : Reversed(0xC0 + symbol - 280, 8);
+    }
+    return codes;
+}();
+
+void Put(BitWriter& out, Code code)
+{
+    out.Bits(code.bits, code.count);
 }
 
 struct Range
@@ -92,10 +102,10 @@ std::size_t IndexIn(const std::array<Range, Count>& ranges, std::size_t value)
 void PutMatch(BitWriter& out, std::size_t length, std::size_t distance)
 {
     const std::size_t lengthIndex = IndexIn(Lengths, length);
-    PutSymbol(out, static_cast<std::uint32_t>(257 + lengthIndex));
+    Put(out, FixedCodes[257 + lengthIndex]);
     out.Bits(static_cast<std::uint32_t>(length - Lengths[lengthIndex].base), Lengths[lengthIndex].extraBits);
     const std::size_t distanceIndex = IndexIn(Distances, distance);
-    out.Code(static_cast<std::uint32_t>(distanceIndex), 5);
+    Put(out, Reversed(static_cast<std::uint32_t>(distanceIndex), 5));
     out.Bits(static_cast<std::uint32_t>(distance - Distances[distanceIndex].base),
              Distances[distanceIndex].extraBits);
 }
@@ -176,13 +186,13 @@ std::string Deflate(std::string_view bytes)
         if (match.length > 0) {
             PutMatch(out, match.length, match.distance);
         } else {
-            PutSymbol(out, static_cast<unsigned char>(bytes[at]));
+            Put(out, FixedCodes[static_cast<unsigned char>(bytes[at])]);
         }
         for (std::size_t i = 0; i < length; ++i) {
             matcher.Remember(at++);
         }
     }
-    PutSymbol(out, 256);
+    Put(out, FixedCodes[256]);
     return out.Take();
 }
 

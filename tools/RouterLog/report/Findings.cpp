@@ -20,7 +20,6 @@ Fact RouterFact(const Account& account)
     switch (router.Now()) {
     case RouterStory::State::Unknown:
         fact.text = "The log has no line of the router.";
-        fact.known = false;
         break;
     case RouterStory::State::Running:
         fact.text = "The log is open: at its last line, " + FormatTime(account.LastTime()) +
