@@ -91,11 +91,11 @@ foreach(room ${MORVANE_MODULES} tools support bus)
 endforeach()
 
 # RouterLog on Windows: files that the router has open, and real routers' logs.
-morvane_sources(routerlog_sources tests/routerlog/*.cpp tests/system/RouterSession.cpp tests/system/KilledServer.cpp)
+morvane_sources(routerlog_sources tests/routerlog/*.cpp)
 morvane_add_gtest(routerlog_tests SOURCES ${routerlog_sources}
     LIBRARIES ${support_libraries} ${trace_library} morvane_routerlog morvane_diag)
 add_dependencies(routerlog_tests RouterLog MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus)
-morvane_use_instrument(routerlog_tests)
+morvane_use_testdriver(routerlog_tests)
 morvane_add_test(TARGET routerlog_tests LABEL system TIMEOUT 400)
 
 morvane_sources(system_sources tests/system/*.cpp tests/unit/bus/UsbRouterEnd.cpp)

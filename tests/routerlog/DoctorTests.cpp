@@ -1,9 +1,9 @@
 // The built RouterLog's doctor, on a Windows whose faults a test plants for real.
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/UniqueName.h"
 #include "tests/system/BusProcess.h"
-#include "tests/system/RouterSession.h"
 #include "win32/RegistryKey.h"
 
 #include <gmock/gmock.h>

@@ -42,7 +42,7 @@ TEST(RealRuns, WithoutIncidentsAreToldWithout)
     RouterSession::SetMask(3, 0x00060000);
     win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, routerlog::settings::DeviceOptions, KEY_READ | KEY_WRITE)
         .WriteDword(routerlog::settings::LogLimit, 1'000);
-    const SimulatorProcess simulator(L"--echo");
+    const SimulatorProcess simulator(L"--quiet");
     ASSERT_TRUE(simulator.WaitUntilServed());
     const support::ChildProcess clients(
         support::ProgramFolder() / L"RouterProbe.exe",
@@ -66,7 +66,7 @@ protected:
         RouterSession::SetMask(-1, 0x00080000);
         RouterSession::SetMask(0, 0x00080000);
         session.WriteFirmware(Product, std::string(20'000, 'f'));
-        bus.emplace(L"--quiet --firmware \"" + line + L"\"");
+        bus.emplace(L"--quiet --do \"firmware " + line + L"\"");
         ASSERT_TRUE(bus->WaitUntilServed()) << bus->Output();
         ASSERT_TRUE(session.Activate());
         LogWatch watch(session.LogFile());

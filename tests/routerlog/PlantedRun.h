@@ -4,8 +4,8 @@
 #include "tests/routerlog/LogWatch.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterSession.h"
 #include "tests/support/TempFolder.h"
-#include "tests/system/RouterSession.h"
 #include "tests/system/SimulatorProcess.h"
 
 #include <map>

@@ -1,4 +1,6 @@
 // bundle: everything that somebody far away needs to judge, in one file.
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tools/RouterLog/Commands.h"
 #include "tools/RouterLog/doctor/Diagnosis.h"
 #include "tools/RouterLog/log/LogFiles.h"
@@ -9,8 +11,6 @@
 #include "tools/RouterLog/report/JsonReport.h"
 #include "tools/RouterLog/report/Sentences.h"
 #include "tools/RouterLog/report/TextReport.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 #include <algorithm>
 #include <array>

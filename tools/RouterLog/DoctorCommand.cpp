@@ -1,10 +1,10 @@
 // doctor: what is wrong with this PC, and the trace masks.
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tools/RouterLog/Commands.h"
 #include "tools/RouterLog/doctor/Diagnosis.h"
 #include "tools/RouterLog/pc/GatherFacts.h"
 #include "tools/RouterLog/pc/RouterSettings.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 namespace routerlog {
 

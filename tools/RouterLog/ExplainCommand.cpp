@@ -1,12 +1,12 @@
 // explain: what happened, as text, JSON or a page.
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tools/RouterLog/Commands.h"
 #include "tools/RouterLog/log/LogFiles.h"
 #include "tools/RouterLog/pc/SharedFile.h"
 #include "tools/RouterLog/report/HtmlReport.h"
 #include "tools/RouterLog/report/JsonReport.h"
 #include "tools/RouterLog/report/TextReport.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 #include <filesystem>
 

@@ -1,11 +1,11 @@
 // export: the packets of a log as a capture file for Wireshark.
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tools/RouterLog/Commands.h"
 #include "tools/RouterLog/capture/PacketExport.h"
 #include "tools/RouterLog/log/LogFiles.h"
 #include "tools/RouterLog/pc/SharedFile.h"
 #include "tools/RouterLog/report/Sentences.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 #include <filesystem>
 #include <fstream>

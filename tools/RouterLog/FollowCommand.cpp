@@ -1,10 +1,10 @@
 // follow: the state of a running router, once a second, from the log that it is writing.
+#include "console/CommandLine.h"
+#include "console/Console.h"
 #include "tools/RouterLog/Commands.h"
 #include "tools/RouterLog/log/LogFiles.h"
 #include "tools/RouterLog/pc/LogTail.h"
 #include "tools/RouterLog/report/LiveView.h"
-#include "tools/common/CommandLine.h"
-#include "tools/common/Console.h"
 
 #include <filesystem>
 

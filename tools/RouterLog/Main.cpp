@@ -1,7 +1,7 @@
 // RouterLog: reads the port router's logs for people. It starts no router and is none of its host programs: the router
 // neither waits for it nor ends with it.
+#include "console/Console.h"
 #include "tools/RouterLog/Commands.h"
-#include "tools/common/Console.h"
 
 #include <algorithm>
 #include <array>

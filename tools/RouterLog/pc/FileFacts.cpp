@@ -1,7 +1,7 @@
 // The router's folder: its log, its firmware, the room on its disk.
+#include "console/Console.h"
 #include "tools/RouterLog/log/LogFiles.h"
 #include "tools/RouterLog/pc/GatherFacts.h"
-#include "tools/common/Console.h"
 #include "win32/Handle.h"
 #include "win32/ModulePath.h"
 

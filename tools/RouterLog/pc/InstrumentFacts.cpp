@@ -1,6 +1,6 @@
 // The instrument, its driver, the simulator, and pipe names.
+#include "console/Console.h"
 #include "tools/RouterLog/pc/GatherFacts.h"
-#include "tools/common/Console.h"
 #include "usb/UsbDevice.h"
 #include "win32/RegistryKey.h"
 

@@ -1,6 +1,6 @@
 // Running programs and this one's rights.
+#include "console/Console.h"
 #include "tools/RouterLog/pc/GatherFacts.h"
-#include "tools/common/Console.h"
 #include "win32/Handle.h"
 
 #include <tlhelp32.h>

@@ -1,6 +1,6 @@
 // Where and how the router is registered.
+#include "console/Console.h"
 #include "tools/RouterLog/pc/GatherFacts.h"
-#include "tools/common/Console.h"
 #include "win32/RegistryKey.h"
 
 #include <array>

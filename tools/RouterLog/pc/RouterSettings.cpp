@@ -1,6 +1,6 @@
 #include "tools/RouterLog/pc/RouterSettings.h"
 
-#include "tools/common/Console.h"
+#include "console/Console.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // The router's settings in the registry.
+#include "console/Console.h"
 #include "tools/RouterLog/pc/GatherFacts.h"
 #include "tools/RouterLog/pc/RouterSettings.h"
-#include "tools/common/Console.h"
 
 namespace routerlog {
 

@@ -1,6 +1,6 @@
 #include "tools/RouterLog/pc/SharedFile.h"
 
-#include "tools/common/Console.h"
+#include "console/Console.h"
 
 #include <algorithm>
 #include <utility>

@@ -18,9 +18,7 @@ Fact RouterFact(const Account& account)
     const RouterStory& router = account.Router();
     Fact fact{"Router", {}, TraceClass::Always, true};
     switch (router.Now()) {
-    case RouterStory::State::Unknown:
-        fact.text = "The log has no line of the router.";
-        break;
+    case RouterStory::State::Unknown: fact.text = "The log has no line of the router."; break;
     case RouterStory::State::Running:
         fact.text = "The log is open: at its last line, " + FormatTime(account.LastTime()) +
                     ", the router was running. If it is not now, it was killed or crashed.";
