@@ -23,7 +23,8 @@ protected:
     std::wstring stopName = support::UniqueName(L"FollowStop");
     win32::KernelHandle stop{::CreateEventW(nullptr, TRUE, FALSE, stopName.c_str())};
     support::ChildProcess router{support::ProgramFolder() / L"RouterLog.exe",
-                                 L"follow \"" + folder.Path().wstring() + L"\" --stop-event " + stopName};
+                                 L"follow \"" + folder.Path().wstring() + L"\" --every 0.1 --stop-event " +
+                                     stopName};
 };
 
 TEST_F(Follow, ShowsTheStateThroughARotationAndEndsWhenAsked)

@@ -12,13 +12,13 @@ namespace routerlog {
 
 namespace {
 
-constexpr DWORD TimeBetweenLooks = 50;       // ms; so long a file may be held that has become the backup
-constexpr ULONGLONG TimeBetweenViews = 1000; // ms
+constexpr DWORD TimeBetweenLooks = 50; // ms; so long a file may be held that has become the backup
 constexpr const wchar_t* LogName = L"MorvanePortRouter.log";
 
 struct FollowOptions
 {
     std::string path;          // of the log or its folder
+    std::int64_t every = 1000; // ms between two views
     std::int64_t endAfter = 0; // ms; 0: never
     std::string stopEvent;
 };
@@ -27,7 +27,8 @@ std::optional<std::string> Read(const Arguments& arguments, FollowOptions& optio
 {
     std::vector<std::string> words;
     if (auto wrong = commandline::Parse(arguments,
-                                        {{"--for", true, commandline::StoreSeconds(options.endAfter)},
+                                        {{"--every", true, commandline::StoreSeconds(options.every)},
+                                         {"--for", true, commandline::StoreSeconds(options.endAfter)},
                                          {"--stop-event", true, commandline::Store(options.stopEvent)}},
                                         &words))
     {
@@ -76,7 +77,7 @@ int Follow(const Arguments& arguments)
         const ULONGLONG now = ::GetTickCount64();
         running = running && (options.endAfter == 0 || now - begun < static_cast<ULONGLONG>(options.endAfter));
         tail.Look(); // also after the signal: what was written before it is shown
-        if (!running || now - shown >= TimeBetweenViews) {
+        if (!running || now - shown >= static_cast<ULONGLONG>(options.every)) {
             Show(account.Files().empty() ? "Waiting for " + NameOf(path) + "\n"
                                          : view.Show(static_cast<std::int64_t>(now - shown)));
             shown = now;

@@ -14,9 +14,11 @@ explain LOG... [--json FILE] [--html FILE]
       --json FILE         write the same for programs
       --html FILE         write it as one page with drawings, which needs nothing else
 
-follow LOG [--for SECONDS] [--stop-event NAME]
-    The state of a running router, once a second, from the log that it is writing. LOG may be its folder. Ends on
-    Ctrl+C, after SECONDS, or when the named event is set.
+follow LOG [--every SECONDS] [--for SECONDS] [--stop-event NAME]
+    The state of a running router, from the log that it is writing. LOG may be its folder. Ends on Ctrl+C, or:
+      --every SECONDS     time between two views (1)
+      --for SECONDS       end after this time
+      --stop-event NAME   end when this named event is set
 
 export LOG... -o FILE
     The log's packets as a capture for Wireshark (pcapng). tools/wireshark/morvane.lua decodes it.

@@ -1,10 +1,13 @@
 // Any bytes at all: the account and its reports come to an end, within their bounds.
+#include "tests/routerlog/portable/Json.h"
 #include "tests/routerlog/portable/Logs.h"
+#include "tools/RouterLog/report/HtmlReport.h"
 #include "tools/RouterLog/report/JsonReport.h"
 #include "tools/RouterLog/report/TextReport.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <random>
 
 using namespace routerlog;
@@ -23,7 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     account.Finish();
     TextReport(account);
-    JsonReport(account);
+    HtmlReport(account, {});
+    if (!routerlogtest::JsonText(JsonReport(account)).IsValid()) {
+        std::abort();
+    }
     return 0;
 }
 
