@@ -222,6 +222,20 @@ TEST_F(Story, OfAClockSetBackSaysByHowMuch)
     EXPECT_THAT(Sentence(1), HasSubstr("set back by 59 min 59 s"));
 }
 
+TEST_F(Story, OfALongSilenceSaysForHowLong)
+{
+    Run(LogText().At(0, Begin).At(5, UsbStarted).At(10, Opened).At(30'010, NotConnected));
+    EXPECT_THAT(KindsOf(account),
+                ElementsAre("router-started", "instrument-connected", "nothing-traced", "instrument-lost"));
+    EXPECT_THAT(Sentence(2), HasSubstr("Nothing was traced for 30.0 s"));
+}
+
+TEST_F(Story, OfLinesLostForLongIsNoSilence)
+{
+    Run(LogText().At(0, Begin).At(5, UsbStarted).At(10, Opened).At(30'010, "Buffer overflow, removing 9 entries"));
+    EXPECT_THAT(KindsOf(account), ElementsAre("router-started", "instrument-connected", "log-overflow"));
+}
+
 TEST_F(Story, OfLostLinesSaysHowMany)
 {
     Run(LogText()

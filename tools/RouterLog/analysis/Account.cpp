@@ -106,7 +106,8 @@ void Account::TakeTime(const LogLine& line)
         back.duration = -step;
         m_incidents.Add(std::move(back));
     } else if (step > SilenceWorthTelling && IsTraced(TraceClass::Usb) &&
-               m_router.Now() == RouterStory::State::Running && line.Kind() != Form::BeginLogging)
+               m_router.Now() == RouterStory::State::Running && line.Kind() != Form::BeginLogging &&
+               line.Kind() != Form::BufferOverflow) // which tells of the lines that were lost meanwhile
     {
         Incident silence{.kind = IncidentKind::NothingTraced, .traceClass = TraceClass::Usb, .where = m_last};
         silence.duration = step;

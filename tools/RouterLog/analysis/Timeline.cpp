@@ -35,6 +35,7 @@ std::vector<StateTimeline::Span> StateTimeline::Spans(LogTime now) const
 void StateTimeline::Shorten()
 {
     std::vector<std::int64_t> lengths;
+    lengths.reserve(m_spans.size());
     for (const Span& span : m_spans) {
         lengths.push_back(span.to - span.from);
     }
