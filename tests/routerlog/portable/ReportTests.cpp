@@ -71,6 +71,7 @@ TEST_F(Reports, AreAPageWhoseMarksLeadToLines)
     EXPECT_EQ(marks.size(), 3U); // the gap, the loss, the client that was cut off
     for (const std::string& mark : marks) {
         EXPECT_EQ(targets.count(mark), 1U) << mark;
+        EXPECT_THAT(page, HasSubstr("<tr id=\"" + mark + "\" class=\"fault\">"));
     }
 }
 

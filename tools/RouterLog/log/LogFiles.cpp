@@ -111,6 +111,7 @@ LogFiles InOrderOfWriting(const std::vector<fs::path>& given, const OpenFile& op
         return backup != candidates.end() ? *backup->first : candidate.first.value_or(0);
     };
     std::vector<std::pair<std::tuple<bool, LogTime, std::string, bool>, fs::path>> keyed;
+    keyed.reserve(candidates.size());
     for (const Candidate& each : candidates) {
         keyed.push_back({{each.skippedLog, groupTime(each), each.group, !each.backup}, each.path});
     }

@@ -88,7 +88,7 @@ std::optional<LogTime> ParseStamp(std::string_view line) noexcept
         return std::nullopt;
     }
     const auto time = ParseDateAndTime(line, 1, '-');
-    return time ? std::optional(*time + high * 100 + low) : std::nullopt;
+    return time ? std::optional(*time + LogTime{high} * 100 + low) : std::nullopt;
 }
 
 std::optional<LogTime> ParseSkippedStamp(std::string_view stamp) noexcept
@@ -123,7 +123,7 @@ std::string FormatDuration(std::int64_t milliseconds)
     } else if (seconds < 7200) {
         std::snprintf(text.data(), text.size(), "%d min %d s", static_cast<int>(seconds / 60),
                       static_cast<int>(seconds % 60));
-    } else if (seconds < 2 * 86'400) {
+    } else if (seconds < 172'800) {
         std::snprintf(text.data(), text.size(), "%d h %d min", static_cast<int>(seconds / 3600),
                       static_cast<int>(seconds / 60 % 60));
     } else {

@@ -129,9 +129,8 @@ std::string TimeAxis::Ticks(double height) const
     for (LogTime time = (m_from + step - 1) / step * step; time <= m_to; time += step) {
         const std::string stamp = FormatTime(time);
         const std::string label = step >= MsPerDay ? stamp.substr(0, 10) : stamp.substr(11, step >= 1000 ? 8 : 12);
-        const std::string x = Number(At(time));
-        out += "<line class=\"grid\" x1=\"" + x + "\" x2=\"" + x + "\" y1=\"0\" y2=\"" + Number(height) +
-               "\"/>\n" + Text(At(time), height + 14, "middle", label);
+        out += "<path class=\"grid\" d=\"M" + Number(At(time)) + " 0V" + Number(height) + "\"/>\n" +
+               Text(At(time), height + 14, "middle", label);
     }
     return out;
 }
