@@ -126,7 +126,7 @@ TEST_F(FirmwareRun, OfAnUnpluggedInstrumentIsToldAsInterrupted)
                 {"firmware-interrupted", {"after 2 of 6 chunks"}}});
 }
 
-/// A client of a router over USB, whose instrument the test disturbs from behind.
+/// A client of a router over USB, whose instrument the test disturbs through its driver.
 class UsbRun : public testing::Test
 {
 protected:

@@ -86,7 +86,7 @@ TEST_F(Tail, KeepsNobodyFromReplacingTheBackup)
     for (const char* line : {"second", "third"}) {
         log.WriteLine(line, 0);
         tail.Look();
-        // Windows replaces no file that somebody has open without sharing everything.
+        // Windows replaces no file that is open without sharing everything.
         const win32::FileHandle backup(::CreateFileW((path.wstring() + L".BAK").c_str(), GENERIC_READ | DELETE, 0,
                                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         EXPECT_TRUE(backup) << ::GetLastError();

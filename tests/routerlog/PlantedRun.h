@@ -52,7 +52,7 @@ public:
 
     /// The instrument leaves out so many numbers.
     void PlantGap(int missing);
-    /// A packet for a port that nobody registered.
+    /// A packet for a port that is not registered.
     void PlantUnknownDestination();
     /// A packet for a registered port without a client.
     void PlantDroppedReply();
@@ -64,7 +64,7 @@ public:
     void PlantClosedClient();
     /// The simulator goes away for 300 ms.
     void PlantUnplug();
-    /// The simulator's program is killed, and started anew.
+    /// The simulator's program is killed and restarted.
     void PlantDeadSimulator();
 
     /// One of the above, all in turn.

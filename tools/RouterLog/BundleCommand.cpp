@@ -1,4 +1,4 @@
-// bundle: everything that somebody far away needs to judge, in one file.
+// bundle: all that is needed to judge a PC from afar, in one file.
 #include "console/CommandLine.h"
 #include "console/Console.h"
 #include "tools/RouterLog/Commands.h"

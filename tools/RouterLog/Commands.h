@@ -1,4 +1,4 @@
-// The commands of RouterLog. Each takes the arguments behind its name and returns the exit code.
+// The commands of RouterLog. Each takes the arguments after its name and returns the exit code.
 #pragma once
 
 #include <string>

@@ -26,7 +26,7 @@ export LOG... -o FILE
 doctor [--activate] [--pipe NAME]...
     What is wrong with this PC, with a remedy each; one line when nothing is. Changes nothing.
       --activate          start the router, if it does not run, and call it, at most 20 seconds
-      --pipe NAME         look whether somebody else has this port name; may be given several times
+      --pipe NAME         look whether another program has this port name; may be given several times
 doctor --trace-on CLASSES, doctor --trace-off CLASSES
     Set what goes to the log from the router's next start on: raw, packets, pipe, usb, firmware, dispatch, general, or
     all, separated by commas. As administrator.

@@ -23,7 +23,7 @@ std::string ReadFile(const fs::path& path)
 }
 
 /// The string literals of C++ source from `at` on, up to the parenthesis that closes the one before it; adjacent ones are
-/// one. `at` is behind the call's last character.
+/// one. `at` is after the call's opening parenthesis.
 std::vector<std::string> LiteralsOfCall(const std::string& source, std::size_t& at)
 {
     std::vector<std::string> literals;
@@ -132,7 +132,7 @@ std::map<std::string, std::string> FormatsOfTheSources()
                 std::size_t end = at;
                 const std::vector<std::string> literals = LiteralsOfCall(source, end);
                 for (std::size_t i = 0; i < literals.size(); ++i) {
-                    // Behind a format come values; a text that names a class is a line whoever hands it over.
+                    // After a format come values; a text that names a class is a line in whatever call it stands.
                     std::string format = WithoutLineEnd(literals[i]);
                     if (call == "AddTrace" && format.ends_with("error ")) {
                         format += "%d"; // put together with "+"

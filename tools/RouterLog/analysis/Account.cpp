@@ -118,7 +118,7 @@ void Account::TakeTime(const LogLine& line)
 void Account::TakeForeign(const LogLine& line)
 {
     if (line.text.empty() && !line.stamped) {
-        return; // an empty line is nobody's
+        return; // an empty line counts for nothing
     }
     ++m_foreignCount;
     if (m_foreign.size() < ForeignLinesKept) {
@@ -138,7 +138,7 @@ void Account::CountClass(const LogLine& line)
     }
 }
 
-// The summary names devices, not numbers: the router's own two by names that nobody else has.
+// The summary names devices, not numbers: the router's own two by names that no other device has.
 void Account::TakeDeclaredMask(const LogLine& line)
 {
     const auto mask = static_cast<std::uint32_t>(line.match.Number(1)) & FileHalf;

@@ -53,7 +53,7 @@ void PortStory::TakePipe(const LogLine& line)
     case Form::PipeConnected:
     case Form::PipeConnectMissed: Connect(*pipe, line.where); break;
     case Form::PipeCreated:
-        // A pipe is created anew under a client when the connection to the instrument has changed.
+        // A pipe is recreated under its client when the connection to the instrument has changed.
         Disconnect(*pipe, IncidentKind::ClientCutOff, line.where);
         break;
     case Form::PipeReadBroken:

@@ -52,7 +52,7 @@ private:
     std::optional<std::int64_t> m_programs;
     std::optional<Where> m_lastProgram; // the last program that went, with none that came since
     Reason m_reason = Reason::Unknown;
-    bool m_beginIsStart = false; // a line behind the begin banner says that the process is new
+    bool m_beginIsStart = false; // a line after the begin banner says that the process is new
     bool m_hostGone = false;
     bool m_atFileStart = true;
     bool m_toBeContinued = false; // the last line of the file before announced another file

@@ -250,7 +250,7 @@ private:
                 "Take the protection from Log\\MorvanePortRouter.log.");
         } else if (m_facts.logHeld) {
             Add("log-held", "Another program has the log open so that the router cannot write it.",
-                "Close the program that shows the log, and start the router anew. \"RouterLog follow\" shows it "
+                "Close the program that shows the log, and restart the router. \"RouterLog follow\" shows it "
                 "while it is "
                 "written.");
         }
@@ -271,7 +271,7 @@ private:
                 Add("no-simulator", "The router is set to use the simulator, and none is running.",
                     "Start InstrumentSimulator.exe, or switch \"Enable Simulation\" off in the Debug Options "
                     "dialog and "
-                    "start the router anew.");
+                    "restart the router.");
             }
             return;
         }

@@ -70,7 +70,7 @@ struct PcFacts
     std::string folder; // of the registered router, with its last backslash; empty without one
     bool logFolderWritable = true;
     bool logReadOnly = false;               // the log is there with that attribute, or may not be written
-    bool logHeld = false;                   // somebody else than the router has the log open
+    bool logHeld = false;                   // another program than the router has the log open
     std::optional<std::uint64_t> freeBytes; // on the log's disk
     std::vector<std::string> emptyFirmware; // image files of no length
 

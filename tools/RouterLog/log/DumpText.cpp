@@ -47,7 +47,7 @@ void ParseDump(std::string_view dump, bool lineIsFull, DumpedBytes& out)
             return;
         }
         if (last && lineIsFull) {
-            return; // cut, or whole without its blank: nobody can tell
+            return; // cut, or whole without its blank: the line does not tell
         }
         const int byte = ByteOf(token);
         if (byte < 0) {

@@ -14,7 +14,7 @@ constexpr bool IsDigit(char c) noexcept
     return c >= '0' && c <= '9';
 }
 
-/// A number at the beginning of `text`, which is then behind it; false when there is none or it exceeds 32 bits, in which
+/// Takes a number from the beginning of `text`; false when there is none or it exceeds 32 bits, in which
 /// the router has all its numbers.
 bool TakeNumber(std::string_view& text, int base, std::int64_t& number) noexcept
 {
@@ -41,7 +41,7 @@ LineGrammar::LineGrammar()
         return std::pair(entry.prefix, !anyText);
     });
     // Everything that stands between a prefix and a text that begins with it, begins with it too. So the entries whose
-    // prefixes a text has are the last one not behind the text and its chain of parents.
+    // prefixes a text has are the last one not greater than the text and its chain of parents.
     for (std::size_t i = 0; i < m_entries.size(); ++i) {
         for (int j = static_cast<int>(i) - 1; j >= 0 && m_entries[i].parent < 0; --j) {
             if (m_entries[i].prefix.starts_with(m_entries[static_cast<std::size_t>(j)].prefix)) {
@@ -87,8 +87,8 @@ LineGrammar::Entry LineGrammar::Prepare(const TraceFormat& format)
 
 LineMatch LineGrammar::Match(std::string_view text) const noexcept
 {
-    const auto behind = std::ranges::upper_bound(m_entries, text, {}, &Entry::prefix);
-    for (int i = static_cast<int>(behind - m_entries.begin()) - 1; i >= 0;) {
+    const auto greater = std::ranges::upper_bound(m_entries, text, {}, &Entry::prefix);
+    for (int i = static_cast<int>(greater - m_entries.begin()) - 1; i >= 0;) {
         const Entry& entry = m_entries[static_cast<std::size_t>(i)];
         LineMatch match;
         if (text.starts_with(entry.prefix) && MatchFrom(entry.rest, 0, text.substr(entry.prefix.size()), match, 0))

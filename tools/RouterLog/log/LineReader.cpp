@@ -38,7 +38,7 @@ std::optional<RawLine> LineReader::Next()
     }
 }
 
-// More bytes behind those held, which move to the front of the buffer. False at the end of the file.
+// Reads more bytes after those held, which move to the front of the buffer. False at the end of the file.
 bool LineReader::Fill()
 {
     if (m_atEnd) {

@@ -25,7 +25,7 @@ struct RawLine
 {
     std::string_view text;
     std::uint64_t number = 0; // in its file, from 1
-    bool ended = true;        // false for what stands behind the last line end
+    bool ended = true;        // false for what follows the last line end
 };
 
 /// One thread.

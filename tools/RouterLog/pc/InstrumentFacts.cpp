@@ -43,7 +43,7 @@ void GatherInstrument(PcFacts& facts)
     const std::uint8_t count = device.DeviceCount();
     for (std::uint8_t index = 0; index < count; ++index) {
         UsbInstrument instrument;
-        // A router that runs has the instrument; nobody else opens it then.
+        // A running router has the instrument open, and only one process can.
         if (facts.routers.empty() && device.Open(index)) {
             instrument = {device.VendorId(), device.ProductId(), true};
             device.Close();

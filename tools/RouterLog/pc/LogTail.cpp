@@ -17,7 +17,7 @@ void LogTail::Look()
     if (m_file) {
         ReadOn();
         if (m_file->Size() < m_offset) {
-            Adopt(std::move(m_file)); // begun anew in place: the router was started without appending
+            Adopt(std::move(m_file)); // emptied in place: the router was started without appending
             ReadOn();
         }
     }

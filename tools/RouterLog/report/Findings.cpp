@@ -89,7 +89,7 @@ std::vector<Fact> Situation(const Account& account)
         facts.push_back({"Firmware",
                          account.Firmware().IsUnanswered()
                              ? "The instrument does not answer the firmware download; its ports stay closed."
-                             : "A download is under way" + Since(account.Firmware().Since()) + ", " +
+                             : "A download is in progress" + Since(account.Firmware().Since()) + ", " +
                                    std::to_string(account.Firmware().ChunksAcknowledged()) + " of " +
                                    CountOf(account.Firmware().Chunks(), "chunk", "chunks") + " acknowledged.",
                          TraceClass::Firmware, true});
@@ -136,7 +136,7 @@ std::string HowToTrace(const std::vector<TraceClass>& classes)
         "To have more in the next log, on the router's PC, as administrator:\n"
         "    RouterLog doctor --trace-on " +
         keys +
-        "\nand start the router anew; or, while it runs, in its Debug Options dialog (double click on the "
+        "\nand restart the router; or, while it runs, in its Debug Options dialog (double click on the "
         "tray icon), the \"Log\" box of:\n";
     for (const TraceClass each : classes) {
         text += "    " + std::string(TextOf(each).name) + ", of " + std::string(TextOf(each).device) + "\n";

@@ -27,9 +27,9 @@ std::string Instrument(const Incident& incident)
     return incident.simulated ? "The simulator" : "The instrument";
 }
 
-std::string After(const Incident& incident, const char* before, const char* behind = "")
+std::string After(const Incident& incident, const char* before, const char* after = "")
 {
-    return incident.duration >= 0 ? before + FormatDuration(incident.duration) + behind : std::string();
+    return incident.duration >= 0 ? before + FormatDuration(incident.duration) + after : std::string();
 }
 
 /// " within 2.0 s" for what took a while.
@@ -138,7 +138,7 @@ std::string ConnectionSentence(const Incident& incident)
     case IncidentKind::InstrumentLost: return LostSentence(incident);
     case IncidentKind::ReadingStopped:
         return "A read from the instrument failed without an error of Windows: nothing is read any more until the "
-               "connection is made anew.";
+               "router connects again.";
     case IncidentKind::NumberGap: return GapSentence(incident);
     case IncidentKind::WritesAborted:
         return "The instrument did not take packets in time: " +
@@ -229,8 +229,8 @@ std::string Grouped(std::int64_t number)
     const std::string digits = std::to_string(number);
     std::string text;
     for (std::size_t at = 0; at < digits.size(); ++at) {
-        const std::size_t behind = digits.size() - at;
-        if (at > 0 && behind % 3 == 0 && digits[at - 1] != '-') {
+        const std::size_t left = digits.size() - at;
+        if (at > 0 && left % 3 == 0 && digits[at - 1] != '-') {
             text += ',';
         }
         text += digits[at];
@@ -259,7 +259,7 @@ std::string ErrorText(std::int64_t error)
         {109, "the other end closed its pipe"},
         {121, "timeout"},
         {232, "the pipe is being closed"},
-        {233, "nobody is at the other end"},
+        {233, "no process is at the other end"},
         {433, "no such device"},
         {995, "the operation was aborted"},
         {1167, "the device is not connected"},
