@@ -7,26 +7,27 @@ namespace bench {
 
 namespace {
 
-/// Takes every packet for a port that is there.
-class WatchingHost final : public ITransportHost
+/// Takes every packet for a port that is there; nothing else is asked of it.
+class WatchingHost final : public IPortDirectory, public IProducts, public IHostWatch, public IDeviceNames
 {
 public:
-    bool SendToPort(std::int32_t, std::int32_t, CCommunicationDriver*, const std::uint8_t* data,
-                    std::uint32_t length) override
+    operator TransportHost() { return {*this, *this, *this, *this}; }
+
+    bool SendToPort(PortAddress, CCommunicationDriver*, std::span<const std::uint8_t> payload) override
     {
-        watch->OnPacket({data, length});
+        watch->OnPacket(payload);
         return true;
     }
-    void SendToPorts(std::uint32_t, CCommunicationDriver*, const std::uint8_t*, std::uint32_t) override {}
-    void PacketCompleted(std::int32_t, std::int32_t) override {}
+    void SendToPorts(std::int32_t, CCommunicationDriver*, std::span<const std::uint8_t>) override {}
+    void PacketCompleted(PortAddress) override {}
     void SignalAllPorts() override {}
-    bool IsSupportedProduct(std::uint16_t, std::uint16_t) override { return false; }
-    std::int32_t GetBootloaderVersion(std::uint16_t) override { return 2; }
-    void RegisterDeviceName(const std::wstring&, std::int32_t, std::uint32_t) override {}
-    std::uint32_t FindProcess(const std::wstring&) override { return 0; }
-    std::wstring GetFirstHostName() override { return {}; }
-    std::wstring GetSecondHostName() override { return {}; }
-    bool IsStandalone() override { return true; }
+    bool IsSupportedProduct(std::uint16_t, std::uint16_t) const override { return false; }
+    std::int32_t GetBootloaderVersion(std::uint16_t) const override { return 2; }
+    void RegisterDeviceName(const std::wstring&, std::int32_t) override {}
+    std::uint32_t FindProcess(const std::wstring&) const override { return 0; }
+    std::wstring GetFirstHostName() const override { return {}; }
+    std::wstring GetSecondHostName() const override { return {}; }
+    bool IsStandalone() const override { return true; }
     void RequestQuit() override {}
 
     PacketWatch* watch = nullptr;

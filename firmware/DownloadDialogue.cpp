@@ -206,7 +206,7 @@ void DownloadDialogue::DownloadStart()
     // "%d" also for images beyond 2 GB: the instrument echoes the number as it got it.
     const int length =
         std::snprintf(text.data(), text.size(), "PREPARE_DOWNLOAD %d\r", static_cast<std::int32_t>(m_nImageSize));
-    m_Output.Submit(reinterpret_cast<const std::uint8_t*>(text.data()), static_cast<std::uint32_t>(length));
+    m_Output.Submit({reinterpret_cast<const std::uint8_t*>(text.data()), static_cast<std::size_t>(length)});
 }
 
 void DownloadDialogue::DownloadImage()
@@ -243,7 +243,7 @@ void DownloadDialogue::SubmitAll(ChunkPlan chunks)
         if (!chunks.Take(message)) {
             return;
         }
-        m_Output.Submit(message.data(), static_cast<std::uint32_t>(message.size()));
+        m_Output.Submit(message);
     }
 }
 
@@ -253,6 +253,6 @@ bool DownloadDialogue::SubmitNextChunk()
     if (!m_Chunks.Take(message)) {
         return false;
     }
-    m_Output.Submit(message.data(), static_cast<std::uint32_t>(message.size()));
+    m_Output.Submit(message);
     return true;
 }

@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 /// What the dialogue does to the world, called by it while it handles an event.
@@ -26,7 +27,7 @@ public:
     virtual ~IDialogueOutput() = default;
 
     /// Sends one message, a copy of the bytes. May throw.
-    virtual void Submit(const std::uint8_t* data, std::uint32_t length) = 0;
+    virtual void Submit(std::span<const std::uint8_t> message) = 0;
     /// Drops what waits to be sent. May throw.
     virtual void ClearCommandQueue() = 0;
     /// The dialogue has ended, one way or another.

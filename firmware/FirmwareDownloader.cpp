@@ -8,14 +8,15 @@
 #include <string_view>
 #include <utility>
 
-FirmwareDownloader::FirmwareDownloader(IFirmwareTransport& transport, FirmwareSurroundings surroundings)
+FirmwareDownloader::FirmwareDownloader(IFirmwareTransport& transport, IDeviceNames& names,
+                                       FirmwareSurroundings surroundings)
     : m_Transport(transport),
       m_Surroundings(std::move(surroundings)),
       m_Dialogue(*this),
       m_CompletionMutex(::CreateMutexW(nullptr, FALSE, nullptr))
 {
-    m_Transport.RegisterDeviceName(L"_FirmwareDownload", trace::FirmwareChannel);
-    m_Transport.RegisterDeviceName(L"_FirmwareDebug", trace::RouterChannel);
+    names.RegisterDeviceName(L"_FirmwareDownload", trace::FirmwareChannel);
+    names.RegisterDeviceName(L"_FirmwareDebug", trace::RouterChannel);
     if (!m_hDownloaded.Exists() || !m_CompletionMutex) {
         Report(
             "FirmwareDownloader::FirmwareDownloader() Windows has no event or mutex for it, no download can end");
@@ -114,9 +115,9 @@ void FirmwareDownloader::SetForDownloadOnNextConnect() noexcept
     m_Dialogue.Reset();
 }
 
-void FirmwareDownloader::Submit(const std::uint8_t* data, std::uint32_t length)
+void FirmwareDownloader::Submit(std::span<const std::uint8_t> message)
 {
-    m_Transport.SubmitFirmware(data, length);
+    m_Transport.SubmitFirmware(message);
 }
 
 void FirmwareDownloader::ClearCommandQueue()

@@ -26,9 +26,9 @@
 class FirmwareDownloader : private IDialogueOutput
 {
 public:
-    /// Names the trace channels 0 and -1 through `transport`, which must be ready for that and outlive this.
-    explicit FirmwareDownloader(IFirmwareTransport& transport,
-                                FirmwareSurroundings surroundings = FirmwareSurroundings::OfThisProcess());
+    /// Names the trace channels 0 and -1 in `names`. `transport` must outlive this.
+    FirmwareDownloader(IFirmwareTransport& transport, IDeviceNames& names,
+                       FirmwareSurroundings surroundings = FirmwareSurroundings::OfThisProcess());
     ~FirmwareDownloader() override = default;
     FirmwareDownloader(const FirmwareDownloader&) = delete;
     FirmwareDownloader& operator=(const FirmwareDownloader&) = delete;
@@ -55,7 +55,7 @@ public:
     void SetForDownloadOnNextConnect() noexcept;
 
 private:
-    void Submit(const std::uint8_t* data, std::uint32_t length) override;
+    void Submit(std::span<const std::uint8_t> message) override;
     void ClearCommandQueue() override;
     void Completed() noexcept override REQUIRES(m_Turn);
     void Report(const char* line) noexcept override;

@@ -1,7 +1,6 @@
 #include "host/CMorvanePortRouterModule.h"
 
 #include "host/BoundedStep.h"
-#include "host/FindProcess.h"
 #include "host/Registration.h"
 #include "trace/Trace.h"
 #include "transport/CCyUSBDriver.h"
@@ -93,7 +92,7 @@ HRESULT CMorvanePortRouterModule::Run()
 HRESULT CMorvanePortRouterModule::PreMessageLoop()
 {
     const HRESULT registered = m_server.RegisterClassObjects();
-    m_standalone = FindProcess(GetFirstHostName()) == 0 && FindProcess(GetSecondHostName()) == 0;
+    m_watch.DecideMode();
     m_dialog.Create(m_instance, *this);
     Attempt([this] { m_configuration.LoadConfiguration(); });
     Attempt([this] { StartTracer(); });
@@ -128,7 +127,8 @@ void CMorvanePortRouterModule::TraceDeviceOptions() const
 
 void CMorvanePortRouterModule::StartTransport()
 {
-    m_transport = std::make_unique<CCyUSBDriver>(m_configuration.IsSimulation(), *this);
+    m_transport = std::make_unique<CCyUSBDriver>(
+        m_configuration.IsSimulation(), TransportHost{m_ports, m_configuration, m_watch, m_configuration});
     m_transport->Reconnect();
 }
 
@@ -195,12 +195,6 @@ void CMorvanePortRouterModule::EndTransportForSessionEnd()
     }
 }
 
-void CMorvanePortRouterModule::RegisterDeviceName(const std::wstring& name, std::int32_t device,
-                                                  std::uint32_t /*port*/)
-{
-    m_configuration.RegisterDeviceName(name, device);
-}
-
 void CMorvanePortRouterModule::ApplySettings(std::uint32_t limit, bool append, bool simulate,
                                              const DebugOptionsMap& options)
 {
@@ -208,38 +202,6 @@ void CMorvanePortRouterModule::ApplySettings(std::uint32_t limit, bool append, b
     if (m_tracer != nullptr) {
         ConfigureTracer();
     }
-}
-
-bool CMorvanePortRouterModule::SendToPort(std::int32_t deviceType, std::int32_t port, CCommunicationDriver* source,
-                                          const std::uint8_t* data, std::uint32_t length)
-{
-    return m_ports.SendToPort(deviceType, static_cast<std::uint32_t>(port), source, data, length);
-}
-
-void CMorvanePortRouterModule::SendToPorts(std::uint32_t port, CCommunicationDriver* source,
-                                           const std::uint8_t* data, std::uint32_t length)
-{
-    m_ports.SendToPorts(port, source, data, length);
-}
-
-void CMorvanePortRouterModule::PacketCompleted(std::int32_t deviceType, std::int32_t port)
-{
-    m_ports.PacketCompleted(deviceType, static_cast<std::uint32_t>(port));
-}
-
-bool CMorvanePortRouterModule::IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId)
-{
-    return m_configuration.IsSupportedProduct(vendorId, productId);
-}
-
-std::int32_t CMorvanePortRouterModule::GetBootloaderVersion(std::uint16_t productId)
-{
-    return m_configuration.GetBootloaderVersion(productId);
-}
-
-std::uint32_t CMorvanePortRouterModule::FindProcess(const std::wstring& name)
-{
-    return ::FindProcess(name);
 }
 
 std::wstring CMorvanePortRouterModule::LogFileName() const

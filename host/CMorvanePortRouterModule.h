@@ -1,7 +1,7 @@
 // The module: owns everything else in the process, builds it, runs the message loop and takes it down in order.
 //
-// The main thread runs all of it. The transport's threads come in through ITransportHost only; what they reach there
-// is either fixed before the transport exists or locked by its owner.
+// The main thread runs all of it. The transport's threads reach the port table, the configuration and the host watch only
+// (TransportHost); what they use there is either fixed before the transport exists or locked by its owner.
 #pragma once
 
 #include "diag/CDebugOptionDlg.h"
@@ -11,20 +11,20 @@
 #include "host/ComServer.h"
 #include "host/CommandLine.h"
 #include "host/ConfigurationStore.h"
+#include "host/HostWatch.h"
 #include "host/PortTable.h"
 #include "host/QuitRequest.h"
 #include "host/RouterHost.h"
 #include "host/TraceFrontEnd.h"
 #include "host/TracerOutput.h"
 #include "transport/CCommunicationDriver.h"
-#include "transport/TransportHost.h"
 #include "win32/Windows.h"
 
 #include <memory>
 #include <string>
 
 /// One for the process, created, used and destroyed by the main thread.
-class CMorvanePortRouterModule final : public ITransportHost, public IDebugOptionsHost, public IRouterHost
+class CMorvanePortRouterModule final : public IDebugOptionsHost, public IRouterHost
 {
 public:
     using CDebugOptionsLock = ::CDebugOptionsLock;
@@ -43,29 +43,16 @@ public:
     /// Deletes ports, transport, tracer and dialog, in this order.
     void TearDown() noexcept;
 
+    HostWatch& Watch() noexcept { return m_watch; }
+
     // IRouterHost
     PortTable& Ports() override { return m_ports; }
     CCommunicationDriver* Transport() override { return m_transport.get(); }
     PortOptions OptionsOfPorts() const override { return m_configuration.OptionsOfPorts(); }
-    void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) override;
+    IDeviceNames& Names() override { return m_configuration; }
     void AddServerLock() override { m_server.AddLock(); }
     void ReleaseServerLock() override { m_server.ReleaseLock(); }
     bool IsStopping() const override { return m_server.IsStopping(); }
-
-    // ITransportHost
-    bool SendToPort(std::int32_t deviceType, std::int32_t port, CCommunicationDriver* source,
-                    const std::uint8_t* data, std::uint32_t length) override;
-    void SendToPorts(std::uint32_t port, CCommunicationDriver* source, const std::uint8_t* data,
-                     std::uint32_t length) override;
-    void PacketCompleted(std::int32_t deviceType, std::int32_t port) override;
-    void SignalAllPorts() override { m_ports.SignalAllPorts(); }
-    bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) override;
-    std::int32_t GetBootloaderVersion(std::uint16_t productId) override;
-    std::uint32_t FindProcess(const std::wstring& name) override;
-    std::wstring GetFirstHostName() override { return L"Lumivista.exe"; }
-    std::wstring GetSecondHostName() override { return L"RouterProbe.exe"; }
-    bool IsStandalone() override { return m_standalone; }
-    void RequestQuit() override { m_quit.Post(); }
 
     // IDebugOptionsHost
     const DebugOptionsMap& DeviceOptions() const override { return m_configuration.DeviceOptions(); }
@@ -94,7 +81,7 @@ private:
 
     const HINSTANCE m_instance;
     QuitRequest m_quit;
-    bool m_standalone = false; // written before the transport exists
+    HostWatch m_watch{m_quit};
 
     // What trace calls use stands first: it is there before anything that traces, and goes last.
     CDebugOptionDlg m_dialog;

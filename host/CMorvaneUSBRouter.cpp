@@ -15,6 +15,11 @@ std::wstring DeviceNameOf(std::wstring_view portName)
     return std::wstring(portName.substr(0, portName.rfind(L'.')));
 }
 
+PortAddress AddressOf(LONG deviceType, ULONG port)
+{
+    return {deviceType, static_cast<std::int32_t>(port)};
+}
+
 } // namespace
 
 CMorvaneUSBRouter::CMorvaneUSBRouter(IRouterHost& host) : m_host(host), m_serverLock(host)
@@ -28,8 +33,8 @@ CMorvaneUSBRouter::~CMorvaneUSBRouter()
 {
     Trace(trace::RouterChannel, trace::Dispatch, "CMorvaneUSBRouter::~CMorvaneUSBRouter()");
     while (!m_registeredPorts.empty()) {
-        const auto [deviceType, port] = *m_registeredPorts.begin();
-        Unregister(deviceType, port);
+        const PortAddress address = *m_registeredPorts.begin();
+        Unregister(address.deviceType, static_cast<ULONG>(address.port));
     }
 }
 
@@ -37,8 +42,9 @@ HRESULT CMorvaneUSBRouter::Register(LONG nDeviceType, ULONG nPort, LONG nReadBuf
                                     BSTR bstrPortName) noexcept
 {
     try {
-        if (m_host.Ports().FindPort(nDeviceType, nPort) == nullptr) {
-            AddPort(nDeviceType, nPort, nReadBufferSize, nWriteBufferSize, bstrPortName);
+        if (const PortAddress address = AddressOf(nDeviceType, nPort); m_host.Ports().FindPort(address) == nullptr)
+        {
+            AddPort(address, nReadBufferSize, nWriteBufferSize, bstrPortName);
         }
     } catch (...) {
         // A client learns of a port that could not be made when it cannot open the port's pipe.
@@ -46,19 +52,17 @@ HRESULT CMorvaneUSBRouter::Register(LONG nDeviceType, ULONG nPort, LONG nReadBuf
     return S_OK;
 }
 
-void CMorvaneUSBRouter::AddPort(LONG deviceType, ULONG port, LONG readBufferSize, LONG writeBufferSize,
-                                BSTR portName)
+void CMorvaneUSBRouter::AddPort(PortAddress address, LONG readBufferSize, LONG writeBufferSize, BSTR portName)
 {
     const std::wstring_view name = portName != nullptr ? portName : L"";
-    auto pipe = std::make_unique<CCDevicePortPipe>(m_host.Transport(), deviceType, static_cast<std::int32_t>(port),
-                                                   win32::ToAnsi(name), readBufferSize, writeBufferSize,
-                                                   m_host.OptionsOfPorts());
-    m_host.RegisterDeviceName(DeviceNameOf(name), deviceType, port);
+    auto pipe = std::make_unique<CCDevicePortPipe>(m_host.Transport(), address, win32::ToAnsi(name),
+                                                   readBufferSize, writeBufferSize, m_host.OptionsOfPorts());
+    m_host.Names().RegisterDeviceName(DeviceNameOf(name), address.deviceType);
 
     // Recorded first, so that a port in the table always has an owner.
-    const auto recorded = m_registeredPorts.emplace(deviceType, port);
+    const auto recorded = m_registeredPorts.insert(address);
     try {
-        m_host.Ports().AddPort(deviceType, port, std::move(pipe));
+        m_host.Ports().AddPort(address, std::move(pipe));
     } catch (...) {
         if (recorded.second) {
             m_registeredPorts.erase(recorded.first);
@@ -69,11 +73,12 @@ void CMorvaneUSBRouter::AddPort(LONG deviceType, ULONG port, LONG readBufferSize
 
 HRESULT CMorvaneUSBRouter::Unregister(LONG nDeviceType, ULONG nPort) noexcept
 {
-    if (m_host.Ports().FindPort(nDeviceType, nPort) == nullptr) {
+    const PortAddress address = AddressOf(nDeviceType, nPort);
+    if (m_host.Ports().FindPort(address) == nullptr) {
         return S_OK;
     }
-    m_host.Ports().RemovePort(nDeviceType, nPort).reset();
-    m_registeredPorts.erase({nDeviceType, nPort});
+    m_host.Ports().RemovePort(address).reset();
+    m_registeredPorts.erase(address);
     return S_OK;
 }
 

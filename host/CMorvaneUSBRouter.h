@@ -47,7 +47,7 @@ private:
     /// Ends the ports that this object registered; see the definition.
     ~CMorvaneUSBRouter();
 
-    void AddPort(LONG deviceType, ULONG port, LONG readBufferSize, LONG writeBufferSize, BSTR portName);
+    void AddPort(PortAddress address, LONG readBufferSize, LONG writeBufferSize, BSTR portName);
     HRESULT NeedTypeInfo() noexcept;
 
     class ServerLock
@@ -65,6 +65,6 @@ private:
     IRouterHost& m_host;
     const ServerLock m_serverLock; // released last
     ULONG m_references = 1;
-    ComPointer<ITypeInfo> m_typeInfo;                                   // null until it is needed
-    std::set<std::pair<std::int32_t, std::uint32_t>> m_registeredPorts; // by device type, then port
+    ComPointer<ITypeInfo> m_typeInfo; // null until it is needed
+    std::set<PortAddress> m_registeredPorts;
 };

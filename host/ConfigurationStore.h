@@ -9,12 +9,13 @@
 #include "diag/DebugOptionsHost.h"
 #include "host/TraceFrontEnd.h"
 #include "ports/PortOptions.h"
+#include "transport/TransportHost.h"
 
 #include <cstdint>
 #include <map>
 #include <string>
 
-class ConfigurationStore
+class ConfigurationStore final : public IProducts, public IDeviceNames
 {
 public:
     static constexpr wchar_t LogFileName[] = L"MorvanePortRouter.log";
@@ -27,14 +28,14 @@ public:
     /// Reads everything. Main thread, before the transport exists. Throws std::bad_alloc.
     void LoadConfiguration();
 
-    /// Any thread. 2 when the product is not in the table.
-    std::int32_t GetBootloaderVersion(std::uint16_t productId) const noexcept;
-    /// Any thread. By the table; by the built-in list when the table is empty.
-    bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const noexcept;
+    // IProducts
+    std::int32_t GetBootloaderVersion(std::uint16_t productId) const noexcept override;
+    /// By the table; by the built-in list when the table is empty.
+    bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const noexcept override;
 
     /// Gives a device that has no record one of that name, and saves it. Does nothing when the settings may not be
     /// written. Main thread. Throws std::bad_alloc.
-    void RegisterDeviceName(const std::wstring& name, std::int32_t device);
+    void RegisterDeviceName(const std::wstring& name, std::int32_t device) override;
 
     /// Takes the settings (the records unless there are none) and saves them. What cannot be written holds until
     /// the process ends. Main thread. Throws std::bad_alloc.

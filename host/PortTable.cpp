@@ -9,34 +9,35 @@ PortTable::~PortTable()
     DeleteAllPorts();
 }
 
-std::uint64_t PortTable::KeyOf(std::int32_t deviceType, std::uint32_t port) noexcept
+std::uint64_t PortTable::KeyOf(PortAddress address) noexcept
 {
-    return (std::uint64_t{static_cast<std::uint32_t>(deviceType)} << 32) | port;
+    return (std::uint64_t{static_cast<std::uint32_t>(address.deviceType)} << 32) |
+           static_cast<std::uint32_t>(address.port);
 }
 
-CCDevicePortPipe* PortTable::FindLocked(std::int32_t deviceType, std::uint32_t port) const noexcept
+CCDevicePortPipe* PortTable::FindLocked(PortAddress address) const noexcept
 {
-    const auto found = m_ports.find(KeyOf(deviceType, port));
+    const auto found = m_ports.find(KeyOf(address));
     return found != m_ports.end() ? found->second.get() : nullptr;
 }
 
-CCDevicePortPipe* PortTable::FindPort(std::int32_t deviceType, std::uint32_t port) const noexcept
+CCDevicePortPipe* PortTable::FindPort(PortAddress address) const noexcept
 {
     const win32::SharedScope scope(m_lock);
-    return FindLocked(deviceType, port);
+    return FindLocked(address);
 }
 
-void PortTable::AddPort(std::int32_t deviceType, std::uint32_t port, std::unique_ptr<CCDevicePortPipe> pipe)
+void PortTable::AddPort(PortAddress address, std::unique_ptr<CCDevicePortPipe> pipe)
 {
     const win32::ExclusiveScope scope(m_lock);
-    // try_emplace leaves `pipe` alone when the entry exists; it then goes with the caller's argument, behind the lock.
-    m_ports.try_emplace(KeyOf(deviceType, port), std::move(pipe));
+    // try_emplace leaves `pipe` alone when the entry exists; the caller's argument then destroys it, after the lock.
+    m_ports.try_emplace(KeyOf(address), std::move(pipe));
 }
 
-std::unique_ptr<CCDevicePortPipe> PortTable::RemovePort(std::int32_t deviceType, std::uint32_t port) noexcept
+std::unique_ptr<CCDevicePortPipe> PortTable::RemovePort(PortAddress address) noexcept
 {
     const win32::ExclusiveScope scope(m_lock);
-    const auto found = m_ports.find(KeyOf(deviceType, port));
+    const auto found = m_ports.find(KeyOf(address));
     if (found == m_ports.end()) {
         return nullptr;
     }
@@ -68,32 +69,31 @@ void PortTable::BeginStopAllPorts(DWORD flushLimitMs) noexcept
     }
 }
 
-bool PortTable::SendToPort(std::int32_t deviceType, std::uint32_t port, CCommunicationDriver* source,
-                           const std::uint8_t* data, std::uint32_t length)
+bool PortTable::SendToPort(PortAddress address, CCommunicationDriver* source,
+                           std::span<const std::uint8_t> payload)
 {
     const win32::SharedScope scope(m_lock);
-    CCDevicePortPipe* const pipe = FindLocked(deviceType, port);
-    if (pipe != nullptr && length != 0) {
-        pipe->Send(source, data, length);
+    CCDevicePortPipe* const pipe = FindLocked(address);
+    if (pipe != nullptr && !payload.empty()) {
+        pipe->Send(source, payload);
     }
     return pipe != nullptr;
 }
 
-void PortTable::SendToPorts(std::uint32_t port, CCommunicationDriver* source, const std::uint8_t* data,
-                            std::uint32_t length)
+void PortTable::SendToPorts(std::int32_t port, CCommunicationDriver* source, std::span<const std::uint8_t> payload)
 {
     const win32::SharedScope scope(m_lock);
     for (const auto& [key, pipe] : m_ports) {
-        if (static_cast<std::uint32_t>(key) == port) {
-            pipe->Send(source, data, length);
+        if (static_cast<std::int32_t>(key) == port) {
+            pipe->Send(source, payload);
         }
     }
 }
 
-void PortTable::PacketCompleted(std::int32_t deviceType, std::uint32_t port) noexcept
+void PortTable::PacketCompleted(PortAddress address) noexcept
 {
     const win32::SharedScope scope(m_lock);
-    if (CCDevicePortPipe* const pipe = FindLocked(deviceType, port); pipe != nullptr) {
+    if (CCDevicePortPipe* const pipe = FindLocked(address); pipe != nullptr) {
         pipe->PacketCompleted();
     }
 }

@@ -1,11 +1,9 @@
 // What the automation objects need of the module that they belong to.
 #pragma once
 
+#include "firmware/FirmwareTransport.h"
 #include "host/PortTable.h"
 #include "ports/PortOptions.h"
-
-#include <cstdint>
-#include <string>
 
 /// Main thread only.
 class IRouterHost
@@ -18,7 +16,7 @@ public:
     virtual CCommunicationDriver* Transport() = 0;
     /// What the registry says about all ports.
     virtual PortOptions OptionsOfPorts() const = 0;
-    virtual void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) = 0;
+    virtual IDeviceNames& Names() = 0;
 
     /// One for each thing that keeps the process alive. The last release ends it.
     virtual void AddServerLock() = 0;

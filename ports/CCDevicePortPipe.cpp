@@ -5,12 +5,11 @@
 #include <memory>
 #include <new>
 
-CCDevicePortPipe::CCDevicePortPipe(CCommunicationDriver* transport, std::int32_t deviceType, std::int32_t port,
-                                   std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize,
-                                   PortOptions options)
-    : CSimulationDevice(false, deviceType, port),
+CCDevicePortPipe::CCDevicePortPipe(CCommunicationDriver* transport, PortAddress address, std::string pipeName,
+                                   std::int32_t readBufferSize, std::int32_t writeBufferSize, PortOptions options)
+    : CSimulationDevice(false, address.deviceType, address.port),
       m_Transport(transport),
-      m_settings{{deviceType, port}, std::move(pipeName), readBufferSize, writeBufferSize, options},
+      m_settings{address, std::move(pipeName), readBufferSize, writeBufferSize, options},
       m_flushLimitMs(options.flushLimitMs)
 {
     if (!m_Worker.Start([this] { PipeProcessThread(); })) {
@@ -56,7 +55,7 @@ void CCDevicePortPipe::PipeProcessThread()
     }
 }
 
-void CCDevicePortPipe::Send(CCommunicationDriver* source, const std::uint8_t* bytes, std::uint32_t length)
+void CCDevicePortPipe::Send(CCommunicationDriver* source, std::span<const std::uint8_t> payload)
 {
     if (IsSimulation() && source != nullptr) {
         Trace(DeviceType(), trace::DevicePipe,
@@ -80,9 +79,8 @@ void CCDevicePortPipe::Send(CCommunicationDriver* source, const std::uint8_t* by
         return;
     }
     try {
-        auto command = std::make_unique<CSerialPortCommand>(bytes, static_cast<std::int32_t>(length), true, false);
-        m_state.OutQueue.Push(command.get());
-        command.release();
+        m_state.OutQueue.Push(std::make_unique<CSerialPortCommand>(
+            payload.data(), static_cast<std::int32_t>(payload.size()), true, false));
     } catch (const std::bad_alloc&) {
         // Without memory the packet is dropped, and without a trace, which would need memory too.
     }
@@ -94,8 +92,7 @@ bool CCDevicePortPipe::OnPipePacket(RequestReader::Message message)
         return false;
     }
     const auto length = static_cast<std::uint32_t>(message.size());
-    std::string dump;
-    if (DumpPacket(DeviceType(), trace::PacketParsing, message.data(), length, false, dump) && !dump.empty()) {
+    if (const std::string dump = PacketDump(DeviceType(), trace::PacketParsing, message); !dump.empty()) {
         Trace(DeviceType(), trace::PacketParsing, "DEV->PCR[%02d,%02d][%03d] %s", DeviceType(), Port(),
               static_cast<int>(length), dump.c_str());
     }

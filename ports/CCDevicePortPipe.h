@@ -13,6 +13,7 @@
 #include "win32/Thread.h"
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 /// Messages on the pipe are bare payloads. The router reads in byte mode: what a client writes faster than the
@@ -23,9 +24,8 @@ public:
     /// Starts serving "\\.\pipe\" + `pipeName` (an empty name never opens). `transport` is borrowed and must outlive
     /// the port. `readBufferSize` bounds a client message and is the pipe's buffer towards the client;
     /// `writeBufferSize` is the pipe's buffer from the client. Throws nothing but std::bad_alloc.
-    CCDevicePortPipe(CCommunicationDriver* transport, std::int32_t deviceType, std::int32_t port,
-                     std::string pipeName, std::int32_t readBufferSize, std::int32_t writeBufferSize,
-                     PortOptions options = {});
+    CCDevicePortPipe(CCommunicationDriver* transport, PortAddress address, std::string pipeName,
+                     std::int32_t readBufferSize, std::int32_t writeBufferSize, PortOptions options = {});
 
     /// Ends the worker and closes the pipe. Waits for the client to read what was written into the pipe or to close its
     /// end; with a flush limit at most that long, counted from BeginStop.
@@ -39,8 +39,8 @@ public:
     bool IsStopping() const noexcept { return m_state.StopEvent.IsSet(); }
 
     /// Queues a packet's payload for the client; dropped with a trace while no client is connected. `source` is the
-    /// transport that the packet came through, null when it came from a simulation. Any thread; copies the data.
-    void Send(CCommunicationDriver* source, const std::uint8_t* bytes, std::uint32_t length);
+    /// transport that the packet came through, null when it came from a simulation. Any thread; copies it.
+    void Send(CCommunicationDriver* source, std::span<const std::uint8_t> payload);
 
     bool IsPipeConnected() const noexcept { return m_state.IsPipeConnected.load(std::memory_order_relaxed); }
 

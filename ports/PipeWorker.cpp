@@ -7,15 +7,11 @@
 namespace {
 
 using win32::Expectation;
+using win32::NowIf;
 
 constexpr DWORD QuietTimeMs = 50;
 constexpr DWORD NotReadyTimeMs = 1000; // between two looks for a device connection
 constexpr int IdlePassesBetweenTraces = 100;
-
-Expectation NowIf(bool happened)
-{
-    return happened ? Expectation::Now : Expectation::NotYet;
-}
 
 } // namespace
 
@@ -237,15 +233,12 @@ void PipeWorker::OnPacketQueued()
 
 void PipeWorker::WriteNext()
 {
-    const CSerialPortCommand* const packet =
-        m_writer.Start(m_server.Pipe(), std::unique_ptr<CSerialPortCommand>(m_state.OutQueue.Take()));
+    const CSerialPortCommand* const packet = m_writer.Start(m_server.Pipe(), m_state.OutQueue.Take());
     if (packet == nullptr) {
         return;
     }
     const PortAddress address = m_settings.address;
-    std::string dump;
-    if (DumpPacket(address.deviceType, trace::PacketParsing, packet->GetData(),
-                   static_cast<std::uint32_t>(packet->GetLength()), false, dump) &&
+    if (const std::string dump = PacketDump(address.deviceType, trace::PacketParsing, packet->Bytes());
         !dump.empty())
     {
         Trace(address.deviceType, trace::PacketParsing, "DEV<-PCR[%02d,%02d][%03d] %s", address.deviceType,

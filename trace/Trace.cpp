@@ -56,3 +56,10 @@ bool DumpPacket(std::int32_t device, std::uint32_t classMask, const std::uint8_t
         return false;
     }
 }
+
+std::string PacketDump(std::int32_t device, std::uint32_t classMask, std::span<const std::uint8_t> bytes) noexcept
+{
+    std::string dump;
+    DumpPacket(device, classMask, bytes.data(), static_cast<std::uint32_t>(bytes.size()), false, dump);
+    return dump;
+}

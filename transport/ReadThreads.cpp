@@ -1,6 +1,6 @@
-// The threads that do nothing but read: a read is always pending, and what it brings goes to the reply queue.
+#include "transport/ReadThreads.h"
+
 #include "trace/Trace.h"
-#include "transport/CCyUSBDriver.h"
 #include "usb/BulkTransfer.h"
 #include "win32/OverlappedOperation.h"
 #include "win32/WaitSet.h"
@@ -29,7 +29,7 @@ public:
     void Begin()
     {
         m_transfer.ResetEvent();
-        m_transfer.BeginRead(m_in, CCyUSBDriver::TransferLength);
+        m_transfer.BeginRead(m_in, TransferLength);
     }
     bool HasEnded() const noexcept { return m_transfer.HasEnded(); }
     void ResetEvent() const noexcept { m_transfer.ResetEvent(); }
@@ -51,7 +51,7 @@ class PipeReader
 {
 public:
     /// Throws std::bad_alloc also when there is no event for it.
-    explicit PipeReader(HANDLE pipe) : m_pipe(pipe), m_buffer(CCyUSBDriver::TransferLength + 1)
+    explicit PipeReader(HANDLE pipe) : m_pipe(pipe), m_buffer(TransferLength + 1)
     {
         if (EventHandle() == nullptr) {
             throw std::bad_alloc();
@@ -62,8 +62,8 @@ public:
     void Begin()
     {
         m_operation.ResetEvent();
-        if (!m_operation.Read(m_pipe, m_buffer.data(), CCyUSBDriver::TransferLength)) {
-            m_operation.SignalEvent(); // refused at once, which no event tells
+        if (!m_operation.Read(m_pipe, m_buffer.data(), TransferLength)) {
+            m_operation.SignalEvent(); // refused at once, for which Windows sets no event
         } else if (m_operation.CompletedAtStart()) {
             m_operation.SignalEvent(); // done at once, for which no event is promised
         }
@@ -82,91 +82,123 @@ public:
 
 private:
     HANDLE m_pipe;
-    std::vector<std::uint8_t> m_buffer; // one byte longer than the longest read: see OnRead
+    std::vector<std::uint8_t> m_buffer; // one byte longer than the longest read: see OnReadDone
     win32::OverlappedOperation m_operation;
 };
 
-/// `onData` takes each completed read, `onFailure` a failure that Windows has an error for. No new read is started
-/// after a failure: the thread then waits until it is stopped.
-template <class Reader, class OnData, class OnFailure>
-void ReadUntilStopped(Reader& reader, HANDLE stop, HANDLE stopRead, OnData onData, OnFailure onFailure)
+/// Reads with `reader` until stopped, between two traces. After a failed read none follows: the thread waits for its stop.
+template <class Reader>
+class ReadLoop
 {
-    const win32::WaitSet<Slot, 3> waits(stop, stopRead, reader.EventHandle());
-    reader.Begin();
-    for (;;) {
-        switch (waits.Any(INFINITE)) {
-        case Slot::Stop:
-        case Slot::StopRead: reader.Abort(); return;
-        case Slot::ReadDone: {
-            reader.ResetEvent();
-            std::uint32_t length = 0;
-            if (!reader.HasEnded()) {
-                break;
-            }
-            if (reader.Finish(length)) {
-                reader.Data()[length] = 0; // room for it behind the longest read is part of the buffer
-                onData(reader.Data(), length);
-                reader.Begin();
-                ::Sleep(0);
-            } else {
-                onFailure(::GetLastError());
-            }
-            break;
-        }
-        case Slot::TimedOut:
-        case Slot::Failed: break;
-        }
-        ::Sleep(0);
+public:
+    ReadLoop(Connection& connection, Replies& replies, Reader& reader)
+        : m_connection(connection),
+          m_replies(replies),
+          m_reader(reader),
+          m_waits(connection.m_hStop.Get(), connection.m_hStopRead.Get(), reader.EventHandle())
+    {
     }
-}
+
+    void Run(const char* started, const char* ended)
+    {
+        Trace(trace::RouterChannel, trace::Usb, "%s", started);
+        m_reader.Begin();
+        for (bool running = true; running;) {
+            switch (m_waits.Any(INFINITE)) {
+            case Slot::Stop:
+            case Slot::StopRead:
+                m_reader.Abort();
+                running = false;
+                break;
+            case Slot::ReadDone: OnReadDone(); break;
+            case Slot::TimedOut:
+            case Slot::Failed: break;
+            }
+            ::Sleep(0);
+        }
+        Trace(trace::RouterChannel, trace::Usb, "%s", ended);
+    }
+
+private:
+    void OnReadDone()
+    {
+        m_reader.ResetEvent();
+        if (!m_reader.HasEnded()) {
+            return;
+        }
+        std::uint32_t length = 0;
+        if (m_reader.Finish(length)) {
+            m_hasRead = true;
+            m_reader.Data()[length] = 0; // the buffer has room for it after the longest read
+            m_connection.CountTransferred(length);
+            m_replies.ApppendToReplyProcessQueue({m_reader.Data(), length});
+            m_reader.Begin();
+            ::Sleep(0);
+            return;
+        }
+        const DWORD error = ::GetLastError();
+        Trace(trace::RouterChannel, trace::Usb, "Reply-receive failed(%d), reconnecting...",
+              static_cast<int>(error));
+        if (error != ERROR_SUCCESS) {
+            m_connection.m_bFirstReadFailed = !m_hasRead; // before the event that starts the connect procedure
+            m_connection.Drop();
+        }
+    }
+
+    Connection& m_connection;
+    Replies& m_replies;
+    Reader& m_reader;
+    const win32::WaitSet<Slot, 3> m_waits;
+    bool m_hasRead = false;
+};
 
 } // namespace
 
-void CCyUSBDriver::USBReadWaitThread(CCyUSBEndPoint* in)
+bool ReadThreads::StartReading(CCyUSBEndPoint* in)
+{
+    m_connection.m_hStopRead.Reset();
+    if (m_hReadThread.IsHeld() ||
+        m_hReadThread.Start([this, in] { USBReadWaitThread(m_connection, m_replies, in); }))
+    {
+        return true;
+    }
+    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBReadWaitThread() cannot be started(%d)",
+          static_cast<int>(::GetLastError()));
+    return false;
+}
+
+void ReadThreads::Stop()
+{
+    for (win32::Thread* const thread : {&m_hReadThread, &m_hReadThread2}) {
+        if (thread->IsHeld()) {
+            m_connection.m_hStopRead.Set();
+            thread->Join();
+        }
+    }
+}
+
+void ReadThreads::USBReadWaitThread(Connection& connection, Replies& replies, CCyUSBEndPoint* in)
 {
     if (in == nullptr) {
         return;
     }
     try {
         EndpointReader reader(*in);
-        RunReader(reader, "CCyUSBDriver::USBReadWaitThread() started", "CCyUSBDriver::USBReadWaitThread() ended");
+        ReadLoop(connection, replies, reader)
+            .Run("CCyUSBDriver::USBReadWaitThread() started", "CCyUSBDriver::USBReadWaitThread() ended");
     } catch (const std::bad_alloc& fault) {
         Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBReadWaitThread() cannot run: %s", fault.what());
-        m_bFirstReadFailed = true;
-        DropConnection(); // a connection that nobody reads from is none; a new one tries again
+        connection.m_bFirstReadFailed = true;
+        connection.Drop(); // a connection that nobody reads from is none; a new one tries again
     }
 }
 
-// The simulation's command thread reads the pipe itself; this one is there for a transport that leaves it the reading.
-void CCyUSBDriver::SimulationReadWaitThread(HANDLE pipe)
+void ReadThreads::SimulationReadWaitThread(Connection& connection, Replies& replies, HANDLE pipe)
 {
     if (pipe == INVALID_HANDLE_VALUE) {
         return;
     }
     PipeReader reader(pipe);
-    RunReader(reader, "CCyUSBDriver::SimulationReadWaitThread() started",
-              "CCyUSBDriver::SimulationReadWaitThread() ended");
-}
-
-template <class Reader>
-void CCyUSBDriver::RunReader(Reader& reader, const char* started, const char* ended)
-{
-    Trace(trace::RouterChannel, trace::Usb, "%s", started);
-    bool hasRead = false;
-    ReadUntilStopped(
-        reader, m_hStop.Get(), m_hStopRead.Get(),
-        [this, &hasRead](const std::uint8_t* data, std::uint32_t length) {
-            hasRead = true;
-            CountTransferred(length);
-            ApppendToReplyProcessQueue(data, length);
-        },
-        [this, &hasRead](DWORD error) {
-            Trace(trace::RouterChannel, trace::Usb, "Reply-receive failed(%d), reconnecting...",
-                  static_cast<int>(error));
-            if (error != ERROR_SUCCESS) {
-                m_bFirstReadFailed = !hasRead; // before the event that starts the connect procedure
-                DropConnection();
-            }
-        });
-    Trace(trace::RouterChannel, trace::Usb, "%s", ended);
+    ReadLoop(connection, replies, reader)
+        .Run("CCyUSBDriver::SimulationReadWaitThread() started", "CCyUSBDriver::SimulationReadWaitThread() ended");
 }

@@ -18,8 +18,10 @@ public:
     void Enter() noexcept ACQUIRE() { ::EnterCriticalSection(&m_section); }
     void Leave() noexcept RELEASE() { ::LeaveCriticalSection(&m_section); }
 
+    /// For waits of Windows that leave and enter it; see ConditionVariable.
+    CRITICAL_SECTION* Native() noexcept { return &m_section; }
+
 private:
-    friend class ConditionVariable;
     CRITICAL_SECTION m_section{};
 };
 
@@ -36,7 +38,7 @@ public:
     /// again. False when the time has passed. May return true for no reason.
     bool Wait(CriticalSection& section, DWORD milliseconds) noexcept REQUIRES(section)
     {
-        return ::SleepConditionVariableCS(&m_condition, &section.m_section, milliseconds) != FALSE;
+        return ::SleepConditionVariableCS(&m_condition, section.Native(), milliseconds) != FALSE;
     }
     void WakeOne() noexcept { ::WakeConditionVariable(&m_condition); }
 

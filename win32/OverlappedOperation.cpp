@@ -12,18 +12,8 @@ OVERLAPPED* OverlappedOperation::Prepare() noexcept
     return &m_overlapped;
 }
 
-void OverlappedOperation::Settle() noexcept
-{
-    m_awaited = IsRunning();
-    if (m_awaited && m_signalledByHand) {
-        m_event.Reset();
-    }
-    m_signalledByHand = false;
-}
-
 void OverlappedOperation::SignalEvent() noexcept
 {
-    m_awaited = true;
     m_signalledByHand = true;
     m_event.Set();
 }
@@ -49,14 +39,13 @@ bool OverlappedOperation::Started(HANDLE file, BOOL completed) noexcept
 {
     const DWORD error = completed != FALSE ? ERROR_SUCCESS : ::GetLastError();
     m_completedAtStart = completed != FALSE;
-    m_awaited = error == ERROR_SUCCESS || error == ERROR_IO_PENDING;
     m_signalledByHand = false;
-    m_succeeded = m_awaited;
+    m_succeeded = error == ERROR_SUCCESS || error == ERROR_IO_PENDING;
     if (!m_completedAtStart) {
         m_transferred = 0; // what the start left there means nothing
     }
     m_error = error;
-    if (m_awaited) {
+    if (m_succeeded) {
         m_file = file;
         return true;
     }

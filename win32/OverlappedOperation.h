@@ -22,13 +22,6 @@ public:
     HANDLE EventHandle() const noexcept { return m_event.Get(); }
     void ResetEvent() const noexcept { m_event.Reset(); }
 
-    /// Instead of a reset, for a loop that listens to the event only while IsAwaited(): makes that false unless an
-    /// operation still runs. The event stays as it is, which costs nothing, and Windows resets it at the next start.
-    void Settle() noexcept;
-
-    /// Whether the event tells anything: something was started, or signalled by hand, and not settled yet.
-    bool IsAwaited() const noexcept { return m_awaited; }
-
     /// What a wait for the event would find, for WaitSet::Next. Once the result was taken: Never.
     Expectation Expected() const noexcept;
 
@@ -82,7 +75,6 @@ private:
     bool IsRecordFinal() const noexcept { return HasOverlappedIoCompleted(&m_overlapped); }
 
     Event m_event;
-    bool m_awaited = false;
     bool m_signalledByHand = false; // since the last start
     OVERLAPPED m_overlapped{};
     bool m_completedAtStart = false; // the last start

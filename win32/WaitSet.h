@@ -17,6 +17,11 @@ enum class Expectation {
     Now     ///< It has happened, whatever the object says.
 };
 
+constexpr Expectation NowIf(bool happened) noexcept
+{
+    return happened ? Expectation::Now : Expectation::NotYet;
+}
+
 /// `Slot` is an enum over DWORD whose enumerators stand in wait order (which is the priority: of several
 /// signalled objects the first counts) and which ends with `TimedOut = WAIT_TIMEOUT` and
 /// `Failed = WAIT_FAILED`, so that a switch over it is complete. Used by one thread; borrows the handles.
@@ -40,47 +45,6 @@ public:
         return result < Count || result == WAIT_TIMEOUT ? static_cast<Slot>(result) : Slot::Failed;
     }
 
-    /// Which slots a wait listens to.
-    class Heard
-    {
-    public:
-        constexpr Heard& If(Slot slot, bool heard) noexcept
-        {
-            m_isHeard[static_cast<std::size_t>(slot)] = heard;
-            return *this;
-        }
-        constexpr bool Hears(std::size_t slot) const noexcept { return m_isHeard[slot]; }
-
-        static constexpr Heard All() noexcept
-        {
-            Heard all;
-            all.m_isHeard.fill(true);
-            return all;
-        }
-
-    private:
-        std::array<bool, Count> m_isHeard{};
-    };
-
-    /// The same for the objects that are heard, at least one: the others do not count, signalled or not.
-    Slot Any(const Heard& heard, DWORD milliseconds) const noexcept
-    {
-        std::array<HANDLE, Count> handles{};
-        std::array<DWORD, Count> slots{};
-        DWORD count = 0;
-        for (std::size_t slot = 0; slot < Count; ++slot) {
-            if (heard.Hears(slot)) {
-                handles[count] = m_handles[slot];
-                slots[count++] = static_cast<DWORD>(slot);
-            }
-        }
-        const DWORD result = ::WaitForMultipleObjects(count, handles.data(), FALSE, milliseconds);
-        if (result < count) {
-            return static_cast<Slot>(slots[result]);
-        }
-        return result == WAIT_TIMEOUT ? Slot::TimedOut : Slot::Failed;
-    }
-
     using Expectations = std::array<Expectation, Count>;
 
     /// The first slot that is signalled or known to have happened, after at most `milliseconds`. What is known costs no
@@ -92,18 +56,17 @@ public:
             ++known;
         }
         const bool isKnown = known < Count;
-        Heard heard;
+        Asked asked{};
         bool any = false;
         for (std::size_t slot = 0; slot < known; ++slot) {
-            const bool asked =
+            asked[slot] =
                 expected[slot] == Expectation::Maybe || (!isKnown && expected[slot] == Expectation::NotYet);
-            heard.If(static_cast<Slot>(slot), asked);
-            any = any || asked;
+            any = any || asked[slot];
         }
         if (!isKnown) {
-            return Any(heard, milliseconds);
+            return AnyOf(asked, milliseconds);
         }
-        const Slot first = any ? Any(heard, 0) : Slot::TimedOut;
+        const Slot first = any ? AnyOf(asked, 0) : Slot::TimedOut;
         return first == Slot::TimedOut || first == Slot::Failed ? static_cast<Slot>(known) : first;
     }
 
@@ -116,6 +79,26 @@ public:
     const HANDLE* Handles() const noexcept { return m_handles.data(); }
 
 private:
+    using Asked = std::array<bool, Count>;
+
+    Slot AnyOf(const Asked& asked, DWORD milliseconds) const noexcept
+    {
+        std::array<HANDLE, Count> handles{};
+        std::array<DWORD, Count> slots{};
+        DWORD count = 0;
+        for (std::size_t slot = 0; slot < Count; ++slot) {
+            if (asked[slot]) {
+                handles[count] = m_handles[slot];
+                slots[count++] = static_cast<DWORD>(slot);
+            }
+        }
+        const DWORD result = ::WaitForMultipleObjects(count, handles.data(), FALSE, milliseconds);
+        if (result < count) {
+            return static_cast<Slot>(slots[result]);
+        }
+        return result == WAIT_TIMEOUT ? Slot::TimedOut : Slot::Failed;
+    }
+
     std::array<HANDLE, Count> m_handles;
 };
 

@@ -14,15 +14,16 @@ CCommandQueue::~CCommandQueue()
     Clear();
 }
 
-std::int32_t CCommandQueue::Push(CSerialPortCommand* command)
+std::int32_t CCommandQueue::Push(std::unique_ptr<CSerialPortCommand> command)
 {
-    if (command == nullptr) {
+    if (!command) {
         return GetCount();
     }
     std::int32_t count = 0;
     {
         const CCriticalSectionHelper lock(m_Section);
-        Commands().push_back(command);
+        Commands().push_back(command.get());
+        static_cast<void>(command.release());
         SetCount();
         count = GetCount();
     }
@@ -38,23 +39,23 @@ std::int32_t CCommandQueue::Push(CSerialPortCommand* command)
     return count;
 }
 
-CSerialPortCommand* CCommandQueue::Pop()
+std::unique_ptr<CSerialPortCommand> CCommandQueue::Pop()
 {
     const CCriticalSectionHelper lock(m_Section);
-    CSerialPortCommand* const command = Take();
-    if (command != nullptr) {
+    std::unique_ptr<CSerialPortCommand> command = Take();
+    if (command) {
         Settle();
     }
     return command;
 }
 
-CSerialPortCommand* CCommandQueue::Take()
+std::unique_ptr<CSerialPortCommand> CCommandQueue::Take()
 {
     const CCriticalSectionHelper lock(m_Section);
     if (Commands().empty()) {
         return nullptr;
     }
-    CSerialPortCommand* const command = Commands().front();
+    std::unique_ptr<CSerialPortCommand> command(Commands().front());
     Commands().pop_front();
     SetCount();
     return command;
@@ -71,7 +72,7 @@ void CCommandQueue::Settle()
 void CCommandQueue::Clear()
 {
     const CCriticalSectionHelper lock(m_Section);
-    while (Pop() != nullptr) {
+    while (Pop().release() != nullptr) {
     }
 }
 

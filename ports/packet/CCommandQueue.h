@@ -7,13 +7,13 @@
 
 #include <atomic>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <queue>
 
-/// First in, first out. Any thread may call any member. The not-empty event is set once something is in the queue, and
-/// reset under the lock once nothing is. The setting may come late, when what it tells of is gone already: a waiter that
-/// finds the queue empty settles it. A queue whose one consumer waits for nothing else has no event, which would cost
-/// three kernel calls for each packet that it wakes for, but AwaitNotEmpty.
+/// First in, first out. Any thread may call any member. Push signals the not-empty event after releasing the lock, so it can
+/// be signalled although the queue is already empty: a consumer that finds it so calls Settle. A queue whose one consumer
+/// waits for nothing else has AwaitNotEmpty in place of the event, which would cost three kernel calls for each packet.
 class CCommandQueue : private std::queue<CSerialPortCommand*, std::deque<CSerialPortCommand*>>
 {
 public:
@@ -27,15 +27,15 @@ public:
     CCommandQueue(const CCommandQueue&) = delete;
     CCommandQueue& operator=(const CCommandQueue&) = delete;
 
-    /// Appends a command, whose ownership passes to whoever pops it, and returns the count. Null is ignored.
-    std::int32_t Push(CSerialPortCommand* command);
+    /// Appends a command and returns the count. Null is ignored. Throws std::bad_alloc.
+    std::int32_t Push(std::unique_ptr<CSerialPortCommand> command);
 
-    /// The oldest command, now the caller's, or null.
-    CSerialPortCommand* Pop();
+    /// The oldest command, or null.
+    std::unique_ptr<CSerialPortCommand> Pop();
 
     /// Pop in two steps, for a consumer that is in a hurry with the command: the event may stay set over an empty queue
     /// until Settle, which resets it unless something has come in.
-    CSerialPortCommand* Take();
+    std::unique_ptr<CSerialPortCommand> Take();
     void Settle();
 
     /// The count, read without the lock: good for limits and traces.

@@ -16,7 +16,11 @@ CSerialPortCommand::CSerialPortCommand(const std::uint8_t* bytes, std::int32_t l
 }
 
 CSerialPortCommand::CSerialPortCommand(const CSerialPortCommand& other)
-    : m_Packet(other.m_Packet), m_Reply(other.m_Reply), m_WithEvent(false), m_Flag(other.m_Flag)
+    : m_Packet(other.m_Packet),
+      m_Reply(other.m_Reply),
+      m_address(other.m_address),
+      m_WithEvent(false),
+      m_Flag(other.m_Flag)
 {
 }
 

@@ -1,10 +1,12 @@
 // One packet in flight.
 #pragma once
 
+#include "ports/packet/PortAddress.h"
 #include "win32/Event.h"
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 /// Owns a copy of its bytes. Created by its producer, owned by the queue while queued, destroyed by whoever pops
@@ -26,6 +28,12 @@ public:
 
     const std::uint8_t* GetData() const noexcept { return m_Packet.data(); }
     std::int32_t GetLength() const noexcept { return static_cast<std::int32_t>(m_Packet.size()); }
+    std::span<const std::uint8_t> Bytes() const noexcept { return m_Packet; }
+
+    /// Where a framed packet goes, as it stands in its frame.
+    PortAddress Address() const noexcept { return m_address; }
+    void SetAddress(PortAddress address) noexcept { m_address = address; }
+
     /// No producer fills the reply bytes; they are copied and offered like the packet's.
     const std::uint8_t* GetReplyData() const noexcept { return m_Reply.data(); }
     std::int32_t GetReplyLength() const noexcept { return static_cast<std::int32_t>(m_Reply.size()); }
@@ -49,6 +57,7 @@ private:
 
     std::vector<std::uint8_t> m_Packet;
     std::vector<std::uint8_t> m_Reply;
+    PortAddress m_address;
     bool m_WithEvent;
     bool m_Flag;                              // set by every producer, read by nobody
     std::optional<win32::Event> m_Completion; // manual reset; only with m_WithEvent

@@ -92,14 +92,4 @@ std::optional<Frame> ParseFrame(std::span<const std::uint8_t> bytes) noexcept
                  bytes.subspan(HeaderLength, payloadLength)};
 }
 
-std::uint8_t DeviceTypeOf(std::span<const std::uint8_t> packet) noexcept
-{
-    return packet[DeviceTypeAt];
-}
-
-std::uint8_t PortOf(std::span<const std::uint8_t> packet) noexcept
-{
-    return packet[PortAt];
-}
-
 } // namespace wire

@@ -8,6 +8,8 @@
 //         8, 9  0                    13+n   0
 #pragma once
 
+#include "ports/packet/PortAddress.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -40,6 +42,12 @@ Trailer BuildTrailer(std::span<const std::uint8_t> payload) noexcept;
 /// Where the first "##" begins; none when there is none. A last lone '#' is none.
 std::optional<std::size_t> FindSync(std::span<const std::uint8_t> bytes) noexcept;
 
+/// A received address byte as a coordinate: 255 means any and becomes -1.
+constexpr std::int32_t Coordinate(std::uint8_t address) noexcept
+{
+    return address == AnyAddress ? -1 : static_cast<std::int32_t>(address);
+}
+
 /// One complete frame; `payload` borrows the bytes it was parsed from.
 struct Frame
 {
@@ -50,19 +58,10 @@ struct Frame
     std::span<const std::uint8_t> payload;
 
     std::size_t Length() const noexcept { return payload.size() + FrameOverhead; }
+    PortAddress Address() const noexcept { return {Coordinate(deviceType), Coordinate(port)}; }
 };
 
 /// The frame that begins at the first byte of `bytes` (which stand at a sync pair); none while it is incomplete.
 std::optional<Frame> ParseFrame(std::span<const std::uint8_t> bytes) noexcept;
-
-/// Address bytes of a packet of at least 8 bytes.
-std::uint8_t DeviceTypeOf(std::span<const std::uint8_t> packet) noexcept;
-std::uint8_t PortOf(std::span<const std::uint8_t> packet) noexcept;
-
-/// A received address byte as a coordinate: 255 means any and becomes -1.
-constexpr std::int32_t Coordinate(std::uint8_t address) noexcept
-{
-    return address == AnyAddress ? -1 : static_cast<std::int32_t>(address);
-}
 
 } // namespace wire

@@ -84,8 +84,7 @@ private:
     void Report(const char* line) { m_output.Report(line); }
     void Submit(const std::string& message)
     {
-        m_output.Submit(reinterpret_cast<const std::uint8_t*>(message.data()),
-                        static_cast<std::uint32_t>(message.size()));
+        m_output.Submit({reinterpret_cast<const std::uint8_t*>(message.data()), message.size()});
     }
     void Prepare(std::uint32_t tick)
     {

@@ -49,10 +49,10 @@ inline std::string Chunk(const FirmwareImagePtr& image, std::uint32_t offset, st
 class Recorder : public IDialogueOutput
 {
 public:
-    void Submit(const std::uint8_t* data, std::uint32_t length) override
+    void Submit(std::span<const std::uint8_t> bytes) override
     {
         FailWhenTold();
-        const std::string message(reinterpret_cast<const char*>(data), length);
+        const std::string message(bytes.begin(), bytes.end());
         log.push_back("submit " + message);
         messages.push_back(message);
     }

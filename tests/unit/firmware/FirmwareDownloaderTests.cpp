@@ -38,7 +38,7 @@ TEST_F(FirmwareDownloaderTest, AProgramPathWithoutABackslashTracesAnEmptyNameAnd
 {
     FirmwareSurroundings surroundings = Surroundings();
     surroundings.programPath = L"Program.exe";
-    FirmwareDownloader lost(transport, surroundings);
+    FirmwareDownloader lost(transport, transport, surroundings);
     EXPECT_FALSE(lost.ReadFirmwareFile(Product, 2));
     EXPECT_EQ(RecordingTrace::Texts().back(), "FirmwareDownloader::ReadFirmwareFile() firmware filename=");
     EXPECT_FALSE(lost.NeedsDownload());

@@ -12,12 +12,12 @@ DWORD WINAPI FakeTickCount()
     return clockNow;
 }
 
-void ScriptedTransport::SubmitFirmware(const std::uint8_t* data, std::uint32_t length)
+void ScriptedTransport::SubmitFirmware(std::span<const std::uint8_t> bytes)
 {
     if (outOfMemory) {
         throw std::bad_alloc();
     }
-    const std::string message(reinterpret_cast<const char*>(data), length);
+    const std::string message(bytes.begin(), bytes.end());
     {
         const std::lock_guard guard(m_lock);
         m_messages.push_back(message);

@@ -25,10 +25,10 @@ inline constexpr std::uint16_t Product = 4660;
 inline constexpr std::string_view Done = std::string_view("DOWNLOAD_DONE\r\0", 15);
 
 /// Keeps what is sent to the instrument. Any thread.
-class ScriptedTransport : public IFirmwareTransport
+class ScriptedTransport : public IFirmwareTransport, public IDeviceNames
 {
 public:
-    void SubmitFirmware(const std::uint8_t* data, std::uint32_t length) override;
+    void SubmitFirmware(std::span<const std::uint8_t> bytes) override;
     void ClearCommandQueue() override;
     void RegisterDeviceName(const std::wstring& name, std::int32_t device) override;
 
@@ -88,13 +88,13 @@ protected:
     void Restart(decltype(&::ReadFile) readFile = &::ReadFile)
     {
         transport.Forget();
-        downloader = std::make_unique<FirmwareDownloader>(transport, Surroundings(readFile));
+        downloader = std::make_unique<FirmwareDownloader>(transport, transport, Surroundings(readFile));
     }
     /// Loads an image of that size and begins the dialogue; what was sent and traced for it is forgotten.
     std::string Begin(std::uint32_t size);
 
     std::unique_ptr<FirmwareDownloader> downloader{
-        std::make_unique<FirmwareDownloader>(transport, Surroundings())};
+        std::make_unique<FirmwareDownloader>(transport, transport, Surroundings())};
 };
 
 } // namespace firmwaretest

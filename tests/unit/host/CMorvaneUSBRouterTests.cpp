@@ -13,7 +13,7 @@
 
 namespace {
 
-using Name = std::tuple<std::wstring, std::int32_t, std::uint32_t>;
+using Name = std::pair<std::wstring, std::int32_t>;
 
 class Bstr
 {
@@ -50,10 +50,11 @@ TEST_F(RouterObject, GivesEachPortTheOptionsOfPorts)
     support::PipeClient client;
     ASSERT_TRUE(support::WaitUntil([&] {
         return client.Open(win32::ToAnsi(name)) &&
-               support::WaitUntil([&] { return m_host.ports.FindPort(3, 1)->IsPipeConnected(); },
+               support::WaitUntil([&] { return m_host.ports.FindPort({3, 1})->IsPipeConnected(); },
                                   std::chrono::seconds(1));
     }));
-    ASSERT_TRUE(m_host.ports.SendToPort(3, 1, &m_host.transport, reinterpret_cast<const std::uint8_t*>("x"), 1));
+    ASSERT_TRUE(
+        m_host.ports.SendToPort({3, 1}, &m_host.transport, {reinterpret_cast<const std::uint8_t*>("x"), 1}));
     ASSERT_TRUE(support::WaitUntil([&] { return client.Available() > 0; }));
     EXPECT_EQ(router->Unregister(3, 1), S_OK) << "returns although the client does not read";
 }
@@ -63,14 +64,14 @@ TEST_F(RouterObject, RegistersAPortOnce)
     const auto router = Create();
     const std::wstring first = support::UniqueName(L"First");
     EXPECT_EQ(Register(*router, 3, 1, first), S_OK);
-    const CCDevicePortPipe* const port = m_host.ports.FindPort(3, 1);
+    const CCDevicePortPipe* const port = m_host.ports.FindPort({3, 1});
     ASSERT_NE(port, nullptr);
     EXPECT_EQ(Register(*router, 3, 1, L"Second"), S_OK);
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), port);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), port);
 
     const auto other = Create();
     EXPECT_EQ(Register(*other, 3, 1, L"Third"), S_OK);
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), port);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), port);
     EXPECT_EQ(m_host.names.size(), 1U);
 
     // A pipe is created anew every 50 ms until somebody is connected, so an opening may be thrown out again.
@@ -89,7 +90,7 @@ TEST_F(RouterObject, TheReleaseOfAnObjectThatCameSecondLeavesThePort)
     Register(*router, 3, 1, support::UniqueName(L"Port"));
     Register(*other, 3, 1, L"Other");
     other.reset();
-    EXPECT_NE(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_NE(m_host.ports.FindPort({3, 1}), nullptr);
 }
 
 TEST_F(RouterObject, DeviceTypesHavePortsOfTheirOwn)
@@ -97,9 +98,9 @@ TEST_F(RouterObject, DeviceTypesHavePortsOfTheirOwn)
     const auto router = Create();
     Register(*router, 3, 1, support::UniqueName(L"A"));
     Register(*router, 4, 1, support::UniqueName(L"B"));
-    ASSERT_NE(m_host.ports.FindPort(3, 1), nullptr);
-    ASSERT_NE(m_host.ports.FindPort(4, 1), nullptr);
-    EXPECT_NE(m_host.ports.FindPort(3, 1), m_host.ports.FindPort(4, 1));
+    ASSERT_NE(m_host.ports.FindPort({3, 1}), nullptr);
+    ASSERT_NE(m_host.ports.FindPort({4, 1}), nullptr);
+    EXPECT_NE(m_host.ports.FindPort({3, 1}), m_host.ports.FindPort({4, 1}));
 }
 
 TEST_F(RouterObject, ADeviceIsNamedByThePortsNameUpToItsLastDot)
@@ -109,16 +110,15 @@ TEST_F(RouterObject, ADeviceIsNamedByThePortsNameUpToItsLastDot)
     Register(*router, 4, 2, L"Reader.left.v2");
     Register(*router, 5, 3, L"Plain");
     Register(*router, 6, 4, L".hidden");
-    EXPECT_EQ(m_host.names,
-              (std::vector<Name>{{L"Reader", 3, 1}, {L"Reader.left", 4, 2}, {L"Plain", 5, 3}, {L"", 6, 4}}));
+    EXPECT_EQ(m_host.names, (std::vector<Name>{{L"Reader", 3}, {L"Reader.left", 4}, {L"Plain", 5}, {L"", 6}}));
 }
 
 TEST_F(RouterObject, ANullNameMakesAPortThatNeverOpens)
 {
     const auto router = Create();
     EXPECT_EQ(router->Register(3, 1, 256, 256, nullptr), S_OK);
-    EXPECT_NE(m_host.ports.FindPort(3, 1), nullptr);
-    EXPECT_EQ(m_host.names, (std::vector<Name>{{L"", 3, 1}}));
+    EXPECT_NE(m_host.ports.FindPort({3, 1}), nullptr);
+    EXPECT_EQ(m_host.names, (std::vector<Name>{{L"", 3}}));
 }
 
 TEST_F(RouterObject, UnregisteringAnUnknownPortChangesNothing)
@@ -127,7 +127,7 @@ TEST_F(RouterObject, UnregisteringAnUnknownPortChangesNothing)
     Register(*router, 3, 1, support::UniqueName(L"Port"));
     EXPECT_EQ(router->Unregister(3, 2), S_OK);
     EXPECT_EQ(router->Unregister(4, 1), S_OK);
-    EXPECT_NE(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_NE(m_host.ports.FindPort({3, 1}), nullptr);
 }
 
 TEST_F(RouterObject, UnregisteringEndsThePipe)
@@ -138,7 +138,7 @@ TEST_F(RouterObject, UnregisteringEndsThePipe)
     support::PipeClient client;
     EXPECT_TRUE(client.Open(win32::ToAnsi(name)));
     EXPECT_EQ(router->Unregister(3, 1), S_OK);
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), nullptr);
     EXPECT_TRUE(client.WaitForBreak());
 }
 
@@ -148,11 +148,11 @@ TEST_F(RouterObject, AnyObjectUnregistersAnyPort)
     const auto other = Create();
     Register(*owner, 3, 1, support::UniqueName(L"Port"));
     EXPECT_EQ(other->Unregister(3, 1), S_OK);
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), nullptr);
     // Registered again, the pair is one of the owner's once more, and it can go.
     Register(*owner, 3, 1, support::UniqueName(L"Port"));
     owner->Release();
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), nullptr);
 }
 
 TEST_F(RouterObject, TheReleaseRemovesThePortsOfTheObject)
@@ -163,9 +163,9 @@ TEST_F(RouterObject, TheReleaseRemovesThePortsOfTheObject)
     Register(*router, 3, 1, support::UniqueName(L"Port"));
     Register(*router, 3, 2, support::UniqueName(L"Port"));
     router.reset();
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), nullptr);
-    EXPECT_EQ(m_host.ports.FindPort(3, 2), nullptr);
-    EXPECT_NE(m_host.ports.FindPort(4, 1), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 2}), nullptr);
+    EXPECT_NE(m_host.ports.FindPort({4, 1}), nullptr);
 }
 
 TEST_F(RouterObject, AFailureIsNotTheClientsBusiness)
@@ -173,7 +173,7 @@ TEST_F(RouterObject, AFailureIsNotTheClientsBusiness)
     const auto router = Create();
     m_host.namingFails = true;
     EXPECT_EQ(Register(*router, 3, 1, L"Port"), S_OK);
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), nullptr);
     EXPECT_EQ(router->Unregister(3, 1), S_OK);
 }
 
@@ -247,11 +247,11 @@ TEST_F(RouterObject, IsCalledThroughIDispatchWithConvertibleArguments)
     DISPPARAMS parameters{arguments, nullptr, 5, 0};
     EXPECT_EQ(router->Invoke(1, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &parameters, nullptr, nullptr, nullptr),
               S_OK);
-    EXPECT_NE(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_NE(m_host.ports.FindPort({3, 1}), nullptr);
 
     DISPPARAMS two{arguments + 3, nullptr, 2, 0};
     EXPECT_EQ(router->Invoke(2, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &two, nullptr, nullptr, nullptr), S_OK);
-    EXPECT_EQ(m_host.ports.FindPort(3, 1), nullptr);
+    EXPECT_EQ(m_host.ports.FindPort({3, 1}), nullptr);
 
     EXPECT_EQ(router->Invoke(3, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &two, nullptr, nullptr, nullptr),
               DISP_E_MEMBERNOTFOUND);

@@ -5,18 +5,19 @@
 #include "tests/unit/ports/FakeTransport.h"
 
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
-class FakeRouterHost final : public IRouterHost
+class FakeRouterHost final : public IRouterHost, public IDeviceNames
 {
 public:
     PortTable& Ports() override { return ports; }
     CCommunicationDriver* Transport() override { return &transport; }
     PortOptions OptionsOfPorts() const override { return portOptions; }
-    void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t port) override
+    IDeviceNames& Names() override { return *this; }
+    void RegisterDeviceName(const std::wstring& name, std::int32_t device) override
     {
-        names.emplace_back(name, device, port);
+        names.emplace_back(name, device);
         if (namingFails) {
             throw std::bad_alloc();
         }
@@ -32,7 +33,7 @@ public:
     FakeTransport transport;
     PortTable ports;
     PortOptions portOptions;
-    std::vector<std::tuple<std::wstring, std::int32_t, std::uint32_t>> names;
+    std::vector<std::pair<std::wstring, std::int32_t>> names;
     bool namingFails = false;
     int locks = 0;
     bool stopping = false;

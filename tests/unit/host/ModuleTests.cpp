@@ -1,6 +1,6 @@
 #include "host/CMorvanePortRouterModule.h"
 
-#include "host/FindProcess.h"
+#include "host/HostWatch.h"
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/PipeClient.h"
@@ -73,11 +73,11 @@ TEST_F(Module, AFailedClassRegistrationIsTheResultAndStopsNothing)
 
 TEST_F(Module, StartsStandaloneWhenNoHostProgramRuns)
 {
-    ASSERT_EQ(m_module.FindProcess(m_module.GetFirstHostName()), 0U);
-    ASSERT_EQ(m_module.FindProcess(m_module.GetSecondHostName()), 0U);
-    EXPECT_FALSE(m_module.IsStandalone());
+    ASSERT_EQ(m_module.Watch().FindProcess(L"Lumivista.exe"), 0U);
+    ASSERT_EQ(m_module.Watch().FindProcess(L"RouterProbe.exe"), 0U);
+    EXPECT_FALSE(m_module.Watch().IsStandalone());
     m_module.PreMessageLoop();
-    EXPECT_TRUE(m_module.IsStandalone());
+    EXPECT_TRUE(m_module.Watch().IsStandalone());
 }
 
 /// This test program under the name of a host program: it runs the test below, until it is ended.
@@ -92,10 +92,12 @@ public:
     bool WaitUntilListed() const
     {
         return support::WaitUntil(
-            [this] { return FindProcess(m_program.filename().wstring()) == m_process->Id(); });
+            [this] { return m_watch.FindProcess(m_program.filename().wstring()) == m_process->Id(); });
     }
 
 private:
+    QuitRequest m_quit{::GetCurrentThreadId()};
+    const HostWatch m_watch{m_quit};
     const support::TempFolder m_folder;
     const std::filesystem::path m_program;
     std::optional<support::ChildProcess> m_process;
@@ -114,9 +116,9 @@ TEST_P(WithHostProgram, IsNotStandaloneAndStaysSo)
     std::optional<HostProgram> host(GetParam());
     ASSERT_TRUE(host->WaitUntilListed());
     m_module.PreMessageLoop();
-    EXPECT_FALSE(m_module.IsStandalone());
+    EXPECT_FALSE(m_module.Watch().IsStandalone());
     host.reset();
-    EXPECT_FALSE(m_module.IsStandalone());
+    EXPECT_FALSE(m_module.Watch().IsStandalone());
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, WithHostProgram, testing::Values(L"Lumivista.exe", L"RouterProbe.exe"));
@@ -126,19 +128,19 @@ TEST_F(Module, AHostProgramWhoseNameDiffersInCaseIsNone)
     const HostProgram host(L"lumivista.EXE");
     ASSERT_TRUE(host.WaitUntilListed());
     m_module.PreMessageLoop();
-    EXPECT_TRUE(m_module.IsStandalone());
+    EXPECT_TRUE(m_module.Watch().IsStandalone());
 }
 
 TEST_F(Module, TheHostProgramsHaveTheirNames)
 {
-    EXPECT_EQ(m_module.GetFirstHostName(), L"Lumivista.exe");
-    EXPECT_EQ(m_module.GetSecondHostName(), L"RouterProbe.exe");
+    EXPECT_EQ(m_module.Watch().GetFirstHostName(), L"Lumivista.exe");
+    EXPECT_EQ(m_module.Watch().GetSecondHostName(), L"RouterProbe.exe");
 }
 
 TEST_F(Module, ARequestToQuitReachesTheMainThreadAndIsKept)
 {
     EXPECT_FALSE(m_module.IsQuitWanted());
-    m_module.RequestQuit();
+    m_module.Watch().RequestQuit();
     MSG message{};
     EXPECT_TRUE(::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE));
     EXPECT_TRUE(m_module.IsQuitWanted());
@@ -155,12 +157,11 @@ TEST_F(Module, TheDownloadersChannelsAreNamedAtTheStart)
 TEST_F(Module, TearingDownDeletesPortsTransportAndDialog)
 {
     m_module.PreMessageLoop();
-    m_module.Ports().AddPort(
-        3, 1,
-        std::make_unique<CCDevicePortPipe>(m_module.Transport(), 3, 1, support::UniqueName("Module"), 256, 256));
-    EXPECT_TRUE(m_module.SendToPort(3, 1, nullptr, nullptr, 0));
+    m_module.Ports().AddPort({3, 1}, std::make_unique<CCDevicePortPipe>(m_module.Transport(), PortAddress{3, 1},
+                                                                        support::UniqueName("Module"), 256, 256));
+    EXPECT_TRUE(m_module.Ports().SendToPort({3, 1}, nullptr, {}));
     m_module.TearDown();
-    EXPECT_FALSE(m_module.SendToPort(3, 1, nullptr, nullptr, 0));
+    EXPECT_FALSE(m_module.Ports().SendToPort({3, 1}, nullptr, {}));
     EXPECT_EQ(m_module.Transport(), nullptr);
     EXPECT_EQ(FindDialog(), nullptr);
     m_module.TearDown();
@@ -169,11 +170,10 @@ TEST_F(Module, TearingDownDeletesPortsTransportAndDialog)
 TEST_F(Module, TheSessionsEndTakesPortsTransportAndDialog)
 {
     m_module.PreMessageLoop();
-    m_module.Ports().AddPort(
-        3, 1,
-        std::make_unique<CCDevicePortPipe>(m_module.Transport(), 3, 1, support::UniqueName("Module"), 256, 256));
+    m_module.Ports().AddPort({3, 1}, std::make_unique<CCDevicePortPipe>(m_module.Transport(), PortAddress{3, 1},
+                                                                        support::UniqueName("Module"), 256, 256));
     m_module.OnSessionEnd();
-    EXPECT_FALSE(m_module.SendToPort(3, 1, nullptr, nullptr, 0));
+    EXPECT_FALSE(m_module.Ports().SendToPort({3, 1}, nullptr, {}));
     EXPECT_EQ(m_module.Transport(), nullptr);
     EXPECT_EQ(FindDialog(), nullptr);
     MSG message{};
@@ -186,8 +186,9 @@ TEST_F(Module, AtTheSessionsEndAClientThatReadsNothingIsDropped)
     // Not the module's own, which makes all ports drop their clients while no instrument is connected.
     FakeTransport connected;
     const std::string name = support::UniqueName("Module");
-    m_module.Ports().AddPort(3, 1, std::make_unique<CCDevicePortPipe>(&connected, 3, 1, name, 256, 256));
-    const CCDevicePortPipe& port = *m_module.Ports().FindPort(3, 1);
+    m_module.Ports().AddPort({3, 1},
+                             std::make_unique<CCDevicePortPipe>(&connected, PortAddress{3, 1}, name, 256, 256));
+    const CCDevicePortPipe& port = *m_module.Ports().FindPort({3, 1});
     support::PipeClient client;
     ASSERT_TRUE(support::WaitUntil([&] {
         client.Close();
@@ -195,7 +196,7 @@ TEST_F(Module, AtTheSessionsEndAClientThatReadsNothingIsDropped)
                support::WaitUntil([&] { return port.IsPipeConnected(); }, std::chrono::seconds(1));
     }));
     const std::uint8_t unread[] = {1, 2, 3};
-    ASSERT_TRUE(m_module.SendToPort(3, 1, &connected, unread, sizeof unread));
+    ASSERT_TRUE(m_module.Ports().SendToPort({3, 1}, &connected, unread));
     ASSERT_TRUE(support::WaitUntil([&] { return client.Available() == sizeof unread; }));
     m_module.OnSessionEnd();
     EXPECT_TRUE(client.WaitForBreak()) << "the port has ended";

@@ -19,30 +19,30 @@ namespace {
 class Ports : public testing::Test
 {
 protected:
-    std::string Add(std::int32_t deviceType, std::uint32_t port)
+    std::string Add(PortAddress address)
     {
         std::string name = support::UniqueName("PortTable");
-        m_table.AddPort(deviceType, port, Make(deviceType, port, name));
+        m_table.AddPort(address, Make(address, name));
         return name;
     }
-    std::unique_ptr<CCDevicePortPipe> Make(std::int32_t deviceType, std::uint32_t port, const std::string& name)
+    std::unique_ptr<CCDevicePortPipe> Make(PortAddress address, const std::string& name)
     {
-        return std::make_unique<CCDevicePortPipe>(&m_transport, deviceType, static_cast<std::int32_t>(port), name,
-                                                  256, 256);
+        return std::make_unique<CCDevicePortPipe>(&m_transport, address, name, 256, 256);
     }
-    bool SendTo(std::int32_t deviceType, std::uint32_t port, const std::string& text)
+    static std::span<const std::uint8_t> BytesOf(const std::string& text)
     {
-        return m_table.SendToPort(deviceType, port, &m_transport,
-                                  reinterpret_cast<const std::uint8_t*>(text.data()),
-                                  static_cast<std::uint32_t>(text.size()));
+        return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+    }
+    bool SendTo(PortAddress address, const std::string& text)
+    {
+        return m_table.SendToPort(address, &m_transport, BytesOf(text));
     }
     /// A client of the port that the router counts as connected. A pipe is created anew every 50 ms until somebody is
     /// connected, so an opening may be thrown out again.
-    std::unique_ptr<support::PipeClient> Connect(std::int32_t deviceType, std::uint32_t port,
-                                                 const std::string& name)
+    std::unique_ptr<support::PipeClient> Connect(PortAddress address, const std::string& name)
     {
         auto client = std::make_unique<support::PipeClient>();
-        const auto isConnected = [&] { return m_table.FindPort(deviceType, port)->IsPipeConnected(); };
+        const auto isConnected = [&] { return m_table.FindPort(address)->IsPipeConnected(); };
         EXPECT_TRUE(support::WaitUntil([&] {
             client->Close();
             return client->Open(name) && support::WaitUntil(isConnected, std::chrono::seconds(1));
@@ -56,73 +56,73 @@ protected:
 
 TEST_F(Ports, FindsAPortByItsAddressOnly)
 {
-    Add(3, 1);
-    ASSERT_NE(m_table.FindPort(3, 1), nullptr);
-    EXPECT_EQ(m_table.FindPort(3, 1)->DeviceType(), 3);
-    EXPECT_EQ(m_table.FindPort(3, 1)->Port(), 1);
-    EXPECT_EQ(m_table.FindPort(3, 2), nullptr);
-    EXPECT_EQ(m_table.FindPort(4, 1), nullptr);
+    Add({3, 1});
+    ASSERT_NE(m_table.FindPort({3, 1}), nullptr);
+    EXPECT_EQ(m_table.FindPort({3, 1})->DeviceType(), 3);
+    EXPECT_EQ(m_table.FindPort({3, 1})->Port(), 1);
+    EXPECT_EQ(m_table.FindPort({3, 2}), nullptr);
+    EXPECT_EQ(m_table.FindPort({4, 1}), nullptr);
 }
 
 TEST_F(Ports, DeviceTypeAndPortAreNotMixedUp)
 {
-    Add(1, 3);
-    EXPECT_EQ(m_table.FindPort(3, 1), nullptr);
-    EXPECT_NE(m_table.FindPort(1, 3), nullptr);
+    Add({1, 3});
+    EXPECT_EQ(m_table.FindPort({3, 1}), nullptr);
+    EXPECT_NE(m_table.FindPort({1, 3}), nullptr);
 }
 
 TEST_F(Ports, TheOutermostAddressesAreAddressesOfTheirOwn)
 {
-    Add(-1, 0xFFFFFFFF);
-    Add(-1, 0);
-    Add(0, 0xFFFFFFFF);
-    EXPECT_NE(m_table.FindPort(-1, 0xFFFFFFFF), m_table.FindPort(-1, 0));
-    EXPECT_NE(m_table.FindPort(0, 0xFFFFFFFF), m_table.FindPort(-1, 0xFFFFFFFF));
-    EXPECT_EQ(m_table.FindPort(0, 0), nullptr);
+    Add({-1, -1});
+    Add({-1, 0});
+    Add({0, -1});
+    EXPECT_NE(m_table.FindPort({-1, -1}), m_table.FindPort({-1, 0}));
+    EXPECT_NE(m_table.FindPort({0, -1}), m_table.FindPort({-1, -1}));
+    EXPECT_EQ(m_table.FindPort({0, 0}), nullptr);
 }
 
 TEST_F(Ports, AnAddressOfAllOnesIsReachedThroughMinusOne)
 {
-    Add(-1, 0xFFFFFFFF);
-    EXPECT_TRUE(m_table.SendToPort(-1, static_cast<std::uint32_t>(-1), &m_transport, nullptr, 0));
+    Add({-1, -1});
+    EXPECT_TRUE(m_table.SendToPort({-1, -1}, &m_transport, {}));
 }
 
 TEST_F(Ports, AddingAnAddressAgainKeepsTheFirstPort)
 {
-    Add(3, 1);
-    const CCDevicePortPipe* const first = m_table.FindPort(3, 1);
-    Add(3, 1);
-    EXPECT_EQ(m_table.FindPort(3, 1), first);
+    Add({3, 1});
+    const CCDevicePortPipe* const first = m_table.FindPort({3, 1});
+    Add({3, 1});
+    EXPECT_EQ(m_table.FindPort({3, 1}), first);
 }
 
 TEST_F(Ports, RemovingHandsOverThePortAlive)
 {
-    Add(3, 1);
-    CCDevicePortPipe* const port = m_table.FindPort(3, 1);
-    const std::unique_ptr<CCDevicePortPipe> removed = m_table.RemovePort(3, 1);
+    Add({3, 1});
+    CCDevicePortPipe* const port = m_table.FindPort({3, 1});
+    const std::unique_ptr<CCDevicePortPipe> removed = m_table.RemovePort({3, 1});
     EXPECT_EQ(removed.get(), port);
     EXPECT_EQ(removed->Port(), 1);
-    EXPECT_EQ(m_table.FindPort(3, 1), nullptr);
-    EXPECT_EQ(m_table.RemovePort(3, 1), nullptr);
+    EXPECT_EQ(m_table.FindPort({3, 1}), nullptr);
+    EXPECT_EQ(m_table.RemovePort({3, 1}), nullptr);
 }
 
 TEST_F(Ports, DeletingAllEmptiesTheTable)
 {
-    Add(3, 1);
-    Add(3, 2);
+    Add({3, 1});
+    Add({3, 2});
     m_table.DeleteAllPorts();
-    EXPECT_EQ(m_table.FindPort(3, 1), nullptr);
-    EXPECT_EQ(m_table.FindPort(3, 2), nullptr);
+    EXPECT_EQ(m_table.FindPort({3, 1}), nullptr);
+    EXPECT_EQ(m_table.FindPort({3, 2}), nullptr);
 }
 
 TEST_F(Ports, TogetherWaitForTheirClientsOnlyUpToTheLimit)
 {
     constexpr DWORD LimitMs = 300;
     std::vector<std::unique_ptr<support::PipeClient>> clients;
-    for (std::uint32_t port = 1; port <= 10; ++port) {
-        const std::string name = Add(3, port);
-        clients.push_back(Connect(3, port, name));
-        ASSERT_TRUE(SendTo(3, port, "unread"));
+    for (std::int32_t port = 1; port <= 10; ++port) {
+        const std::string name = Add({3, port});
+        clients.push_back(Connect({3, port}, name));
+        ASSERT_TRUE(SendTo({3, port}, "unread"));
         ASSERT_TRUE(support::WaitUntil([&] { return clients.back()->Available() > 0; }));
     }
     const ULONGLONG begin = ::GetTickCount64();
@@ -136,56 +136,55 @@ TEST_F(Ports, TogetherWaitForTheirClientsOnlyUpToTheLimit)
 
 TEST_F(Ports, APayloadReachesTheClientOfItsPortOnly)
 {
-    const std::string first = Add(3, 1);
-    const std::string second = Add(3, 2);
-    const auto client1 = Connect(3, 1, first);
-    const auto client2 = Connect(3, 2, second);
-    EXPECT_TRUE(SendTo(3, 2, "for two"));
-    EXPECT_TRUE(SendTo(3, 1, "for one"));
+    const std::string first = Add({3, 1});
+    const std::string second = Add({3, 2});
+    const auto client1 = Connect({3, 1}, first);
+    const auto client2 = Connect({3, 2}, second);
+    EXPECT_TRUE(SendTo({3, 2}, "for two"));
+    EXPECT_TRUE(SendTo({3, 1}, "for one"));
     EXPECT_EQ(client1->Read(), "for one");
     EXPECT_EQ(client2->Read(), "for two");
 }
 
 TEST_F(Ports, APayloadForAnUnknownAddressIsRefused)
 {
-    Add(3, 1);
-    EXPECT_FALSE(SendTo(4, 1, "x"));
-    EXPECT_FALSE(SendTo(3, 2, "x"));
+    Add({3, 1});
+    EXPECT_FALSE(SendTo({4, 1}, "x"));
+    EXPECT_FALSE(SendTo({3, 2}, "x"));
 }
 
 TEST_F(Ports, AnEmptyPayloadOnlyAsks)
 {
-    const std::string name = Add(3, 1);
-    const auto client = Connect(3, 1, name);
-    EXPECT_TRUE(SendTo(3, 1, ""));
-    EXPECT_FALSE(SendTo(4, 1, ""));
-    EXPECT_TRUE(SendTo(3, 1, "next"));
+    const std::string name = Add({3, 1});
+    const auto client = Connect({3, 1}, name);
+    EXPECT_TRUE(SendTo({3, 1}, ""));
+    EXPECT_FALSE(SendTo({4, 1}, ""));
+    EXPECT_TRUE(SendTo({3, 1}, "next"));
     EXPECT_EQ(client->Read(), "next");
 }
 
 TEST_F(Ports, ABroadcastReachesThePortOfEveryDeviceType)
 {
-    const std::string first = Add(3, 1);
-    const std::string second = Add(4, 1);
-    const std::string other = Add(4, 2);
-    const auto client1 = Connect(3, 1, first);
-    const auto client2 = Connect(4, 1, second);
-    const auto client3 = Connect(4, 2, other);
+    const std::string first = Add({3, 1});
+    const std::string second = Add({4, 1});
+    const std::string other = Add({4, 2});
+    const auto client1 = Connect({3, 1}, first);
+    const auto client2 = Connect({4, 1}, second);
+    const auto client3 = Connect({4, 2}, other);
     const std::string text = "to all of port 1";
-    m_table.SendToPorts(1, &m_transport, reinterpret_cast<const std::uint8_t*>(text.data()),
-                        static_cast<std::uint32_t>(text.size()));
+    m_table.SendToPorts(1, &m_transport, BytesOf(text));
     EXPECT_EQ(client1->Read(), text);
     EXPECT_EQ(client2->Read(), text);
-    SendTo(4, 2, "only this");
+    SendTo({4, 2}, "only this");
     EXPECT_EQ(client3->Read(), "only this");
 }
 
 TEST_F(Ports, SignallingAllMakesEveryPortDropItsClient)
 {
-    const std::string first = Add(3, 1);
-    const std::string second = Add(4, 2);
-    const auto client1 = Connect(3, 1, first);
-    const auto client2 = Connect(4, 2, second);
+    const std::string first = Add({3, 1});
+    const std::string second = Add({4, 2});
+    const auto client1 = Connect({3, 1}, first);
+    const auto client2 = Connect({4, 2}, second);
     m_table.SignalAllPorts();
     EXPECT_TRUE(client1->WaitForBreak());
     EXPECT_TRUE(client2->WaitForBreak());
@@ -194,22 +193,22 @@ TEST_F(Ports, SignallingAllMakesEveryPortDropItsClient)
 // A port without a name has no worker, which would count anew. Every completion counts one packet less.
 TEST_F(Ports, ACompletionReachesItsPortOnly)
 {
-    for (const auto& [deviceType, port] : {std::pair<int, unsigned>{3, 1}, {3, 2}, {4, 1}}) {
-        m_table.AddPort(deviceType, port, Make(deviceType, port, ""));
+    for (const PortAddress address : {PortAddress{3, 1}, {3, 2}, {4, 1}}) {
+        m_table.AddPort(address, Make(address, ""));
     }
-    m_table.PacketCompleted(3, 1);
-    EXPECT_EQ(m_table.FindPort(3, 1)->PacketCompleted(), -2);
-    EXPECT_EQ(m_table.FindPort(3, 2)->PacketCompleted(), -1);
-    EXPECT_EQ(m_table.FindPort(4, 1)->PacketCompleted(), -1);
+    m_table.PacketCompleted({3, 1});
+    EXPECT_EQ(m_table.FindPort({3, 1})->PacketCompleted(), -2);
+    EXPECT_EQ(m_table.FindPort({3, 2})->PacketCompleted(), -1);
+    EXPECT_EQ(m_table.FindPort({4, 1})->PacketCompleted(), -1);
 }
 
 TEST_F(Ports, CompletionsOfUnknownPortsAreIgnored)
 {
-    m_table.PacketCompleted(3, 1);
-    m_table.AddPort(3, 1, Make(3, 1, ""));
-    m_table.PacketCompleted(3, 2);
-    m_table.PacketCompleted(4, 1);
-    EXPECT_EQ(m_table.FindPort(3, 1)->PacketCompleted(), -1);
+    m_table.PacketCompleted({3, 1});
+    m_table.AddPort({3, 1}, Make({3, 1}, ""));
+    m_table.PacketCompleted({3, 2});
+    m_table.PacketCompleted({4, 1});
+    EXPECT_EQ(m_table.FindPort({3, 1})->PacketCompleted(), -1);
 }
 
 /// Holds whoever traces.
@@ -237,7 +236,7 @@ protected:
     {
         const CDebugOptionsLock lock(m_frontEnd.Gate());
         m_frontEnd.Publish(OptionsFor(trace::RouterChannel, trace::DevicePipe));
-        m_table.AddPort(3, 1, Make(3, 1, ""));
+        m_table.AddPort({3, 1}, Make({3, 1}, ""));
     }
 
     BlockingOutput m_output;
@@ -251,7 +250,7 @@ TEST_P(PortInUse, IsRemovedAfterTheCallThatUsesIt)
     std::atomic<bool> removed{false};
     std::unique_ptr<CCDevicePortPipe> port;
     std::thread remover([&] {
-        port = m_table.RemovePort(3, 1);
+        port = m_table.RemovePort({3, 1});
         removed = true;
     });
     EXPECT_FALSE(support::WaitUntil([&] { return removed.load(); }, std::chrono::milliseconds(200)));
@@ -263,13 +262,10 @@ TEST_P(PortInUse, IsRemovedAfterTheCallThatUsesIt)
 
 constexpr std::uint8_t Payload[] = {1, 2, 3};
 
-INSTANTIATE_TEST_SUITE_P(Calls, PortInUse,
-                         testing::Values(
-                             [](PortTable& table, CCommunicationDriver* transport) {
-                                 table.SendToPort(3, 1, transport, Payload, sizeof Payload);
-                             },
-                             [](PortTable& table, CCommunicationDriver* transport) {
-                                 table.SendToPorts(1, transport, Payload, sizeof Payload);
-                             }));
+INSTANTIATE_TEST_SUITE_P(
+    Calls, PortInUse,
+    testing::Values(
+        [](PortTable& table, CCommunicationDriver* transport) { table.SendToPort({3, 1}, transport, Payload); },
+        [](PortTable& table, CCommunicationDriver* transport) { table.SendToPorts(1, transport, Payload); }));
 
 } // namespace

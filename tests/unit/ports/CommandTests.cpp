@@ -104,12 +104,12 @@ TEST(CommandQueue, PoppingAnEmptyQueueGivesNullAndLeavesTheEventReset)
 TEST(CommandQueue, TheEventStaysSetWhileACommandIsLeft)
 {
     CCommandQueue queue;
-    queue.Push(Command("1").release());
-    EXPECT_EQ(queue.Push(Command("2").release()), 2);
-    const std::unique_ptr<CSerialPortCommand> first(queue.Pop());
+    queue.Push(Command("1"));
+    EXPECT_EQ(queue.Push(Command("2")), 2);
+    const std::unique_ptr<CSerialPortCommand> first = queue.Pop();
     EXPECT_EQ(first->GetByteAt(0), '1');
     EXPECT_TRUE(IsSet(queue));
-    const std::unique_ptr<CSerialPortCommand> second(queue.Pop());
+    const std::unique_ptr<CSerialPortCommand> second = queue.Pop();
     EXPECT_EQ(second->GetByteAt(0), '2');
     EXPECT_FALSE(IsSet(queue));
 }
@@ -117,15 +117,15 @@ TEST(CommandQueue, TheEventStaysSetWhileACommandIsLeft)
 TEST(CommandQueue, TakingLeavesTheEventToBeSettledLater)
 {
     CCommandQueue queue;
-    queue.Push(Command("1").release());
-    const std::unique_ptr<CSerialPortCommand> first(queue.Take());
+    queue.Push(Command("1"));
+    const std::unique_ptr<CSerialPortCommand> first = queue.Take();
     EXPECT_EQ(first->GetByteAt(0), '1');
     EXPECT_EQ(queue.GetCount(), 0);
     EXPECT_TRUE(IsSet(queue));
-    queue.Push(Command("2").release());
+    queue.Push(Command("2"));
     queue.Settle();
     EXPECT_TRUE(IsSet(queue)) << "what came in between is still to be taken";
-    const std::unique_ptr<CSerialPortCommand> second(queue.Take());
+    const std::unique_ptr<CSerialPortCommand> second = queue.Take();
     queue.Settle();
     EXPECT_FALSE(IsSet(queue));
     EXPECT_EQ(queue.Take(), nullptr);
@@ -145,7 +145,7 @@ TEST(CommandQueue, ClearEmptiesTheQueueAndDestroysNoCommand)
     const std::array<CSerialPortCommand*, 3> commands{new CountedCommand(destroyed), new CountedCommand(destroyed),
                                                       new CountedCommand(destroyed)};
     for (CSerialPortCommand* const command : commands) {
-        queue.Push(command);
+        queue.Push(std::unique_ptr<CSerialPortCommand>(command));
     }
     queue.Clear();
     EXPECT_EQ(queue.GetCount(), 0);
@@ -161,8 +161,8 @@ TEST(CommandQueue, DestroyAllTakesTheCommandsOutAndDestroysThem)
 {
     CCommandQueue queue;
     int destroyed = 0;
-    queue.Push(new CountedCommand(destroyed));
-    queue.Push(new CountedCommand(destroyed));
+    queue.Push(std::make_unique<CountedCommand>(destroyed));
+    queue.Push(std::make_unique<CountedCommand>(destroyed));
     queue.DestroyAll();
     EXPECT_EQ(destroyed, 2);
     EXPECT_EQ(queue.GetCount(), 0);
@@ -179,15 +179,15 @@ TEST(CommandQueue, CarriesEverythingOnceAndInOrderFromSeveralProducers)
         threads[static_cast<std::size_t>(producer)].Start([&queue, producer] {
             for (int number = 0; number < Each; ++number) {
                 const std::array<int, 2> content{producer, number};
-                queue.Push(new CSerialPortCommand(reinterpret_cast<const std::uint8_t*>(content.data()),
-                                                  sizeof content, true, false));
+                queue.Push(std::make_unique<CSerialPortCommand>(
+                    reinterpret_cast<const std::uint8_t*>(content.data()), sizeof content, true, false));
             }
         });
     }
     std::array<int, Producers> next{};
     for (int taken = 0; taken < Producers * Each;) {
         ASSERT_EQ(::WaitForSingleObject(queue.GetNotEmptyEvent(), 20'000), static_cast<DWORD>(WAIT_OBJECT_0));
-        const std::unique_ptr<CSerialPortCommand> command(queue.Pop());
+        const std::unique_ptr<CSerialPortCommand> command = queue.Pop();
         ASSERT_NE(command, nullptr);
         std::array<int, 2> content{};
         std::memcpy(content.data(), command->GetData(), sizeof content);
@@ -205,8 +205,8 @@ TEST(CommandQueue, WhoWaitsAloneNeedsNoEventAndGetsEverythingInOrder)
     win32::Thread producer;
     producer.Start([&queue] {
         for (int number = 0; number < Commands; ++number) {
-            queue.Push(new CSerialPortCommand(reinterpret_cast<const std::uint8_t*>(&number), sizeof number, true,
-                                              false));
+            queue.Push(std::make_unique<CSerialPortCommand>(reinterpret_cast<const std::uint8_t*>(&number),
+                                                            sizeof number, true, false));
             if (number % 3 == 0) {
                 std::this_thread::yield(); // lets the consumer run empty and sleep now and then
             }
@@ -214,7 +214,7 @@ TEST(CommandQueue, WhoWaitsAloneNeedsNoEventAndGetsEverythingInOrder)
     });
     for (int next = 0; next < Commands;) {
         ASSERT_TRUE(queue.AwaitNotEmpty(20'000)) << next;
-        const std::unique_ptr<CSerialPortCommand> command(queue.Pop());
+        const std::unique_ptr<CSerialPortCommand> command = queue.Pop();
         if (!command) {
             continue;
         }
@@ -250,7 +250,7 @@ TEST(CommandQueue, AnInterruptionBeforeTheWaitEndsItAtOnceAndOneDuringItToo)
 TEST(CommandQueue, WhatWasDestroyedIsNotWaitedForAnyMore)
 {
     CCommandQueue queue(CCommandQueue::Waiting::Alone);
-    queue.Push(Command("1").release());
+    queue.Push(Command("1"));
     EXPECT_TRUE(queue.AwaitNotEmpty(INFINITE));
     queue.DestroyAll();
     EXPECT_TRUE(support::WaitUntil([&queue] { return !queue.AwaitNotEmpty(1); }));

@@ -26,7 +26,7 @@ PortPipe::~PortPipe()
 
 InspectedPort& PortPipe::Make(std::int32_t readSize, std::int32_t writeSize, PortOptions options)
 {
-    port = std::make_unique<InspectedPort>(&transport, 3, 1, name, readSize, writeSize, options);
+    port = std::make_unique<InspectedPort>(&transport, PortAddress{3, 1}, name, readSize, writeSize, options);
     return *port;
 }
 
@@ -41,8 +41,7 @@ void PortPipe::Connect()
 
 void PortPipe::SendToClient(const std::string& payload)
 {
-    port->Send(&transport, reinterpret_cast<const std::uint8_t*>(payload.data()),
-               static_cast<std::uint32_t>(payload.size()));
+    port->Send(&transport, {reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size()});
 }
 
 void PortPipe::CompleteAtOnce()

@@ -100,7 +100,7 @@ TEST_F(PortPipeStopped, SaysSoAndEmptiesItsQueue)
     int destroyed = 0;
     transport.OnSend([&, stopped = port.get()] {
         stopped->BeginStop(1);
-        stopped->Queue().Push(new CountedCommand(destroyed));
+        stopped->Queue().Push(std::make_unique<CountedCommand>(destroyed));
     });
     Connect();
     ASSERT_TRUE(client.Write("last request"));
@@ -117,7 +117,7 @@ TEST_F(PortPipeRecreated, ThrowsTheClientOutAndEmptiesTheQueue)
     Make();
     int destroyed = 0;
     transport.OnSend([&] {
-        port->Queue().Push(new CountedCommand(destroyed));
+        port->Queue().Push(std::make_unique<CountedCommand>(destroyed));
         port->RequestPipeRecreate();
     });
     Connect();

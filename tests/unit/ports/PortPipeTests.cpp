@@ -43,7 +43,7 @@ TEST_F(PortPipe, HandsEachRequestToTheTransportUnderItsAddress)
 
 TEST_F(PortPipe, OnlyTheLowByteOfEachAddressElementGoesToTheTransport)
 {
-    port = std::make_unique<InspectedPort>(&transport, 0x103, 0x205, name, 64, 64);
+    port = std::make_unique<InspectedPort>(&transport, PortAddress{0x103, 0x205}, name, 64, 64);
     port->OnMessage("x");
     ASSERT_EQ(transport.Count(), 1u);
     EXPECT_EQ(transport.TheSent()[0].x, 3);
@@ -93,7 +93,7 @@ TEST_F(PortPipe, WithReadBufferSizeZeroThePipeIsThereButNeverCountsAsConnectedAn
 
 TEST_F(PortPipe, AnEmptyPipeNameEndsTheWorkerAtOnceWithoutATrace)
 {
-    port = std::make_unique<InspectedPort>(&transport, 3, 1, "", 64, 64);
+    port = std::make_unique<InspectedPort>(&transport, PortAddress{3, 1}, "", 64, 64);
     port.reset();
     EXPECT_TRUE(RecordingTrace::Lines().empty());
 }
@@ -138,7 +138,7 @@ TEST_F(PortPipe, ARequestWithoutADeviceConnectionIsDroppedWithAWarning)
 TEST_F(PortPipe, APacketFromASimulationIsDropped)
 {
     Make();
-    port->Send(nullptr, reinterpret_cast<const std::uint8_t*>("x"), 1);
+    port->Send(nullptr, {reinterpret_cast<const std::uint8_t*>("x"), 1});
     EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::Send() ignored simulation packet in non-simulation mode"),
               1u);
 }

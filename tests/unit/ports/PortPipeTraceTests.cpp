@@ -48,7 +48,7 @@ TEST_F(PortPipeTraces, PacketsThatAreDropped)
     transport.ready = false;
     Make();
     SendToClient("nobody is there");
-    port->Send(nullptr, reinterpret_cast<const std::uint8_t*>("x"), 1);
+    port->Send(nullptr, {reinterpret_cast<const std::uint8_t*>("x"), 1});
     port->OnMessage("x");
     EXPECT_TRUE(
         Traced("CCDevicePortPipe::Send() NO device connection, ignore all incoming  request", Router, PipeClass));

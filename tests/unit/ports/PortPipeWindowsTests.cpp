@@ -92,7 +92,7 @@ TEST_F(PortPipeCreation, RestrictedRejectsRemoteClientsAndHasSecurity)
 TEST_F(PortPipeCreation, ControlCharactersAreShownInTracesOnly)
 {
     const std::string odd = name + "\n\x1F";
-    port = std::make_unique<InspectedPort>(&transport, 3, 1, odd, 64, 64);
+    port = std::make_unique<InspectedPort>(&transport, PortAddress{3, 1}, odd, 64, 64);
     ASSERT_TRUE(support::WaitUntil([] { return isCreated.load(); }));
     EXPECT_EQ(created.name, "\\\\.\\pipe\\" + odd);
     EXPECT_TRUE(RecordingTrace::WaitForLine("Started (" + fullName + "\\x0A\\x1F)"));

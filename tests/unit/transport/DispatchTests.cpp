@@ -3,7 +3,8 @@
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
-#include "tests/unit/transport/TestAccess.h"
+#include "tests/unit/transport/ReplyPath.h"
+#include "transport/CCyUSBDriver.h"
 #include "win32/ModulePath.h"
 
 #include <gtest/gtest.h>
@@ -18,9 +19,7 @@ namespace {
 
 using support::Frame;
 using support::RecordingTrace;
-using Access = CCyUSBDriverTestAccess;
 
-// The simulation's command thread stays without a pipe here: nothing but the test calls DispatchToDevice.
 class Dispatch : public testing::Test
 {
 protected:
@@ -30,10 +29,10 @@ protected:
         host.AddPort(3, 2);
         host.AddPort(4, 2);
     }
-    void Feed(const std::string& bytes)
+    void Feed(const std::string& bytes) { path.replies.Dispatch(BytesOf(bytes)); }
+    static std::span<const std::uint8_t> BytesOf(const std::string& bytes)
     {
-        driver.DispatchToDevice(reinterpret_cast<const std::uint8_t*>(bytes.data()),
-                                static_cast<std::uint32_t>(bytes.size()));
+        return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
     }
     std::vector<std::string> Payloads() const
     {
@@ -46,7 +45,7 @@ protected:
     static std::size_t Gaps() { return RecordingTrace::Count("Packet has packet number"); }
 
     FakeHost host;
-    CCyUSBDriver driver{true, host};
+    ReplyPath path{host};
     const bool cleared = (RecordingTrace::Clear(), true);
 };
 
@@ -89,22 +88,22 @@ TEST_F(Dispatch, BytesBeforeTheFirstSyncPairAreDroppedSilently)
 {
     Feed("garbage # and more" + Frame(1, 1, 3, 1, "one"));
     EXPECT_EQ(Payloads(), Strings{"one"});
-    EXPECT_EQ(Access::Buffered(driver), 0u);
+    EXPECT_EQ(path.replies.Buffered(), 0u);
     EXPECT_EQ(RecordingTrace::Count("DispatchToDevice()"), 0u); // the driver's threads have traces of their own
 }
 
 TEST_F(Dispatch, ABlockWithoutASyncPairEmptiesTheReplyBuffer)
 {
     Feed("no pair in here, only # and #");
-    EXPECT_EQ(Access::Buffered(driver), 0u);
+    EXPECT_EQ(path.replies.Buffered(), 0u);
 }
 
 TEST_F(Dispatch, FewerThan15BytesAreNotLookedAtNotEvenACompletePacketWithoutPayload)
 {
     Feed(Frame(7, 2, 3, 1, ""));
-    EXPECT_EQ(Access::Buffered(driver), 14u);
+    EXPECT_EQ(path.replies.Buffered(), 14u);
     Feed("x");
-    EXPECT_EQ(Access::Buffered(driver), 0u); // the packet was consumed, the byte behind it is no packet
+    EXPECT_EQ(path.replies.Buffered(), 0u); // the packet was consumed, the byte behind it is no packet
 }
 
 TEST_F(Dispatch, Numbers1And2And4GiveOneGapLineWith3Expected)
@@ -223,10 +222,14 @@ TEST_F(Dispatch, ALengthFieldThatLiesHoldsTheFollowingPacketsBackUntilItIsFilled
 TEST_F(Dispatch, TheReplyBufferIsKeptWhileTheConnectionIsLost)
 {
     const std::string frame = Frame(1, 1, 3, 1, "hello");
-    Feed(frame.substr(0, 16));
+    CCyUSBDriver driver(true, host); // there is no simulator, so nothing but this test feeds it
+    const auto feed = [&driver](const std::string& part) {
+        driver.DispatchToDevice(BytesOf(part).data(), static_cast<std::uint32_t>(part.size()));
+    };
+    feed(frame.substr(0, 16));
     driver.Reconnect();
     ASSERT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::NotifyState(Not Connected)"));
-    Feed(frame.substr(16));
+    feed(frame.substr(16));
     EXPECT_EQ(Payloads(), Strings{"hello"});
 }
 
@@ -242,9 +245,8 @@ TEST_F(Dispatch, AFullPayloadOf65535BytesIsDelivered)
 
 TEST_F(Dispatch, ABlockThatComesAsTheQuietSecondEndsIsHandledThenAndTraced)
 {
-    Access::EndThreads(driver); // this thread is the reply thread now
-    Access::Receive(driver, Frame(0, 1, 3, 1, "just now"));
-    Access::PassQuietReplySecond(driver);
+    path.replies.ApppendToReplyProcessQueue(BytesOf(Frame(0, 1, 3, 1, "just now")));
+    path.replies.OnQuietSecond();
     EXPECT_EQ(Payloads(), Strings{"just now"});
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::ReplyProcessThread()FORWARD, Number of pending replies: 1"),
               1u);
@@ -262,9 +264,14 @@ TEST_F(Dispatch, AStopDoesNotWaitForTheQuietSecondToEnd)
 
 TEST_F(Dispatch, NoDataOrNoLengthIsIgnored)
 {
+    CCyUSBDriver driver(true, host);
     driver.DispatchToDevice(nullptr, 20);
     driver.DispatchToDevice(reinterpret_cast<const std::uint8_t*>("x"), 0);
-    EXPECT_EQ(Access::Buffered(driver), 0u);
+    const std::string frame = Frame(1, 1, 3, 1, "x");
+    driver.DispatchToDevice(BytesOf(frame).data(), static_cast<std::uint32_t>(frame.size()));
+    EXPECT_EQ(Payloads(), Strings{"x"});
+    path.replies.Dispatch({});
+    EXPECT_EQ(path.replies.Buffered(), 0u);
 }
 
 TEST_F(Dispatch, AnyBytesInAnyCutAreSurvivedAndAGoodPacketAfterThemIsStillFound)

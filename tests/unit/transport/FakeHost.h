@@ -1,4 +1,4 @@
-// A module that records what the transport asks of it.
+// A host that records what the transport asks of it.
 #pragma once
 
 #include "transport/TransportHost.h"
@@ -8,12 +8,12 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <span>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
-class FakeHost : public ITransportHost
+class FakeHost : public IPortDirectory, public IProducts, public IHostWatch, public IDeviceNames
 {
 public:
     struct Delivery
@@ -23,35 +23,36 @@ public:
         std::string payload;
     };
 
-    bool SendToPort(std::int32_t deviceType, std::int32_t port, CCommunicationDriver*, const std::uint8_t* data,
-                    std::uint32_t length) override
+    operator TransportHost() { return {*this, *this, *this, *this}; }
+
+    bool SendToPort(PortAddress address, CCommunicationDriver*, std::span<const std::uint8_t> payload) override
     {
-        if (port == throwsForPort) {
+        if (address.port == throwsForPort) {
             throw std::runtime_error("thrown by the test");
         }
         const std::lock_guard guard(m_lock);
-        if (!m_ports.contains({deviceType, port})) {
+        if (!m_ports.contains(address)) {
             return false;
         }
-        if (length != 0) {
-            m_deliveries.push_back({deviceType, port, std::string(reinterpret_cast<const char*>(data), length)});
+        if (!payload.empty()) {
+            m_deliveries.push_back(
+                {address.deviceType, address.port, std::string(payload.begin(), payload.end())});
         }
         return true;
     }
-    void SendToPorts(std::uint32_t port, CCommunicationDriver*, const std::uint8_t* data,
-                     std::uint32_t length) override
+    void SendToPorts(std::int32_t port, CCommunicationDriver*, std::span<const std::uint8_t> payload) override
     {
         const std::lock_guard guard(m_lock);
-        for (const auto& [type, number] : m_ports) {
-            if (number == static_cast<std::int32_t>(port)) {
-                m_deliveries.push_back({type, number, std::string(reinterpret_cast<const char*>(data), length)});
+        for (const PortAddress address : m_ports) {
+            if (address.port == port) {
+                m_deliveries.push_back({address.deviceType, port, std::string(payload.begin(), payload.end())});
             }
         }
     }
-    void PacketCompleted(std::int32_t deviceType, std::int32_t port) override
+    void PacketCompleted(PortAddress address) override
     {
         const std::lock_guard guard(m_lock);
-        m_completions.emplace_back(deviceType, port);
+        m_completions.push_back(address);
     }
     void SignalAllPorts() override
     {
@@ -61,29 +62,29 @@ public:
             throw std::runtime_error("thrown by the test");
         }
     }
-    bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) override
+    bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const override
     {
         if (productId == throwsForProduct) {
             throw std::runtime_error("thrown by the test");
         }
         return vendorId == 0x1E4F && (productId == 0x0100 || productId == 0x0500);
     }
-    std::int32_t GetBootloaderVersion(std::uint16_t) override { return 2; }
-    void RegisterDeviceName(const std::wstring& name, std::int32_t device, std::uint32_t) override
+    std::int32_t GetBootloaderVersion(std::uint16_t) const override { return 2; }
+    void RegisterDeviceName(const std::wstring& name, std::int32_t device) override
     {
         const std::lock_guard guard(m_lock);
         m_names.emplace(device, name);
     }
-    std::uint32_t FindProcess(const std::wstring& name) override
+    std::uint32_t FindProcess(const std::wstring& name) const override
     {
         const std::lock_guard guard(m_lock);
         m_asked.push_back(name);
         return m_processes.contains(name) ? 1 : 0;
     }
-    std::wstring GetFirstHostName() override { return L"First.exe"; }
-    std::wstring GetSecondHostName() override { return L"Second.exe"; }
+    std::wstring GetFirstHostName() const override { return L"First.exe"; }
+    std::wstring GetSecondHostName() const override { return L"Second.exe"; }
     /// Asked once in every quiet second, before anything else is done in it.
-    bool IsStandalone() override
+    bool IsStandalone() const override
     {
         quietSeconds.Wait(20'000);
         return standalone;
@@ -93,7 +94,7 @@ public:
     void AddPort(std::int32_t deviceType, std::int32_t port)
     {
         const std::lock_guard guard(m_lock);
-        m_ports.emplace(deviceType, port);
+        m_ports.insert({deviceType, port});
     }
     void SetRunning(const std::wstring& name, bool running)
     {
@@ -109,7 +110,7 @@ public:
         const std::lock_guard guard(m_lock);
         return m_deliveries;
     }
-    std::vector<std::pair<std::int32_t, std::int32_t>> Completions() const
+    std::vector<PortAddress> Completions() const
     {
         const std::lock_guard guard(m_lock);
         return m_completions;
@@ -138,10 +139,10 @@ public:
 
 private:
     mutable std::mutex m_lock;
-    std::set<std::pair<std::int32_t, std::int32_t>> m_ports;
+    std::set<PortAddress> m_ports;
     std::vector<Delivery> m_deliveries;
-    std::vector<std::pair<std::int32_t, std::int32_t>> m_completions;
+    std::vector<PortAddress> m_completions;
     std::map<std::int32_t, std::wstring> m_names;
     std::set<std::wstring> m_processes;
-    std::vector<std::wstring> m_asked;
+    mutable std::vector<std::wstring> m_asked;
 };

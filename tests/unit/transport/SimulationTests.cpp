@@ -3,7 +3,9 @@
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
 #include "tests/unit/transport/Hooks.h"
-#include "tests/unit/transport/TestAccess.h"
+#include "tests/unit/transport/OpenDriver.h"
+#include "tests/unit/transport/ReplyPath.h"
+#include "transport/ReadThreads.h"
 #include "win32/OverlappedOperation.h"
 #include "win32/Thread.h"
 
@@ -19,7 +21,6 @@ namespace {
 
 using support::Frame;
 using support::RecordingTrace;
-using Access = CCyUSBDriverTestAccess;
 
 /// Serves the simulator's pipe in byte mode, in this process. The name is the product's own, so only one test program
 /// may do this at a time on one machine; under Wine each has a machine of its own.
@@ -141,7 +142,7 @@ protected:
 
     FakeHost host;
     std::optional<Simulator> simulator;
-    std::optional<CCyUSBDriver> driver;
+    std::optional<OpenDriver> driver;
 };
 
 /// Windows promises no event for reads and writes that are done at once, so here they have none.
@@ -215,7 +216,7 @@ TEST_F(Simulation, CarriesPacketsBothWaysAndTellsThePortThatTheWriteBegan)
     ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
     EXPECT_EQ(host.Deliveries()[0].payload, "reply");
     const auto completions = host.Completions();
-    EXPECT_EQ(std::ranges::count(completions, std::pair<std::int32_t, std::int32_t>(3, 1)), 1);
+    EXPECT_EQ(std::ranges::count(completions, PortAddress{3, 1}), 1);
 }
 
 TEST_F(Simulation, AnIdlePacketIsWrittenAfterEachQuietSecond)
@@ -232,7 +233,7 @@ TEST_F(Simulation, TheWriteTraceShows65535WhileTheCounterGrowsByTheRealCount)
     Send("12345");
     ASSERT_TRUE(RecordingTrace::WaitForLine("SimulationCommandProcessThread overlapped write 65535 bytes"));
     // 14 bytes for each packet written, which may be more than this one: see ReadRequest.
-    const auto written = [&] { return 14u * Access::NextNumber(*driver) + 5u; };
+    const auto written = [&] { return 14u * driver->m_outgoing.NextNumber() + 5u; };
     EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == written(); }));
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "1234567")));
     EXPECT_TRUE(support::WaitUntil([&] { return driver->GetTransferredBytes() - before == written() + 21; }));
@@ -313,11 +314,11 @@ TEST_F(Simulation, StoppingWithWritesAndReadsUnderWayEndsAllThreads)
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationCommandProcessThread() ended"), 1u);
 }
 
-TEST_F(Simulation, AQueueThatIsSetLateOverNothingIsSettled)
+TEST_F(Simulation, AQueueThatIsSetLateOverNothingIsReset)
 {
     StartBoth();
-    Access::SetNotEmptyLate(*driver);
-    EXPECT_TRUE(support::WaitUntil([&] { return !Access::IsNotEmptySet(*driver); }));
+    driver->SetNotEmptyLate();
+    EXPECT_TRUE(support::WaitUntil([&] { return !driver->IsNotEmptySet(); }));
     EXPECT_EQ(RecordingTrace::Count("Command queue not empty"), 0u);
 }
 
@@ -336,42 +337,57 @@ TEST_F(Simulation, TheQuietTraceNamesPendingWriteInTheSingular)
     EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::ReplyProcessThread()IDLE"));
 }
 
-TEST_F(Simulation, TheReadThreadOverAPipeReadsUntilItIsStopped)
+/// The second way of reading a pipe: by a thread of its own.
+class PipeReadThread : public SimulationAtOnce
 {
-    // The driver stays without a simulator of its own: the pipe is lent to its second way of reading.
-    driver.emplace(true, host);
-    simulator.emplace();
-    win32::FileHandle end(::CreateFileA("\\\\.\\pipe\\UsbPipeSimulator", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                        OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-    ASSERT_TRUE(end);
+protected:
+    PipeReadThread()
+    {
+        simulator.emplace();
+        pipe.Reset(::CreateFileA(R"(\\.\pipe\UsbPipeSimulator)", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                 OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+        EXPECT_TRUE(replies.Start([this] { path.replies.ReplyProcessThread(); }));
+    }
+    ~PipeReadThread() override
+    {
+        path.connection.m_hStop.Set();
+        path.replies.Interrupt();
+    }
+    void Read(HANDLE from) { ReadThreads::SimulationReadWaitThread(path.connection, path.replies, from); }
+
+    win32::FileHandle pipe;
+    ReplyPath path{host};
+    win32::Thread replies;
     win32::Thread reader;
-    reader.Start([&] { Access::ReadPipe(*driver, end.Get()); });
+};
+
+TEST_F(PipeReadThread, ReadsUntilItIsStopped)
+{
+    ASSERT_TRUE(reader.Start([this] { Read(pipe.Get()); }));
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "read by the thread")));
     ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 1; }));
-    Access::StopRead(*driver);
+    path.connection.m_hStopRead.Set();
     reader.Join();
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 1u);
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() ended"), 1u);
-    Access::ReadPipe(*driver, INVALID_HANDLE_VALUE); // ends at once
-    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 1u);
 }
 
-TEST_F(SimulationAtOnce, AReadThreadOverAPipeHasTheEndOfItsReads)
+TEST_F(PipeReadThread, WithoutAPipeEndsAtOnce)
 {
-    driver.emplace(true, host);
-    simulator.emplace();
-    win32::FileHandle end(::CreateFileA("\\\\.\\pipe\\UsbPipeSimulator", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                        OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-    ASSERT_TRUE(end);
+    Read(INVALID_HANDLE_VALUE);
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 0u);
+}
+
+TEST_F(PipeReadThread, HasTheEndOfReadsThatAreDoneAtOnce)
+{
     hooks::atOnceWithoutEvent = true;
-    win32::Thread reader;
-    ASSERT_TRUE(reader.Start([&] { Access::ReadPipe(*driver, end.Get()); }));
+    ASSERT_TRUE(reader.Start([this] { Read(pipe.Get()); }));
     for (std::size_t round = 1; round <= 3; ++round) {
         ASSERT_TRUE(simulator->Write(Frame(static_cast<std::uint8_t>(round), 1, 3, 1, "reply")));
         EXPECT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
     }
     hooks::atOnceWithoutEvent = false;
-    Access::StopRead(*driver);
+    path.connection.m_hStopRead.Set();
     reader.Join();
 }
 

@@ -3,7 +3,7 @@
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
 #include "tests/unit/transport/Hooks.h"
-#include "tests/unit/transport/TestAccess.h"
+#include "transport/CCyUSBDriver.h"
 #include "win32/Thread.h"
 
 #include <gtest/gtest.h>
@@ -13,34 +13,30 @@
 namespace {
 
 using support::RecordingTrace;
-using Access = CCyUSBDriverTestAccess;
 
-// Reconnect was not called: the driver counts as connected, and without its threads it writes nothing.
+// The connection counts as open until somebody says otherwise.
 class Submit : public testing::Test
 {
 protected:
-    Submit()
-    {
-        Access::EndThreads(driver);
-        RecordingTrace::Clear();
-    }
-    std::unique_ptr<CSerialPortCommand> Next() { return Access::PopQueued(driver); }
+    Submit() { RecordingTrace::Clear(); }
+    std::unique_ptr<CSerialPortCommand> Next() { return outgoing.Queue().Pop(); }
+    std::int32_t Queued() { return outgoing.Queue().GetCount(); }
     void Send(std::uint8_t x, std::uint8_t y, const std::string& payload)
     {
-        driver.Send(x, y, reinterpret_cast<const std::uint8_t*>(payload.data()),
-                    static_cast<std::uint32_t>(payload.size()));
+        outgoing.Send(x, y, {reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size()});
     }
 
     FakeHost host;
-    CCyUSBDriver driver{true, host};
+    Connection connection{host};
+    Outgoing outgoing{connection};
 };
 
 TEST_F(Submit, WhileDisconnectedASendIsDroppedWithTheTraceAndQueuesNothing)
 {
-    driver.Reconnect();
+    connection.m_hDisconnected.Set();
     Send(3, 1, "lost");
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::Submit() No connection, ignore all incomcing  requests"), 1u);
-    EXPECT_EQ(Access::Queued(driver), 0);
+    EXPECT_EQ(Queued(), 0);
 }
 
 TEST_F(Submit, After255PacketsTheNextNumberIs0)
@@ -55,7 +51,7 @@ TEST_F(Submit, After255PacketsTheNextNumberIs0)
 
 TEST_F(Submit, ASendOfLength0MakesA14ByteFrameWithChecksum0)
 {
-    driver.Send(3, 1, nullptr, 0);
+    outgoing.Send(3, 1, {});
     const auto packet = Next();
     ASSERT_TRUE(packet);
     EXPECT_EQ(packet->GetLength(), 14);
@@ -75,7 +71,7 @@ TEST_F(Submit, FramesThePayloadWithTypeAddressLengthAndChecksum)
 
 TEST_F(Submit, TheIdlePacketIsOfType238ToAddress238WithoutPayload)
 {
-    Access::SubmitIdle(driver);
+    outgoing.SendIdlePacket();
     const auto packet = Next();
     ASSERT_TRUE(packet);
     EXPECT_EQ(packet->GetLength(), 14);
@@ -84,12 +80,25 @@ TEST_F(Submit, TheIdlePacketIsOfType238ToAddress238WithoutPayload)
     EXPECT_EQ(packet->GetByteAt(7), 238);
 }
 
+TEST_F(Submit, APacketHasTheAddressOfItsFrame)
+{
+    const auto addressAfter = [this](std::int32_t x, std::int32_t y) {
+        // As a port does with its own address.
+        Send(static_cast<std::uint8_t>(x & 0xFF), static_cast<std::uint8_t>(y & 0xFF), "x");
+        return Next()->Address();
+    };
+    EXPECT_EQ(addressAfter(3, 1), (PortAddress{3, 1}));
+    EXPECT_EQ(addressAfter(259, 1), (PortAddress{3, 1})) << "only the low byte is on the wire";
+    EXPECT_EQ(addressAfter(255, 2), (PortAddress{-1, 2}));
+    EXPECT_EQ(addressAfter(-1, 254), (PortAddress{-1, 254}));
+}
+
 TEST_F(Submit, TheQueueLimitIsDormant)
 {
     for (int packet = 0; packet < 600; ++packet) {
         Send(3, 1, "x");
     }
-    EXPECT_EQ(Access::Queued(driver), 600);
+    EXPECT_EQ(Queued(), 600);
     EXPECT_EQ(RecordingTrace::Count("Maximum queue size reached"), 0u);
 }
 
@@ -115,19 +124,19 @@ TEST_F(Submit, SeveralPortsAtOnceGetNumbersInTheOrderOfTheQueue)
 
 TEST_F(Submit, TheDownloaderNamesItsTwoTraceChannelsWhenTheTransportIsBuilt)
 {
+    const CCyUSBDriver driver(true, host);
     const std::map<std::int32_t, std::wstring> expected{{0, L"_FirmwareDownload"}, {-1, L"_FirmwareDebug"}};
     EXPECT_EQ(host.Names(), expected);
 }
 
-TEST_F(Submit, ThePacketsLeftAtTheEndGoWithTheDriver)
+TEST_F(Submit, PacketsThatAreLeftAreDestroyed)
 {
     const auto leave = [this](int packets) {
-        CCyUSBDriver other(true, host);
-        Access::EndThreads(other);
+        Outgoing other(connection);
         for (int packet = 0; packet < packets; ++packet) {
-            other.Send(3, 1, reinterpret_cast<const std::uint8_t*>("left over"), 9);
+            other.Send(3, 1, {reinterpret_cast<const std::uint8_t*>("left over"), 9});
         }
-        EXPECT_EQ(Access::Queued(other), packets);
+        EXPECT_EQ(other.Queue().GetCount(), packets);
         RecordingTrace::Clear();
     };
     leave(1); // what the first use of anything leaves behind

@@ -95,7 +95,7 @@ TEST_F(UsbConnect, WithoutADeviceTheTransportStaysNotConnectedAndDropsWhatIsSent
     EXPECT_EQ(RecordingTrace::Count("Query USB device"), 0u);
     Send("lost");
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::Submit() No connection, ignore all incomcing  requests"), 1u);
-    EXPECT_EQ(Access::Queued(*driver), 0);
+    EXPECT_EQ(driver->Queued(), 0);
 }
 
 TEST_F(UsbConnect, BeforeTheFirstReconnectNothingIsLookedFor)
@@ -310,7 +310,7 @@ TEST_F(UsbConnect, ALaterReadThatFailsIsFollowedByTheNextProcedureAtOnce)
     Start();
     ASSERT_TRUE(RecordingTrace::WaitForLine("Reply-receive failed("));
     ASSERT_NO_FATAL_FAILURE(AwaitLoss());
-    EXPECT_FALSE(Access::FirstReadFailed(*driver));
+    EXPECT_FALSE(driver->m_connection.m_bFirstReadFailed);
 }
 
 TEST_F(UsbConnect, AReadThreadThatCannotStartIsTracedAndTriedAgain)
@@ -339,9 +339,21 @@ TEST_F(UsbConnect, AnExceptionInTheCommandThreadIsTracedAndANewConnectionMade)
 
 TEST_F(UsbConnect, TheCommandThreadRunsAboveAndTheReplyThreadAtNormalPriority)
 {
-    Start();
-    EXPECT_EQ(Access::CommandThreadPriority(*driver), THREAD_PRIORITY_ABOVE_NORMAL);
-    EXPECT_EQ(Access::ReplyThreadPriority(*driver), THREAD_PRIORITY_NORMAL);
+    std::atomic<int> command{-100};
+    std::atomic<int> reply{-100};
+    onLine = [&](const std::string& line) {
+        if (line == "CCyUSBDriver::NotifyState(Connected)") {
+            command = ::GetThreadPriority(::GetCurrentThread());
+        } else if (line.find("no valid destination") != std::string::npos) {
+            reply = ::GetThreadPriority(::GetCurrentThread());
+        }
+    };
+    Connect();
+    Feed(Frame(1, 1, 9, 9, "x"));
+    ASSERT_TRUE(RecordingTrace::WaitForLine("no valid destination"));
+    EXPECT_TRUE(support::WaitUntil([&] { return reply != -100; }));
+    EXPECT_EQ(command, THREAD_PRIORITY_ABOVE_NORMAL);
+    EXPECT_EQ(reply, THREAD_PRIORITY_NORMAL);
 }
 
 TEST_F(UsbConnect, WithoutABulkOutEndpointThereIsNoConnection)

@@ -36,7 +36,7 @@ void UsbTransport::Start()
     // On the command thread, in every connect procedure: no packet is submitted there before the numbering begins.
     RecordingTrace::OnLine([this](const std::string& line) {
         if (line == "CCyUSBDriver::NotifyState(Not Connected)") {
-            Access::SetNextNumber(*m_started, NotBegun);
+            m_started->m_outgoing.SetNextNumber(NotBegun);
             ++m_procedures;
         }
         if (onLine) {
@@ -57,7 +57,7 @@ void UsbTransport::Connect(const instrumentbus::Description& description)
 void UsbTransport::AwaitConnection(std::uint32_t slot)
 {
     ASSERT_NO_FATAL_FAILURE(AwaitLoss());
-    ASSERT_TRUE(support::WaitUntil([&] { return Access::NextNumber(*driver) != NotBegun; }));
+    ASSERT_TRUE(support::WaitUntil([&] { return driver->m_outgoing.NextNumber() != NotBegun; }));
     ASSERT_TRUE(bus.WaitFor(slot, In, [](const Counters& c) { return c.pending == 1; }));
     m_proceduresBefore = m_procedures;
     m_connection = bus.Count(slot).opens;

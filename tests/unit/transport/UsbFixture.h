@@ -6,7 +6,7 @@
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
-#include "tests/unit/transport/TestAccess.h"
+#include "tests/unit/transport/OpenDriver.h"
 #include "trace/Trace.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,6 @@ using instrumentbus::InstrumentWith;
 using instrumentbus::Rule;
 using support::Frame;
 using support::RecordingTrace;
-using Access = CCyUSBDriverTestAccess;
 
 inline constexpr std::uint8_t Out = 0x02;
 inline constexpr std::uint8_t In = 0x86;
@@ -90,11 +89,11 @@ protected:
 
     instrumentbus::InstrumentControl bus;
     FakeHost host;
-    std::optional<CCyUSBDriver> driver;
+    std::optional<OpenDriver> driver;
 
 private:
     /// What the command thread may touch until it has ended: `driver` is empty as soon as its destruction begins.
-    CCyUSBDriver* m_started = nullptr;
+    OpenDriver* m_started = nullptr;
     std::atomic<int> m_procedures{0}; // connect procedures begun; counted on the command thread
     int m_proceduresBefore = 0;       // those up to the present connection's
     std::uint32_t m_connection = 0;   // the instrument's count of opens at the present connection

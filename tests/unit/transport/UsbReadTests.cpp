@@ -15,7 +15,7 @@ TEST_F(UsbRead, APacketIsDeliveredAndCountedAndTheNextReadIsPendingAtOnce)
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::ApppendToReplyProcessQueue() 19 bytes"), 1u);
     EXPECT_TRUE(bus.WaitFor(0, In, [&](const Counters& c) { return c.pending == 1 && c.begun == begun + 1; }));
     EXPECT_TRUE(support::WaitUntil(
-        [&] { return driver->GetTransferredBytes() == 19u + 14u * Access::NextNumber(*driver); }));
+        [&] { return driver->GetTransferredBytes() == 19u + 14u * driver->m_outgoing.NextNumber(); }));
 }
 
 TEST_F(UsbRead, APacketSplitOverSeveralReadsIsDeliveredOnceAfterTheLast)

@@ -47,7 +47,7 @@ TEST_F(UsbStuckWrite, IsAbortedWhenAnotherPacketWaitsWhichThenGoesOut)
     }));
     // Only what was written counts.
     EXPECT_TRUE(support::WaitUntil(
-        [&] { return driver->GetTransferredBytes() == 14u * (Access::NextNumber(*driver) - 1u) + 4u; }));
+        [&] { return driver->GetTransferredBytes() == 14u * (driver->m_outgoing.NextNumber() - 1u) + 4u; }));
     EXPECT_TRUE(driver->IsConnected());
 }
 
@@ -56,8 +56,8 @@ TEST_F(UsbStuckWrite, IsLeftAloneWhenTheQueueIsOnlySetLate)
     Connect();
     ASSERT_NO_FATAL_FAILURE(SendStuck("slow"));
     for (int i = 0; i < 10; ++i) {
-        Access::SetNotEmptyLate(*driver);
-        ASSERT_TRUE(support::WaitUntil([&] { return !Access::IsNotEmptySet(*driver); }));
+        driver->SetNotEmptyLate();
+        ASSERT_TRUE(support::WaitUntil([&] { return !driver->IsNotEmptySet(); }));
     }
     EXPECT_EQ(RecordingTrace::Count("Command queue not empty"), 0u);
     EXPECT_EQ(Aborts(), 0u);
@@ -127,9 +127,9 @@ TEST_F(UsbStuckWrite, RaisesTheTimerResolutionForABurstAndNotPerPacket)
     EXPECT_GE(first, before + 1);
     EXPECT_LE(first, before + 4) << "once, but for quiet seconds on a machine that is busy";
     // A quiet second ends it, and sends an idle packet then.
-    const std::uint8_t number = Access::NextNumber(*driver);
+    const std::uint8_t number = driver->m_outgoing.NextNumber();
     bus.Release(0);
-    ASSERT_TRUE(support::WaitUntil([&] { return Access::NextNumber(*driver) != number; }));
+    ASSERT_TRUE(support::WaitUntil([&] { return driver->m_outgoing.NextNumber() != number; }));
     bus.SetRule(For(Out, Action::Hold));
     ASSERT_TRUE(burst(20));
     EXPECT_GT(hooks::throttlingCleared, first);

@@ -41,7 +41,7 @@ TEST_F(UsbUnplug, WhileIdleIsNoticedByThePendingReadAndPortsAreServedAgainAfterw
     EXPECT_GE(host.signals, signals + 2) << "at the failure and in the connect procedure";
     Send("lost");
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::Submit() No connection, ignore all incomcing  requests"), 1u);
-    EXPECT_EQ(Access::Queued(*driver), 0);
+    EXPECT_EQ(driver->Queued(), 0);
     PlugAndSeeItServed();
 }
 
@@ -65,7 +65,7 @@ TEST_F(UsbUnplug, WithPacketsQueuedKeepsThemForTheNextConnectionUnderTheirOldNum
         Send(std::to_string(packet));
     }
     ASSERT_NO_FATAL_FAILURE(Lose());
-    const std::int32_t left = Access::Queued(*driver);
+    const std::int32_t left = driver->Queued();
     ASSERT_GT(left, 0);
     bus.Release(0);
     bus.Plug(0, Instrument());

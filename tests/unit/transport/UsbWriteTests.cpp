@@ -17,9 +17,9 @@ TEST_F(UsbWrite, APacketGoesOutFramedIsCountedAndItsPortIsToldThatTheWriteBegan)
     ASSERT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::USBCommandProcessThread overlapped write 19 bytes"));
     // 14 bytes for each packet written, idle packets too.
     EXPECT_TRUE(support::WaitUntil(
-        [&] { return driver->GetTransferredBytes() == 14u * Access::NextNumber(*driver) + 5u; }));
+        [&] { return driver->GetTransferredBytes() == 14u * driver->m_outgoing.NextNumber() + 5u; }));
     const auto completions = host.Completions();
-    EXPECT_EQ(std::ranges::count(completions, std::pair<std::int32_t, std::int32_t>(3, 1)), 1);
+    EXPECT_EQ(std::ranges::count(completions, PortAddress{3, 1}), 1);
 }
 
 TEST_F(UsbWrite, AnAddressOf255IsToldAsMinus1)
@@ -29,7 +29,7 @@ TEST_F(UsbWrite, AnAddressOf255IsToldAsMinus1)
     driver->Send(255, 255, &byte, 1);
     const auto told = [&] {
         const auto completions = host.Completions();
-        return std::ranges::count(completions, std::pair<std::int32_t, std::int32_t>(-1, -1)) == 1;
+        return std::ranges::count(completions, PortAddress{-1, -1}) == 1;
     };
     EXPECT_TRUE(support::WaitUntil(told));
 }
@@ -109,8 +109,8 @@ TEST_F(UsbWrite, AWriteThatTheInstrumentTakesOnlyAPartOfIsCountedByThatPart)
     bus.SetRule(rule);
     Send("longer than ten");
     ASSERT_TRUE(RecordingTrace::WaitForLine("overlapped write 10 bytes"));
-    EXPECT_TRUE(
-        support::WaitUntil([&] { return driver->GetTransferredBytes() == 10u * Access::NextNumber(*driver); }));
+    EXPECT_TRUE(support::WaitUntil(
+        [&] { return driver->GetTransferredBytes() == 10u * driver->m_outgoing.NextNumber(); }));
 }
 
 } // namespace usbtransport

@@ -169,65 +169,6 @@ TEST_F(OverlappedOperationTest, AnEventThatWasSignalledByHandOrByACancellationIs
     EXPECT_FALSE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
 }
 
-TEST_F(OverlappedOperationTest, IsAwaitedFromItsStartUntilItIsSettled)
-{
-    OpenClient();
-    OverlappedOperation read;
-    EXPECT_FALSE(read.IsAwaited());
-    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
-    EXPECT_TRUE(read.IsRunning());
-    read.Settle();
-    EXPECT_TRUE(read.IsAwaited()) << "its completion is still to come";
-    ClientSays("text");
-    ASSERT_TRUE(WaitFor(read.EventHandle()));
-    EXPECT_FALSE(read.IsRunning());
-    EXPECT_TRUE(read.IsAwaited());
-    ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
-    EXPECT_TRUE(read.IsAwaited()) << "until somebody says that it is through";
-    read.Settle();
-    EXPECT_FALSE(read.IsAwaited());
-}
-
-TEST_F(OverlappedOperationTest, TheNextStartResetsAnEventThatWasOnlySettled)
-{
-    OpenClient();
-    OverlappedOperation read;
-    for (int round = 0; round < 3; ++round) {
-        ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
-        EXPECT_FALSE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
-        ClientSays("text");
-        ASSERT_TRUE(WaitFor(read.EventHandle()));
-        read.Settle();
-        ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
-        EXPECT_TRUE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
-    }
-}
-
-TEST_F(OverlappedOperationTest, SettlingTakesASignalByHandBackFromWhatStillRuns)
-{
-    OpenClient();
-    OverlappedOperation read;
-    ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
-    read.SignalEvent();
-    ASSERT_TRUE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
-    read.Settle();
-    EXPECT_TRUE(read.IsAwaited());
-    EXPECT_FALSE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
-}
-
-TEST_F(OverlappedOperationTest, ARefusedStartIsAwaitedOnlyWhenItIsSignalledByHand)
-{
-    OpenClient();
-    m_client.Reset();
-    OverlappedOperation read;
-    EXPECT_FALSE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
-    EXPECT_FALSE(read.IsAwaited());
-    read.SignalEvent();
-    EXPECT_TRUE(read.IsAwaited());
-    read.Settle();
-    EXPECT_FALSE(read.IsAwaited());
-}
-
 TEST_F(OverlappedOperationTest, ARefusedStartIsReportedByFinishWithoutAnEvent)
 {
     OpenClient();

@@ -1,5 +1,4 @@
-#include "host/FindProcess.h"
-
+#include "host/HostWatch.h"
 #include "win32/ModulePath.h"
 #include "win32/Windows.h"
 
@@ -12,6 +11,12 @@ std::wstring OwnName()
 {
     const std::wstring path = win32::ModulePath().value();
     return path.substr(win32::FolderOf(path).size());
+}
+
+std::uint32_t FindProcess(const std::wstring& name)
+{
+    QuitRequest quit(::GetCurrentThreadId());
+    return HostWatch(quit).FindProcess(name);
 }
 
 TEST(FindProcess, FindsARunningProgramByItsExactName)

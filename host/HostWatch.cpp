@@ -1,10 +1,15 @@
-#include "host/FindProcess.h"
+#include "host/HostWatch.h"
 
 #include "win32/Handle.h"
 
 #include <tlhelp32.h>
 
-std::uint32_t FindProcess(const std::wstring& name) noexcept
+void HostWatch::DecideMode()
+{
+    m_standalone = FindProcess(GetFirstHostName()) == 0 && FindProcess(GetSecondHostName()) == 0;
+}
+
+std::uint32_t HostWatch::FindProcess(const std::wstring& name) const
 {
     const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) {

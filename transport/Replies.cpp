@@ -1,19 +1,19 @@
-// From a completed read to the ports: the reply queue, the reply thread, and the sorting of packets.
-//
-// ApppendToReplyProcessQueue runs on the thread that reads; everything else here on the reply thread, which alone
-// touches the reply buffer.
+#include "transport/Replies.h"
+
 #include "trace/Trace.h"
-#include "transport/CCyUSBDriver.h"
 #include "transport/SkippedPacketLog.h"
 
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
+#include <utility>
 
 namespace {
 
-constexpr DWORD QuietTime = 1000; // ms
-constexpr std::int32_t BroadcastPort = 2;
+constexpr DWORD QuietTimeMs = 1000;
+constexpr PortAddress FirmwareAddress{0, 0};
+constexpr PortAddress BroadcastAddress{-1, 2}; // all ports numbered 2
 
 /// Takes a packet from the front of the reply buffer when it goes, also when handling the packet throws: left there it
 /// would be met, and throw, again and again, with everything behind it waiting.
@@ -32,53 +32,52 @@ private:
 
 } // namespace
 
-void CCyUSBDriver::ApppendToReplyProcessQueue(const std::uint8_t* data, std::uint32_t length)
+void Replies::ApppendToReplyProcessQueue(std::span<const std::uint8_t> bytes) noexcept
 {
     Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::ApppendToReplyProcessQueue() %d bytes",
-          static_cast<int>(length));
-    if (data == nullptr || length < 1) {
+          static_cast<int>(bytes.size()));
+    if (bytes.empty()) {
         return;
     }
     try {
-        auto block = std::make_unique<CSerialPortCommand>(data, static_cast<std::int32_t>(length), true, false);
-        m_ReplyQueue.Push(block.get());
-        block.release();
+        m_ReplyQueue.Push(std::make_unique<CSerialPortCommand>(
+            bytes.data(), static_cast<std::int32_t>(bytes.size()), true, false));
     } catch (const std::bad_alloc&) {
         // Without memory the block is lost; the numbering check reports the gap.
     }
 }
 
-CCyUSBDriver::ReplySlot CCyUSBDriver::AwaitReply()
+Replies::Slot Replies::Await()
 {
-    const bool inTime = m_ReplyQueue.AwaitNotEmpty(QuietTime);
-    if (m_hStop.IsSet()) {
-        return ReplySlot::Stop;
+    const bool inTime = m_ReplyQueue.AwaitNotEmpty(QuietTimeMs);
+    if (m_connection.m_hStop.IsSet()) {
+        return Slot::Stop;
     }
     if (!inTime) {
-        return ReplySlot::TimedOut;
+        return Slot::TimedOut;
     }
-    return m_ReplyQueue.GetCount() > 0 ? ReplySlot::BlockQueued : ReplySlot::Nothing;
+    return m_ReplyQueue.GetCount() > 0 ? Slot::BlockQueued : Slot::Nothing;
 }
 
-void CCyUSBDriver::ReplyProcessThread()
+void Replies::ReplyProcessThread()
 {
     bool running = true;
     while (running) {
-        switch (AwaitReply()) {
-        case ReplySlot::Stop:
+        switch (Await()) {
+        case Slot::Stop:
             m_ReplyQueue.DestroyAll();
             running = false;
             break;
-        case ReplySlot::BlockQueued: HandleReplyBlock(); break;
-        case ReplySlot::TimedOut: OnQuietReplySecond(); break;
-        case ReplySlot::Nothing: break;
+        case Slot::BlockQueued: HandleBlock(); break;
+        case Slot::TimedOut: OnQuietSecond(); break;
+        case Slot::Nothing: break;
         }
         ::Sleep(0);
-        running = running && !m_bTerminate;
+        running = running && !m_connection.m_bTerminate;
     }
 }
 
-void CCyUSBDriver::OnQuietReplySecond()
+void Replies::OnQuietSecond()
 {
     const std::int32_t pending = m_ReplyQueue.GetCount();
     if (pending == 0) {
@@ -87,37 +86,34 @@ void CCyUSBDriver::OnQuietReplySecond()
     }
     Trace(trace::RouterChannel, trace::Usb,
           "CCyUSBDriver::ReplyProcessThread()FORWARD, Number of pending replies: %d", pending);
-    HandleReplyBlock();
+    HandleBlock();
 }
 
-void CCyUSBDriver::HandleReplyBlock()
+void Replies::HandleBlock()
 {
     try {
-        const std::unique_ptr<CSerialPortCommand> block(m_ReplyQueue.Pop());
+        const std::unique_ptr<CSerialPortCommand> block = m_ReplyQueue.Pop();
         if (!block) {
             return;
         }
-        const auto length = static_cast<std::uint32_t>(block->GetLength());
-        std::string dump;
-        if (DumpPacket(trace::RouterChannel, trace::ReadWrite, block->GetData(), length, false, dump) &&
+        if (const std::string dump = PacketDump(trace::RouterChannel, trace::ReadWrite, block->Bytes());
             !dump.empty())
         {
             Trace(trace::RouterChannel, trace::ReadWrite, "PCR<-USB[%d] %s", block->GetLength(), dump.c_str());
         }
-        CCommunicationDriver& self = *this;
-        self.DispatchToDevice(block->GetData(), length);
+        m_driver.DispatchToDevice(block->GetData(), static_cast<std::uint32_t>(block->GetLength()));
     } catch (...) {
         Trace(trace::RouterChannel, trace::ReadWrite,
               "Error in ReplyProcessThread - ignored to prevent loss of threaded functionality.");
     }
 }
 
-void CCyUSBDriver::DispatchToDevice(const std::uint8_t* data, std::uint32_t length)
+void Replies::Dispatch(std::span<const std::uint8_t> bytes)
 {
-    if (data == nullptr || length < 1) {
+    if (bytes.empty()) {
         return;
     }
-    m_ReplyBuffer.Append({data, length});
+    m_ReplyBuffer.Append(bytes);
     while (m_ReplyBuffer.Size() >= wire::LeastToLookAt) {
         if (!SyncToFrame() || m_ReplyBuffer.Size() < wire::FrameOverhead) {
             return; // too little is left, which the next call's bytes may complete
@@ -139,35 +135,34 @@ void CCyUSBDriver::DispatchToDevice(const std::uint8_t* data, std::uint32_t leng
 
 // Drops what stands in front of the next "##", everything when there is none: a lone '#' at the end goes with it.
 // Returns whether a pair is at the front now.
-bool CCyUSBDriver::SyncToFrame()
+bool Replies::SyncToFrame()
 {
     const std::optional<std::size_t> at = wire::FindSync(m_ReplyBuffer.Bytes());
     m_ReplyBuffer.Consume(at.value_or(m_ReplyBuffer.Size()));
     return at.has_value();
 }
 
-void CCyUSBDriver::Deliver(const wire::Frame& frame)
+void Replies::Deliver(const wire::Frame& frame)
 {
-    const std::int32_t x = wire::Coordinate(frame.deviceType);
-    const std::int32_t y = wire::Coordinate(frame.port);
-    const auto length = static_cast<std::uint32_t>(frame.payload.size());
-    if (x == 0 && y == 0) {
+    const PortAddress address = frame.Address();
+    if (address == FirmwareAddress) {
         Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::DispatchToDevice() Reply for Firmware Download");
-        m_Firmware.OnReceive(frame.payload.data(), length);
-    } else if (x == -1 && y == BroadcastPort) {
-        if (length != 0) {
+        m_firmware.OnReceive(frame.payload.data(), static_cast<std::uint32_t>(frame.payload.size()));
+    } else if (address == BroadcastAddress) {
+        if (!frame.payload.empty()) {
             Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::DispatchToDevice() Broadcast to all EV ports");
-            m_Host.SendToPorts(BroadcastPort, this, frame.payload.data(), length);
+            m_connection.Ports().SendToPorts(BroadcastAddress.port, &m_driver, frame.payload);
         }
-    } else if (!m_Host.SendToPort(x, y, this, frame.payload.data(), length)) {
+    } else if (!m_connection.Ports().SendToPort(address, &m_driver, frame.payload)) {
         Trace(trace::RouterChannel, trace::Usb,
-              "CCyUSBDriver::DispatchToDevice() Packet has no valid destination at (%d,%d)", x, y);
+              "CCyUSBDriver::DispatchToDevice() Packet has no valid destination at (%d,%d)", address.deviceType,
+              address.port);
     }
 }
 
 // The expected number is deliberately not wrapped to 8 bits: 255 followed by 0 is reported, with 256 expected, and
 // after a packet numbered 0 the next one is not checked. Readers of the trace know both.
-void CCyUSBDriver::CheckNumber(std::uint8_t received)
+void Replies::CheckNumber(std::uint8_t received)
 {
     const int previous = m_nLastPacketNumber.load(std::memory_order_relaxed);
     if (previous != 0 && received != previous + 1) {

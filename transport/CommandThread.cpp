@@ -1,0 +1,257 @@
+#include "transport/CommandThread.h"
+
+#include "trace/Trace.h"
+#include "transport/Pauses.h"
+
+#include <new>
+#include <string>
+#include <utility>
+
+namespace {
+
+using win32::Expectation;
+
+constexpr DWORD QuietTimeMs = 1000;
+constexpr DWORD TimeBetweenAttemptsMs = 10;
+// Longer than any pause within a burst: the resolution is not raised and restored per packet.
+constexpr DWORD ResolutionHoldMs = 1000;
+constexpr int AttemptsPerTrace = 20;
+constexpr int PassesPerReport = 5;
+
+void NotifyState(bool connected)
+{
+    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::NotifyState(%s)",
+          connected ? "Connected" : "Not Connected");
+}
+
+} // namespace
+
+CommandThread::CommandThread(const CommandParts& parts, ILink& link)
+    : m_driver(parts.driver),
+      m_connection(parts.connection),
+      m_outgoing(parts.outgoing),
+      m_replies(parts.replies),
+      m_firmware(parts.firmware),
+      m_watch(parts.watch),
+      m_link(link),
+      m_traits(link.GetTraits()),
+      m_waits(m_connection.m_hStop.Get(), m_connection.m_hDisconnected.Get(), link.ReadEvent(), link.WriteEvent(),
+              m_outgoing.Queue().GetNotEmptyEvent())
+{
+    if (link.WriteEvent() == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+void CommandThread::Run()
+{
+    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() started", m_traits.thread);
+    while (m_running) {
+        try {
+            Handle(Wait());
+        } catch (...) {
+            Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() failed, reconnecting", m_traits.thread);
+            m_connection.m_hDisconnected.Set();               // whatever failed, a new connection puts it right
+            m_connection.m_hStop.Wait(TimeBetweenAttemptsMs); // what fails each time must not fill the log
+        }
+        ::Sleep(0);
+        if (m_connection.m_bTerminate) {
+            m_watch.RequestQuit();
+            m_running = false;
+        }
+    }
+    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() ended", m_traits.thread);
+}
+
+CommandThread::Slot CommandThread::Wait() const
+{
+    return m_waits.Next({win32::NowIf(m_connection.m_hStop.IsSet()), win32::NowIf(!m_connection.IsOpen()),
+                         m_link.ExpectRead(), m_link.ExpectWrite(), Expectation::NotYet},
+                        QuietTimeMs);
+}
+
+void CommandThread::Handle(Slot slot)
+{
+    switch (slot) {
+    case Slot::Stop: return OnStop();
+    case Slot::Disconnected: return OnDisconnected();
+    case Slot::ReadDone: return m_link.FinishRead();
+    case Slot::WriteDone: return OnWriteDone();
+    case Slot::CommandQueued: return OnCommandQueued();
+    case Slot::TimedOut: return OnQuietSecond();
+    case Slot::Failed: return;
+    }
+}
+
+void CommandThread::OnStop()
+{
+    m_running = false;
+    m_timerResolution.Restore();
+    m_link.StopReading();
+    m_link.Close();
+    m_outgoing.Queue().DestroyAll();
+}
+
+void CommandThread::OnDisconnected()
+{
+    m_timerResolution.Restore();
+    if (m_connection.m_bFirstReadFailed.exchange(false)) {
+        // A device that opens and refuses every read must not be reset on the bus without a pause.
+        m_connection.m_hStop.Wait(TimeBetweenAttemptsMs);
+    }
+    if (m_connectAttempts++ % AttemptsPerTrace == 0) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s(%dth try) looking for USB endpoints...",
+              m_traits.thread, m_connectAttempts);
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() %d pending writes", m_traits.thread,
+              m_outgoing.Queue().GetCount());
+    }
+    m_link.StopReading();
+    NotifyState(false);
+    m_connection.Ports().SignalAllPorts();
+    m_link.Close();
+    if (m_link.Open()) {
+        OnOpened();
+    } else {
+        Trace(trace::RouterChannel, trace::Usb, "Connection to USB failed");
+        m_connection.m_hDisconnected.Set();
+        ::Sleep(TimeBetweenAttemptsMs);
+    }
+}
+
+void CommandThread::OnOpened()
+{
+    m_connection.m_hDisconnected.Reset();
+    NotifyState(true);
+    if (!m_link.BeginReading()) {
+        m_connection.Drop();
+        ::Sleep(TimeBetweenAttemptsMs);
+        return;
+    }
+    // A simulated instrument is ready as it is, and a lost connection makes the driver not ready as well.
+    if (!m_driver.IsReady() && m_connection.IsOpen()) {
+        m_firmware.Download();
+    }
+    m_replies.BeginNumbering();
+    m_outgoing.SetNextNumber(0);
+}
+
+void CommandThread::OnWriteDone()
+{
+    const std::optional<TransferEnd> end = m_link.FinishWrite();
+    if (!end) {
+        return;
+    }
+    if (end->worked) {
+        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s overlapped write %d bytes", m_traits.thread,
+              static_cast<int>(m_traits.tracesBufferSize ? TransferLength : end->bytes));
+        m_connection.CountTransferred(end->bytes);
+    } else {
+        Trace(trace::RouterChannel, trace::Usb, "Command-sent failed, reconnecting");
+        if (end->error != ERROR_SUCCESS) {
+            m_connection.Drop();
+        }
+    }
+    ::Sleep(0);
+}
+
+void CommandThread::OnCommandQueued()
+{
+    if (m_outgoing.Queue().GetCount() == 0) {
+        m_outgoing.Queue().Settle(); // signalled late: its packet has been written already
+    } else if (!m_link.CanWrite()) {
+        OnBusy();
+    } else {
+        WriteNext();
+        m_outgoing.Queue().Settle(); // only after the write, for which a client waits
+    }
+}
+
+void CommandThread::WriteNext()
+{
+    m_timerResolution.RestoreAfter(ResolutionHoldMs);
+    std::unique_ptr<CSerialPortCommand> packet = m_outgoing.Queue().Take();
+    if (packet && packet->GetLength() != 0) {
+        if (const std::string dump = PacketDump(trace::RouterChannel, trace::ReadWrite, packet->Bytes());
+            !dump.empty())
+        {
+            Trace(trace::RouterChannel, trace::ReadWrite, "PCR->USB[%d] %s", packet->GetLength(), dump.c_str());
+        }
+        const PortAddress address = packet->Address();
+        m_link.BeginWrite(std::move(packet));
+        m_connection.Ports().PacketCompleted(address);
+    }
+    if (m_traits.abortsWrites) {
+        m_busyPasses = 0;
+        m_idlePasses = 0;
+    }
+}
+
+// Where writes are aborted, every sixth pass since the last write is due; where they are only reported, the first and
+// every fifth after it, over all writes.
+bool CommandThread::IsReportDue(int& passes) const noexcept
+{
+    if (!m_traits.abortsWrites) {
+        return passes++ % PassesPerReport == 0;
+    }
+    if (passes++ < PassesPerReport) {
+        return false;
+    }
+    passes = 0;
+    return true;
+}
+
+void CommandThread::OnBusy()
+{
+    if (m_traits.abortsWrites) {
+        // Six passes are to take about 6 ms; with Windows' usual timer of 15.6 ms they would take nearly 100.
+        m_timerResolution.Raise();
+    }
+    SleepOneMillisecond();
+    if (!IsReportDue(m_busyPasses)) {
+        return;
+    }
+    Trace(trace::RouterChannel, trace::Usb,
+          "CCyUSBDriver::%s() WARNING: Command queue not empty, but previous Write operation incomplete "
+          "(TotalAborted=%d)",
+          m_traits.thread, m_totalAborted);
+    if (m_traits.abortsWrites && m_link.IsWriting()) {
+        ++m_totalAborted;
+        Trace(trace::RouterChannel, trace::Usb,
+              "CCyUSBDriver::%s() abort previous Write operation (TotalAborted=%d)", m_traits.thread,
+              m_totalAborted);
+        m_link.AbortWrite();
+    }
+}
+
+void CommandThread::OnQuietSecond()
+{
+    m_timerResolution.Restore();
+    if (m_traits.watchesHosts && HostIsGone()) {
+        Trace(trace::RouterChannel, trace::Usb, "Host application does not exist..So termintating port router...");
+        m_connection.m_bTerminate = true;
+        return;
+    }
+    if (m_outgoing.Queue().GetCount() == 0 && m_driver.IsReady()) {
+        m_outgoing.SendIdlePacket();
+    }
+    if (!IsReportDue(m_idlePasses)) {
+        return;
+    }
+    if (m_link.IsWriting()) {
+        m_totalAborted += m_traits.abortsWrites ? 1 : 0;
+        Trace(trace::RouterChannel, trace::Usb,
+              "CCyUSBDriver::%s() IDLE,  WARNING: Write operation incomplete (TotalAborted=%d)", m_traits.thread,
+              m_totalAborted);
+        if (m_traits.abortsWrites) {
+            m_link.AbortWrite();
+        }
+    }
+    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() IDLE, Number of pending %s: %d", m_traits.thread,
+          m_traits.pendingWrites, m_outgoing.Queue().GetCount());
+}
+
+bool CommandThread::HostIsGone() const
+{
+    return !m_watch.IsStandalone() && m_watch.FindProcess(m_watch.GetFirstHostName()) == 0 &&
+           m_watch.FindProcess(m_watch.GetSecondHostName()) == 0;
+}

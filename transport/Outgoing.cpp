@@ -1,0 +1,73 @@
+#include "transport/Outgoing.h"
+
+#include "ports/packet/CCriticalSectionHelper.h"
+#include "ports/packet/WireFormat.h"
+#include "trace/Trace.h"
+
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr std::int32_t QueueLimit = 500;
+constexpr std::uint8_t IdleAddress = 238;
+
+} // namespace
+
+void Outgoing::Submit(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
+                      std::span<const std::uint8_t> payload)
+{
+    if (m_bLimitQueue && m_CommandQueue.GetCount() >= QueueLimit) {
+        Trace(trace::RouterChannel, trace::Usb,
+              "CCyUSBDriver::Submit() Maximum queue size reached, ignore all incomcing  requests");
+        return;
+    }
+    if (!m_connection.IsOpen()) {
+        Trace(trace::RouterChannel, trace::Usb,
+              "CCyUSBDriver::Submit() No connection, ignore all incomcing  requests");
+        return;
+    }
+    const wire::Trailer trailer = wire::BuildTrailer(payload);
+    const CCriticalSectionHelper lock(m_Lock);
+    const wire::Header header = wire::BuildHeader(m_nNextPacketNumber, packetType, x, y, payload.size());
+    auto packet = std::make_unique<CSerialPortCommand>(header.data(), static_cast<std::int32_t>(header.size()),
+                                                       true, false, payload.size() + wire::FrameOverhead);
+    packet->Append(payload.data(), static_cast<std::int32_t>(payload.size()));
+    packet->Append(trailer.data(), static_cast<std::int32_t>(trailer.size()));
+    packet->SetAddress({wire::Coordinate(x), wire::Coordinate(y)});
+    m_CommandQueue.Push(std::move(packet));
+    ++m_nNextPacketNumber;
+}
+
+void Outgoing::SubmitOrDrop(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
+                            std::span<const std::uint8_t> payload) noexcept
+{
+    try {
+        Submit(packetType, x, y, payload);
+    } catch (const std::bad_alloc&) {
+        // Dropped: nobody could be told.
+    }
+}
+
+void Outgoing::Send(std::uint8_t x, std::uint8_t y, std::span<const std::uint8_t> payload) noexcept
+{
+    SubmitOrDrop(wire::PortTraffic, x, y, payload);
+}
+
+void Outgoing::SendIdlePacket() noexcept
+{
+    SubmitOrDrop(wire::ControlPacket, IdleAddress, IdleAddress, {});
+}
+
+void Outgoing::SetNextNumber(std::uint8_t number) noexcept
+{
+    const CCriticalSectionHelper lock(m_Lock);
+    m_nNextPacketNumber = number;
+}
+
+std::uint8_t Outgoing::NextNumber() noexcept
+{
+    const CCriticalSectionHelper lock(m_Lock);
+    return m_nNextPacketNumber;
+}

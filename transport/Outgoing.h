@@ -1,0 +1,49 @@
+// Packets for the instrument: framed, numbered and queued for the command thread.
+#pragma once
+
+#include "ports/packet/CCommandQueue.h"
+#include "transport/Connection.h"
+#include "win32/CriticalSection.h"
+
+#include <cstdint>
+#include <span>
+
+/// Any thread may call any member. Every packet in the queue has the address of its frame.
+class Outgoing
+{
+public:
+    /// `connection` is borrowed.
+    explicit Outgoing(const Connection& connection) noexcept : m_connection(connection) {}
+    ~Outgoing() { m_CommandQueue.DestroyAll(); }
+    Outgoing(const Outgoing&) = delete;
+    Outgoing& operator=(const Outgoing&) = delete;
+
+    /// Frames a packet of `packetType` for the address (x, y) and queues it; copies the payload. Dropped with a trace when
+    /// there is no connection. Throws std::bad_alloc, which leaves numbering and queue as they were.
+    void Submit(std::uint8_t packetType, std::uint8_t x, std::uint8_t y, std::span<const std::uint8_t> payload);
+
+    /// A client's packet. Without memory it is dropped; its number is not used up, so the instrument sees no gap.
+    void Send(std::uint8_t x, std::uint8_t y, std::span<const std::uint8_t> payload) noexcept;
+    /// The packet that the router sends when nothing else happens.
+    void SendIdlePacket() noexcept;
+
+    /// The number of the next packet; each one counts up, 0 follows 255.
+    void SetNextNumber(std::uint8_t number) noexcept;
+    std::uint8_t NextNumber() noexcept;
+
+    /// What was submitted, for the command thread.
+    CCommandQueue& Queue() noexcept { return m_CommandQueue; }
+
+private:
+    void SubmitOrDrop(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
+                      std::span<const std::uint8_t> payload) noexcept;
+
+    const Connection& m_connection;
+    CCommandQueue m_CommandQueue;
+
+    // Held during the push on m_CommandQueue as well, so that numbers stand in the queue in ascending order.
+    win32::CriticalSection m_Lock;
+    std::uint8_t m_nNextPacketNumber GUARDED_BY(m_Lock) = 0;
+
+    const bool m_bLimitQueue = false; // dormant by design: nothing sets it
+};
