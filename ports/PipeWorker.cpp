@@ -215,10 +215,10 @@ void PipeWorker::HandOver(RequestReader::Message message)
 void PipeWorker::OnPacketQueued()
 {
     if (m_state.OutQueue.GetCount() == 0) {
-        m_state.OutQueue.Settle(); // signalled late: its packet has been written already
+        m_state.OutQueue.ResetEventIfEmpty(); // signalled late: its packet has been written already
     } else if (m_writer.MayWrite()) {
         WriteNext();
-        m_state.OutQueue.Settle(); // only after the write, for which the client waits
+        m_state.OutQueue.ResetEventIfEmpty(); // only after the write, for which the client waits
     } else if (m_server.Exists()) {
         ::Sleep(ReplyWriter::PermissionTimeMs);
         Trace(m_settings.address.deviceType, trace::DevicePipe,

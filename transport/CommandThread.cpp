@@ -157,12 +157,12 @@ void CommandThread::OnWriteDone()
 void CommandThread::OnCommandQueued()
 {
     if (m_outgoing.Queue().GetCount() == 0) {
-        m_outgoing.Queue().Settle(); // signalled late: its packet has been written already
+        m_outgoing.Queue().ResetEventIfEmpty(); // signalled late: its packet has been written already
     } else if (!m_link.CanWrite()) {
         OnBusy();
     } else {
         WriteNext();
-        m_outgoing.Queue().Settle(); // only after the write, for which a client waits
+        m_outgoing.Queue().ResetEventIfEmpty(); // only after the write, for which a client waits
     }
 }
 

@@ -44,7 +44,7 @@ std::unique_ptr<CSerialPortCommand> CCommandQueue::Pop()
     const CCriticalSectionHelper lock(m_Section);
     std::unique_ptr<CSerialPortCommand> command = Take();
     if (command) {
-        Settle();
+        ResetEventIfEmpty();
     }
     return command;
 }
@@ -61,7 +61,7 @@ std::unique_ptr<CSerialPortCommand> CCommandQueue::Take()
     return command;
 }
 
-void CCommandQueue::Settle()
+void CCommandQueue::ResetEventIfEmpty()
 {
     const CCriticalSectionHelper lock(m_Section);
     if (Commands().empty() && m_NotEmpty) {

@@ -12,7 +12,7 @@
 #include <queue>
 
 /// First in, first out. Any thread may call any member. Push signals the not-empty event after releasing the lock, so it can
-/// be signalled although the queue is already empty: a consumer that finds it so calls Settle. A queue whose one consumer
+/// be signalled although the queue is already empty: a consumer that finds it so calls ResetEventIfEmpty. A queue whose one consumer
 /// waits for nothing else has AwaitNotEmpty in place of the event, which would cost three kernel calls for each packet.
 class CCommandQueue : private std::queue<CSerialPortCommand*, std::deque<CSerialPortCommand*>>
 {
@@ -34,9 +34,9 @@ public:
     std::unique_ptr<CSerialPortCommand> Pop();
 
     /// Pop in two steps, for a consumer that is in a hurry with the command: the event may stay set over an empty queue
-    /// until Settle, which resets it unless something has come in.
+    /// until ResetEventIfEmpty, which resets it unless something has come in.
     std::unique_ptr<CSerialPortCommand> Take();
-    void Settle();
+    void ResetEventIfEmpty();
 
     /// The count, read without the lock: good for limits and traces.
     std::int32_t GetCount() const noexcept { return m_Count.load(std::memory_order_relaxed); }

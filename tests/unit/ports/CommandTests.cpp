@@ -123,10 +123,10 @@ TEST(CommandQueue, TakingLeavesTheEventToBeSettledLater)
     EXPECT_EQ(queue.GetCount(), 0);
     EXPECT_TRUE(IsSet(queue));
     queue.Push(Command("2"));
-    queue.Settle();
+    queue.ResetEventIfEmpty();
     EXPECT_TRUE(IsSet(queue)) << "what came in between is still to be taken";
     const std::unique_ptr<CSerialPortCommand> second = queue.Take();
-    queue.Settle();
+    queue.ResetEventIfEmpty();
     EXPECT_FALSE(IsSet(queue));
     EXPECT_EQ(queue.Take(), nullptr);
 }
