@@ -114,7 +114,7 @@ TEST(CommandQueue, TheEventStaysSetWhileACommandIsLeft)
     EXPECT_FALSE(IsSet(queue));
 }
 
-TEST(CommandQueue, TakingLeavesTheEventToBeSettledLater)
+TEST(CommandQueue, TakingLeavesTheEventToBeResetLater)
 {
     CCommandQueue queue;
     queue.Push(Command("1"));

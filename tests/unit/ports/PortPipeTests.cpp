@@ -212,7 +212,7 @@ TEST_F(PortPipe, AClientThatReadsGetsManyPacketsWithoutAHundredMillisecondsForEa
     EXPECT_LT(RecordingTrace::Count("Write permission denied, "), static_cast<std::size_t>(Packets / 10));
 }
 
-TEST_F(PortPipe, AQueueThatIsSetLateOverNothingIsSettled)
+TEST_F(PortPipe, AQueueThatIsSetLateOverNothingIsReset)
 {
     Make();
     Connect();
