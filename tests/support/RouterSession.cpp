@@ -112,9 +112,8 @@ bool RouterSession::Activate()
     };
     void* object = nullptr;
     HRESULT result = create(&object);
-    if (result == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE) && ProcessesNamed(RouterName).empty()) {
-        // Wine takes the class object out of its service in the last call of an ending process, which now and then is
-        // lost under load (seen once in some 500 ends). Windows notices the end by itself.
+    if (FAILED(result) && ProcessesNamed(RouterName).empty()) {
+        // The class object of a router that has ended: 0x800706BA from Wine 8, 0x80004002 from Wine 10.
         ForgetKilledServers();
         result = create(&object);
     }

@@ -1,4 +1,5 @@
 // The built router as a process: one at a time, its start and its end.
+#include "tests/support/KilledServer.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/RegistryListing.h"
@@ -13,13 +14,14 @@ constexpr wchar_t DialogTitle[] = L"Morvane Port Router - Debug Options";
 class HostInstance : public testing::Test
 {
 protected:
-    /// A router that is left ends by itself.
+    /// A router that still runs is ended.
     void TearDown() override
     {
         if (m_router && m_router->Running()) {
             Quit(0);
             EXPECT_EQ(m_router->WaitForExit(), 0U);
         }
+        ForgetKilledServers(); // one that ended without a client's release
     }
 
     /// Starts the program as a person would, and waits until it serves.
