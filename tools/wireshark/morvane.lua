@@ -3,6 +3,8 @@
 -- Put this file into Wireshark's folder of personal Lua plugins (Help, About, Folders), or start it with
 --     wireshark -X lua_script:morvane.lua capture.pcapng
 --
+-- Not as root: newer versions then run no plugins.
+--
 -- Fields: morvane.number, morvane.type, morvane.devicetype, morvane.port, morvane.length, morvane.payload,
 -- morvane.checksum, morvane.checksum.bad, morvane.gap, morvane.request, morvane.reply, morvane.time, morvane.firmware,
 -- morvane.cut, morvane.event. Filters that are useful: morvane.gap, morvane.checksum.bad, morvane.firmware,
@@ -125,7 +127,7 @@ local function remember(tvb, offset, pinfo, inbound, number, kind, key)
 end
 
 local function readable(range)
-    return (range:raw():gsub("%z", "\\0"):gsub("\r", "\\r"):gsub("[^\32-\126]", "."))
+    return (range:raw():gsub("\r$", ""):gsub("[^\32-\126]", "."))
 end
 
 local function firmware(tree, tvb, offset, length)
@@ -290,4 +292,4 @@ end
 local encapsulations = DissectorTable.get("wtap_encap")
 encapsulations:add(wtap.USER0, usb)
 encapsulations:add(wtap.USER1, port)
-encapsulations:add(wtap.USER2, event)
+encapsulations:add(wtap.USER3, event)

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 
 using namespace routerlog;
 using routerlogtest::LogText;
@@ -81,6 +80,9 @@ protected:
     Export() : folder(std::filesystem::temp_directory_path() / ("routerlog-export-" + std::to_string(::getpid())))
     {
         std::filesystem::create_directories(folder);
+        std::filesystem::copy_file(MORVANE_SOURCES "/tools/wireshark/morvane.lua", folder / "morvane.lua");
+        std::filesystem::permissions(folder, std::filesystem::perms(0755));
+        std::filesystem::permissions(folder / "morvane.lua", std::filesystem::perms(0644));
     }
     ~Export() override { std::filesystem::remove_all(folder); }
 
@@ -102,18 +104,20 @@ protected:
         TextSource source(log.Text());
         packets.TakeFile(source);
         out.close();
+        std::filesystem::permissions(file, std::filesystem::perms(0644));
         cut = packets.Cut();
-        // A user's own preferences and plugins must not count.
-        const std::string command = "HOME=" + folder.string() +
-                                    " tshark -X lua_script:" MORVANE_SOURCES
-                                    "/tools/wireshark/morvane.lua -n -r " +
+        // A user's own preferences and plugins must not count. As root Wireshark runs no plugins.
+        const std::string user = ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+        const std::string command = "HOME=" + folder.string() + " " + user +
+                                    "tshark -X lua_script:" + (folder / "morvane.lua").string() + " -n -r " +
                                     file.string() + " " + switches + " 2>" + (folder / "errors").string();
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(::popen(command.c_str(), "r"), ::pclose);
+        std::FILE* const output = ::popen(command.c_str(), "r");
         std::vector<std::string> lines;
         char line[70'000];
-        while (std::fgets(line, sizeof line, output.get()) != nullptr) {
+        while (std::fgets(line, sizeof line, output) != nullptr) {
             lines.emplace_back(line, std::strcspn(line, "\n"));
         }
+        EXPECT_EQ(::pclose(output), 0) << std::ifstream(folder / "errors").rdbuf();
         return lines;
     }
 
@@ -230,7 +234,7 @@ TEST_F(Export, ReadsTheFirmwareDialogue)
     log.At(time++, "FirmwareDownloader::OnReceive RECEIVE_READY");
     Sent(Frame(1, 0, 0, "DOWNLOAD xyz"));
     EXPECT_THAT(Tshark("-T fields -e morvane.firmware -e morvane.event"),
-                ElementsAre("PREPARE_DOWNLOAD 50\\r\t", "RECEIVE_READY 50 4000\\r\t",
+                ElementsAre("PREPARE_DOWNLOAD 50\t", "RECEIVE_READY 50 4000\t",
                             "\tFirmwareDownloader::OnReceive RECEIVE_READY", "DOWNLOAD, chunk\t"));
 }
 

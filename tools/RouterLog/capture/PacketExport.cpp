@@ -45,7 +45,7 @@ PacketExport::PacketExport(WriteBytes write) : m_writer(std::move(write), "Route
 {
     m_writer.AddInterface(User0, "usb");
     m_writer.AddInterface(User0 + 1, "ports");
-    m_writer.AddInterface(User0 + 2, "events");
+    m_writer.AddInterface(User0 + 3, "events"); // Wireshark takes the one between for something of its own
 }
 
 void PacketExport::TakeFile(IByteSource& source)
