@@ -82,4 +82,13 @@ TEST_F(ExplainProgram, ReadsALogThatTheRouterHasOpen)
     EXPECT_THAT(output, HasSubstr("[usb]"));
 }
 
+TEST_F(ExplainProgram, WritesACaptureWithExport)
+{
+    Write(L"a.log", "[11-21-26 21:14:05:0042] PCR->USB[3] a b c \r\n");
+    EXPECT_EQ(Run(L"export " + Quoted(L"a.log") + L" -o " + Quoted(L"a.pcapng")), 0U);
+    EXPECT_THAT(output, HasSubstr("1 packet written"));
+    EXPECT_THAT(Read(L"a.pcapng"), testing::StartsWith("\x0A\x0D\x0D\x0A"));
+    EXPECT_EQ(Run(L"export " + Quoted(L"a.log") + L" -o " + Quoted(L"missing\\a.pcapng")), 4U);
+}
+
 } // namespace
