@@ -24,7 +24,12 @@ if(WIN32)
     # them up to DWARF 4.
     set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1 -gdwarf-4")
     set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
-    add_link_options("$<$<CONFIG:Release>:-s>")
+    # Functions and lines for the crash of a released program; the program itself is shipped without.
+    target_compile_options(morvane_flags INTERFACE $<$<AND:$<CONFIG:Release>,$<COMPILE_LANGUAGE:CXX>>:-g1>)
+    add_link_options("$<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:MORVANE_RELEASED>>>>:-s>")
+    # The same sources give the same bytes: no time of the link, no folder of the build.
+    add_link_options(-Wl,--no-insert-timestamp)
+    add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>")
     # Unoptimised template code overflows the section table of a plain COFF object.
     add_compile_options("$<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Debug>>:-Wa,-mbig-obj>")
 endif()
@@ -32,10 +37,6 @@ endif()
 target_include_directories(morvane_flags INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(morvane_flags INTERFACE
     "$<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wshadow;-Wconversion;-Werror>")
-target_compile_definitions(morvane_flags INTERFACE
-    MORVANE_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}
-    MORVANE_VERSION_MINOR=${PROJECT_VERSION_MINOR}
-    MORVANE_VERSION_PATCH=${PROJECT_VERSION_PATCH})
 if(WIN32)
     # Given to the linker as well, which adds the static library of the protector where the compiler has one.
     target_compile_options(morvane_flags INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong>")

@@ -25,15 +25,23 @@ set(MORVANE_TYPELIB_OUTPUTS
     ${MORVANE_GENERATED_DIR}/MorvanePortRouter32.tlb)
 set(widl ${MORVANE_WIDL} -m64 -I ${MORVANE_IDL_INCLUDE_DIR} -L ${MORVANE_STDOLE_DIR})
 
+# The shipped programs are the same bytes each time; a build on Windows itself, without perl, keeps the time.
+set(fixed_times "")
+if(CMAKE_CROSSCOMPILING)
+    set(fixed_times COMMAND ${PROJECT_SOURCE_DIR}/cmake/set-typelib-time MorvanePortRouter.tlb MorvanePortRouter32.tlb)
+endif()
+set(widl_utc ${CMAKE_COMMAND} -E env TZ=UTC ${widl})
+
 if(MORVANE_IDL)
     add_custom_command(
         OUTPUT ${MORVANE_TYPELIB_OUTPUTS}
         COMMAND ${widl} -h -o MorvanePortRouter.h ${MORVANE_IDL}
         COMMAND ${widl} -u -o MorvanePortRouter_i.c ${MORVANE_IDL}
-        COMMAND ${widl} -t -o MorvanePortRouter.tlb ${MORVANE_IDL}
-        COMMAND ${widl} -m32 -t -o MorvanePortRouter32.tlb ${MORVANE_IDL}
+        COMMAND ${widl_utc} -t -o MorvanePortRouter.tlb ${MORVANE_IDL}
+        COMMAND ${widl_utc} -m32 -t -o MorvanePortRouter32.tlb ${MORVANE_IDL}
+        ${fixed_times}
         WORKING_DIRECTORY ${MORVANE_GENERATED_DIR}
-        DEPENDS ${MORVANE_IDL}
+        DEPENDS ${MORVANE_IDL} ${PROJECT_SOURCE_DIR}/cmake/set-typelib-time
         COMMENT "Compiling the type library"
         VERBATIM)
     add_custom_target(morvane_typelib DEPENDS ${MORVANE_TYPELIB_OUTPUTS})

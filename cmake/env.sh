@@ -24,10 +24,10 @@ die() {
 }
 
 ensure_packages() {
-    local missing=() package installed
+    local wanted=("${morvane_packages[@]}" "$@") missing=() package installed
     command -v dpkg-query >/dev/null || die "needs Debian 12 or 13 (or the tools named in cmake/env.sh and no call of this)"
-    installed=$(dpkg-query -W -f='${Package} ${Status}\n' "${morvane_packages[@]}" 2>/dev/null)
-    for package in "${morvane_packages[@]}"; do
+    installed=$(dpkg-query -W -f='${Package} ${Status}\n' "${wanted[@]}" 2>/dev/null)
+    for package in "${wanted[@]}"; do
         grep -qx "$package install ok installed" <<<"$installed" || missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return 0

@@ -55,6 +55,9 @@ public:
         std::vector<Key> children;
     };
 
+    /// What was read, below HKCR.
+    const std::vector<Key>& Keys() const noexcept { return m_keys; }
+
 private:
     std::vector<Key> m_keys; // below HKCR
 };

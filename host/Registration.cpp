@@ -1,6 +1,5 @@
 #include "host/Registration.h"
 
-#include "host/RegistrarScript.h"
 #include "host/Resource.h"
 #include "win32/ModulePath.h"
 #include "win32/RegistryKey.h"
@@ -20,9 +19,8 @@ std::wstring CommandFor(const std::wstring& modulePath)
     return modulePath.find(L' ') != std::wstring::npos ? L'"' + modulePath + L'"' : modulePath;
 }
 
-RegistrarScript::Replacements ReplacementsOfScripts()
+RegistrarScript::Replacements ReplacementsOfScripts(const std::wstring& path)
 {
-    const std::wstring path = win32::ModulePath().value_or(std::wstring());
     return {
         {L"APPID", ApplicationId},
         {L"MODULE", CommandFor(path)},
@@ -31,7 +29,7 @@ RegistrarScript::Replacements ReplacementsOfScripts()
     };
 }
 
-HRESULT LoadScript(int resource, RegistrarScript& script)
+HRESULT LoadScript(int resource, const std::wstring& modulePath, RegistrarScript& script)
 {
     const HRSRC found = ::FindResourceW(nullptr, MAKEINTRESOURCEW(resource), L"REGISTRY");
     const HGLOBAL loaded = found != nullptr ? ::LoadResource(nullptr, found) : nullptr;
@@ -40,7 +38,7 @@ HRESULT LoadScript(int resource, RegistrarScript& script)
     }
     const std::string_view text(static_cast<const char*>(::LockResource(loaded)),
                                 ::SizeofResource(nullptr, found));
-    return script.Parse(win32::FromAnsi(text), ReplacementsOfScripts());
+    return script.Parse(win32::FromAnsi(text), ReplacementsOfScripts(modulePath));
 }
 
 /// A part of the registration and the view of the registry that it goes to. The router is a 64-bit program: its
@@ -71,7 +69,7 @@ HRESULT Run(const Part& part, HKEY hive, HRESULT (RegistrarScript::*run)(HKEY, R
         return HRESULT_FROM_WIN32(status);
     }
     RegistrarScript script;
-    const HRESULT result = LoadScript(part.script, script);
+    const HRESULT result = LoadScript(part.script, win32::ModulePath().value_or(std::wstring()), script);
     return SUCCEEDED(result) ? (script.*run)(classes.Get(), part.view) : result;
 }
 
@@ -118,4 +116,16 @@ HRESULT RegisterRouter(RegistrationHive hive)
 HRESULT UnregisterRouter(RegistrationHive hive)
 {
     return RunIn(hive, UnregisterAll);
+}
+
+HRESULT ReadRegistration(const std::wstring& modulePath, std::vector<RegistrationPart>& parts)
+{
+    for (const Part& part : Parts) {
+        parts.push_back({{}, part.view});
+        const HRESULT result = LoadScript(part.script, modulePath, parts.back().script);
+        if (FAILED(result)) {
+            return result;
+        }
+    }
+    return S_OK;
 }

@@ -1,7 +1,11 @@
 // Entering the router in the registry as an automation server, and taking it out again.
 #pragma once
 
+#include "host/RegistrarScript.h"
 #include "win32/Windows.h"
+
+#include <string>
+#include <vector>
 
 /// Where registrations go: for all users, or for the one who runs the program (their Software\Classes).
 enum class RegistrationHive { Machine, User };
@@ -16,3 +20,14 @@ HRESULT RegisterRouter(RegistrationHive hive);
 /// Removes the class and the type library, then the AppID entries; what is missing counts as removed. Goes on after a
 /// failing step and returns the first one's HRESULT.
 HRESULT UnregisterRouter(RegistrationHive hive);
+
+/// A script, and the view of the registry that its keys go to (KEY_WOW64_64KEY, KEY_WOW64_32KEY).
+struct RegistrationPart
+{
+    RegistrarScript script;
+    REGSAM view;
+};
+
+/// What RegisterRouter writes for a program at `modulePath`, in its order: the installer writes the same keys without
+/// running the program.
+HRESULT ReadRegistration(const std::wstring& modulePath, std::vector<RegistrationPart>& parts);

@@ -1,5 +1,6 @@
 #include "instrument/PlayProgram.h"
 
+#include "console/Version.h"
 #include "console/WholeFile.h"
 #include "instrument/ConsoleObserver.h"
 
@@ -21,6 +22,7 @@ struct Options
     std::int64_t requests = 0;     // 0: any number
     bool quiet = false;
     bool help = false;
+    bool version = false;
 };
 
 std::string HelpOf(const PlayProgram& program)
@@ -33,6 +35,7 @@ std::string HelpOf(const PlayProgram& program)
   --stop-event NAME       end when this named event is set, as on Ctrl+C and Ctrl+Break
 )" + program.switchHelp +
            R"(  --help                  this text
+  --version               the version
 
 What the instrument does (in the order given; the language is below):
   --script FILE           lines of the script language
@@ -65,6 +68,7 @@ std::vector<commandline::Switch> SwitchesOf(const PlayProgram& program, Options&
     using namespace commandline;
     std::vector<Switch> switches = {
         {"--help", false, Set(options.help)},
+        {"--version", false, Set(options.version)},
         {"--quiet", false, Set(options.quiet)},
         {"--for", true, StoreSeconds(options.milliseconds)},
         {"--requests", true, StoreNumber(options.requests, 1, INT64_MAX)},
@@ -134,6 +138,10 @@ int Run(const PlayProgram& program, int count, wchar_t** arguments)
         const auto error = commandline::Parse(console::Arguments(count, arguments), SwitchesOf(program, options));
         if (options.help) {
             console::Say(HelpOf(program));
+            return PlayProgram::Good;
+        }
+        if (options.version) {
+            console::Say(console::VersionLine(program.name));
             return PlayProgram::Good;
         }
         return error ? console::Fail(program.name, *error + " (--help tells more)", console::UsageError)

@@ -3,6 +3,7 @@
 #include "ProbeOptions.h"
 
 #include "console/Console.h"
+#include "console/Version.h"
 
 #include <exception>
 
@@ -22,6 +23,10 @@ int wmain(int count, wchar_t** arguments)
         const auto wrong = ReadOptions(console::Arguments(count, arguments), options);
         if (options.help) {
             console::Say(ProbeHelp());
+            return static_cast<int>(ExitCode::AllGood);
+        }
+        if (options.version) {
+            console::Say(console::VersionLine("RouterProbe"));
             return static_cast<int>(ExitCode::AllGood);
         }
         if (wrong) {

@@ -53,6 +53,7 @@ Others:
   --ready-event NAME      set this named event when all pipes are open
   --stop-event NAME       end when this named event is set, as on Ctrl+C and Ctrl+Break
   --help                  this text
+  --version               the version
 
 A summary counts requests answered, lost (no reply in time) and interrupted (the pipe broke first), and messages that
 came twice, were wrong (of the right length but not the echo), out of order (after their request was given up) or

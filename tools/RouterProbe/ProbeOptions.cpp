@@ -90,6 +90,7 @@ std::vector<commandline::Switch> SwitchesFor(ProbeOptions& options, Raw& raw)
     using namespace commandline;
     return {
         {"--help", false, Set(options.help)},
+        {"--version", false, Set(options.version)},
         {"--port", true, AddPort(options.ports)},
         {"--pipe-name", true, AddTo(raw.pipeNames)},
         {"--read-size", true, StoreNumber(raw.readSize, 0, INT32_MAX)},

@@ -49,6 +49,7 @@ struct ProbeOptions
     bool lateBound = false;
     bool attach = false;
     bool help = false;
+    bool version = false;
 };
 
 /// What is wrong with a command line, in one line, and the exit code that says so.

@@ -1,0 +1,166 @@
+// The installer under Wine: what it leaves, what works then, and what is gone after its removal.
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TestSupport.h"
+#include "tests/system/install/InstalledProduct.h"
+#include "win32/RegistryKey.h"
+
+#include <gtest/gtest.h>
+#include <cstdlib>
+#include <fstream>
+
+namespace {
+
+class Installation : public InstalledProduct
+{};
+
+/// What an installation writes besides the registration.
+const std::set<std::wstring> OwnKeys{
+    L"Software\\Classes\\Installer",
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer",
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall",
+    L"Software\\Microsoft\\Windows\\Windows Error Reporting\\LocalDumps",
+    L"Software\\Morvane Biosystems",
+    L"System\\CurrentControlSet\\Control\\Session Manager\\Environment = PATH",
+};
+
+TEST_F(Installation, LeavesInTheRegistryWhatRegServerLeaves)
+{
+    const RegistryListing before = Pc::List().registry;
+    ASSERT_EQ(Install(CurrentPackage()), 0U);
+    const std::wstring installed = AddedTo(before, Pc::List().registry);
+    EXPECT_EQ(AddedTo(Pc::List().registry, before), PathWithout(before));
+
+    // The same program, registered by itself at the same place.
+    const support::TempFolder kept;
+    std::filesystem::copy_file(Program(L"MorvanePortRouter.exe"), kept.Path() / L"router");
+    ASSERT_EQ(Remove(CurrentPackage()), 0U);
+    ASSERT_EQ(Pc::List().registry, before);
+    std::filesystem::create_directories(InstalledFolder());
+    std::filesystem::copy_file(kept.Path() / L"router", Program(L"MorvanePortRouter.exe"));
+    ASSERT_EQ(support::ChildProcess(Program(L"MorvanePortRouter.exe"), L"/RegServer").WaitForExit(), 0U);
+    const std::wstring registered = AddedTo(before, Pc::List().registry);
+    EXPECT_EQ(support::ChildProcess(Program(L"MorvanePortRouter.exe"), L"/UnregServer").WaitForExit(), 0U);
+
+    EXPECT_NE(registered, L"");
+    EXPECT_EQ(Without(installed, OwnKeys), registered);
+}
+
+TEST_F(Installation, IsListedAmongTheAppsWithAllThatIsShownThere)
+{
+    ASSERT_EQ(Install(CurrentPackage()), 0U);
+    const std::wstring path =
+        L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" + ProductCode(CurrentPackage());
+    const auto key = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, path.c_str(), KEY_READ);
+    ASSERT_TRUE(key);
+    EXPECT_EQ(key.ReadString(L"DisplayName", 260), L"Morvane Port Router");
+    EXPECT_EQ(key.ReadString(L"DisplayVersion", 260).value_or(L"") + L".0",
+              VersionOf(Program(L"MorvanePortRouter.exe")));
+    EXPECT_EQ(key.ReadString(L"Publisher", 260), L"Morvane Biosystems");
+    EXPECT_EQ(key.ReadString(L"HelpLink", 260), L"C:\\Program Files\\Morvane Port Router\\Documents\\");
+    EXPECT_TRUE(std::filesystem::exists(InstalledFolder() / L"Documents" / L"index.html"));
+}
+
+/// Starts a router with the installed programs, by a script and by RouterProbe, with 1,000 packets.
+void UseInstalledRouter()
+{
+    const auto ready = support::UniqueName(L"Ready");
+    const win32::KernelHandle served(::CreateEventW(nullptr, TRUE, FALSE, ready.c_str()));
+    const support::ChildProcess instrument(Program(L"InstrumentSimulator.exe"), L"--quiet --ready-event " + ready);
+    ASSERT_TRUE(support::WaitFor(served.Get()));
+
+    const support::TempFolder folder;
+    const std::filesystem::path script = folder.Path() / L"client.vbs";
+    std::ofstream(script) << "Set router = CreateObject(\"MorvanePortRouter.MorvaneUSBRouter\")\r\n"
+                             "router.Register 7, 1, 1024, 1024, \"Script.port\"\r\n"
+                             "Set router = Nothing\r\n"
+                             "WScript.Echo \"released\"\r\n";
+    const support::ChildProcess host(L"C:\\windows\\system32\\cscript.exe",
+                                     L"//nologo \"" + script.wstring() + L'"');
+    EXPECT_EQ(host.WaitForExit(std::chrono::minutes(1)), 0U);
+    EXPECT_EQ(host.Output(), "released\r\n");
+
+    // RouterProbe by its name alone, as at a prompt that was opened after the installation.
+    const support::ChildProcess prompt(L"C:\\windows\\system32\\cmd.exe",
+                                       L"/c set \"PATH=" + MachinePath() +
+                                           L"\"&& RouterProbe measure --port 3,1 --count 1000 --open-timeout 60 "
+                                           L"--wait-exit 30");
+    EXPECT_EQ(prompt.WaitForExit(std::chrono::minutes(2)), 0U);
+    EXPECT_NE(prompt.Output().find("1000 answered"), std::string::npos) << prompt.Output();
+}
+
+TEST_F(Installation, ServesScriptsAndRouterProbeAtTheInstalledPlace)
+{
+    ASSERT_EQ(Install(CurrentPackage(), L"SIMULATEUSB=1"), 0U);
+    UseInstalledRouter();
+    EXPECT_TRUE(std::filesystem::exists(InstalledFolder() / L"Log" / L"MorvanePortRouter.log"));
+}
+
+TEST_F(Installation, WritesASettingOnlyWhenItIsGiven)
+{
+    ASSERT_EQ(Install(CurrentPackage(), L"LOGLIMIT=77"), 0U);
+    EXPECT_EQ(Setting(L"LogFileLimt(MB)"), 77U);
+    EXPECT_EQ(Setting(L"SimulateUSB"), std::nullopt);
+    EXPECT_EQ(Setting(L"RestrictPipes"), std::nullopt);
+    ASSERT_EQ(Remove(CurrentPackage()), 0U);
+    EXPECT_EQ(Setting(L"LogFileLimt(MB)"), 77U);
+
+    ASSERT_EQ(Install(CurrentPackage(), L"SIMULATEUSB=0 RESTRICTPIPES=1"), 0U);
+    EXPECT_EQ(Setting(L"LogFileLimt(MB)"), 77U);
+    EXPECT_EQ(Setting(L"SimulateUSB"), 0U);
+    EXPECT_EQ(Setting(L"RestrictPipes"), 1U);
+    EXPECT_FALSE(win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, (SettingsKey + L"\\Products").c_str(), KEY_READ));
+}
+
+class RefusedProperties : public InstalledProduct, public testing::WithParamInterface<const wchar_t*>
+{};
+
+TEST_P(RefusedProperties, ChangeNothing)
+{
+    const Pc before = Pc::List();
+    EXPECT_EQ(Install(CurrentPackage(), GetParam()), static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+    const Pc after = Pc::List();
+    EXPECT_EQ(AddedTo(before, after), L"");
+    EXPECT_EQ(AddedTo(after, before), L"");
+}
+
+INSTANTIATE_TEST_SUITE_P(EachProperty, RefusedProperties,
+                         testing::Values(L"SIMULATEUSB=2", L"LOGLIMIT=0", L"LOGLIMIT=4096", L"RESTRICTPIPES=yes"));
+
+TEST_F(Installation, RemovalLeavesSettingsLogsAndImagesAlone)
+{
+    const Pc before = Pc::List();
+    ASSERT_EQ(Install(CurrentPackage(), L"SIMULATEUSB=1"), 0U);
+    std::ofstream(InstalledFolder() / L"Log" / L"MorvanePortRouter.log") << "log";
+    std::ofstream(InstalledFolder() / L"Firmware" / L"Firmware_256.Out") << "image";
+    ASSERT_EQ(Remove(CurrentPackage()), 0U);
+    const Pc after = Pc::List();
+
+    std::set<std::wstring> left;
+    const std::wstring files = AddedTo(before.files, after.files);
+    EXPECT_EQ(files, L"C:\\Program Files\\Morvane Port Router\n"
+                     L"C:\\Program Files\\Morvane Port Router\\Firmware\n"
+                     L"C:\\Program Files\\Morvane Port Router\\Firmware\\Firmware_256.Out, 5\n"
+                     L"C:\\Program Files\\Morvane Port Router\\Log\n"
+                     L"C:\\Program Files\\Morvane Port Router\\Log\\MorvanePortRouter.log, 3\n");
+    EXPECT_EQ(Without(AddedTo(before.registry, after.registry), {SettingsRoot, InstallerComponents}), L"");
+    EXPECT_EQ(Setting(L"SimulateUSB"), 1U);
+    EXPECT_EQ(AddedTo(after, before), L"");
+}
+
+// MORVANE_INSTALL_CYCLES: how many; long runs do twenty.
+TEST_F(Installation, CyclesOfInstallationAndRemovalLeaveNothing)
+{
+    const char* wanted = std::getenv("MORVANE_INSTALL_CYCLES");
+    const int cycles = wanted != nullptr ? std::atoi(wanted) : 3;
+    const Pc before = Pc::List();
+    for (int cycle = 0; cycle < cycles; ++cycle) {
+        ASSERT_EQ(Install(CurrentPackage()), 0U) << "cycle " << cycle;
+        ASSERT_TRUE(std::filesystem::exists(Program(L"RouterProbe.exe")));
+        ASSERT_EQ(Remove(CurrentPackage()), 0U) << "cycle " << cycle;
+        const Pc after = Pc::List();
+        ASSERT_EQ(AddedTo(before, after), L"") << "cycle " << cycle;
+        ASSERT_EQ(AddedTo(after, before), L"") << "cycle " << cycle;
+    }
+}
+
+} // namespace

@@ -1,0 +1,35 @@
+// What the tests of the installer share: a PC on which the product is not installed, before and after each.
+#pragma once
+
+#include "tests/system/install/Installer.h"
+
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+
+inline const std::wstring SettingsRoot = L"Software\\Morvane Biosystems";
+inline const std::wstring SettingsKey = SettingsRoot + L"\\Devices\\MorvanePortRouter";
+/// Where Windows counts the products that use a component; what stays, such as a setting, stays counted.
+inline const std::wstring InstallerComponents =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer\\UserData\\S-1-5-18\\Components";
+
+class InstalledProduct : public testing::Test
+{
+protected:
+    /// Removes what the test left: product, settings, folder and registrations.
+    ~InstalledProduct() override;
+
+    DWORD Install(const std::filesystem::path& package, const std::wstring& properties = L"");
+    DWORD Remove(const std::filesystem::path& package);
+
+private:
+    std::optional<std::filesystem::path> m_installed;
+};
+
+std::filesystem::path Program(const wchar_t* name);
+std::optional<std::uint32_t> Setting(const wchar_t* name);
+/// The product code in the package's table of properties.
+std::wstring ProductCode(const std::filesystem::path& package);
+/// PATH as new processes are given it, and the line that a listing has for it.
+std::wstring MachinePath();
+std::wstring PathWithout(const RegistryListing& listing);
