@@ -1,7 +1,8 @@
 # Shell helpers shared by run-tests, the demonstration and the test emulator: packages, builds, Wine prefixes,
-# displays. To be sourced by bash; sets nothing but functions and the two variables below.
+# displays. To be sourced by bash; sets nothing but functions and the variables below.
 #
-#   ensure_packages                    installs what is missing of Debian's packages; quick when nothing is
+#   ensure_packages [PACKAGE...]       installs what is missing of Debian's packages and of those named; quick when
+#                                      nothing is
 #   ensure_build PRESET [TARGET...]    configures where needed and builds
 #   ensure_prefix DIR                  makes a Wine prefix there unless there is one; safe to call side by side
 #   clone_prefix TEMPLATE DIR          a private copy of a prefix, made in a fraction of a second
@@ -17,6 +18,8 @@ morvane_packages=(
     libwine-dev wine64 wine libwine fonts-wine xvfb xauth xdotool imagemagick
     googletest clang-19 clang-format-19 clang-tidy-19 tshark unzip
 )
+# What ./package needs besides.
+morvane_package_packages=(msitools gcab zip unzip cmark-gfm)
 
 die() {
     echo "${0##*/}: $*" >&2

@@ -18,7 +18,7 @@ const std::set<std::wstring> OwnKeys{
     L"Software\\Classes\\Installer",
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer",
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall",
-    L"Software\\Microsoft\\Windows\\Windows Error Reporting\\LocalDumps",
+    L"Software\\Microsoft\\Windows\\Windows Error Reporting",
     L"Software\\Morvane Biosystems",
     L"System\\CurrentControlSet\\Control\\Session Manager\\Environment = PATH",
 };
