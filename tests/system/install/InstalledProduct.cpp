@@ -3,11 +3,12 @@
 #include "tests/system/install/PackageTables.h"
 #include "win32/RegistryKey.h"
 
-namespace {
+#include <msi.h>
 
-constexpr wchar_t EnvironmentKey[] = L"System\\CurrentControlSet\\Control\\Session Manager\\Environment";
-
-} // namespace
+InstalledProduct::InstalledProduct()
+{
+    Clean();
+}
 
 InstalledProduct::~InstalledProduct()
 {
@@ -17,6 +18,12 @@ InstalledProduct::~InstalledProduct()
     std::error_code ignored;
     std::filesystem::remove_all(InstalledFolder(), ignored);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, SettingsRoot.c_str());
+}
+
+const Pc& InstalledProduct::Clean()
+{
+    static const Pc clean = Pc::List();
+    return clean;
 }
 
 DWORD InstalledProduct::Install(const std::filesystem::path& package, const std::wstring& properties)
@@ -51,21 +58,7 @@ std::wstring ProductCode(const std::filesystem::path& package)
     return Find(ReadTables(package)[L"Property"], L"Property", L"ProductCode")[L"Value"];
 }
 
-std::wstring MachinePath()
+bool IsInstalled(const std::filesystem::path& package)
 {
-    wchar_t path[4096] = {};
-    DWORD size = sizeof path;
-    ::RegGetValueW(HKEY_LOCAL_MACHINE, EnvironmentKey, L"PATH", RRF_RT_ANY, nullptr, path, &size);
-    return path;
-}
-
-std::wstring PathWithout(const RegistryListing& listing)
-{
-    const std::wstring begin = EnvironmentKey + std::wstring(L" = PATH,");
-    for (const std::wstring& line : listing) {
-        if (line.starts_with(begin)) {
-            return line + L"\n";
-        }
-    }
-    return {};
+    return ::MsiQueryProductStateW(ProductCode(package).c_str()) == INSTALLSTATE_DEFAULT;
 }

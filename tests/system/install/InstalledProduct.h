@@ -16,8 +16,12 @@ inline const std::wstring InstallerComponents =
 class InstalledProduct : public testing::Test
 {
 protected:
+    InstalledProduct();
     /// Removes what the test left: product, settings, folder and registrations.
     ~InstalledProduct() override;
+
+    /// The PC without the product, as it was before the first test: each test leaves it so.
+    static const Pc& Clean();
 
     DWORD Install(const std::filesystem::path& package, const std::wstring& properties = L"");
     DWORD Remove(const std::filesystem::path& package);
@@ -30,6 +34,5 @@ std::filesystem::path Program(const wchar_t* name);
 std::optional<std::uint32_t> Setting(const wchar_t* name);
 /// The product code in the package's table of properties.
 std::wstring ProductCode(const std::filesystem::path& package);
-/// PATH as new processes are given it, and the line that a listing has for it.
-std::wstring MachinePath();
-std::wstring PathWithout(const RegistryListing& listing);
+/// Whether Windows knows the package's product as installed.
+bool IsInstalled(const std::filesystem::path& package);

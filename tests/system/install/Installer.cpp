@@ -1,9 +1,13 @@
 #include "tests/system/install/Installer.h"
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TempFolder.h"
+#include "win32/Handle.h"
+#include "win32/RegistryKey.h"
 
 #include <array>
 #include <cstdlib>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <vector>
@@ -32,6 +36,63 @@ std::filesystem::path SystemFolder()
     std::array<wchar_t, MAX_PATH> path{};
     ::GetSystemDirectoryW(path.data(), static_cast<UINT>(path.size()));
     return path.data();
+}
+
+void EnableBackupPrivilege()
+{
+    HANDLE opened = nullptr;
+    ::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &opened);
+    const win32::KernelHandle token(opened);
+    TOKEN_PRIVILEGES wanted{1, {{{}, SE_PRIVILEGE_ENABLED}}};
+    ::LookupPrivilegeValueW(nullptr, L"SeBackupPrivilege", &wanted.Privileges[0].Luid);
+    ::AdjustTokenPrivileges(token.Get(), FALSE, &wanted, 0, nullptr, nullptr);
+}
+
+/// All of the machine's Software. Wine saves a key as text, which it writes in one request of its server; reading it key
+/// by key takes a hundred thousand.
+RegistryListing SavedMachineSoftware()
+{
+    EnableBackupPrivilege();
+    const support::TempFolder folder;
+    const std::filesystem::path file = folder.Path() / L"software";
+    const auto software = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, L"Software", KEY_READ);
+    if (const LSTATUS status = ::RegSaveKeyW(software.Get(), file.c_str(), nullptr); status != ERROR_SUCCESS) {
+        throw std::runtime_error("the registry cannot be saved: " + std::to_string(status));
+    }
+    RegistryListing listing;
+    std::wifstream in(file);
+    std::wstring key;
+    std::wstring value;
+    for (std::wstring line; std::getline(in, line);) {
+        if (line.starts_with(L'[')) {
+            key = L"Software\\" + line.substr(1, line.rfind(L']') - 1);
+            for (std::size_t at = 0; (at = key.find(L"\\\\", at)) != std::wstring::npos; ++at) {
+                key.erase(at, 1);
+            }
+            listing.insert(key);
+        } else if (!key.empty() && !line.empty() && line[0] != L'#') {
+            value += line;
+            // A long value goes on in the next line.
+            if (!value.ends_with(L'\\')) {
+                listing.insert(key + L" = " + value);
+                value.clear();
+            }
+        }
+    }
+    return listing;
+}
+
+/// The machine's PATH, a line an entry. Wine's installer leaves the semicolon of an entry that it removes.
+RegistryListing ListPath()
+{
+    RegistryListing entries;
+    std::wstringstream path(MachinePath());
+    for (std::wstring entry; std::getline(path, entry, L';');) {
+        if (!entry.empty()) {
+            entries.insert(L"PATH: " + entry);
+        }
+    }
+    return entries;
 }
 
 void ListFiles(const std::filesystem::path& folder, std::set<std::wstring>& files)
@@ -70,9 +131,9 @@ std::filesystem::path InstalledFolder()
     return L"C:\\Program Files\\Morvane Port Router";
 }
 
-DWORD Msiexec(const wchar_t* action, const std::filesystem::path& package, const std::wstring& properties)
+DWORD Msiexec(const wchar_t* action, const std::wstring& package, const std::wstring& properties)
 {
-    const std::wstring arguments = std::wstring(action) + L" \"" + package.wstring() + L"\" /qn " + properties;
+    const std::wstring arguments = std::wstring(action) + L" \"" + package + L"\" /qn " + properties;
     return support::ChildProcess(SystemFolder() / L"msiexec.exe", arguments)
         .WaitForExit(InstallPatience)
         .value_or(ERROR_TIMEOUT);
@@ -81,9 +142,8 @@ DWORD Msiexec(const wchar_t* action, const std::filesystem::path& package, const
 Pc Pc::List()
 {
     Pc pc;
-    pc.registry = ListRegistry(HKEY_LOCAL_MACHINE, L"Software");
-    pc.registry.merge(
-        ListRegistry(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager\\Environment"));
+    pc.registry = SavedMachineSoftware();
+    pc.registry.merge(ListPath());
     pc.registry.merge(ListRegistry(HKEY_CURRENT_USER, L"Software\\Classes"));
     pc.registry.merge(ListRegistry(HKEY_CURRENT_USER, L"Software\\Microsoft\\Installer"));
     for (const wchar_t* folder :
@@ -113,6 +173,15 @@ std::wstring Without(const std::wstring& text, const std::set<std::wstring>& kno
         }
     }
     return rest;
+}
+
+std::wstring MachinePath()
+{
+    std::array<wchar_t, 4096> path{};
+    DWORD size = sizeof path;
+    ::RegGetValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager\\Environment",
+                   L"PATH", RRF_RT_ANY, nullptr, path.data(), &size);
+    return path.data();
 }
 
 std::wstring VersionOf(const std::filesystem::path& program)
