@@ -81,11 +81,12 @@ void UseInstalledRouter()
 
     // RouterProbe by its name alone, as at a prompt that was opened after the installation.
     ::SetEnvironmentVariableW(L"PATH", MachinePath().c_str());
-    const support::ChildProcess prompt(
-        L"C:\\windows\\system32\\cmd.exe",
-        L"/c RouterProbe measure --port 3,1 --count 1000 --open-timeout 60 --wait-exit 30");
-    EXPECT_EQ(prompt.WaitForExit(std::chrono::minutes(2)), 0U);
-    EXPECT_NE(prompt.Output().find("1000 answered"), std::string::npos) << prompt.Output();
+    wchar_t found[MAX_PATH] = {};
+    ASSERT_NE(::SearchPathW(nullptr, L"RouterProbe", L".exe", MAX_PATH, found, nullptr), 0U);
+    ASSERT_EQ(std::filesystem::path(found), Program(L"RouterProbe.exe"));
+    const support::ChildProcess probe(found, L"measure --port 3,1 --count 1000 --open-timeout 60 --wait-exit 30");
+    EXPECT_EQ(probe.WaitForExit(std::chrono::minutes(2)), 0U);
+    EXPECT_NE(probe.Output().find("1000 answered"), std::string::npos) << probe.Output();
 }
 
 TEST_F(Installation, ServesScriptsAndRouterProbeAtTheInstalledPlace)

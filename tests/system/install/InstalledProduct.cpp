@@ -13,7 +13,7 @@ InstalledProduct::InstalledProduct()
 InstalledProduct::~InstalledProduct()
 {
     if (m_installed) {
-        Remove(*m_installed);
+        EXPECT_EQ(Remove(*m_installed), 0U);
     }
     std::error_code ignored;
     std::filesystem::remove_all(InstalledFolder(), ignored);

@@ -69,7 +69,11 @@ RegistryListing SavedMachineSoftware()
             for (std::size_t at = 0; (at = key.find(L"\\\\", at)) != std::wstring::npos; ++at) {
                 key.erase(at, 1);
             }
-            listing.insert(key);
+            // The text leaves out keys that hold nothing but keys.
+            for (std::size_t end = 0; end != std::wstring::npos;) {
+                end = key.find(L'\\', end + 1);
+                listing.insert(key.substr(0, end));
+            }
         } else if (!key.empty() && !line.empty() && line[0] != L'#') {
             value += line;
             // A long value goes on in the next line.

@@ -73,7 +73,8 @@ TEST_F(Upgrade, RepairBringsBackFilesAndKeysAndKeepsSettings)
     ASSERT_TRUE(std::filesystem::remove(Program(L"RouterProbe.exe")));
     ASSERT_TRUE(std::filesystem::remove(InstalledFolder() / L"Documents" / L"service.html"));
     ASSERT_EQ(::RegDeleteTreeW(HKEY_LOCAL_MACHINE, ServerKey), ERROR_SUCCESS);
-    ASSERT_EQ(Msiexec(L"/famus", ProductCode(CurrentPackage())), 0U);
+    // What /famus stands for; Wine's /f takes no package.
+    ASSERT_EQ(Msiexec(L"/i", CurrentPackage(), L"REINSTALL=ALL REINSTALLMODE=amus"), 0U);
     const Pc after = Pc::List();
     EXPECT_EQ(AddedTo(after.files, before.files), L"");
     EXPECT_EQ(Server(HKEY_LOCAL_MACHINE), InstalledServer);
