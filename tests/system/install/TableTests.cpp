@@ -208,10 +208,15 @@ TEST_F(PackageTables, NameOnlyWhatIsThere)
     }
     EXPECT_EQ(keys(L"FeatureComponents", L"Component_"), components);
     EXPECT_EQ(keys(L"Component", L"ComponentId").size(), components.size());
+    const auto files = keys(L"File", L"File");
+    const auto values = keys(L"Registry", L"Registry");
     for (const PackageRow& row : Table(L"Component")) {
         EXPECT_TRUE(directories.contains(row.at(L"Directory_"))) << row.at(L"Component");
-        // 256: a component of 64 bits, or its files and keys would end in the 32-bit places.
-        EXPECT_NE(std::stoi(row.at(L"Attributes")) & 256, 0) << row.at(L"Component");
+        const std::wstring& path = row.at(L"KeyPath");
+        EXPECT_TRUE(path.empty() || files.contains(path) || values.contains(path)) << path;
+        // 256: a component of 64 bits; anything else would end in the places for 32-bit programs.
+        const bool is64 = (std::stoi(row.at(L"Attributes")) & 256) != 0;
+        EXPECT_EQ(is64, row.at(L"Component") != L"Registration32") << row.at(L"Component");
     }
 }
 
