@@ -25,7 +25,7 @@ const std::set<std::wstring> OwnKeys{
 
 TEST_F(Installation, LeavesInTheRegistryWhatRegServerLeaves)
 {
-    const RegistryListing& before = Clean().registry;
+    const RegistryListing& before = Before().registry;
     ASSERT_EQ(Install(CurrentPackage()), 0U);
     const RegistryListing after = Pc::List().registry;
     const std::wstring installed = AddedTo(before, after);
@@ -80,9 +80,8 @@ void UseInstalledRouter()
     EXPECT_EQ(host.Output(), "released\r\n");
 
     // RouterProbe by its name alone, as at a prompt that was opened after the installation.
-    ::SetEnvironmentVariableW(L"PATH", MachinePath().c_str());
     wchar_t found[MAX_PATH] = {};
-    ASSERT_NE(::SearchPathW(nullptr, L"RouterProbe", L".exe", MAX_PATH, found, nullptr), 0U);
+    ASSERT_NE(::SearchPathW(MachinePath().c_str(), L"RouterProbe", L".exe", MAX_PATH, found, nullptr), 0U);
     ASSERT_EQ(std::filesystem::path(found), Program(L"RouterProbe.exe"));
     const support::ChildProcess probe(found, L"measure --port 3,1 --count 1000 --open-timeout 60 --wait-exit 30");
     EXPECT_EQ(probe.WaitForExit(std::chrono::minutes(2)), 0U);
@@ -122,13 +121,13 @@ TEST_F(Installation, IsRefusedWithAWrongPropertyAndChangesNothing)
         EXPECT_EQ(Install(CurrentPackage(), wrong), static_cast<DWORD>(ERROR_INSTALL_FAILURE)) << wrong;
     }
     const Pc after = Pc::List();
-    EXPECT_EQ(AddedTo(Clean(), after), L"");
-    EXPECT_EQ(AddedTo(after, Clean()), L"");
+    EXPECT_EQ(AddedTo(Before(), after), L"");
+    EXPECT_EQ(AddedTo(after, Before()), L"");
 }
 
 TEST_F(Installation, RemovalLeavesSettingsLogsAndImagesAlone)
 {
-    const Pc& before = Clean();
+    const Pc& before = Before();
     ASSERT_EQ(Install(CurrentPackage(), L"SIMULATEUSB=1"), 0U);
     std::ofstream(InstalledFolder() / L"Log" / L"MorvanePortRouter.log") << "log";
     std::ofstream(InstalledFolder() / L"Firmware" / L"Firmware_256.Out") << "image";
@@ -151,7 +150,7 @@ TEST_F(Installation, CyclesOfInstallationAndRemovalLeaveNothing)
 {
     const char* wanted = std::getenv("MORVANE_INSTALL_CYCLES");
     const int cycles = wanted != nullptr ? std::atoi(wanted) : 3;
-    const Pc& before = Clean();
+    const Pc& before = Before();
     for (int cycle = 0; cycle < cycles; ++cycle) {
         ASSERT_EQ(Install(CurrentPackage()), 0U) << "cycle " << cycle;
         ASSERT_TRUE(std::filesystem::exists(Program(L"RouterProbe.exe")));

@@ -5,25 +5,37 @@
 
 #include <msi.h>
 
+namespace {
+
+// Windows has these keys of its installer from the start; Wine creates them with the first installation and leaves them.
+void CreateInstallerKeys()
+{
+    const std::wstring classes = L"Software\\Classes\\Installer";
+    const std::wstring installer = L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer";
+    for (const std::wstring& key :
+         {classes + L"\\Features", classes + L"\\Products", classes + L"\\UpgradeCodes",
+          installer + L"\\UpgradeCodes", installer + L"\\UserData\\S-1-5-18\\Products", InstallerComponents})
+    {
+        EXPECT_TRUE(win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, key.c_str(), KEY_READ | KEY_WRITE));
+    }
+}
+
+} // namespace
+
 InstalledProduct::InstalledProduct()
 {
-    Clean();
+    CreateInstallerKeys();
+    m_before = Pc::List();
 }
 
 InstalledProduct::~InstalledProduct()
 {
-    if (m_installed) {
-        EXPECT_EQ(Remove(*m_installed), 0U);
+    if (const auto installed = m_installed) {
+        EXPECT_EQ(Remove(*installed), 0U);
     }
     std::error_code ignored;
     std::filesystem::remove_all(InstalledFolder(), ignored);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, SettingsRoot.c_str());
-}
-
-const Pc& InstalledProduct::Clean()
-{
-    static const Pc clean = Pc::List();
-    return clean;
 }
 
 DWORD InstalledProduct::Install(const std::filesystem::path& package, const std::wstring& properties)

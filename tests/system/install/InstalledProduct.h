@@ -20,13 +20,14 @@ protected:
     /// Removes what the test left: product, settings, folder and registrations.
     ~InstalledProduct() override;
 
-    /// The PC without the product, as it was before the first test: each test leaves it so.
-    static const Pc& Clean();
+    /// The PC without the product, as it was before the test.
+    const Pc& Before() const noexcept { return m_before; }
 
     DWORD Install(const std::filesystem::path& package, const std::wstring& properties = L"");
     DWORD Remove(const std::filesystem::path& package);
 
 private:
+    Pc m_before;
     std::optional<std::filesystem::path> m_installed;
 };
 
