@@ -29,7 +29,11 @@ if(WIN32)
     add_link_options("$<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:MORVANE_RELEASED>>>>:-s>")
     # The same sources give the same bytes: no time of the link, no folder of the build.
     add_link_options(-Wl,--no-insert-timestamp)
-    add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>")
+    # The compiler tries the last one first. A compiler cache may hand it the sources' paths from the build's folder.
+    file(RELATIVE_PATH to_sources ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/)
+    foreach(path "${PROJECT_SOURCE_DIR}/=" "${PROJECT_BINARY_DIR}=." "${PROJECT_BINARY_DIR}/=" "${to_sources}=")
+        add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:-ffile-prefix-map=${path}>")
+    endforeach()
     # Unoptimised template code overflows the section table of a plain COFF object.
     add_compile_options("$<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Debug>>:-Wa,-mbig-obj>")
 endif()
