@@ -29,6 +29,7 @@ morvane_add_gtest(install_tests SOURCES
     ${PROJECT_SOURCE_DIR}/tests/system/install/Installer.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/install/InstallTests.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/install/PackageTables.cpp
+    ${PROJECT_SOURCE_DIR}/tests/system/install/RunningRouterTests.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/install/TableTests.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/install/UpgradeTests.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/RegistryListing.cpp

@@ -9,6 +9,7 @@
 #   end_prefix DIR                     ends every program of that prefix and its server
 #   with_display COMMAND...            runs a command under a virtual display of its own
 #   run_wine PROGRAM [ARGUMENT...]     runs a Windows program in $WINEPREFIX
+#   source_time                        the time of these sources, in seconds since 1970
 
 morvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
@@ -136,4 +137,9 @@ run_wine() {
     [ -n "${WINEPREFIX:-}" ] || die "run_wine: WINEPREFIX is not set"
     wine_environment
     wine "$@"
+}
+
+# The commit's; of a copy without the history, that of the list of changes, which every release touches.
+source_time() {
+    git -C "$morvane_root" log -1 --format=%ct 2>/dev/null || stat -c %Y "$morvane_root/CHANGELOG.md"
 }

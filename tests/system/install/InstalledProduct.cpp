@@ -1,5 +1,6 @@
 #include "tests/system/install/InstalledProduct.h"
 
+#include "client/RouterAutomation.h"
 #include "tests/system/install/PackageTables.h"
 #include "win32/RegistryKey.h"
 
@@ -30,6 +31,10 @@ InstalledProduct::InstalledProduct()
 
 InstalledProduct::~InstalledProduct()
 {
+    // A router that still runs holds its file.
+    if (RouterProcess router; router.Find()) {
+        EXPECT_TRUE(router.WaitForEnd(60'000));
+    }
     if (const auto installed = m_installed) {
         EXPECT_EQ(Remove(*installed), 0U);
     }
@@ -41,7 +46,7 @@ InstalledProduct::~InstalledProduct()
 DWORD InstalledProduct::Install(const std::filesystem::path& package, const std::wstring& properties)
 {
     const DWORD code = Msiexec(L"/i", package, properties);
-    if (code == 0) {
+    if (code == ERROR_SUCCESS || code == ERROR_SUCCESS_REBOOT_REQUIRED) {
         m_installed = package;
     }
     return code;
@@ -51,6 +56,12 @@ DWORD InstalledProduct::Remove(const std::filesystem::path& package)
 {
     m_installed.reset();
     return Msiexec(L"/x", package);
+}
+
+SimulatedInstrument::SimulatedInstrument()
+    : m_served(::CreateEventW(nullptr, TRUE, FALSE, m_ready.c_str())),
+      m_process(support::ProgramFolder() / L"InstrumentSimulator.exe", L"--quiet --ready-event " + m_ready)
+{
 }
 
 std::filesystem::path Program(const wchar_t* name)

@@ -1,6 +1,8 @@
 // What the tests of the installer share: a PC on which the product is not installed, before and after each.
 #pragma once
 
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TestSupport.h"
 #include "tests/system/install/Installer.h"
 
 #include <gtest/gtest.h>
@@ -29,6 +31,21 @@ protected:
 private:
     Pc m_before;
     std::optional<std::filesystem::path> m_installed;
+};
+
+/// The build's simulator, which the installed router finds when it simulates USB; the installed one would be in use.
+class SimulatedInstrument
+{
+public:
+    SimulatedInstrument();
+
+    /// Whether the router can find it, waited for.
+    bool IsServed() const { return support::WaitFor(m_served.Get()); }
+
+private:
+    std::wstring m_ready = support::UniqueName(L"Ready");
+    win32::KernelHandle m_served;
+    support::ChildProcess m_process;
 };
 
 std::filesystem::path Program(const wchar_t* name);
