@@ -5,17 +5,21 @@
 #include "win32/RegistryKey.h"
 
 #include <msi.h>
+#include <msidefs.h>
+#include <array>
 
 namespace {
 
 // Windows has these keys of its installer from the start; Wine creates them with the first installation and leaves them.
-void CreateInstallerKeys()
+// The branch of 32-bit interfaces is empty in Wine alone, and an installer removes keys that it leaves empty.
+void CreateKeysOfWindows()
 {
     const std::wstring classes = L"Software\\Classes\\Installer";
     const std::wstring installer = L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer";
     for (const std::wstring& key :
          {classes + L"\\Features", classes + L"\\Products", classes + L"\\UpgradeCodes",
-          installer + L"\\UpgradeCodes", installer + L"\\UserData\\S-1-5-18\\Products", InstallerComponents})
+          installer + L"\\UpgradeCodes", installer + L"\\UserData\\S-1-5-18\\Products", InstallerComponents,
+          std::wstring(L"Software\\Classes\\Wow6432Node\\Interface\\Another")})
     {
         EXPECT_TRUE(win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, key.c_str(), KEY_READ | KEY_WRITE));
     }
@@ -25,7 +29,7 @@ void CreateInstallerKeys()
 
 InstalledProduct::InstalledProduct()
 {
-    CreateInstallerKeys();
+    CreateKeysOfWindows();
     m_before = Pc::List();
 }
 
@@ -79,6 +83,25 @@ std::optional<std::uint32_t> Setting(const wchar_t* name)
 std::wstring ProductCode(const std::filesystem::path& package)
 {
     return Find(ReadTables(package)[L"Property"], L"Property", L"ProductCode")[L"Value"];
+}
+
+std::set<std::wstring> KeptComponents(const std::filesystem::path& package)
+{
+    // Digits of a component's name in the registry: of the first three groups from the last to the first, then in pairs.
+    constexpr std::array<std::size_t, 32> order{8,  7,  6,  5,  4,  3,  2,  1,  13, 12, 11, 10, 18, 17, 16, 15,
+                                                21, 20, 23, 22, 26, 25, 28, 27, 30, 29, 32, 31, 34, 33, 36, 35};
+    std::set<std::wstring> keys;
+    const PackageTable components = ReadTables(package).at(L"Component");
+    for (const PackageRow& row : components) {
+        if ((std::stoi(row.at(L"Attributes")) & msidbComponentAttributesPermanent) != 0) {
+            std::wstring name;
+            for (const std::size_t at : order) {
+                name += row.at(L"ComponentId").at(at);
+            }
+            keys.insert(InstallerComponents + L'\\' + name);
+        }
+    }
+    return keys;
 }
 
 bool IsInstalled(const std::filesystem::path& package)

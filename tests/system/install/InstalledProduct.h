@@ -11,7 +11,7 @@
 
 inline const std::wstring SettingsRoot = L"Software\\Morvane Biosystems";
 inline const std::wstring SettingsKey = SettingsRoot + L"\\Devices\\MorvanePortRouter";
-/// Where Windows counts the products that use a component; what stays, such as a setting, stays counted.
+/// Where Windows counts the products that use a component.
 inline const std::wstring InstallerComponents =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Installer\\UserData\\S-1-5-18\\Components";
 
@@ -52,5 +52,7 @@ std::filesystem::path Program(const wchar_t* name);
 std::optional<std::uint32_t> Setting(const wchar_t* name);
 /// The product code in the package's table of properties.
 std::wstring ProductCode(const std::filesystem::path& package);
+/// The keys that count the settings' components. What stays stays counted; Wine counts it also when it was not given.
+std::set<std::wstring> KeptComponents(const std::filesystem::path& package);
 /// Whether Windows knows the package's product as installed.
 bool IsInstalled(const std::filesystem::path& package);
