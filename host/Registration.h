@@ -25,7 +25,7 @@ HRESULT UnregisterRouter(RegistrationHive hive);
 struct RegistrationPart
 {
     RegistrarScript script;
-    REGSAM view;
+    REGSAM view = 0;
 };
 
 /// What RegisterRouter writes for a program at `modulePath`, in its order: the installer writes the same keys without
