@@ -21,7 +21,7 @@ follow LOG [--every SECONDS] [--for SECONDS] [--stop-event NAME]
       --stop-event NAME   end when this named event is set
 
 export LOG... -o FILE
-    The log's packets as a capture for Wireshark (pcapng). tools/wireshark/morvane.lua decodes it.
+    The log's packets as a capture for Wireshark (pcapng). morvane.lua, beside the documents, decodes it.
 
 doctor [--activate] [--pipe NAME]...
     What is wrong with this PC, with a remedy each; one line when nothing is. Changes nothing.
@@ -35,6 +35,9 @@ bundle FILE [LOG...] [--no-payload]
     Logs, settings, versions, doctor's result and explain's report in one ZIP file of at most 20 MB. Without LOG the
     registered router's logs.
       --no-payload        leave out what packets hold
+
+--help, --version
+    This text, or the version.
 
 Exit codes:
    0  good

@@ -1,6 +1,7 @@
 // RouterLog: reads the port router's logs for people. It starts no router and is none of its host programs: the router
 // neither waits for it nor ends with it.
 #include "console/Console.h"
+#include "console/Version.h"
 #include "tools/RouterLog/Commands.h"
 
 #include <algorithm>
@@ -27,6 +28,10 @@ int Run(const routerlog::Arguments& arguments)
     {
         console::Say(routerlog::HelpText());
         return static_cast<int>(arguments.empty() ? ExitCode::Usage : ExitCode::Good);
+    }
+    if (arguments.front() == "--version") {
+        console::Say(console::VersionLine("RouterLog"));
+        return static_cast<int>(ExitCode::Good);
     }
     const auto found = std::ranges::find(commands, arguments.front(), &Command::first);
     if (found == commands.end()) {

@@ -100,6 +100,13 @@ TEST_F(Installation, ServesScriptsAndRouterProbeAtTheInstalledPlace)
     EXPECT_TRUE(std::filesystem::exists(InstalledFolder() / L"Log" / L"MorvanePortRouter.log"));
 }
 
+TEST_F(Installation, IsSoundToTheInstalledDoctor)
+{
+    ASSERT_EQ(Install(CurrentPackage()), 0U);
+    const support::ChildProcess doctor(Program(L"RouterLog.exe"), L"doctor --activate");
+    EXPECT_EQ(doctor.WaitForExit(std::chrono::minutes(2)), 0U) << doctor.Output();
+}
+
 TEST_F(Installation, WritesASettingOnlyWhenItIsGiven)
 {
     ASSERT_EQ(Install(CurrentPackage(), L"LOGLIMIT=77"), 0U);

@@ -3,6 +3,8 @@
 #include "tools/RouterLog/pc/GatherFacts.h"
 #include "win32/RegistryKey.h"
 
+#include <Version.h>
+
 #include <array>
 #include <filesystem>
 
@@ -91,8 +93,7 @@ void GatherRegistration(PcFacts& facts)
 
 std::string OwnVersion()
 {
-    return std::to_string(MORVANE_VERSION_MAJOR) + "." + std::to_string(MORVANE_VERSION_MINOR) + "." +
-           std::to_string(MORVANE_VERSION_PATCH) + ".0";
+    return MORVANE_VERSION_TEXT ".0";
 }
 
 } // namespace routerlog
