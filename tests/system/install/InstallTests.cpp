@@ -102,7 +102,9 @@ TEST_F(Installation, ServesScriptsAndRouterProbeAtTheInstalledPlace)
 
 TEST_F(Installation, IsSoundToTheInstalledDoctor)
 {
-    ASSERT_EQ(Install(CurrentPackage()), 0U);
+    ASSERT_EQ(Install(CurrentPackage(), L"SIMULATEUSB=1"), 0U);
+    const SimulatedInstrument instrument;
+    ASSERT_TRUE(instrument.IsServed());
     const support::ChildProcess doctor(Program(L"RouterLog.exe"), L"doctor --activate");
     EXPECT_EQ(doctor.WaitForExit(std::chrono::minutes(2)), 0U) << doctor.Output();
 }
