@@ -1,4 +1,4 @@
-#include "bench/Road.h"
+#include "bench/DataPath.h"
 
 #include "bench/Measure.h"
 #include "console/Console.h"

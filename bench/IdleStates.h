@@ -1,7 +1,7 @@
 // The router with nothing to do, in the ways in which it can have nothing to do.
 #pragma once
 
-#include "bench/Road.h"
+#include "bench/DataPath.h"
 
 #include <array>
 #include <memory>

@@ -1,5 +1,5 @@
 // 1 to 64 ports, each with a client that does round trips.
-#include "bench/Road.h"
+#include "bench/DataPath.h"
 #include "bench/Rows.h"
 #include "tests/support/ProcessUsage.h"
 #include "tests/support/WaitUntil.h"

@@ -1,4 +1,4 @@
-#include "bench/Road.h"
+#include "bench/DataPath.h"
 #include "bench/Rows.h"
 #include "client/RouterAutomation.h"
 #include "tests/support/UniqueName.h"

@@ -1,5 +1,5 @@
 // One-way streams: requests without waiting, and replies that come many to a block.
-#include "bench/Road.h"
+#include "bench/DataPath.h"
 #include "bench/Rows.h"
 
 #include <stdexcept>

@@ -1,5 +1,5 @@
 // Round trips over the simulated instrument's driver, with the router and without.
-#include "bench/Road.h"
+#include "bench/DataPath.h"
 #include "bench/Rows.h"
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/instrument/InstrumentDriver.h"
