@@ -284,8 +284,8 @@ TEST_F(Simulation, ASimulatorThatWritesAndVanishesAtOnceIsNoticedEveryTime)
         simulator.emplace();
         ASSERT_TRUE(simulator->AwaitRouter());
         ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "last words")));
-        ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
         simulator.reset();
+        ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
         ASSERT_TRUE(support::WaitUntil([&] { return !driver->IsConnected(); })) << round;
     }
 }
