@@ -288,6 +288,8 @@ TEST_F(Simulation, ASimulatorThatWritesAndVanishesAtOnceIsNoticedEveryTime)
         ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
         ASSERT_TRUE(support::WaitUntil([&] { return !driver->IsConnected(); })) << round;
     }
+    // By the read that follows, which is mostly refused. A write would notice it too, a quiet second later.
+    EXPECT_GE(RecordingTrace::Count("Reply-receive failed("), 16u);
 }
 
 TEST_F(Simulation, ASimulatorThatStopsReadingIsWarnedOfAndNothingIsAbortedOrLost)
