@@ -33,7 +33,7 @@ morvane_add_gtest(install_tests SOURCES
     ${PROJECT_SOURCE_DIR}/tests/system/install/TableTests.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/install/UpgradeTests.cpp
     ${PROJECT_SOURCE_DIR}/tests/system/RegistryListing.cpp
-    LIBRARIES ${support_libraries} ${trace_library} morvane_win32)
+    LIBRARIES morvane_testsupport morvane_recordingtrace morvane_win32)
 target_link_libraries(install_tests PRIVATE msi version)
 morvane_add_test(TARGET install_tests LABEL package TIMEOUT 400 ENVIRONMENT MORVANE_PACKAGES=Z:${packages})
 set_tests_properties(install_tests PROPERTIES FIXTURES_REQUIRED "packages;wine")

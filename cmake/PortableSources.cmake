@@ -1,5 +1,5 @@
 # Sources without <windows.h>, compiled a second time natively with the sanitizers and fuzzed there.
-morvane_sources(MORVANE_PORTABLE_SOURCES
+set(MORVANE_PORTABLE_SOURCES
     ports/packet/WireFormat.cpp
     firmware/ChunkPlan.cpp
     firmware/DownloadDialogue.cpp
@@ -13,3 +13,4 @@ morvane_sources(MORVANE_PORTABLE_SOURCES
     instrument/Script.cpp
     instrument/SequencedPayload.cpp
     tools/RouterProbe/RoundTrips.cpp)
+list(TRANSFORM MORVANE_PORTABLE_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)

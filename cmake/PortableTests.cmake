@@ -1,7 +1,12 @@
 # The native trees: portable sources and their tests, nothing else.
 include(PortableSources)
-morvane_sources(sources tests/wire/*.cpp)
-if(MORVANE_HAVE_GOOGLETEST AND sources)
+set(sources
+    EngineAnswerTests.cpp EngineFaultTests.cpp EngineFirmwareTests.cpp EngineFuzzTests.cpp EngineScriptTests.cpp
+    EngineToolboxTests.cpp FirmwareBootloaderTests.cpp FirmwareChunkTests.cpp FirmwareDialogueTests.cpp
+    FirmwareFuzzTests.cpp FirmwareReplyNumberTests.cpp FirmwareRetryTests.cpp UsbDescriptorFuzzTests.cpp
+    UsbDescriptorTests.cpp WireFormatTests.cpp)
+list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/tests/wire/)
+if(MORVANE_HAVE_GOOGLETEST)
     add_executable(wire_tests ${sources} ${MORVANE_PORTABLE_SOURCES})
     target_link_libraries(wire_tests PRIVATE morvane_flags morvane_googletest)
     # For the tests only: the portable sources have to name what they use.

@@ -7,6 +7,7 @@ endfunction()
 
 if(NOT WIN32)
     morvane_add_script_test(formatting cmake/check-format)
+    morvane_add_script_test(source_lists cmake/check-sources)
     morvane_add_script_test(include_directions cmake/check-includes)
     morvane_add_script_test(include_directions_check tests/rig/include-directions)
     add_test(NAME ${MORVANE_TEST_PREFIX}icons COMMAND ${PROJECT_SOURCE_DIR}/diag/icons/make-icons --check)

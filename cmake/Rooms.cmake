@@ -8,9 +8,7 @@ target_link_libraries(morvane_system INTERFACE
 # The generated automation header comes from widl and is not held to our warnings.
 add_library(morvane_generated INTERFACE)
 target_include_directories(morvane_generated SYSTEM INTERFACE ${MORVANE_GENERATED_DIR})
-if(TARGET morvane_typelib)
-    add_dependencies(morvane_generated morvane_typelib)
-endif()
+add_dependencies(morvane_generated morvane_typelib)
 
 # In the checked tree windows.h is read once for all rooms, which halves its build. In the release tree every
 # file reads its own headers, so a missing #include is found there; and GCC 12, optimising, takes inlined code of
@@ -25,61 +23,68 @@ function(morvane_precompile target)
     endif()
 endfunction()
 
-# morvane_module(<name> [FOLDER folder] [USES module...]): one module. What it uses is what cmake/check-includes lets
-# it include, so the linker needs no second look at a library.
-set(MORVANE_MODULES "")
+# morvane_module(<name> [FOLDER folder] [USES module...] SOURCES file...): one module, its files in a folder of its name or
+# in FOLDER. What it uses is what cmake/check-includes lets it include, so the linker needs no second look at a library.
 function(morvane_module name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "USES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "USES;SOURCES")
     if(NOT arg_FOLDER)
         set(arg_FOLDER ${name})
     endif()
-    morvane_sources(sources ${arg_FOLDER}/*.cpp)
-    list(FILTER sources EXCLUDE REGEX "/host/Main\\.cpp$")
-    add_library(morvane_${name} STATIC ${sources})
+    list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/)
+    add_library(morvane_${name} STATIC ${arg_SOURCES})
     list(TRANSFORM arg_USES PREPEND morvane_)
     target_link_libraries(morvane_${name} PUBLIC morvane_flags morvane_generated ${arg_USES} morvane_system)
     morvane_precompile(morvane_${name})
-    set(MORVANE_MODULES ${MORVANE_MODULES} ${name} PARENT_SCOPE)
 endfunction()
 
-morvane_module(win32)
-morvane_module(trace)
-morvane_module(packet FOLDER ports/packet USES win32)
-morvane_module(usb USES trace win32)
-morvane_module(firmware USES packet trace win32)
-morvane_module(transport USES firmware usb packet trace win32)
-morvane_module(ports USES transport packet trace win32)
-morvane_module(diag USES trace win32)
-morvane_module(host USES diag ports transport firmware usb packet trace win32)
+morvane_module(win32 SOURCES
+    ModulePath.cpp OverlappedOperation.cpp OwnUserSecurity.cpp RegistryKey.cpp Text.cpp Thread.cpp
+    TimerResolution.cpp)
+morvane_module(trace SOURCES
+    PacketText.cpp Trace.cpp)
+morvane_module(packet FOLDER ports/packet USES win32 SOURCES
+    CCommandQueue.cpp CSerialPortCommand.cpp WireFormat.cpp)
+morvane_module(usb USES trace win32 SOURCES
+    BulkTransfer.cpp CallLimits.cpp CCyBulkEndPoint.cpp CCyControlEndPoint.cpp CCyInterruptEndPoint.cpp
+    CCyIsocEndPoint.cpp CCyUSBEndPoint.cpp ConfigurationRecord.cpp Descriptors.cpp DeviceControl.cpp
+    DeviceInterfaces.cpp DeviceNotification.cpp RequestBlock.cpp Transfer.cpp UsbDevice.cpp UsbDeviceIdentity.cpp)
+morvane_module(firmware USES packet trace win32 SOURCES
+    ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
+morvane_module(transport USES firmware usb packet trace win32 SOURCES
+    CCyUSBDriver.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp SimulationLink.cpp
+    SkippedPacketLog.cpp UsbLink.cpp)
+morvane_module(ports USES transport packet trace win32 SOURCES
+    CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
+morvane_module(diag USES trace win32 SOURCES
+    CDebugOption.cpp CDebugOptionDlg.cpp CDebugThread.cpp CDebugWindow.cpp DebugList.cpp DebugOptionControls.cpp
+    LogFile.cpp ModalLoops.cpp TimeStamp.cpp TraceQueue.cpp TracerSession.cpp TracerWorker.cpp TrayIcon.cpp
+    WindowPlacement.cpp)
+morvane_module(host USES diag ports transport firmware usb packet trace win32 SOURCES
+    BoundedStep.cpp CMorvanePortRouterModule.cpp CMorvaneUSBRouter.cpp CommandLine.cpp ComOptions.cpp ComServer.cpp
+    ConfigurationStore.cpp HostWatch.cpp PortTable.cpp RegistrarScript.cpp Registration.cpp RouterTypeLibrary.cpp
+    ScriptParser.cpp TraceFrontEnd.cpp TraceOptionsTable.cpp TracerOutput.cpp)
 
 # Resources of the program: also linked into the test programs that need its dialogs and scripts.
-morvane_sources(resource_script host/MorvanePortRouter.rc)
-if(resource_script)
-    morvane_sources(resource_parts host/*.rgs host/*.ico host/*.manifest host/Resource*.h host/resource*.h)
-    add_library(morvane_resources OBJECT ${resource_script})
-    target_link_libraries(morvane_resources PRIVATE morvane_flags)
-    target_include_directories(morvane_resources PRIVATE ${MORVANE_GENERATED_DIR} ${PROJECT_SOURCE_DIR}/host)
-    set_source_files_properties(${resource_script} PROPERTIES
-        OBJECT_DEPENDS "${resource_parts};${MORVANE_TYPELIB_OUTPUTS};${MORVANE_GENERATED_DIR}/MorvanePortRouter.manifest;${MORVANE_VERSION_PARTS}")
-    if(TARGET morvane_typelib)
-        add_dependencies(morvane_resources morvane_typelib)
-    endif()
-endif()
+set(resource_script ${PROJECT_SOURCE_DIR}/host/MorvanePortRouter.rc)
+set(resource_parts
+    AppId.rgs Interface.rgs MorvanePortRouter.manifest MorvaneUSBRouter.rgs TypeLibrary.rgs Resource.h)
+list(TRANSFORM resource_parts PREPEND ${PROJECT_SOURCE_DIR}/host/)
+add_library(morvane_resources OBJECT ${resource_script})
+target_link_libraries(morvane_resources PRIVATE morvane_flags)
+target_include_directories(morvane_resources PRIVATE ${MORVANE_GENERATED_DIR} ${PROJECT_SOURCE_DIR}/host)
+set_source_files_properties(${resource_script} PROPERTIES
+    OBJECT_DEPENDS "${resource_parts};${MORVANE_TYPELIB_OUTPUTS};${MORVANE_GENERATED_DIR}/MorvanePortRouter.manifest;${MORVANE_VERSION_PARTS}")
+add_dependencies(morvane_resources morvane_typelib)
 
 # morvane_add_resources(target)
 function(morvane_add_resources target)
-    if(TARGET morvane_resources)
-        target_sources(${target} PRIVATE $<TARGET_OBJECTS:morvane_resources>)
-    endif()
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:morvane_resources>)
 endfunction()
 
-morvane_sources(main_source host/Main.cpp)
-if(main_source)
-    add_executable(MorvanePortRouter WIN32 ${main_source})
-    target_link_options(MorvanePortRouter PRIVATE -municode)
-    morvane_add_resources(MorvanePortRouter)
-    target_link_libraries(MorvanePortRouter PRIVATE morvane_host)
-    morvane_release(MorvanePortRouter)
-endif()
+add_executable(MorvanePortRouter WIN32 ${PROJECT_SOURCE_DIR}/host/Main.cpp)
+target_link_options(MorvanePortRouter PRIVATE -municode)
+morvane_add_resources(MorvanePortRouter)
+target_link_libraries(MorvanePortRouter PRIVATE morvane_host)
+morvane_release(MorvanePortRouter)
 
 include(Tools)

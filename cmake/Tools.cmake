@@ -15,9 +15,13 @@ add_subdirectory(${PROJECT_SOURCE_DIR}/tests/instrument testdriver)
 
 # Kits of the tools, the tests and the benchmark; of the product they use the wrappers of Windows and the wire format.
 # The instrument's USB endpoint speaks to the test driver's remote control.
-morvane_module(console USES win32)
-morvane_module(client USES win32)
-morvane_module(instrument USES console testdriver packet win32)
+morvane_module(console USES win32 SOURCES
+    CommandLine.cpp Console.cpp HexDump.cpp Version.cpp WholeFile.cpp)
+morvane_module(client USES win32 SOURCES
+    ClientPipe.cpp RouterAutomation.cpp)
+morvane_module(instrument USES console testdriver packet win32 SOURCES
+    Bootloader.cpp ConsoleObserver.cpp Endpoint.cpp Engine.cpp Lexer.cpp Output.cpp PipeEndpoint.cpp
+    PlayProgram.cpp Script.cpp SequencedPayload.cpp UsbEndpoint.cpp)
 set(MORVANE_KIT_LIBRARIES morvane_client morvane_instrument morvane_console)
 
 # RouterLog has its portable half and what asks Windows in folders of their own, which its tests link too.
@@ -27,19 +31,21 @@ add_library(morvane_routerlog STATIC ${MORVANE_ROUTERLOG_SOURCES} ${routerlog_wi
 target_link_libraries(morvane_routerlog PUBLIC morvane_console morvane_usb version)
 morvane_precompile(morvane_routerlog)
 
-morvane_sources(tool_folders tools/*)
-foreach(folder ${tool_folders})
-    get_filename_component(tool ${folder} NAME)
-    morvane_sources(tool_sources tools/${tool}/*.cpp tools/${tool}/*.rc)
-    if(NOT tool_sources)
-        continue()
-    endif()
-    set(tool_libraries ${MORVANE_KIT_LIBRARIES})
-    if(tool STREQUAL "RouterLog")
-        set(tool_libraries morvane_routerlog)
-    endif()
-    morvane_add_console_program(${tool} SOURCES ${tool_sources} LIBRARIES ${tool_libraries})
-    set_source_files_properties(tools/${tool}/${tool}.rc PROPERTIES OBJECT_DEPENDS "${MORVANE_VERSION_PARTS}")
-    morvane_release(${tool})
-endforeach()
+# morvane_tool(<name> LIBRARIES library... SOURCES file...): a program in tools/<name>, with a resource script of its name.
+function(morvane_tool name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+    list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/tools/${name}/)
+    set(resources ${PROJECT_SOURCE_DIR}/tools/${name}/${name}.rc)
+    morvane_add_console_program(${name} SOURCES ${arg_SOURCES} ${resources} LIBRARIES ${arg_LIBRARIES})
+    set_source_files_properties(${resources} PROPERTIES OBJECT_DEPENDS "${MORVANE_VERSION_PARTS}")
+    morvane_release(${name})
+endfunction()
+
+morvane_tool(RouterProbe LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES
+    ListenJob.cpp Main.cpp MeasureJob.cpp PortJob.cpp PortWorker.cpp Probe.cpp ProbeHelp.cpp ProbeOptions.cpp
+    ProbeSession.cpp RoundTrips.cpp SendJob.cpp)
+morvane_tool(InstrumentSimulator LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES Main.cpp)
+morvane_tool(InstrumentBus LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES Main.cpp)
+morvane_tool(RouterLog LIBRARIES morvane_routerlog SOURCES
+    BundleCommand.cpp DoctorCommand.cpp ExplainCommand.cpp ExportCommand.cpp FollowCommand.cpp Help.cpp Main.cpp)
 add_dependencies(InstrumentBus MorvaneTestInstrument)

@@ -2,7 +2,7 @@
 # Only widl sees Wine's folders (they hold oaidl.idl and stdole2.tlb); the C++ compiler uses MinGW's headers.
 
 set(MORVANE_GENERATED_DIR ${PROJECT_BINARY_DIR}/generated)
-morvane_sources(MORVANE_IDL host/MorvanePortRouter.idl)
+set(MORVANE_IDL ${PROJECT_SOURCE_DIR}/host/MorvanePortRouter.idl)
 file(MAKE_DIRECTORY ${MORVANE_GENERATED_DIR})
 
 find_program(MORVANE_WIDL NAMES x86_64-w64-mingw32-widl widl REQUIRED)
@@ -32,17 +32,15 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 set(widl_utc ${CMAKE_COMMAND} -E env TZ=UTC ${widl})
 
-if(MORVANE_IDL)
-    add_custom_command(
-        OUTPUT ${MORVANE_TYPELIB_OUTPUTS}
-        COMMAND ${widl} -h -o MorvanePortRouter.h ${MORVANE_IDL}
-        COMMAND ${widl} -u -o MorvanePortRouter_i.c ${MORVANE_IDL}
-        COMMAND ${widl_utc} -t -o MorvanePortRouter.tlb ${MORVANE_IDL}
-        COMMAND ${widl_utc} -m32 -t -o MorvanePortRouter32.tlb ${MORVANE_IDL}
-        ${fixed_times}
-        WORKING_DIRECTORY ${MORVANE_GENERATED_DIR}
-        DEPENDS ${MORVANE_IDL} ${PROJECT_SOURCE_DIR}/cmake/set-typelib-time
-        COMMENT "Compiling the type library"
-        VERBATIM)
-    add_custom_target(morvane_typelib DEPENDS ${MORVANE_TYPELIB_OUTPUTS})
-endif()
+add_custom_command(
+    OUTPUT ${MORVANE_TYPELIB_OUTPUTS}
+    COMMAND ${widl} -h -o MorvanePortRouter.h ${MORVANE_IDL}
+    COMMAND ${widl} -u -o MorvanePortRouter_i.c ${MORVANE_IDL}
+    COMMAND ${widl_utc} -t -o MorvanePortRouter.tlb ${MORVANE_IDL}
+    COMMAND ${widl_utc} -m32 -t -o MorvanePortRouter32.tlb ${MORVANE_IDL}
+    ${fixed_times}
+    WORKING_DIRECTORY ${MORVANE_GENERATED_DIR}
+    DEPENDS ${MORVANE_IDL} ${PROJECT_SOURCE_DIR}/cmake/set-typelib-time
+    COMMENT "Compiling the type library"
+    VERBATIM)
+add_custom_target(morvane_typelib DEPENDS ${MORVANE_TYPELIB_OUTPUTS})

@@ -3,38 +3,37 @@ if(NOT MORVANE_HAVE_GOOGLETEST)
     return()
 endif()
 
+# morvane_test_sources(<variable> <folder> <file>...): files of a folder below tests/, with their full paths.
+function(morvane_test_sources variable folder)
+    list(TRANSFORM ARGN PREPEND ${PROJECT_SOURCE_DIR}/tests/${folder}/)
+    set(${variable} ${ARGN} PARENT_SCOPE)
+endfunction()
+
 # Tests wait far longer than they compute: also in the release tree only the code under test is optimised.
 set(test_options $<$<COMPILE_LANGUAGE:CXX>:-O0>)
 if(MINGW)
     list(APPEND test_options $<$<COMPILE_LANGUAGE:CXX>:-Wa,-mbig-obj>)
 endif()
 
-morvane_sources(support_sources tests/support/*.cpp)
-morvane_sources(trace_source tests/support/RecordingTrace.cpp)
-list(FILTER support_sources EXCLUDE REGEX "/RecordingTrace\\.cpp$")
-set(support_libraries "")
-if(support_sources)
-    add_library(morvane_testsupport STATIC ${support_sources})
-    target_link_libraries(morvane_testsupport PUBLIC morvane_flags morvane_generated morvane_googletest
-        morvane_client morvane_packet morvane_win32 morvane_system)
-    target_compile_options(morvane_testsupport PRIVATE ${test_options})
-    # GoogleMock and windows.h take longer to read than most tests take to compile.
-    target_precompile_headers(morvane_testsupport PRIVATE <gmock/gmock.h> <gtest/gtest.h> <windows.h>
-        <atomic> <chrono> <filesystem> <functional> <memory> <mutex> <string> <thread> <vector>)
-    list(APPEND support_libraries morvane_testsupport)
-endif()
+morvane_test_sources(support_sources support
+    AllocationCount.cpp ChildProcess.cpp KilledServer.cpp OwnFolder.cpp PatchedImport.cpp PipeClient.cpp
+    ProcessUsage.cpp RegistryRoot.cpp RouterSession.cpp TempFolder.cpp UniqueName.cpp WaitUntil.cpp)
+add_library(morvane_testsupport STATIC ${support_sources})
+target_link_libraries(morvane_testsupport PUBLIC morvane_flags morvane_generated morvane_googletest
+    morvane_client morvane_packet morvane_win32 morvane_system)
+target_compile_options(morvane_testsupport PRIVATE ${test_options})
+# GoogleMock and windows.h take longer to read than most tests take to compile.
+target_precompile_headers(morvane_testsupport PRIVATE <gmock/gmock.h> <gtest/gtest.h> <windows.h>
+    <atomic> <chrono> <filesystem> <functional> <memory> <mutex> <string> <thread> <vector>)
 
 # The trace sink of every module's tests but host's, which install the product's own.
-add_library(morvane_recordingtrace STATIC ${trace_source})
+add_library(morvane_recordingtrace STATIC ${PROJECT_SOURCE_DIR}/tests/support/RecordingTrace.cpp)
 target_link_libraries(morvane_recordingtrace PUBLIC morvane_flags morvane_trace)
-set(trace_library morvane_recordingtrace)
 
 # For test programs that install the driver and play the instrument: the driver lies beside them.
 function(morvane_use_testdriver target)
-    if(TARGET morvane_testdriver)
-        target_link_libraries(${target} PRIVATE morvane_testdriver)
-        add_dependencies(${target} MorvaneTestInstrument)
-    endif()
+    target_link_libraries(${target} PRIVATE morvane_testdriver)
+    add_dependencies(${target} MorvaneTestInstrument)
 endfunction()
 
 if(CMAKE_CROSSCOMPILING)
@@ -54,77 +53,94 @@ function(morvane_add_gtest name)
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
-foreach(room ${MORVANE_MODULES} tools support bus)
-    morvane_sources(sources tests/unit/${room}/*.cpp)
-    if(NOT sources)
-        continue()
-    endif()
-    if(room STREQUAL "host")
-        set(libraries ${support_libraries})
-    else()
-        set(libraries ${support_libraries} ${trace_library})
-    endif()
-    if(TARGET morvane_${room})
-        list(APPEND libraries morvane_${room})
-    else()
-        list(APPEND libraries ${MORVANE_KIT_LIBRARIES} morvane_usb)
-    endif()
-    morvane_add_gtest(unit_${room} SOURCES ${sources} LIBRARIES ${libraries})
-    if(room STREQUAL "host" OR room STREQUAL "diag")
-        morvane_add_resources(unit_${room})
-    endif()
-    if(room MATCHES "^(usb|transport|bus)$")
-        morvane_use_testdriver(unit_${room})
-    endif()
-    if(room STREQUAL "tools")
-        # These tests start the built programs, which lie beside them.
-        foreach(program RouterProbe InstrumentSimulator)
-            if(TARGET ${program})
-                add_dependencies(unit_tools ${program})
-            endif()
-        endforeach()
-    endif()
-    if(room STREQUAL "bus")
-        add_dependencies(unit_bus InstrumentBus InstrumentSimulator)
-    endif()
-    morvane_add_test(TARGET unit_${room} LABEL unit)
+# morvane_unit_test(<name> LIBRARIES library... SOURCES file...): the tests in tests/unit/<name>.
+function(morvane_unit_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+    morvane_test_sources(sources unit/${name} ${arg_SOURCES})
+    morvane_add_gtest(unit_${name} SOURCES ${sources} LIBRARIES morvane_testsupport ${arg_LIBRARIES})
+    morvane_add_test(TARGET unit_${name} LABEL unit)
+endfunction()
+
+morvane_unit_test(win32 LIBRARIES morvane_recordingtrace morvane_win32 SOURCES
+    HandleTests.cpp OnDemandEventTests.cpp OverlappedOperationTests.cpp OwnUserSecurityTests.cpp
+    RegistryKeyTests.cpp TextTests.cpp ThreadTests.cpp TimerResolutionTests.cpp WaitSetTests.cpp)
+morvane_unit_test(trace LIBRARIES morvane_recordingtrace morvane_trace SOURCES
+    PacketTextTests.cpp)
+morvane_unit_test(usb LIBRARIES morvane_recordingtrace morvane_usb SOURCES
+    AbortTests.cpp AtOnceTests.cpp DeafDriverTests.cpp EndpointKindTests.cpp FindAndOpenTests.cpp FinishTests.cpp
+    Hooks.cpp IdentityTests.cpp InstrumentEnvironment.cpp NotificationTests.cpp RequestBlockTests.cpp
+    TransferTests.cpp UnplugTests.cpp UsbFixture.cpp)
+morvane_unit_test(firmware LIBRARIES morvane_recordingtrace morvane_firmware SOURCES
+    AllocationLimit.cpp FirmwareDownloaderTests.cpp FirmwareFileTests.cpp FirmwareFixture.cpp
+    FirmwareThreadTests.cpp)
+morvane_unit_test(transport LIBRARIES morvane_recordingtrace morvane_transport SOURCES
+    DispatchTests.cpp Hooks.cpp InstrumentEnvironment.cpp SimulationTests.cpp SubmitTests.cpp UsbConnectTests.cpp
+    UsbDeafTests.cpp UsbFixture.cpp UsbQuietTests.cpp UsbReadTests.cpp UsbStuckWriteTests.cpp UsbUnplugTests.cpp
+    UsbWriteTests.cpp)
+morvane_unit_test(ports LIBRARIES morvane_recordingtrace morvane_ports SOURCES
+    CommandTests.cpp PortPipeFixture.cpp PortPipeLimitTests.cpp PortPipeRecreateTests.cpp PortPipeStopTests.cpp
+    PortPipeTests.cpp PortPipeTraceTests.cpp PortPipeWindowsTests.cpp)
+morvane_unit_test(diag LIBRARIES morvane_recordingtrace morvane_diag SOURCES
+    DebugListTests.cpp DebugOptionTests.cpp DebugWindowFixture.cpp DebugWindowTests.cpp DialogFixture.cpp
+    DialogKeyboardTests.cpp DialogLayoutTests.cpp DialogTests.cpp FakeHost.cpp IconTests.cpp LogFileTests.cpp
+    LogText.cpp Pump.cpp TimeStampTests.cpp TraceQueueTests.cpp TracerFaultTests.cpp TracerFixture.cpp
+    TracerModalTests.cpp TracerSessionTests.cpp TracerTests.cpp TrayIconTests.cpp)
+morvane_unit_test(host LIBRARIES morvane_host SOURCES
+    BoundedStepTests.cpp CMorvaneUSBRouterTests.cpp CommandLineTests.cpp ComOptionsTests.cpp ComServerTests.cpp
+    ConfigurationStoreTests.cpp HostWatchTests.cpp ModuleTests.cpp PortTableTests.cpp RegistrarScriptTests.cpp
+    RegistrationTests.cpp TraceFrontEndTests.cpp TraceOptionsTableTests.cpp)
+morvane_unit_test(tools LIBRARIES morvane_recordingtrace ${MORVANE_KIT_LIBRARIES} morvane_usb SOURCES
+    ClientPipeTests.cpp FakePort.cpp ProbeProgramTests.cpp SimulatorProgramTests.cpp)
+morvane_unit_test(support LIBRARIES morvane_recordingtrace ${MORVANE_KIT_LIBRARIES} morvane_usb SOURCES
+    SupportTests.cpp)
+morvane_unit_test(bus LIBRARIES morvane_recordingtrace ${MORVANE_KIT_LIBRARIES} morvane_usb SOURCES
+    BusProgramTests.cpp UsbRouterEnd.cpp)
+morvane_add_resources(unit_diag)
+morvane_add_resources(unit_host)
+foreach(name usb transport bus)
+    morvane_use_testdriver(unit_${name})
 endforeach()
+# These start the built programs, which lie beside them.
+add_dependencies(unit_tools RouterProbe InstrumentSimulator)
+add_dependencies(unit_bus InstrumentBus InstrumentSimulator)
 
 # RouterLog on Windows: files that the router has open, and real routers' logs. Once is enough: what it reckons runs under
 # the sanitizers of the native tree.
 if(NOT MORVANE_CHECKED)
     morvane_sources(routerlog_sources tests/routerlog/*.cpp)
     morvane_add_gtest(routerlog_tests SOURCES ${routerlog_sources}
-        LIBRARIES ${support_libraries} ${trace_library} morvane_routerlog morvane_diag)
+        LIBRARIES morvane_testsupport morvane_recordingtrace morvane_routerlog morvane_diag)
     add_dependencies(routerlog_tests RouterLog MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus)
     morvane_use_testdriver(routerlog_tests)
     morvane_add_test(TARGET routerlog_tests LABEL system TIMEOUT 400)
 endif()
 
-morvane_sources(system_sources tests/system/*.cpp tests/unit/bus/UsbRouterEnd.cpp)
-if(system_sources)
-    morvane_add_gtest(system_tests SOURCES ${system_sources}
-        LIBRARIES ${support_libraries} ${trace_library} morvane_diag morvane_transport)
-    foreach(program MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus Client32)
-        if(TARGET ${program})
-            add_dependencies(system_tests ${program})
-        endif()
-    endforeach()
-    morvane_use_testdriver(system_tests)
-
-    # Compiled with the flags of the programs, optimisation included.
-    add_executable(StackOverrun tests/system/overrun/Main.cpp)
-    target_link_libraries(StackOverrun PRIVATE morvane_flags)
-    add_dependencies(system_tests StackOverrun)
-    morvane_add_test(TARGET system_tests LABEL system SHARDS 4 TIMEOUT 400)
+morvane_test_sources(system_sources system
+    Client32Tests.cpp FirmwareRouteTests.cpp HostActivationTests.cpp HostHardeningTests.cpp HostInstanceTests.cpp
+    HostRegistrationTests.cpp HostSessionEndTests.cpp HostWatchTests.cpp ProbeTests.cpp RegistryListing.cpp
+    RouterLogAccount.cpp RouteTests.cpp SoakTests.cpp UnplugSoakTests.cpp UsbRouteTests.cpp)
+morvane_add_gtest(system_tests SOURCES ${system_sources} ${PROJECT_SOURCE_DIR}/tests/unit/bus/UsbRouterEnd.cpp
+    LIBRARIES morvane_testsupport morvane_recordingtrace morvane_diag morvane_transport)
+add_dependencies(system_tests MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus)
+if(TARGET Client32)
+    add_dependencies(system_tests Client32)
 endif()
+morvane_use_testdriver(system_tests)
+
+# Compiled with the flags of the programs, optimisation included.
+add_executable(StackOverrun ${PROJECT_SOURCE_DIR}/tests/system/overrun/Main.cpp)
+target_link_libraries(StackOverrun PRIVATE morvane_flags)
+add_dependencies(system_tests StackOverrun)
+morvane_add_test(TARGET system_tests LABEL system SHARDS 4 TIMEOUT 400)
 
 # Real windows, pointer and keys, which the display's own tools move: under Wine only. Each entry has a desktop of its
 # own.
 if(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
-    morvane_sources(ui_sources tests/system/ui/*.cpp tests/system/RegistryListing.cpp)
+    morvane_test_sources(ui_sources system
+        ui/DebugWindowUiTests.cpp ui/Desktop.cpp ui/DialogUiTests.cpp ui/ManifestTests.cpp ui/TrayUiTests.cpp
+        ui/UiFixture.cpp ui/WindowLoadTests.cpp RegistryListing.cpp)
     morvane_add_gtest(ui_tests SOURCES ${ui_sources}
-        LIBRARIES ${support_libraries} ${trace_library} morvane_diag morvane_transport)
+        LIBRARIES morvane_testsupport morvane_recordingtrace morvane_diag morvane_transport)
     add_dependencies(ui_tests MorvanePortRouter RouterProbe InstrumentSimulator)
     morvane_add_test(TARGET ui_tests LABEL system TIMEOUT 240 ENVIRONMENT MORVANE_DESKTOP=1024x768)
 endif()
