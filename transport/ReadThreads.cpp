@@ -62,10 +62,9 @@ public:
     void Begin()
     {
         m_operation.ResetEvent();
-        if (!m_operation.Read(m_pipe, m_buffer.data(), TransferLength)) {
-            m_operation.SignalEvent(); // refused at once, for which Windows sets no event
-        } else if (m_operation.CompletedAtStart()) {
-            m_operation.SignalEvent(); // done at once, for which no event is promised
+        const bool accepted = m_operation.Read(m_pipe, m_buffer.data(), TransferLength);
+        if (!accepted || m_operation.CompletedAtStart()) {
+            m_operation.SignalEvent(); // for what is refused or done at once no event is promised
         }
     }
     bool HasEnded() const noexcept { return true; }
