@@ -16,9 +16,10 @@ morvane_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 morvane_packages=(
     git bash coreutils findutils procps util-linux
     cmake ninja-build g++ g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools
-    libwine-dev wine64 wine libwine fonts-wine xvfb xauth xdotool imagemagick
-    googletest clang-19 clang-format-19 clang-tidy-19 tshark unzip
+    libwine-dev wine64 wine libwine fonts-wine xvfb xauth googletest
 )
+# What the tests and the linter need besides.
+morvane_test_packages=(xdotool imagemagick clang-19 clang-format-19 clang-tidy-19 tshark unzip)
 # What ./package needs besides.
 morvane_package_packages=(msitools gcab zip unzip cmark-gfm)
 
