@@ -84,7 +84,7 @@ void CCyUSBDriver::Reconnect()
 
 void CCyUSBDriver::Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length)
 {
-    m_outgoing.Send(x, y, {data, data != nullptr ? length : 0});
+    m_outgoing.Send(x, y, data, length);
 }
 
 bool CCyUSBDriver::IsConnected()
@@ -115,7 +115,7 @@ void CCyUSBDriver::DispatchToDevice(const std::uint8_t* data, std::uint32_t leng
 
 void CCyUSBDriver::SubmitFirmware(std::span<const std::uint8_t> message)
 {
-    m_outgoing.Submit(wire::PortTraffic, 0, 0, message);
+    m_outgoing.Submit(wire::PortTraffic, 0, 0, message, message.size());
 }
 
 void CCyUSBDriver::ClearCommandQueue()

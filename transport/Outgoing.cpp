@@ -16,7 +16,7 @@ constexpr std::uint8_t IdleAddress = 238;
 } // namespace
 
 void Outgoing::Submit(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
-                      std::span<const std::uint8_t> payload)
+                      std::span<const std::uint8_t> payload, std::size_t length)
 {
     if (m_bLimitQueue && m_CommandQueue.GetCount() >= QueueLimit) {
         Trace(trace::RouterChannel, trace::Usb,
@@ -30,7 +30,7 @@ void Outgoing::Submit(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
     }
     const wire::Trailer trailer = wire::BuildTrailer(payload);
     const CCriticalSectionHelper lock(m_Lock);
-    const wire::Header header = wire::BuildHeader(m_nNextPacketNumber, packetType, x, y, payload.size());
+    const wire::Header header = wire::BuildHeader(m_nNextPacketNumber, packetType, x, y, length);
     auto packet = std::make_unique<CSerialPortCommand>(header.data(), static_cast<std::int32_t>(header.size()),
                                                        true, false, payload.size() + wire::FrameOverhead);
     packet->Append(payload.data(), static_cast<std::int32_t>(payload.size()));
@@ -41,23 +41,23 @@ void Outgoing::Submit(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
 }
 
 void Outgoing::SubmitOrDrop(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
-                            std::span<const std::uint8_t> payload) noexcept
+                            std::span<const std::uint8_t> payload, std::size_t length) noexcept
 {
     try {
-        Submit(packetType, x, y, payload);
+        Submit(packetType, x, y, payload, length);
     } catch (const std::bad_alloc&) {
         // Dropped: nobody could be told.
     }
 }
 
-void Outgoing::Send(std::uint8_t x, std::uint8_t y, std::span<const std::uint8_t> payload) noexcept
+void Outgoing::Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) noexcept
 {
-    SubmitOrDrop(wire::PortTraffic, x, y, payload);
+    SubmitOrDrop(wire::PortTraffic, x, y, {data, data != nullptr ? length : 0}, length);
 }
 
 void Outgoing::SendIdlePacket() noexcept
 {
-    SubmitOrDrop(wire::ControlPacket, IdleAddress, IdleAddress, {});
+    SubmitOrDrop(wire::ControlPacket, IdleAddress, IdleAddress, {}, 0);
 }
 
 void Outgoing::SetNextNumber(std::uint8_t number) noexcept

@@ -23,7 +23,8 @@ protected:
     std::int32_t Queued() { return outgoing.Queue().GetCount(); }
     void Send(std::uint8_t x, std::uint8_t y, const std::string& payload)
     {
-        outgoing.Send(x, y, {reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size()});
+        outgoing.Send(x, y, reinterpret_cast<const std::uint8_t*>(payload.data()),
+                      static_cast<std::uint32_t>(payload.size()));
     }
 
     FakeHost host;
@@ -51,12 +52,22 @@ TEST_F(Submit, After255PacketsTheNextNumberIs0)
 
 TEST_F(Submit, ASendOfLength0MakesA14ByteFrameWithChecksum0)
 {
-    outgoing.Send(3, 1, {});
+    outgoing.Send(3, 1, nullptr, 0);
     const auto packet = Next();
     ASSERT_TRUE(packet);
     EXPECT_EQ(packet->GetLength(), 14);
     EXPECT_EQ(packet->GetByteAt(12), 0);
     EXPECT_EQ(packet->GetByteAt(13), 0);
+}
+
+TEST_F(Submit, WithoutDataTheHeaderStatesTheLengthThatWasGiven)
+{
+    outgoing.Send(3, 1, nullptr, 0x0203);
+    const auto packet = Next();
+    ASSERT_TRUE(packet);
+    EXPECT_EQ(packet->GetLength(), 14);
+    EXPECT_EQ(packet->GetByteAt(10), 0x02);
+    EXPECT_EQ(packet->GetByteAt(11), 0x03);
 }
 
 TEST_F(Submit, FramesThePayloadWithTypeAddressLengthAndChecksum)
