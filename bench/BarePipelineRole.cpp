@@ -1,5 +1,6 @@
-// The road of a packet with nothing on it: the threads, events and overlapped operations of the router's road as one
-// would write them down, every event waited for and reset, and nothing of the product but its wrappers of Windows' calls. client -> port thread -> command thread -> instrument -> command thread
+// The path of a packet with nothing on it: the threads, events and overlapped operations of the router's path as
+// one would write them down, every event waited for and reset, and nothing of the product but its wrappers of
+// Windows' calls. client -> port thread -> command thread -> instrument -> command thread
 // -> reply thread -> port thread -> client.
 #include "bench/Roles.h"
 
@@ -49,10 +50,10 @@ private:
     Event m_filled{Event::Kind::ManualReset};
 };
 
-class Skeleton
+class BarePipeline
 {
 public:
-    explicit Skeleton(const RoleNames& names) : m_names(names), m_ready(console::Utf8(names.ready)) {}
+    explicit BarePipeline(const RoleNames& names) : m_names(names), m_ready(console::Utf8(names.ready)) {}
 
     int Run()
     {
@@ -187,10 +188,10 @@ private:
 
 } // namespace
 
-int PlaySkeleton(const RoleNames& names)
+int PlayBarePipeline(const RoleNames& names)
 {
-    Skeleton skeleton(names);
-    return skeleton.Run();
+    BarePipeline barePipeline(names);
+    return barePipeline.Run();
 }
 
 } // namespace bench

@@ -77,12 +77,12 @@ private:
 class Counting
 {
 public:
-    Counting(const Effort& effort, const std::filesystem::path& serverLog, const std::filesystem::path& calls)
-        : m_effort(effort), m_log(serverLog), m_calls(calls)
+    Counting(const RunSize& run, const std::filesystem::path& serverLog, const std::filesystem::path& calls)
+        : m_effort(run), m_log(serverLog), m_calls(calls)
     {
     }
 
-    /// Requests for one round trip over that road.
+    /// Requests for one round trip over that path.
     double RoundTrips(const std::string& name, PipeEnd& client, std::vector<Program> programs)
     {
         const std::vector<std::uint8_t> message(MessageSize, 'c');
@@ -141,19 +141,19 @@ public:
     }
 
 private:
-    const Effort& m_effort;
+    const RunSize& m_effort;
     ServerLog m_log;
     CallList m_calls;
 };
 
 void AddRoundTripRow(Table& table, Counting& counting, RouterSession& session)
 {
-    double skeleton = 0;
+    double barePipeline = 0;
     {
-        SkeletonRoad road;
-        skeleton = counting.RoundTrips(
-            "skeleton", road.Client(),
-            {{"skeleton", ThreadsOf(road.Id())}, {"instrument", ThreadsOf(road.InstrumentId())}});
+        BarePipelinePath path;
+        barePipeline = counting.RoundTrips(
+            "barePipeline", path.Client(),
+            {{"barePipeline", ThreadsOf(path.Id())}, {"instrument", ThreadsOf(path.InstrumentId())}});
     }
     const Instrument simulator(SimulatorPipe, true);
     RunningRouter router(session);
@@ -164,7 +164,7 @@ void AddRoundTripRow(Table& table, Counting& counting, RouterSession& session)
     table.Add({"requests to the Wine server for a routed round trip",
                "seven wake-ups and nothing else",
                {routed, "requests"},
-               Quantity{skeleton, "requests"},
+               Quantity{barePipeline, "requests"},
                Bound::AtMost,
                1.5,
                ""});
@@ -172,10 +172,10 @@ void AddRoundTripRow(Table& table, Counting& counting, RouterSession& session)
 
 } // namespace
 
-void AddCountedRows(Table& table, const Effort& effort, RouterSession& session,
+void AddCountedRows(Table& table, const RunSize& run, RouterSession& session,
                     const std::filesystem::path& serverLog, const std::filesystem::path& calls)
 {
-    Counting counting(effort, serverLog, calls);
+    Counting counting(run, serverLog, calls);
     AddRoundTripRow(table, counting, session);
     table.Add({"kernel calls of " + std::to_string(TraceCalls) + " trace calls that nobody wants",
                "",

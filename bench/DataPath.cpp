@@ -29,10 +29,10 @@ RoleNames InstrumentNames(const std::wstring& pipe, bool framed)
     return names;
 }
 
-RoleNames SkeletonNames(const std::wstring& simulator)
+RoleNames BarePipelineNames(const std::wstring& simulator)
 {
     RoleNames names;
-    names.pipe = support::UniqueName(L"BenchSkeleton");
+    names.pipe = support::UniqueName(L"BenchBarePipeline");
     names.simulator = simulator;
     return names;
 }
@@ -44,10 +44,10 @@ Instrument::Instrument(const std::wstring& pipe, bool framed)
 {
 }
 
-void Instrument::Set(Manner manner, std::uint64_t goal) const
+void Instrument::Set(Mode mode, std::uint64_t goal) const
 {
     m_shared.Record().goal = goal;
-    m_shared.Record().manner = manner;
+    m_shared.Record().mode = mode;
 }
 
 void Instrument::AwaitGoal() const
@@ -101,15 +101,15 @@ void RoundTrip(PipeEnd& client, std::span<const std::uint8_t> message, std::size
     }
 }
 
-SkeletonRoad::SkeletonRoad()
+BarePipelinePath::BarePipelinePath()
     : m_instrument(support::UniqueName(L"BenchEcho"), false),
-      m_names(SkeletonNames(m_instrument.Pipe())),
-      m_process(L"skeleton", m_names)
+      m_names(BarePipelineNames(m_instrument.Pipe())),
+      m_process(L"barePipeline", m_names)
 {
-    Demand(m_client.Open(m_names.pipe, OpenPatience), "the skeleton's pipe does not open");
+    Demand(m_client.Open(m_names.pipe, OpenPatience), "the bare pipeline's pipe does not open");
 }
 
-DirectRoad::DirectRoad() : m_instrument(support::UniqueName(L"BenchDirect"), false)
+DirectPath::DirectPath() : m_instrument(support::UniqueName(L"BenchDirect"), false)
 {
     Demand(m_client.Open(m_instrument.Pipe(), OpenPatience), "the instrument's pipe does not open");
     m_client.ReadMessages();

@@ -50,10 +50,10 @@ private:
 
 } // namespace
 
-void AddDispatchRows(Table& table, const Effort& effort)
+void AddDispatchRows(Table& table, const RunSize& run)
 {
     DispatchParser parser;
-    AddParsingRows(table, effort, parser, "parsing");
+    AddParsingRows(table, run, parser, "parsing");
 }
 
 } // namespace bench

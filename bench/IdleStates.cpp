@@ -48,8 +48,8 @@ double IdleRouter::StatedWakeUps(IdleState state)
     // A quiet second queues an idle packet: the time-out, and the echo of this instrument, if it takes its time.
     constexpr double CommandThread = 2;
     switch (state) {
-    // With nobody connected the pipe is made anew after each time-out, by an event that is signalled already when it is
-    // waited for.
+    // With nobody connected the pipe is made anew after each time-out, by an event that is signalled already when
+    // it is waited for.
     case IdleState::Connected:
     case IdleState::NobodyConnected: return Tray + CommandThread + Ports * PortTimeOut;
     // Ports look for a connection once a second, the command thread for the instrument every 10 ms.

@@ -49,10 +49,10 @@ private:
 
     bool Treat(std::span<const std::uint8_t> bytes)
     {
-        switch (m_shared.Record().manner.load()) {
-        case Manner::Echo: return m_pipe.Write(bytes);
-        case Manner::Sink: Count(PayloadIn(bytes)); return true;
-        case Manner::Flood: return PayloadIn(bytes) == 0 || Flood();
+        switch (m_shared.Record().mode.load()) {
+        case Mode::Echo: return m_pipe.Write(bytes);
+        case Mode::Sink: Count(PayloadIn(bytes)); return true;
+        case Mode::Flood: return PayloadIn(bytes) == 0 || Flood();
         }
         return false;
     }

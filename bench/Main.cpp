@@ -29,7 +29,7 @@ const std::set<std::string> Groups{"wire",  "dispatch", "trace", "usb",    "star
 
 struct Options
 {
-    bench::Effort effort;
+    bench::RunSize run;
     std::set<std::string> only;
     std::string json;
     bool oneProcessor = false;
@@ -41,7 +41,7 @@ struct Options
 
 std::optional<commandline::Error> Read(const std::vector<std::string>& arguments, Options& options)
 {
-    return commandline::Parse(arguments, {{"--quick", false, commandline::Set(options.effort.quick)},
+    return commandline::Parse(arguments, {{"--quick", false, commandline::Set(options.run.quick)},
                                           {"--only", true,
                                            [&options](const std::string& value) {
                                                std::istringstream groups(value);
@@ -83,10 +83,10 @@ public:
 
     void All()
     {
-        const bench::Effort& effort = m_options.effort;
-        Group("wire", [&] { AddDumpAndFramingRows(m_table, effort); });
-        Group("dispatch", [&] { AddDispatchRows(m_table, effort); });
-        Group("trace", [&] { AddTraceRows(m_table, effort); });
+        const bench::RunSize& run = m_options.run;
+        Group("wire", [&] { AddDumpAndFramingRows(m_table, run); });
+        Group("dispatch", [&] { AddDispatchRows(m_table, run); });
+        Group("trace", [&] { AddTraceRows(m_table, run); });
         WithRouter("usb", RouterSession::Transport::Usb, &bench::AddUsbRows);
         WithRouter("start", RouterSession::Transport::Simulation, &bench::AddStartRows);
         WithRouter("trips", RouterSession::Transport::Simulation, &bench::AddRoundTripRows);
@@ -94,7 +94,7 @@ public:
         WithRouter("ports", RouterSession::Transport::Simulation, &bench::AddScalingRows);
         if (!m_options.serverLog.empty()) {
             WithRouter("counted", RouterSession::Transport::Simulation,
-                       [this](bench::Table& table, const bench::Effort& measure, RouterSession& session) {
+                       [this](bench::Table& table, const bench::RunSize& measure, RouterSession& session) {
                            AddCountedRows(table, measure, session, console::Wide(m_options.serverLog),
                                           console::Wide(m_options.calls));
                        });
@@ -128,11 +128,11 @@ private:
     }
 
     void WithRouter(const char* name, RouterSession::Transport transport,
-                    const std::function<void(bench::Table&, const bench::Effort&, RouterSession&)>& measure)
+                    const std::function<void(bench::Table&, const bench::RunSize&, RouterSession&)>& measure)
     {
         Group(name, [&] {
             RouterSession session(transport);
-            measure(m_table, m_options.effort, session);
+            measure(m_table, m_options.run, session);
         });
     }
 

@@ -10,7 +10,7 @@
 namespace bench {
 
 /// How much is done: the whole measurement, or just enough to see that it works.
-struct Effort
+struct RunSize
 {
     bool quick = false;
 
@@ -54,8 +54,8 @@ inline double Median(std::vector<double> values)
     return Percentile(std::move(values), 50);
 }
 
-/// Calls each function (which returns a figure) once a round, in turn, so that whatever else the machine does meets
-/// them alike; the median figure of each.
+/// Calls each function (which returns a figure) once a round, in turn, so that whatever else the machine does
+/// meets them alike; the median figure of each.
 template <class... Functions>
 std::array<double, sizeof...(Functions)> InTurn(int rounds, Functions&&... functions)
 {

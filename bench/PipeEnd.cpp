@@ -5,7 +5,7 @@
 
 namespace bench {
 
-bool PipeEnd::Open(const std::wstring& name, std::chrono::milliseconds patience)
+bool PipeEnd::Open(const std::wstring& name, std::chrono::milliseconds timeout)
 {
     const std::wstring path = support::PipePath(name);
     return support::WaitUntil(
@@ -14,7 +14,7 @@ bool PipeEnd::Open(const std::wstring& name, std::chrono::milliseconds patience)
                                        FILE_FLAG_OVERLAPPED, nullptr));
             return static_cast<bool>(m_pipe);
         },
-        patience);
+        timeout);
 }
 
 bool PipeEnd::Make(const std::wstring& name, DWORD type)
@@ -75,12 +75,12 @@ std::span<const std::uint8_t> PipeEnd::Read()
     return {m_buffer.data(), length};
 }
 
-std::span<const std::uint8_t> PipeEnd::ReadWithin(std::chrono::milliseconds patience)
+std::span<const std::uint8_t> PipeEnd::ReadWithin(std::chrono::milliseconds timeout)
 {
     if (!m_read.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size()))) {
         return {};
     }
-    if (!support::WaitFor(m_read.EventHandle(), patience)) {
+    if (!support::WaitFor(m_read.EventHandle(), timeout)) {
         m_read.Cancel();
         return {};
     }

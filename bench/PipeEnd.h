@@ -1,4 +1,5 @@
-// One end of a bare pipe: the same code for the client, with a router in between or without, and for whoever answers.
+// One end of a bare pipe: the same code for the client, with a router in between or without, and for whoever
+// answers.
 #pragma once
 
 #include "win32/Handle.h"
@@ -19,7 +20,7 @@ public:
     PipeEnd() : m_buffer(65536) {}
 
     /// Opens the pipe of that name as a client, tried again until it is there.
-    bool Open(const std::wstring& name, std::chrono::milliseconds patience);
+    bool Open(const std::wstring& name, std::chrono::milliseconds timeout);
 
     /// Makes the pipe, PIPE_TYPE_MESSAGE or PIPE_TYPE_BYTE, one instance, as the router makes its own.
     bool Make(const std::wstring& name, DWORD type);
@@ -34,8 +35,8 @@ public:
     bool Write(std::span<const std::uint8_t> bytes);
     /// What there is, at most 65,536 bytes; valid until the next read.
     std::span<const std::uint8_t> Read();
-    /// The same, given up after `patience`: then nothing is lost and the read is over.
-    std::span<const std::uint8_t> ReadWithin(std::chrono::milliseconds patience);
+    /// The same, given up after `timeout`: then nothing is lost and the read is over.
+    std::span<const std::uint8_t> ReadWithin(std::chrono::milliseconds timeout);
     bool ReadExactly(std::size_t count);
 
     void Close();

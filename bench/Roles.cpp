@@ -33,8 +33,8 @@ int PlayRole(const std::vector<std::string>& arguments)
     if (role == "bus") {
         return PlayBusInstrument(names);
     }
-    if (role == "skeleton") {
-        return PlaySkeleton(names);
+    if (role == "barePipeline") {
+        return PlayBarePipeline(names);
     }
     return role == "nobody" ? 0 : console::UsageError;
 }

@@ -15,7 +15,7 @@ int PlayRole(const std::vector<std::string>& arguments);
 struct RoleNames
 {
     std::wstring pipe;      // that it serves
-    std::wstring simulator; // skeleton: the pipe that it opens
+    std::wstring simulator; // barePipeline: the pipe that it opens
     std::wstring ready;     // event: it may be used now
     std::wstring record;    // instruments: name of the shared record
     bool framed = false;    // pipe instrument: packets as the router sends them
@@ -23,7 +23,7 @@ struct RoleNames
 
 int PlayInstrument(const RoleNames& names);    // behind a pipe
 int PlayBusInstrument(const RoleNames& names); // behind the simulated instrument's driver
-int PlaySkeleton(const RoleNames& names);
+int PlayBarePipeline(const RoleNames& names);
 
 /// A child process in a role, ready for use once constructed; ended by the destructor.
 class RoleProcess

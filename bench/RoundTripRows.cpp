@@ -12,32 +12,32 @@ namespace {
 constexpr std::array<std::size_t, 3> Sizes{64, 1024, 16384};
 constexpr double MostOfOnePipe = 3.3;
 
-/// The three roads of a message, side by side, each with a client.
-class Roads
+/// The three paths of a message, side by side, each with a client.
+class DataPaths
 {
 public:
-    explicit Roads(RouterSession& session) : m_router(session), m_routed(m_router.OpenPort(3, 1)) {}
-    ~Roads() { m_routed->Close(); }
-    Roads(const Roads&) = delete;
-    Roads& operator=(const Roads&) = delete;
+    explicit DataPaths(RouterSession& session) : m_router(session), m_routed(m_router.OpenPort(3, 1)) {}
+    ~DataPaths() { m_routed->Close(); }
+    DataPaths(const DataPaths&) = delete;
+    DataPaths& operator=(const DataPaths&) = delete;
 
     PipeEnd& Direct() noexcept { return m_direct.Client(); }
-    PipeEnd& Skeleton() noexcept { return m_skeleton.Client(); }
+    PipeEnd& BarePipeline() noexcept { return m_barePipeline.Client(); }
     PipeEnd& Routed() noexcept { return *m_routed; }
 
 private:
-    DirectRoad m_direct;
-    SkeletonRoad m_skeleton;
+    DirectPath m_direct;
+    BarePipelinePath m_barePipeline;
     const Instrument m_simulator{SimulatorPipe, true};
     RunningRouter m_router;
     std::unique_ptr<PipeEnd> m_routed;
 };
 
 /// Medians in microseconds; of the routed trips all, for their percentiles.
-struct Trips
+struct Latencies
 {
     double direct = 0;
-    double skeleton = 0;
+    double barePipeline = 0;
     double routed = 0;
     std::vector<double> allRouted;
 };
@@ -47,12 +47,12 @@ std::string Name(std::size_t size)
     return "round trip, " + (size >= 1024 ? std::to_string(size / 1024) + " KB" : std::to_string(size) + " B");
 }
 
-/// Each client asks again as soon as it is answered, on one road at a time.
-Trips MeasureBackToBack(const Effort& effort, Roads& roads, std::size_t size)
+/// Each client asks again as soon as it is answered, on one path at a time.
+Latencies MeasureBackToBack(const RunSize& run, DataPaths& paths, std::size_t size)
 {
     const std::vector<std::uint8_t> message(size, 'm');
-    const std::size_t count = effort.Times(200);
-    Trips trips;
+    const std::size_t count = run.Times(200);
+    Latencies trips;
     const auto medianOf = [&](PipeEnd& client, std::vector<double>* collected) {
         RoundTrip(client, message, WarmUps, nullptr);
         std::vector<double> times;
@@ -62,26 +62,27 @@ Trips MeasureBackToBack(const Effort& effort, Roads& roads, std::size_t size)
         }
         return Median(times);
     };
-    const auto [direct, skeleton, routed] = InTurn(
-        effort.Rounds(), [&] { return medianOf(roads.Direct(), nullptr); },
-        [&] { return medianOf(roads.Skeleton(), nullptr); },
-        [&] { return medianOf(roads.Routed(), &trips.allRouted); });
+    const auto [direct, barePipeline, routed] = InTurn(
+        run.Rounds(), [&] { return medianOf(paths.Direct(), nullptr); },
+        [&] { return medianOf(paths.BarePipeline(), nullptr); },
+        [&] { return medianOf(paths.Routed(), &trips.allRouted); });
     trips.direct = direct;
-    trips.skeleton = skeleton;
+    trips.barePipeline = barePipeline;
     trips.routed = routed;
     return trips;
 }
 
-/// One request at a time on each road in turn, with a pause before each, as software makes them that asks its instrument
-/// now and then: the processors have gone to sleep, and each wake-up on the road costs the same on every road.
-Trips MeasureNowAndThen(const Effort& effort, Roads& roads, std::size_t size)
+/// One request at a time on each path in turn, with a pause before each, as software makes them that asks its
+/// instrument now and then: the processors have gone to sleep, and each wake-up on the path costs the same on
+/// every path.
+Latencies MeasureNowAndThen(const RunSize& run, DataPaths& paths, std::size_t size)
 {
     constexpr DWORD pause = 3; // ms
     const std::vector<std::uint8_t> message(size, 'm');
     std::array<std::vector<double>, 3> times;
-    for (std::size_t turn = 0; turn < effort.Times(250); ++turn) {
+    for (std::size_t turn = 0; turn < run.Times(250); ++turn) {
         std::size_t at = 0;
-        for (PipeEnd* const client : {&roads.Direct(), &roads.Skeleton(), &roads.Routed()}) {
+        for (PipeEnd* const client : {&paths.Direct(), &paths.BarePipeline(), &paths.Routed()}) {
             ::Sleep(pause);
             RoundTrip(*client, message, 1, &times[at++]);
         }
@@ -90,7 +91,7 @@ Trips MeasureNowAndThen(const Effort& effort, Roads& roads, std::size_t size)
 }
 
 /// `when` ends the rows' names.
-void AddAgainstOnePipe(Table& table, std::size_t size, const Trips& trips, const std::string& when)
+void AddAgainstOnePipe(Table& table, std::size_t size, const Latencies& trips, const std::string& when)
 {
     table.Add({Name(size) + ", simulation" + when,
                "same ends on one pipe",
@@ -101,14 +102,14 @@ void AddAgainstOnePipe(Table& table, std::size_t size, const Trips& trips, const
                ""});
     table.Add({Name(size) + ", seven wake-ups only" + when,
                "same ends on one pipe",
-               {trips.skeleton, "us"},
+               {trips.barePipeline, "us"},
                Quantity{trips.direct, "us"},
                Bound::None,
                0,
-               "a bare road"});
+               "a bare path"});
 }
 
-void AddPercentile(Table& table, std::size_t size, const Trips& trips, const std::string& when)
+void AddPercentile(Table& table, std::size_t size, const Latencies& trips, const std::string& when)
 {
     table.Add({Name(size) + ", simulation" + when + ", 99th percentile",
                "its own median",
@@ -121,35 +122,35 @@ void AddPercentile(Table& table, std::size_t size, const Trips& trips, const std
 
 } // namespace
 
-// What a request to the Wine server costs depends on whether the server runs on the processor of the thread that asks,
-// and a short road keeps the two together more often than a long one. On Windows itself a kernel call runs where it is
-// made. So the roads are compared where every request costs the same too, on one processor.
-void AddOneProcessorRoundTripRows(Table& table, const Effort& effort, RouterSession& session)
+// What a request to the Wine server costs depends on whether the server runs on the processor of the thread that
+// asks, and a short path keeps the two together more often than a long one. On Windows itself a kernel call runs
+// where it is made. So the paths are compared where every request costs the same too, on one processor.
+void AddOneProcessorRoundTripRows(Table& table, const RunSize& run, RouterSession& session)
 {
-    Roads roads(session);
+    DataPaths paths(session);
     for (const std::size_t size : Sizes) {
-        const Trips trips = MeasureBackToBack(effort, roads, size);
+        const Latencies trips = MeasureBackToBack(run, paths, size);
         AddAgainstOnePipe(table, size, trips, ", one processor");
         AddPercentile(table, size, trips, ", one processor");
     }
 }
 
-void AddRoundTripRows(Table& table, const Effort& effort, RouterSession& session)
+void AddRoundTripRows(Table& table, const RunSize& run, RouterSession& session)
 {
-    Roads roads(session);
+    DataPaths paths(session);
     for (const std::size_t size : Sizes) {
-        AddAgainstOnePipe(table, size, MeasureNowAndThen(effort, roads, size), ", now and then");
+        AddAgainstOnePipe(table, size, MeasureNowAndThen(run, paths, size), ", now and then");
     }
     for (const std::size_t size : Sizes) {
-        // In a tight loop over several processors the bare road itself is above what is asked of one pipe: whether the
-        // router adds anything of its own is seen against that.
+        // In a tight loop over several processors the bare path itself is above what is asked of one pipe: whether
+        // the router adds anything of its own is seen against that.
         const std::string when = ", all processors";
-        const Trips trips = MeasureBackToBack(effort, roads, size);
+        const Latencies trips = MeasureBackToBack(run, paths, size);
         AddAgainstOnePipe(table, size, trips, when);
         table.Add({Name(size) + ", simulation" + when,
                    "seven wake-ups only",
                    {trips.routed, "us"},
-                   Quantity{trips.skeleton, "us"},
+                   Quantity{trips.barePipeline, "us"},
                    Bound::AtMost,
                    1,
                    ""});

@@ -76,11 +76,11 @@ double TotalRate(const Clients& clients, std::size_t count, std::chrono::millise
 
 } // namespace
 
-void AddScalingRows(Table& table, const Effort& effort, RouterSession& session)
+void AddScalingRows(Table& table, const RunSize& run, RouterSession& session)
 {
     const Instrument simulator(SimulatorPipe, true);
     RunningRouter router(session);
-    const auto time = effort.Time(std::chrono::milliseconds(1000));
+    const auto time = run.Time(std::chrono::milliseconds(1000));
     constexpr std::size_t Most = 64;
     Clients clients;
     clients.push_back(router.OpenPort(3, 1));
@@ -90,7 +90,7 @@ void AddScalingRows(Table& table, const Effort& effort, RouterSession& session)
         while (clients.size() < ports) {
             clients.push_back(router.OpenPort(3, static_cast<ULONG>(clients.size() + 1)));
         }
-        const int rounds = effort.quick ? 1 : 5;
+        const int rounds = run.quick ? 1 : 5;
         const auto [single, all] = InTurn(
             rounds, [&] { return TotalRate(clients, 1, time); }, [&] { return TotalRate(clients, ports, time); });
         table.Add({"round trips of " + std::to_string(ports) + " ports together",

@@ -17,7 +17,8 @@ namespace bench {
 
 namespace {
 
-/// The thread and the name of a request, or Slept ("0024: select( ..."); an answer ("0024: select() = 0 ...") is none.
+/// The thread and the name of a request, or Slept ("0024: select( ..."); an answer ("0024: select() = 0 ...") is
+/// none.
 bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
 {
     if (line.size() < 6) {
@@ -41,8 +42,8 @@ bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
     return true;
 }
 
-/// From the stat file of that process: user and system time are fields 14 and 15, in hundredths of a second. Windows'
-/// own call tells nothing of another process under Wine.
+/// From the stat file of that process: user and system time are fields 14 and 15, in hundredths of a second.
+/// Windows' own call tells nothing of another process under Wine.
 double ProcessorSecondsOf(const std::string& unixProcess)
 {
     std::ifstream stat("Z:\\proc\\" + unixProcess + "\\stat", std::ios::binary);

@@ -33,8 +33,8 @@ public:
     /// The requests of each thread in that time. Throws std::runtime_error when the marks are not there.
     std::map<DWORD, Requests> Counted(const std::string& name) const;
 
-    /// Seconds of processor time that the process of that thread has taken, by the account of the machine below Wine.
-    /// Throws std::runtime_error when the log does not show the thread's start.
+    /// Seconds of processor time that the process of that thread has taken, by the account of the machine below
+    /// Wine. Throws std::runtime_error when the log does not show the thread's start.
     double ProcessorSeconds(DWORD firstThread) const;
 
 private:

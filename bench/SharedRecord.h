@@ -11,7 +11,7 @@
 namespace bench {
 
 /// How the instrument treats what it gets.
-enum class Manner : std::uint32_t {
+enum class Mode : std::uint32_t {
     Echo,  // gives it back as it came
     Sink,  // counts payload bytes; sets the event at every `goal` of them
     Flood, // answers with `goal` payload bytes in packets of 512
@@ -20,7 +20,7 @@ enum class Manner : std::uint32_t {
 /// Lies in memory that both processes see.
 struct InstrumentRecord
 {
-    std::atomic<Manner> manner;
+    std::atomic<Mode> mode;
     std::atomic<std::uint64_t> goal;
     std::atomic<std::uint64_t> packets; // so many came, with a payload; what is not framed counts as read
 };

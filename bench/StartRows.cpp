@@ -46,12 +46,12 @@ StartTimes StartRouter()
 } // namespace
 
 // The session has registered the router; COM is initialised by it too.
-void AddStartRows(Table& table, const Effort& effort, RouterSession&)
+void AddStartRows(Table& table, const RunSize& run, RouterSession&)
 {
     const Instrument simulator(SimulatorPipe, true);
     std::vector<double> activation;
     std::vector<double> served;
-    for (int round = 0; round < effort.Rounds(); ++round) {
+    for (int round = 0; round < run.Rounds(); ++round) {
         const StartTimes times = StartRouter();
         activation.push_back(times.activation);
         served.push_back(times.served);

@@ -14,7 +14,7 @@ constexpr std::size_t FloodMessage = 512;
 double StreamRate(PipeEnd& client, const Instrument& instrument, std::size_t size, std::size_t count)
 {
     const std::vector<std::uint8_t> message(size, 's');
-    instrument.Set(Manner::Sink, size * count);
+    instrument.Set(Mode::Sink, size * count);
     const Stopwatch watch;
     for (std::size_t i = 0; i < count; ++i) {
         if (!client.Write(message)) {
@@ -25,16 +25,16 @@ double StreamRate(PipeEnd& client, const Instrument& instrument, std::size_t siz
     return static_cast<double>(count) / watch.Seconds();
 }
 
-void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulator, RunningRouter& router,
+void AddRequestRow(Table& table, const RunSize& run, const Instrument& simulator, RunningRouter& router,
                    std::size_t size, bool wholeMessages)
 {
-    DirectRoad direct;
-    const std::size_t count = effort.Times(5000);
+    DirectPath direct;
+    const std::size_t count = run.Times(5000);
     const auto routed = router.OpenPort(3, 1, wholeMessages ? static_cast<LONG>(size) : UsualReadSize);
     std::uint64_t packets = 0;
     std::uint64_t messages = 0;
-    const auto [bare, road] = InTurn(
-        effort.Rounds(), [&] { return StreamRate(direct.Client(), direct.TheInstrument(), size, count); },
+    const auto [bare, path] = InTurn(
+        run.Rounds(), [&] { return StreamRate(direct.Client(), direct.TheInstrument(), size, count); },
         [&] {
             simulator.Record().packets = 0;
             const double rate = StreamRate(*routed, simulator, size, wholeMessages ? count / 5 : count);
@@ -42,7 +42,7 @@ void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulat
             messages += wholeMessages ? count / 5 : count;
             return rate;
         });
-    simulator.Set(Manner::Echo);
+    simulator.Set(Mode::Echo);
     routed->Close();
     router.Unregister(3, 1);
     const double merged = packets != 0 ? static_cast<double>(messages) / static_cast<double>(packets) : 0;
@@ -51,7 +51,7 @@ void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulat
     table.Add(
         {"requests without waiting, " + std::to_string(size) + " B" + (wholeMessages ? ", one packet each" : ""),
          "one-way stream on one pipe",
-         {road, "msg/s"},
+         {path, "msg/s"},
          Quantity{bare, "msg/s"},
          wholeMessages ? Bound::None : Bound::AtLeast,
          0.5,
@@ -62,7 +62,7 @@ void AddRequestRow(Table& table, const Effort& effort, const Instrument& simulat
 double FloodRate(PipeEnd& client, const Instrument& instrument, std::size_t count)
 {
     const std::vector<std::uint8_t> request(64, 'r');
-    instrument.Set(Manner::Flood, FloodMessage * count);
+    instrument.Set(Mode::Flood, FloodMessage * count);
     const Stopwatch watch;
     if (!client.Write(request) || !client.ReadExactly(FloodMessage * count)) {
         throw std::runtime_error("the replies' pipe broke");
@@ -83,20 +83,20 @@ std::size_t Naps(const RouterSession& session)
     return naps;
 }
 
-void AddReplyRow(Table& table, const Effort& effort, const Instrument& simulator, RunningRouter& router)
+void AddReplyRow(Table& table, const RunSize& run, const Instrument& simulator, RunningRouter& router)
 {
-    DirectRoad direct;
-    const std::size_t count = effort.Times(5000);
+    DirectPath direct;
+    const std::size_t count = run.Times(5000);
     const auto routed = router.OpenPort(3, 1);
-    const auto [bare, road] = InTurn(
-        effort.Rounds(), [&] { return FloodRate(direct.Client(), direct.TheInstrument(), count); },
+    const auto [bare, path] = InTurn(
+        run.Rounds(), [&] { return FloodRate(direct.Client(), direct.TheInstrument(), count); },
         [&] { return FloodRate(*routed, simulator, count); });
-    simulator.Set(Manner::Echo);
+    simulator.Set(Mode::Echo);
     routed->Close();
     router.Unregister(3, 1);
     table.Add({"replies to one client, 512 B, many to a block",
                "one-way stream on one pipe",
-               {road, "msg/s"},
+               {path, "msg/s"},
                Quantity{bare, "msg/s"},
                Bound::AtLeast,
                0.5,
@@ -105,17 +105,17 @@ void AddReplyRow(Table& table, const Effort& effort, const Instrument& simulator
 
 } // namespace
 
-void AddStreamRows(Table& table, const Effort& effort, RouterSession& session)
+void AddStreamRows(Table& table, const RunSize& run, RouterSession& session)
 {
     const Instrument simulator(SimulatorPipe, true);
     RouterSession::SetMask(3, 0x00040000); // a port's life and its naps, into the log
     RunningRouter router(session);
     for (const bool wholeMessages : {false, true}) {
         for (const std::size_t size : {std::size_t{64}, std::size_t{1024}}) {
-            AddRequestRow(table, effort, simulator, router, size, wholeMessages);
+            AddRequestRow(table, run, simulator, router, size, wholeMessages);
         }
     }
-    AddReplyRow(table, effort, simulator, router);
+    AddReplyRow(table, run, simulator, router);
 }
 
 } // namespace bench

@@ -15,13 +15,12 @@ constexpr const char* Format = "CCyUSBDriver::USBCommandProcessThread overlapped
 
 void Nothing(int) {}
 
-void AddUnwantedRow(Table& table, const Effort& effort)
+void AddUnwantedRow(Table& table, const RunSize& run)
 {
     void (*volatile empty)(int) = &Nothing;
-    const std::size_t times = effort.Times(3'000'000);
+    const std::size_t times = run.Times(3'000'000);
     const auto [call, trace] = InTurn(
-        effort.Rounds(),
-        [&] { return NanosecondsEach(times, [&](std::size_t i) { empty(static_cast<int>(i)); }); },
+        run.Rounds(), [&] { return NanosecondsEach(times, [&](std::size_t i) { empty(static_cast<int>(i)); }); },
         [&] {
             return NanosecondsEach(times, [](std::size_t i) {
                 Trace(TracerRig::UnwantedChannel, trace::Usb, Format, static_cast<int>(i), 1);
@@ -77,14 +76,14 @@ Burst TraceBurst(const TracerRig& rig, std::size_t lines, int number)
     return burst;
 }
 
-void AddWantedRows(Table& table, const Effort& effort, const TracerRig& rig)
+void AddWantedRows(Table& table, const RunSize& run, const TracerRig& rig)
 {
-    const std::size_t lines = effort.Times(4000);
+    const std::size_t lines = run.Times(4000);
     int number = 1;
     std::size_t lost = 0;
     std::vector<double> rates;
     const auto [formatting, tracing] = InTurn(
-        effort.Rounds(), [&] { return FormattingTime(lines); },
+        run.Rounds(), [&] { return FormattingTime(lines); },
         [&] {
             const Burst burst = TraceBurst(rig, lines, ++number);
             lost += burst.lost;
@@ -116,11 +115,11 @@ void AddWantedRows(Table& table, const Effort& effort, const TracerRig& rig)
 
 } // namespace
 
-void AddTraceRows(Table& table, const Effort& effort)
+void AddTraceRows(Table& table, const RunSize& run)
 {
     const TracerRig rig;
-    AddUnwantedRow(table, effort);
-    AddWantedRows(table, effort, rig);
+    AddUnwantedRow(table, run);
+    AddWantedRows(table, run, rig);
 }
 
 } // namespace bench

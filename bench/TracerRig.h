@@ -7,8 +7,8 @@
 
 namespace bench {
 
-/// The trace calls of this process go here while it lives; one at a time. Everything that channel -1 traces is wanted
-/// by the file, nothing of other channels.
+/// The trace calls of this process go here while it lives; one at a time. Everything that channel -1 traces is
+/// wanted by the file, nothing of other channels.
 class TracerRig
 {
 public:

@@ -106,7 +106,7 @@ double DirectMedian(std::size_t size, std::size_t count)
 } // namespace
 
 // A device has one owner at a time: in each round the client opens it first, then the router is started.
-void AddUsbRows(Table& table, const Effort& effort, RouterSession& session)
+void AddUsbRows(Table& table, const RunSize& run, RouterSession& session)
 {
     const std::string fault =
         instrumentbus::InstallDriver(instrumentbus::DriverBesideProgram(), std::chrono::seconds(30));
@@ -120,8 +120,8 @@ void AddUsbRows(Table& table, const Effort& effort, RouterSession& session)
     const std::array<std::size_t, 2> sizes{64, 1024};
     std::array<std::vector<double>, 2> direct;
     std::array<std::vector<double>, 2> routed;
-    const std::size_t count = effort.Times(150);
-    for (int round = 0; round < (effort.quick ? 1 : 5); ++round) {
+    const std::size_t count = run.Times(150);
+    for (int round = 0; round < (run.quick ? 1 : 5); ++round) {
         for (std::size_t i = 0; i < sizes.size(); ++i) {
             direct[i].push_back(DirectMedian(sizes[i], count));
         }

@@ -28,8 +28,8 @@ Bytes Pattern(std::size_t count)
     return bytes;
 }
 
-/// As many packets of that payload as fit into one read. Each has number 0, after which the next one's number is not
-/// checked: the report of a gap is no part of parsing.
+/// As many packets of that payload as fit into one read. Each has number 0, after which the next one's number is
+/// not checked: the report of a gap is no part of parsing.
 Bytes BlockOf(std::size_t payloadLength)
 {
     const Bytes payload(payloadLength, 'x');
@@ -54,12 +54,12 @@ double CopyTime(std::span<const std::uint8_t> from, std::size_t times)
     });
 }
 
-void AddDumpRow(Table& table, const Effort& effort)
+void AddDumpRow(Table& table, const RunSize& run)
 {
     const Bytes bytes = Pattern(100);
-    const std::size_t times = effort.Times(200'000);
+    const std::size_t times = run.Times(200'000);
     const auto [copy, dump] = InTurn(
-        effort.Rounds(), [&] { return CopyTime(bytes, times); },
+        run.Rounds(), [&] { return CopyTime(bytes, times); },
         [&] {
             return NanosecondsEach(times, [&](std::size_t) {
                 std::string text;
@@ -71,12 +71,12 @@ void AddDumpRow(Table& table, const Effort& effort)
         {"dump of 100 bytes", "memcpy of the same bytes", {dump, "ns"}, Quantity{copy, "ns"}, Bound::None, 0, ""});
 }
 
-void AddFramingRow(Table& table, const Effort& effort, std::size_t length)
+void AddFramingRow(Table& table, const RunSize& run, std::size_t length)
 {
     const Bytes payload = Pattern(length);
-    const std::size_t times = effort.Times(100'000);
+    const std::size_t times = run.Times(100'000);
     const auto [copy, framing] = InTurn(
-        effort.Rounds(), [&] { return CopyTime(payload, times); },
+        run.Rounds(), [&] { return CopyTime(payload, times); },
         [&] {
             return NanosecondsEach(times, [&](std::size_t i) {
                 const wire::Trailer trailer = wire::BuildTrailer(payload);
@@ -158,7 +158,7 @@ double MeanOfMiddle(std::vector<double> values)
            static_cast<double>(values.size() - 2 * static_cast<std::size_t>(quarter));
 }
 
-void AddTenthsRow(Table& table, const Effort& effort, BlockParser& parser, const std::string& name,
+void AddTenthsRow(Table& table, const RunSize& run, BlockParser& parser, const std::string& name,
                   std::size_t frameLength)
 {
     const Bytes block = BlockOf(frameLength - wire::FrameOverhead);
@@ -166,7 +166,7 @@ void AddTenthsRow(Table& table, const Effort& effort, BlockParser& parser, const
     TenthsWatch watch(packets);
     std::vector<double> first;
     std::vector<double> last;
-    for (std::size_t i = 0; i < effort.Times(1000); ++i) {
+    for (std::size_t i = 0; i < run.Times(1000); ++i) {
         watch.Begin();
         parser.Parse(block, watch);
         if (watch.Seen() != packets) {
@@ -185,7 +185,7 @@ void AddTenthsRow(Table& table, const Effort& effort, BlockParser& parser, const
                ""});
 }
 
-void AddSpeedRow(Table& table, const Effort& effort, BlockParser& parser, const std::string& name,
+void AddSpeedRow(Table& table, const RunSize& run, BlockParser& parser, const std::string& name,
                  std::size_t frameLength, Bound bound)
 {
     const Bytes block = BlockOf(frameLength - wire::FrameOverhead);
@@ -198,14 +198,14 @@ void AddSpeedRow(Table& table, const Effort& effort, BlockParser& parser, const 
         return std::span<const std::uint8_t>(room).subspan(shift, block.size());
     };
     CountingWatch watch;
-    const std::size_t times = effort.Times(1000);
+    const std::size_t times = run.Times(1000);
     const auto [copy, parsing] = InTurn(
-        effort.Rounds(), [&] { return CopyTime(place(round * Page / 8 % Page), times); },
+        run.Rounds(), [&] { return CopyTime(place(round * Page / 8 % Page), times); },
         [&] {
             const auto placed = place(round++ * Page / 8 % Page);
             return NanosecondsEach(times, [&](std::size_t) { parser.Parse(placed, watch); });
         });
-    if (watch.Seen() != static_cast<std::size_t>(effort.Rounds()) * times * (block.size() / frameLength)) {
+    if (watch.Seen() != static_cast<std::size_t>(run.Rounds()) * times * (block.size() / frameLength)) {
         throw std::runtime_error("packets are missing");
     }
     const auto speed = [&block](double nanoseconds) {
@@ -217,19 +217,19 @@ void AddSpeedRow(Table& table, const Effort& effort, BlockParser& parser, const 
 
 } // namespace
 
-void AddDumpAndFramingRows(Table& table, const Effort& effort)
+void AddDumpAndFramingRows(Table& table, const RunSize& run)
 {
-    AddDumpRow(table, effort);
-    AddFramingRow(table, effort, 64);
-    AddFramingRow(table, effort, 1024);
+    AddDumpRow(table, run);
+    AddFramingRow(table, run, 64);
+    AddFramingRow(table, run, 1024);
 }
 
-void AddParsingRows(Table& table, const Effort& effort, BlockParser& parser, const std::string& name)
+void AddParsingRows(Table& table, const RunSize& run, BlockParser& parser, const std::string& name)
 {
-    AddTenthsRow(table, effort, parser, name, 15);
-    AddTenthsRow(table, effort, parser, name, 512);
-    AddSpeedRow(table, effort, parser, name, 15, Bound::None);
-    AddSpeedRow(table, effort, parser, name, 512, Bound::AtLeast);
+    AddTenthsRow(table, run, parser, name, 15);
+    AddTenthsRow(table, run, parser, name, 512);
+    AddSpeedRow(table, run, parser, name, 15, Bound::None);
+    AddSpeedRow(table, run, parser, name, 512, Bound::AtLeast);
 }
 
 } // namespace bench

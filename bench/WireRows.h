@@ -26,9 +26,9 @@ public:
     virtual void Parse(std::span<const std::uint8_t> block, PacketWatch& watch) = 0;
 };
 
-void AddDumpAndFramingRows(Table& table, const Effort& effort);
+void AddDumpAndFramingRows(Table& table, const RunSize& run);
 
 /// `name` tells whose parser it is.
-void AddParsingRows(Table& table, const Effort& effort, BlockParser& parser, const std::string& name);
+void AddParsingRows(Table& table, const RunSize& run, BlockParser& parser, const std::string& name);
 
 } // namespace bench

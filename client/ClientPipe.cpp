@@ -17,11 +17,11 @@ constexpr std::size_t LongestMessage = 65536;
 constexpr DWORD TryPause = 5;
 
 /// So long a newly opened pipe is watched: if the router was about to make it anew, it breaks within this time.
-constexpr ClientPipe::Patience Settling{20};
+constexpr ClientPipe::Timeout Settling{20};
 
-/// While the router recreates a pipe, an open may be refused as busy for a moment. Only a client that holds the pipe
-/// keeps it busy for so long.
-constexpr ClientPipe::Patience HeldByAnother{1000};
+/// While the router recreates a pipe, an open may be refused as busy for a moment. Only a client that holds the
+/// pipe keeps it busy for so long.
+constexpr ClientPipe::Timeout HeldByAnother{1000};
 
 enum class Slot : DWORD { Completed, Stop, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
 
@@ -32,9 +32,9 @@ ClientPipe::ClientPipe(std::wstring path, HANDLE stop)
 {
 }
 
-ClientPipe::Outcome ClientPipe::Open(Patience patience)
+ClientPipe::Outcome ClientPipe::Open(Timeout timeout)
 {
-    const auto end = steady_clock::now() + patience;
+    const auto end = steady_clock::now() + timeout;
     std::optional<steady_clock::time_point> busySince;
     for (;;) {
         Close();
@@ -100,24 +100,24 @@ bool ClientPipe::StartReading()
     return false;
 }
 
-ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operation, Patience patience) const
+ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operation, Timeout timeout) const
 {
     const win32::WaitSet<Slot, 2> wait(operation.EventHandle(), m_stop);
-    switch (wait.Any(static_cast<DWORD>(std::max<Patience::rep>(patience.count(), 0)))) {
+    switch (wait.Any(static_cast<DWORD>(std::max<Timeout::rep>(timeout.count(), 0)))) {
     case Slot::Completed: return Outcome::Done;
     case Slot::Stop: return Outcome::Stopped;
     default: return Outcome::TimedOut;
     }
 }
 
-ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, DWORD& length, Patience patience)
+ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout)
 {
     // Mostly it is over already, and a wait would be a kernel call for nothing.
     if (operation.Finish(m_pipe.Get(), length)) {
         return Outcome::Done;
     }
     if (::GetLastError() == ERROR_IO_INCOMPLETE) {
-        const Outcome outcome = Await(operation, patience);
+        const Outcome outcome = Await(operation, timeout);
         if (outcome != Outcome::Done) {
             return outcome;
         }
@@ -129,19 +129,19 @@ ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, 
     return Outcome::Broken;
 }
 
-ClientPipe::Outcome ClientPipe::Write(std::span<const std::uint8_t> message, Patience patience)
+ClientPipe::Outcome ClientPipe::Write(std::span<const std::uint8_t> message, Timeout timeout)
 {
     if (!m_pipe || !m_write.Write(m_pipe.Get(), message.data(), static_cast<DWORD>(message.size()))) {
         m_error = m_pipe ? ::GetLastError() : ERROR_INVALID_HANDLE;
         return Outcome::Broken;
     }
     DWORD length = 0;
-    const Outcome outcome = Complete(m_write, length, patience);
+    const Outcome outcome = Complete(m_write, length, timeout);
     m_write.Cancel();
     return outcome;
 }
 
-ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Patience patience)
+ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout timeout)
 {
     message.clear();
     if (!m_pipe) {
@@ -149,7 +149,7 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Patienc
         return Outcome::Broken;
     }
     DWORD length = 0;
-    const Outcome outcome = Complete(m_read, length, patience);
+    const Outcome outcome = Complete(m_read, length, timeout);
     if (outcome == Outcome::Done) {
         message.assign(m_buffer.begin(), m_buffer.begin() + length);
         // A refused start shows at the next Read; the message counts all the same.

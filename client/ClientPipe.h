@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-/// One thread, but for the stop signal, which ends every wait. The router makes an unconnected pipe anew every 50 ms:
-/// it may be missing or busy for a moment, and may break right after it was opened; Open sits that out.
+/// One thread, but for the stop signal, which ends every wait. The router makes an unconnected pipe anew every 50
+/// ms: it may be missing or busy for a moment, and may break right after it was opened; Open sits that out.
 class ClientPipe
 {
 public:
     enum class Outcome { Done, Stopped, TimedOut, Busy, Absent, Broken };
-    using Patience = std::chrono::milliseconds;
+    using Timeout = std::chrono::milliseconds;
 
     /// `path` with its "\\.\pipe\"; `stop` is borrowed.
     ClientPipe(std::wstring path, HANDLE stop);
@@ -24,17 +24,17 @@ public:
     ClientPipe(const ClientPipe&) = delete;
     ClientPipe& operator=(const ClientPipe&) = delete;
 
-    /// Tries until the pipe is open and stays so, for a moment at least. Done, Stopped, Busy (refused as busy for a
-    /// second without a break: another client holds it) or Absent (never there, or never for long, within
-    /// `patience`). A pipe that is busy when `patience` ends is tried until one of the two is certain.
-    Outcome Open(Patience patience);
+    /// Tries until the pipe is open and stays so, for a moment at least. Done, Stopped, Busy (refused as busy for
+    /// a second without a break: another client holds it) or Absent (never there, or never for long, within
+    /// `timeout`). A pipe that is busy when `timeout` ends is tried until one of the two is certain.
+    Outcome Open(Timeout timeout);
 
     /// One message. Done, Stopped, TimedOut (it is cancelled then) or Broken.
-    Outcome Write(std::span<const std::uint8_t> message, Patience patience);
+    Outcome Write(std::span<const std::uint8_t> message, Timeout timeout);
 
     /// The next message, of at most 65,535 bytes (of a pipe without messages: what there is). Done, Stopped,
     /// TimedOut (nothing is lost; the next Read gets it) or Broken.
-    Outcome Read(std::vector<std::uint8_t>& message, Patience patience);
+    Outcome Read(std::vector<std::uint8_t>& message, Timeout timeout);
 
     /// Drops what has not been read. The router flushes its end when a port stops and waits for its client to read
     /// or close; so close before the port is unregistered or its object released.
@@ -48,8 +48,8 @@ private:
     bool TryOpen();
     bool StaysOpen();
     bool StartReading();
-    Outcome Complete(win32::OverlappedOperation& operation, DWORD& length, Patience patience);
-    Outcome Await(const win32::OverlappedOperation& operation, Patience patience) const;
+    Outcome Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout);
+    Outcome Await(const win32::OverlappedOperation& operation, Timeout timeout) const;
 
     const std::wstring m_path;
     const HANDLE m_stop;

@@ -28,7 +28,8 @@ int Fail(std::string_view program, std::string_view what, int exitCode);
 /// Microseconds from some moment before the first call; the same clock for all threads.
 std::chrono::microseconds Now();
 
-/// A named event that others wait for. It is there, unset, from the start: who looks for it too early can wait for it.
+/// A named event that others wait for. It is there, unset, from the start: who looks for it too early can wait for
+/// it.
 class ReadySignal
 {
 public:

@@ -16,7 +16,8 @@ bool CDebugOptionDlg::Create(HINSTANCE program, IDebugOptionsHost& host)
     ::CreateDialogParamW(program, MAKEINTRESOURCEW(IDD_DEBUG_OPTIONS), nullptr, &DialogProc,
                          reinterpret_cast<LPARAM>(this));
     m_exists = m_window != nullptr;
-    // The shell that starts again tells everybody, but Windows keeps that from a router with more rights than the shell.
+    // The shell that starts again tells everybody, but Windows keeps that from a router with more rights than the
+    // shell.
     ::ChangeWindowMessageFilterEx(m_window, m_taskbarCreated, MSGFLT_ALLOW, nullptr);
     return m_exists;
 }
@@ -85,8 +86,8 @@ void CDebugOptionDlg::OnTimer()
 {
     m_tray.Refresh();
     if (m_host->IsQuitWanted()) {
-        // Still here: a menu or the moving of the window has taken the message for itself. It is ended, and the message
-        // repeated.
+        // Still here: a menu or the moving of the window has taken the message for itself. It is ended, and the
+        // message repeated.
         ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
         ::PostQuitMessage(0);
     }

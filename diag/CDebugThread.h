@@ -14,8 +14,8 @@
 #include <string>
 
 /// Created, configured, started and stopped by one thread (the main one); traced to by any. A producer never
-/// waits for disk or window: it takes a short lock and signals. Only its own Deleter destroys one, hence the protected
-/// destructor; it is virtual because the hooks are.
+/// waits for disk or window: it takes a short lock and signals. Only its own Deleter destroys one, hence the
+/// protected destructor; it is virtual because the hooks are.
 class CDebugThread // NOLINT(cppcoreguidelines-virtual-class-destructor)
 {
 public:
@@ -51,8 +51,8 @@ public:
     /// Whether the debug window may be closed by its system menu. Before Start only.
     void SetShowWindow(bool closable) { m_window.Closable = closable; }
 
-    /// The window that is sent WM_ENDSESSION when the debug window receives it: the main thread's, whose procedure ends
-    /// the router and calls StopForSessionEnd. Before Start only.
+    /// The window that is sent WM_ENDSESSION when the debug window receives it: the main thread's, whose procedure
+    /// ends the router and calls StopForSessionEnd. Before Start only.
     void SetSessionWindow(HWND window) noexcept { m_sessionWindow = window; }
 
     /// False when the thread could not be created.
@@ -62,9 +62,9 @@ public:
     /// when it did not end in that time; it is not waited for again.
     bool Stop();
 
-    /// Stop for the end of the Windows session: returns when the log is complete, at the latest after 2 seconds. The
-    /// thread itself may be in the debug window's procedure, which returns after that of the session window; Stop or
-    /// the Deleter joins it later. False when the log was not complete in that time.
+    /// Stop for the end of the Windows session: returns when the log is complete, at the latest after 2 seconds.
+    /// The thread itself may be in the debug window's procedure, which returns after that of the session window;
+    /// Stop or the Deleter joins it later. False when the log was not complete in that time.
     bool StopForSessionEnd();
 
     /// Queues a line behind a time stamp; drops it unless the thread is there and mask and filter meet. Any

@@ -138,7 +138,7 @@ void CDebugWindow::OnDestroy() noexcept
     ::DestroyMenu(m_menuBar);
     m_menuBar = nullptr;
     m_isServeTimerSet = false; // goes with the window
-    m_list.Forget();
+    m_list.ResetState();
 }
 
 void CDebugWindow::OnTimer(WPARAM timer) noexcept
@@ -150,7 +150,8 @@ void CDebugWindow::OnTimer(WPARAM timer) noexcept
     }
 }
 
-/// A timer, because its message comes after all others: a message posted to itself would come before the user's input.
+/// A timer, because its message comes after all others: a message posted to itself would come before the user's
+/// input.
 void CDebugWindow::ServeSoon(bool on) noexcept
 {
     if (on == m_isServeTimerSet || !Exists()) {

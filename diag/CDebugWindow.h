@@ -31,11 +31,12 @@ public:
     /// Whether the user may close the window; set before Create.
     bool Closable = true;
 
-    /// Called by the window procedure for each ServeMessage, and when the time of ServeSoon has come. Windows runs message
-    /// loops of its own while a menu is open, a window is moved or a scroll bar is held; this is how the owner's work goes
-    /// on meanwhile. Must not throw. Set before Create.
+    /// Called by the window procedure for each ServeMessage, and when the time of ServeSoon has come. Windows runs
+    /// message loops of its own while a menu is open, a window is moved or a scroll bar is held; this is how the
+    /// owner's work goes on meanwhile. Must not throw. Set before Create.
     std::function<void()> ServeQueue;
-    /// Called by the window procedure when such a loop, of the menu or of the frame, begins and ends. As ServeQueue.
+    /// Called by the window procedure when such a loop, of the menu or of the frame, begins and ends. As
+    /// ServeQueue.
     std::function<void()> OnLoopBegins;
     std::function<void()> OnLoopEnds;
     /// Without parameters; any thread may send it.
@@ -43,8 +44,8 @@ public:
     /// On: calls ServeQueue about every 10 ms while no other message waits.
     void ServeSoon(bool on) noexcept;
 
-    /// Called by the window procedure when the Windows session ends; Windows may end the process as soon as it returns.
-    /// Must not throw. Set before Create.
+    /// Called by the window procedure when the Windows session ends; Windows may end the process as soon as it
+    /// returns. Must not throw. Set before Create.
     std::function<void()> OnSessionEnd;
 
 private:

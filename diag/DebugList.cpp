@@ -27,7 +27,7 @@ bool DebugList::Create(HWND parent) noexcept
     return m_list != nullptr;
 }
 
-void DebugList::Forget() noexcept
+void DebugList::ResetState() noexcept
 {
     m_list = nullptr;
     m_dirty = false;

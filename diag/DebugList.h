@@ -15,9 +15,9 @@ public:
     static constexpr UINT_PTR PaintTimer = 1;
 
     /// Makes the list over the whole client area of `parent`, which from then on calls Paint when its PaintTimer
-    /// comes and Forget when it goes.
+    /// comes and ResetState when it goes.
     bool Create(HWND parent) noexcept;
-    void Forget() noexcept;
+    void ResetState() noexcept;
     void Resize(int width, int height) noexcept;
     void Paint() noexcept;
     HWND Window() const noexcept { return m_list; }

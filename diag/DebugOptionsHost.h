@@ -36,7 +36,7 @@ public:
     /// Whether WM_QUIT was posted to this thread.
     virtual bool IsQuitWanted() const = 0;
 
-    /// The Windows session ends. Ends the router in order and returns only then: Windows may end the process as soon
-    /// as the caller, the dialog's window procedure, has returned. May destroy the dialog.
+    /// The Windows session ends. Ends the router in order and returns only then: Windows may end the process as
+    /// soon as the caller, the dialog's window procedure, has returned. May destroy the dialog.
     virtual void OnSessionEnd() = 0;
 };

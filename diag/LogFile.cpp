@@ -56,8 +56,8 @@ void LogFile::Rotate()
     Write(ContinuedBanner);
 }
 
-/// After a rotation that could not open the new file, as when a virus scanner held it for a moment. Another file may
-/// have come into its place, so nothing is emptied.
+/// After a rotation that could not open the new file, as when a virus scanner held it for a moment. Another file
+/// may have come into its place, so nothing is emptied.
 void LogFile::Resume()
 {
     const DWORD now = m_disk.Ticks();

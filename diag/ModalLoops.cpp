@@ -1,10 +1,10 @@
-// Windows runs message loops of its own on the tracer's thread: while the debug window's menu is open, while the window is
-// moved or sized, while a scroll bar is held. The thread's wait does not come back before such a loop has ended, so the
-// queue is served from within it.
+// Windows runs message loops of its own on the tracer's thread: while the debug window's menu is open, while the
+// window is moved or sized, while a scroll bar is held. The thread's wait does not come back before such a loop
+// has ended, so the queue is served from within it.
 //
-// A loop dispatches messages that have a window. A producer therefore sends one to the debug window: sent messages are
-// delivered whenever the thread asks for messages, whatever kind it asks for ("About Messages and Message Queues"). What
-// is left in the queue waits for a timer, behind the user's input.
+// A loop dispatches messages that have a window. A producer therefore sends one to the debug window: sent messages
+// are delivered whenever the thread asks for messages, whatever kind it asks for ("About Messages and Message
+// Queues"). What is left in the queue waits for a timer, behind the user's input.
 #include "diag/CDebugThread.h"
 
 #include <exception>

@@ -14,9 +14,9 @@ DWORD RemainingTime(ULONGLONG since, DWORD limitMs) noexcept
 
 } // namespace
 
-/// Windows may end the process as soon as the window procedure has returned ("WM_ENDSESSION message"), so the router
-/// has to end before that. The main thread ends it, and this one writes the log meanwhile; a blocking SendMessage
-/// would stop the log, and the main thread's wait for the log would time out.
+/// Windows may end the process as soon as the window procedure has returned ("WM_ENDSESSION message"), so the
+/// router has to end before that. The main thread ends it, and this one writes the log meanwhile; a blocking
+/// SendMessage would stop the log, and the main thread's wait for the log would time out.
 void CDebugThread::OnSessionEnd() noexcept
 {
     if (m_sessionEnds) {

@@ -53,8 +53,8 @@ void CDebugThread::Serve(DWORD timeoutMs)
     }
 }
 
-/// The first lines wait a moment for more. What comes meanwhile wakes nobody; a wake-up for every line made the round
-/// trips of traced packets half as long again.
+/// The first lines wait a moment for more. What comes meanwhile wakes nobody; a wake-up for every line made the
+/// round trips of traced packets half as long again.
 void CDebugThread::OnEntriesQueued()
 {
     const bool stopping =

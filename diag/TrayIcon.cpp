@@ -106,8 +106,8 @@ void TrayIcon::Restore()
     }
 }
 
-// The shell refuses an icon while it is busy, as at logon, and announces no taskbar afterwards. A refusal may also come
-// from a shell that answers too late: then the icon is there, and its next change succeeds.
+// The shell refuses an icon while it is busy, as at logon, and announces no taskbar afterwards. A refusal may also
+// come from a shell that answers too late: then the icon is there, and its next change succeeds.
 void TrayIcon::Notify(DWORD message)
 {
     NOTIFYICONDATAW data{};

@@ -9,8 +9,8 @@
 #include <string>
 
 /// Belongs to the Debug Options dialog and is used on that window's thread alone. A shell that is not there or
-/// refuses is no error: the icon is added again with the next reading, and when the shell says that its taskbar is there
-/// (TaskbarCreated).
+/// refuses is no error: the icon is added again with the next reading, and when the shell says that its taskbar is
+/// there (TaskbarCreated).
 class TrayIcon
 {
 public:

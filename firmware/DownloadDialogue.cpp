@@ -89,7 +89,7 @@ void DownloadDialogue::Start(std::uint32_t tick) noexcept
 {
     m_nRetries = 0;
     m_nNow = tick;
-    Raise(Happening::Start);
+    Dispatch(Event::Start);
 }
 
 void DownloadDialogue::Retry(std::uint32_t tick) noexcept
@@ -101,7 +101,7 @@ void DownloadDialogue::Retry(std::uint32_t tick) noexcept
         "FirmwareDownloader::NeedsDownload() retry reached, sending E_DOWNLOAD_START to try and resync");
     ++m_nRetries;
     m_nNow = tick;
-    Raise(Happening::Start);
+    Dispatch(Event::Start);
 }
 
 bool DownloadDialogue::IsDownloading() const noexcept
@@ -124,7 +124,7 @@ void DownloadDialogue::Receive(std::string_view reply) noexcept
     case State::Idle:
     case State::Unused:
         // Whatever the instrument says unasked means that it is past its download.
-        Raise(Happening::End);
+        Dispatch(Event::End);
         break;
     }
 }
@@ -136,14 +136,14 @@ void DownloadDialogue::ReceiveWhileWaiting(std::string_view text) noexcept
         const ReadyReply reply = ParseReadyReply(text);
         m_nChunkSize = reply.chunkSize;
         if (reply.chunkSize != 0 && static_cast<std::uint32_t>(reply.imageSize) == m_nImageSize) {
-            Raise(Happening::InstrumentReady);
+            Dispatch(Event::InstrumentReady);
             return;
         }
         m_Output.Report("FirmwareDownloader::OnReceive Firmware unable to receive image");
     } else if (Contains(text, "DENY")) {
         m_Output.Report("FirmwareDownloader::OnReceive DENY");
     }
-    Raise(Happening::End);
+    Dispatch(Event::End);
 }
 
 void DownloadDialogue::ReceiveWhileSending(std::string_view text) noexcept
@@ -154,45 +154,45 @@ void DownloadDialogue::ReceiveWhileSending(std::string_view text) noexcept
         m_Output.Report("FirmwareDownloader::OnReceive DOWNLOAD_FAIL");
     } else if (Contains(text, "DOWNLOAD_OK")) {
         m_Output.Report("FirmwareDownloader::OnReceive DOWNLOAD_OK");
-        Raise(Happening::ChunkAcknowledged);
+        Dispatch(Event::ChunkAcknowledged);
         return;
     } else if (Contains(text, "REBOOTING")) {
         m_Output.Report("FirmwareDownloader::OnReceive REBOOTING");
         m_Output.Report("FirmwareDownloader::OnReceive() REBOOTING received");
     }
-    Raise(Happening::End);
+    Dispatch(Event::End);
 }
 
-void DownloadDialogue::Raise(Happening happening) noexcept
+void DownloadDialogue::Dispatch(Event event) noexcept
 {
     try {
-        Handle(happening);
+        Handle(event);
     } catch (...) {
         // Out of memory: the ports are released, as when the instrument had refused. The end allocates nothing.
         m_Output.Report("FirmwareDownloader: out of memory, the download ends");
-        Handle(Happening::End);
+        Handle(Event::End);
     }
 }
 
-void DownloadDialogue::Handle(Happening happening)
+void DownloadDialogue::Handle(Event event)
 {
-    switch (happening) {
-    case Happening::Start:
+    switch (event) {
+    case Event::Start:
         m_nStartTick = m_nNow;
         DownloadStart();
         m_nState = State::WaitingForReady;
         break;
-    case Happening::InstrumentReady:
+    case Event::InstrumentReady:
         m_Output.ClearCommandQueue();
         DownloadImage();
         m_nState = State::SendingImage;
         break;
-    case Happening::ChunkAcknowledged:
+    case Event::ChunkAcknowledged:
         if (!SubmitNextChunk()) {
-            Handle(Happening::End);
+            Handle(Event::End);
         }
         break;
-    case Happening::End:
+    case Event::End:
         m_Output.Completed();
         m_nState = State::Idle;
         break;

@@ -77,10 +77,10 @@ public:
     std::int32_t RetryCount() const noexcept { return m_nRetries; }
 
 private:
-    enum class Happening { Start = 1, InstrumentReady = 3, ChunkAcknowledged = 4, End = 5 };
+    enum class Event { Start = 1, InstrumentReady = 3, ChunkAcknowledged = 4, End = 5 };
 
-    void Raise(Happening happening) noexcept;
-    void Handle(Happening happening);
+    void Dispatch(Event event) noexcept;
+    void Handle(Event event);
     void ReceiveWhileWaiting(std::string_view text) noexcept;
     void ReceiveWhileSending(std::string_view text) noexcept;
     void DownloadStart();

@@ -32,7 +32,7 @@ bool FirmwareDownloader::ReadFirmwareFile(std::uint16_t productId, std::int32_t 
     }
     const bool loaded = reading.outcome == FirmwareReading::Outcome::Loaded;
 
-    const win32::ExclusiveScope turn(m_Turn);
+    const win32::ExclusiveScope turn(m_mutex);
     // Without a file the product has no image, also when one was loaded for the product before it.
     m_Dialogue.SetImage(std::move(reading.image));
     if (reading.outcome != FirmwareReading::Outcome::NoFile) {
@@ -60,7 +60,7 @@ FirmwareReading FirmwareDownloader::ReadProductFile(std::uint16_t productId) noe
 void FirmwareDownloader::Download() noexcept
 {
     Report("FirmwareDownloader::Download()");
-    const win32::ExclusiveScope turn(m_Turn);
+    const win32::ExclusiveScope turn(m_mutex);
     m_Dialogue.Start(m_Surroundings.tickCount());
 }
 
@@ -83,9 +83,9 @@ void FirmwareDownloader::ResendWhenDue() noexcept
 {
     if (Dialogue().IsRetryDue(m_Surroundings.tickCount())) {
         // Somebody else's turn means that the dialogue goes on by itself: the next query looks again.
-        if (m_Turn.TryEnterExclusive()) {
+        if (m_mutex.TryEnterExclusive()) {
             m_Dialogue.Retry(m_Surroundings.tickCount());
-            m_Turn.LeaveExclusive();
+            m_mutex.LeaveExclusive();
         }
     } else if (Dialogue().RetryCount() > DownloadDialogue::MaxRetries) {
         // Not reached, since the counter ends at the maximum; kept as it is meant to stand.
@@ -104,14 +104,14 @@ void FirmwareDownloader::OnReceive(const std::uint8_t* bytes, std::uint32_t leng
     if (bytes == nullptr || length == 0 || length > std::uint32_t{std::numeric_limits<std::int32_t>::max()}) {
         return;
     }
-    const win32::ExclusiveScope turn(m_Turn);
+    const win32::ExclusiveScope turn(m_mutex);
     m_Dialogue.Receive({reinterpret_cast<const char*>(bytes), length});
 }
 
 void FirmwareDownloader::SetForDownloadOnNextConnect() noexcept
 {
     Report("FirmwareDownloader::SetForDownloadOnNextConnect()");
-    const win32::ExclusiveScope turn(m_Turn);
+    const win32::ExclusiveScope turn(m_mutex);
     m_Dialogue.Reset();
 }
 
@@ -142,7 +142,7 @@ bool FirmwareDownloader::OwnCompletionMutex() noexcept
     // come from the reply thread, which would get it again at once. Others (a dialogue that ends for want of
     // memory while the command thread or a port thread begins it) would wait for ever, and even the owner's
     // acquisitions are counted by Windows and may not exceed 2^31, which an instrument that keeps talking would
-    // reach in the end. So it is waited for once; m_Turn keeps completions apart.
+    // reach in the end. So it is waited for once; m_mutex keeps completions apart.
     if (!m_bCompletionOwned) {
         const DWORD result = ::WaitForSingleObject(m_CompletionMutex.Get(), INFINITE);
         m_bCompletionOwned = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;

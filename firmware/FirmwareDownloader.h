@@ -4,11 +4,11 @@
 // thread NeedsDownload and IsDownloading. What is sent when, is the business of DownloadDialogue; this class gives
 // it the file, the clock, the events and one lock.
 //
-// The lock (m_Turn) is held for one whole event of the dialogue, with everything that the event sends, so that
-// messages leave in the order of the events that caused them. Hence the order of locks: m_Turn before whatever
-// lock IFirmwareTransport's operations take. NeedsDownload and IsDownloading never wait for m_Turn and may be
+// The lock (m_mutex) is held for one whole event of the dialogue, with everything that the event sends, so that
+// messages leave in the order of the events that caused them. Hence the order of locks: m_mutex before whatever
+// lock IFirmwareTransport's operations take. NeedsDownload and IsDownloading never wait for m_mutex and may be
 // called with any lock held; the other operations must not be called with a lock held that SubmitFirmware or
-// ClearCommandQueue takes. No file is touched under m_Turn.
+// ClearCommandQueue takes. No file is touched under m_mutex.
 #pragma once
 
 #include "firmware/DownloadDialogue.h"
@@ -57,15 +57,15 @@ public:
 private:
     void Submit(std::span<const std::uint8_t> message) override;
     void ClearCommandQueue() override;
-    void Completed() noexcept override REQUIRES(m_Turn);
+    void Completed() noexcept override REQUIRES(m_mutex);
     void Report(const char* line) noexcept override;
     void ReportChunk(std::uint32_t offset, std::uint32_t size) noexcept override;
 
     FirmwareReading ReadProductFile(std::uint16_t productId) noexcept;
     void ResendWhenDue() noexcept;
-    /// For its const operations, which any thread may call without m_Turn; hence outside the analysis.
+    /// For its const operations, which any thread may call without m_mutex; hence outside the analysis.
     const DownloadDialogue& Dialogue() const noexcept NO_THREAD_SAFETY_ANALYSIS { return m_Dialogue; }
-    bool OwnCompletionMutex() noexcept REQUIRES(m_Turn);
+    bool OwnCompletionMutex() noexcept REQUIRES(m_mutex);
     void SetDownloaded() noexcept;
 
     IFirmwareTransport& m_Transport;
@@ -73,9 +73,9 @@ private:
     win32::Event m_hDownloaded{win32::Event::Kind::ManualReset}; // once set, set for the life of the object
     std::atomic<bool> m_bDownloaded{false};                      // mirrors it: no kernel call for each query
 
-    win32::SharedLock m_Turn;
-    DownloadDialogue m_Dialogue GUARDED_BY(m_Turn);
+    win32::SharedLock m_mutex;
+    DownloadDialogue m_Dialogue GUARDED_BY(m_mutex);
     const win32::KernelHandle m_CompletionMutex; // unnamed
-    bool m_bCompletionOwned GUARDED_BY(m_Turn) = false;
-    std::int32_t m_nSpare GUARDED_BY(m_Turn) = -1; // set on completion and read by no one
+    bool m_bCompletionOwned GUARDED_BY(m_mutex) = false;
+    std::int32_t m_nSpare GUARDED_BY(m_mutex) = -1; // set on completion and read by no one
 };

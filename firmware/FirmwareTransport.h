@@ -10,8 +10,8 @@ class IFirmwareTransport
 public:
     virtual ~IFirmwareTransport() = default;
 
-    /// Queues a payload for the address (0, 0). Any thread; copies it. Throws when memory runs out: a message that is
-    /// lost in silence would leave the dialogue, and with it all ports, waiting for ever.
+    /// Queues a payload for the address (0, 0). Any thread; copies it. Throws when memory runs out: a message that
+    /// is lost in silence would leave the dialogue, and with it all ports, waiting for ever.
     virtual void SubmitFirmware(std::span<const std::uint8_t> message) = 0;
 
     /// Drops every packet that waits to be written, and destroys it. Any thread.

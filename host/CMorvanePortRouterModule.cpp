@@ -148,8 +148,8 @@ void CMorvanePortRouterModule::RunMessageLoop()
 void CMorvanePortRouterModule::PostMessageLoop()
 {
     TearDown();
-    // The class object stays registered and COM initialised, which end with the process; so do the automation objects
-    // that clients still hold.
+    // The class object stays registered and COM initialised, which end with the process; so do the automation
+    // objects that clients still hold.
     std::exit(0);
 }
 

@@ -1,7 +1,8 @@
 // The module: owns everything else in the process, builds it, runs the message loop and takes it down in order.
 //
-// The main thread runs all of it. The transport's threads reach the port table, the configuration and the host watch only
-// (TransportHost); what they use there is either fixed before the transport exists or locked by its owner.
+// The main thread runs all of it. The transport's threads reach the port table, the configuration and the host
+// watch only (TransportHost); what they use there is either fixed before the transport exists or locked by its
+// owner.
 #pragma once
 
 #include "diag/CDebugOptionDlg.h"

@@ -10,8 +10,8 @@
 
 #include <unknwn.h>
 
-/// Creates automation objects. Its lifetime is the server's, so references to it are not counted; a client that wants
-/// to keep the process alive by it calls LockServer.
+/// Creates automation objects. Its lifetime is the server's, so references to it are not counted; a client that
+/// wants to keep the process alive by it calls LockServer.
 class CMorvaneUSBRouterFactory final : public IClassFactory
 {
 public:
@@ -24,8 +24,8 @@ public:
     STDMETHODIMP_(ULONG) AddRef() noexcept override { return 2; }
     STDMETHODIMP_(ULONG) Release() noexcept override { return 1; }
 
-    /// CO_E_SERVER_STOPPING once the last server lock was released: a call that was already on its way would get an
-    /// object that dies with the process a moment later.
+    /// CO_E_SERVER_STOPPING once the last server lock was released: a call that was already on its way would get
+    /// an object that dies with the process a moment later.
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID id, void** object) noexcept override;
     STDMETHODIMP LockServer(BOOL lock) noexcept override;
 

@@ -1,4 +1,5 @@
-// The settings that the router keeps in the registry: module values, products and the debug options of its devices.
+// The settings that the router keeps in the registry: module values, products and the debug options of its
+// devices.
 //
 // The main thread reads them at start-up and changes them; the product table does not change once the transport is
 // there, so the transport's threads look products up without a lock. Registry failures are silent: the defaults

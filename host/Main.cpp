@@ -25,8 +25,8 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE /*previous*/, PWSTR commandLin
     if (!IsFirstInstance()) {
         return SecondInstance;
     }
-    // On the stack, so that the end of a router that served, which is exit(), leaves it standing: threads of COM and
-    // a tracer that was given up may still be about.
+    // On the stack, so that the end of a router that served, which is exit(), leaves it standing: threads of COM
+    // and a tracer that was given up may still be about.
     CMorvanePortRouterModule module(instance);
     return module.WinMain(commandLine);
 }

@@ -30,7 +30,8 @@ CCDevicePortPipe* PortTable::FindPort(PortAddress address) const noexcept
 void PortTable::AddPort(PortAddress address, std::unique_ptr<CCDevicePortPipe> pipe)
 {
     const win32::ExclusiveScope scope(m_lock);
-    // try_emplace leaves `pipe` alone when the entry exists; the caller's argument then destroys it, after the lock.
+    // try_emplace leaves `pipe` alone when the entry exists; the caller's argument then destroys it, after the
+    // lock.
     m_ports.try_emplace(KeyOf(address), std::move(pipe));
 }
 

@@ -14,8 +14,8 @@
 class CCDevicePortPipe;
 
 /// At most one port for each address. Changed by the main thread only; the transport's threads reach ports through
-/// the calls below that hold the lock shared for their short length, so a port that is found lives until the call is
-/// over. A port is deleted after the lock was let go: its destructor waits for its thread.
+/// the calls below that hold the lock shared for their short length, so a port that is found lives until the call
+/// is over. A port is deleted after the lock was let go: its destructor waits for its thread.
 class PortTable final : public IPortDirectory
 {
 public:
@@ -36,8 +36,8 @@ public:
     /// Main thread. Empties the table, tells all ports to stop, then deletes them.
     void DeleteAllPorts() noexcept;
 
-    /// Main thread. Tells all ports to stop and returns at once. DeleteAllPorts then waits for their clients at most
-    /// `flushLimitMs` in all; without limit when that is 0.
+    /// Main thread. Tells all ports to stop and returns at once. DeleteAllPorts then waits for their clients at
+    /// most `flushLimitMs` in all; without limit when that is 0.
     void BeginStopAllPorts(DWORD flushLimitMs) noexcept;
 
     // IPortDirectory

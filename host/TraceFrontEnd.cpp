@@ -23,8 +23,8 @@ void TraceFrontEnd::Publish(const DebugOptionsMap& options)
     }
 }
 
-// None of these tests is a kernel call; the gate is asked for its mirror. A longer line is cut as by _vsnprintf_s with a
-// count of 2055.
+// None of these tests is a kernel call; the gate is asked for its mirror. A longer line is cut as by _vsnprintf_s
+// with a count of 2055.
 void TraceFrontEnd::Write(std::int32_t /*device*/, std::uint32_t effectiveMask, const char* format,
                           std::va_list arguments) noexcept
 {

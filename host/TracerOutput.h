@@ -16,7 +16,8 @@ public:
     /// From now on lines go to `tracer`, which is borrowed. Main thread.
     void Attach(CDebugThread* tracer) noexcept { m_tracer.store(tracer); }
 
-    /// No line goes there any more, and none is on its way when this returns: the tracer may be deleted. Main thread.
+    /// No line goes there any more, and none is on its way when this returns: the tracer may be deleted. Main
+    /// thread.
     void Detach() noexcept;
 
     bool TracerExists() const noexcept override { return m_tracer.load(std::memory_order_relaxed) != nullptr; }

@@ -13,7 +13,8 @@ namespace instrument {
 class ConsoleObserver : public Observer
 {
 public:
-    /// `serving`: said, and `ready` set, as soon as the router can find the instrument. `quiet`: sets, says nothing.
+    /// `serving`: said, and `ready` set, as soon as the router can find the instrument. `quiet`: sets, says
+    /// nothing.
     ConsoleObserver(std::string serving, const console::ReadySignal& ready, bool quiet);
 
     void OnPacket(const wire::Frame& frame, bool numberGap, bool wrongChecksum) override;

@@ -1,5 +1,5 @@
-// The loop that plays a scripted instrument, without its cable: the endpoints (a pipe, a USB device) derive from it and
-// do the I/O.
+// The loop that plays a scripted instrument, without its cable: the endpoints (a pipe, a USB device) derive from
+// it and do the I/O.
 #pragma once
 
 #include "instrument/Engine.h"

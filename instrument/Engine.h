@@ -1,5 +1,5 @@
-// A simulated instrument without its cable: takes what the router wrote, gives what the router is to read, says when
-// to go away and come back. Portable; the endpoints pass the time in and do the I/O.
+// A simulated instrument without its cable: takes what the router wrote, gives what the router is to read, says
+// when to go away and come back. Portable; the endpoints pass the time in and do the I/O.
 //
 // An endpoint's loop:
 //     on connection:  engine.Connected(now)
@@ -51,8 +51,8 @@ public:
     virtual void OnPacket(const wire::Frame& /*frame*/, bool /*numberGap*/, bool /*wrongChecksum*/) {}
     virtual void OnGarbage(std::size_t /*bytes*/) {}
     virtual void OnFirmware(const FirmwareReport& /*report*/) {}
-    /// Of the endpoint: the router can find the instrument, at the start only; anything else in a few words; the end of
-    /// each pass of its loop.
+    /// Of the endpoint: the router can find the instrument, at the start only; anything else in a few words; the
+    /// end of each pass of its loop.
     virtual void OnServed() {}
     virtual void OnEvent(const std::string& /*what*/) {}
     virtual void OnPass() {}

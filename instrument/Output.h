@@ -1,5 +1,5 @@
-// Packets on their way from the simulated instrument to the router: delayed, numbered as they leave, joined into few
-// writes or cut into many. Portable.
+// Packets on their way from the simulated instrument to the router: delayed, numbered as they leave, joined into
+// few writes or cut into many. Portable.
 #pragma once
 
 #include "instrument/Script.h"

@@ -11,8 +11,8 @@
 
 namespace instrument {
 
-/// Serves the pipe. Used by the thread that runs it. Big buffers and one write for all that is due make it a peer for
-/// measurements.
+/// Serves the pipe. Used by the thread that runs it. Big buffers and one write for all that is due make it a peer
+/// for measurements.
 class PipeEndpoint : public Endpoint
 {
 public:

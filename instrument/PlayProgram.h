@@ -33,8 +33,8 @@ struct PlayProgram
     std::function<std::unique_ptr<Endpoint>(Engine&, Observer&, HANDLE stop)> makeEndpoint;
 };
 
-/// Reads the command line and plays until something ends it: a limit, Ctrl+C, Ctrl+Break or the stop event. The exit
-/// code.
+/// Reads the command line and plays until something ends it: a limit, Ctrl+C, Ctrl+Break or the stop event. The
+/// exit code.
 int Run(const PlayProgram& program, int count, wchar_t** arguments);
 
 } // namespace instrument

@@ -1,5 +1,5 @@
-// Payloads of a measurement: each tells its place in the sequence and who it belongs to, so that what is lost, comes
-// twice, is out of order, changed or delivered to the wrong port can be told apart. Portable.
+// Payloads of a measurement: each tells its place in the sequence and who it belongs to, so that what is lost,
+// comes twice, is out of order, changed or delivered to the wrong port can be told apart. Portable.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,8 @@
 
 namespace sequenced {
 
-/// Bytes that carry the sequence number (6, low byte first) and the mark (2, low byte first). Shorter payloads carry
-/// what fits.
+/// Bytes that carry the sequence number (6, low byte first) and the mark (2, low byte first). Shorter payloads
+/// carry what fits.
 inline constexpr std::size_t MarkedLength = 8;
 
 /// Fills all of `payload`: number, mark and a pattern that depends on both.

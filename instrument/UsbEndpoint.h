@@ -1,4 +1,5 @@
-// The scripted instrument as a USB device, which it plugs in by the remote control of the simulated instruments' driver.
+// The scripted instrument as a USB device, which it plugs in by the remote control of the simulated instruments'
+// driver.
 #pragma once
 
 #include "instrument/Endpoint.h"
@@ -14,8 +15,8 @@
 
 namespace instrument {
 
-/// Used by the thread that runs it. The router is there from its first transfer until it closes the device. The device
-/// goes with the process, whichever way that ends.
+/// Used by the thread that runs it. The router is there from its first transfer until it closes the device. The
+/// device goes with the process, whichever way that ends.
 class UsbEndpoint : public Endpoint
 {
 public:

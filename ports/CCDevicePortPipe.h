@@ -1,8 +1,8 @@
 // The router's end of one client connection: one named pipe for one port address.
 //
 // The port's own worker thread (PipeProcessThread) does all pipe I/O. The transport's reply thread comes through
-// Send, its command thread through PacketCompleted and RequestPipeRecreate, the main thread through the constructor
-// and the destructor.
+// Send, its command thread through PacketCompleted and RequestPipeRecreate, the main thread through the
+// constructor and the destructor.
 #pragma once
 
 #include "ports/CSimulationDevice.h"
@@ -21,25 +21,25 @@
 class CCDevicePortPipe : public CSimulationDevice
 {
 public:
-    /// Starts serving "\\.\pipe\" + `pipeName` (an empty name never opens). `transport` is borrowed and must outlive
-    /// the port. `readBufferSize` bounds a client message and is the pipe's buffer towards the client;
+    /// Starts serving "\\.\pipe\" + `pipeName` (an empty name never opens). `transport` is borrowed and must
+    /// outlive the port. `readBufferSize` bounds a client message and is the pipe's buffer towards the client;
     /// `writeBufferSize` is the pipe's buffer from the client. Throws nothing but std::bad_alloc.
     CCDevicePortPipe(CCommunicationDriver* transport, PortAddress address, std::string pipeName,
                      std::int32_t readBufferSize, std::int32_t writeBufferSize, PortOptions options = {});
 
-    /// Ends the worker and closes the pipe. Waits for the client to read what was written into the pipe or to close its
-    /// end; with a flush limit at most that long, counted from BeginStop.
+    /// Ends the worker and closes the pipe. Waits for the client to read what was written into the pipe or to
+    /// close its end; with a flush limit at most that long, counted from BeginStop.
     ~CCDevicePortPipe() override;
 
-    /// Tells the worker to end and returns at once, so that several ports can stop together; the destructor then waits.
-    /// `flushLimitMs` replaces the port's own limit. The thread that destroys the port.
+    /// Tells the worker to end and returns at once, so that several ports can stop together; the destructor then
+    /// waits. `flushLimitMs` replaces the port's own limit. The thread that destroys the port.
     void BeginStop(DWORD flushLimitMs) noexcept;
     /// The same with the port's own limit.
     void BeginStop() noexcept { BeginStop(m_flushLimitMs); }
     bool IsStopping() const noexcept { return m_state.StopEvent.IsSet(); }
 
-    /// Queues a packet's payload for the client; dropped with a trace while no client is connected. `source` is the
-    /// transport that the packet came through, null when it came from a simulation. Any thread; copies it.
+    /// Queues a packet's payload for the client; dropped with a trace while no client is connected. `source` is
+    /// the transport that the packet came through, null when it came from a simulation. Any thread; copies it.
     void Send(CCommunicationDriver* source, std::span<const std::uint8_t> payload);
 
     bool IsPipeConnected() const noexcept { return m_state.IsPipeConnected.load(std::memory_order_relaxed); }

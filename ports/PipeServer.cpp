@@ -7,8 +7,8 @@
 
 namespace {
 
-// Duplex, overlapped; messages towards the client, bytes from it, blocking mode. By design the router reads bytes: a
-// client message longer than the read buffer arrives in pieces instead of failing.
+// Duplex, overlapped; messages towards the client, bytes from it, blocking mode. By design the router reads bytes:
+// a client message longer than the read buffer arrives in pieces instead of failing.
 constexpr DWORD OpenMode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED;
 constexpr DWORD PipeMode = PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE | PIPE_WAIT;
 

@@ -22,8 +22,8 @@ public:
     /// Whether a client has connected. Only after the event; false leaves the reason in GetLastError().
     bool FinishConnect();
 
-    /// Flushes, throws the client out and closes the pipe. FlushFileBuffers blocks until the client has read everything
-    /// or is gone. Reads and writes on it must have been cancelled before.
+    /// Flushes, throws the client out and closes the pipe. FlushFileBuffers blocks until the client has read
+    /// everything or is gone. Reads and writes on it must have been cancelled before.
     void Close();
 
     /// Null or invalid while there is no pipe.

@@ -9,7 +9,7 @@ namespace {
 using win32::Expectation;
 using win32::NowIf;
 
-constexpr DWORD QuietTimeMs = 50;
+constexpr DWORD IdleTimeoutMs = 50;
 constexpr DWORD NotReadyTimeMs = 1000; // between two looks for a device connection
 constexpr int IdlePassesBetweenTraces = 100;
 
@@ -47,18 +47,18 @@ PipeWorker::Slot PipeWorker::Wait()
 {
     const DWORD writeTimeLeftMs = m_writer.TimeLeftMs();
     const bool waitsForWrite = writeTimeLeftMs > 0;
-    return m_waits.Next({NowIf(m_state.StopEvent.IsSet()), NowIf(m_state.RecreateEvent.Look(true)),
+    return m_waits.Next({NowIf(m_state.StopEvent.IsSet()), NowIf(m_state.RecreateEvent.Arm()),
                          m_server.ExpectConnect(), m_writer.ExpectWrite(), ExpectReadEnabled(),
                          m_reader.ExpectRead(),
                          waitsForWrite ? Expectation::Never : NowIf(m_state.OutQueue.GetCount() > 0)},
-                        waitsForWrite ? std::min(QuietTimeMs, writeTimeLeftMs) : QuietTimeMs);
+                        waitsForWrite ? std::min(IdleTimeoutMs, writeTimeLeftMs) : IdleTimeoutMs);
 }
 
-// The transport enables the next read each time that it begins to write a packet. Taken while a read is in progress,
-// that would cost the port 100 ms for each packet.
+// The transport enables the next read each time that it begins to write a packet. Taken while a read is in
+// progress, that would cost the port 100 ms for each packet.
 Expectation PipeWorker::ExpectReadEnabled()
 {
-    const bool isEnabled = m_state.ReadEnableEvent.Look(!m_reader.IsReading());
+    const bool isEnabled = m_reader.IsReading() ? m_state.ReadEnableEvent.Disarm() : m_state.ReadEnableEvent.Arm();
     return m_reader.IsReading() ? Expectation::Never : NowIf(isEnabled);
 }
 
@@ -83,8 +83,8 @@ void PipeWorker::Handle(Slot slot)
 void PipeWorker::OnQuiet()
 {
     if (!m_state.IsPipeConnected) {
-        // By design: while no client is connected the pipe is recreated at every timeout. A client that died between
-        // connect and first read leaves nothing behind.
+        // By design: while no client is connected the pipe is recreated at every timeout. A client that died
+        // between connect and first read leaves nothing behind.
         m_state.RecreateEvent.Set();
         return;
     }
@@ -198,8 +198,8 @@ void PipeWorker::OnReadDone()
     }
 }
 
-// Each message enables the next read, which starts here at once. By design, with too many packets pending no read starts
-// and the same message is handed over again about every 100 ms.
+// Each message enables the next read, which starts here at once. By design, with too many packets pending no read
+// starts and the same message is handed over again about every 100 ms.
 void PipeWorker::HandOver(RequestReader::Message message)
 {
     m_state.ReadEnableEvent.Take(); // older than this message; what the transport sets after this line counts

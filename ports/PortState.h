@@ -44,7 +44,8 @@ struct PortState
     std::atomic<bool> IsPipeConnected{false};   // written by the worker, read by Send
     PendingPackets Pending;
 
-    /// How often the instrument was found to be gone (any thread), and the same when the pipe was created (worker).
+    /// How often the instrument was found to be gone (any thread), and the same when the pipe was created
+    /// (worker).
     std::atomic<std::uint32_t> connectionLosses{0};
     std::uint32_t lossesAtCreation = 0;
 };

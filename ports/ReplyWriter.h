@@ -10,13 +10,13 @@
 class ReplyWriter
 {
 public:
-    /// A queued packet that finds the last write unfinished costs the port this long, for a client that has stopped
-    /// reading.
+    /// A queued packet that finds the last write unfinished costs the port this long, for a client that has
+    /// stopped reading.
     static constexpr DWORD PermissionTimeMs = 100;
 
-    /// Writes `packet`, which is kept until the next Start. Only while MayWrite(). A refusal is reported like a failed
-    /// write. A null or empty packet is dropped.
-    /// Returns the packet that is being written, null when there is none.
+    /// Writes `packet`, which is kept until the next Start. Only while MayWrite(). A refusal is reported like a
+    /// failed write. A null or empty packet is dropped. Returns the packet that is being written, null when there
+    /// is none.
     const CSerialPortCommand* Start(HANDLE pipe, std::unique_ptr<CSerialPortCommand> packet);
 
     /// Takes the result of the write; false when it failed, with the reason in GetLastError().
@@ -30,9 +30,9 @@ public:
     /// Whether the last write has completed.
     bool MayWrite() const noexcept { return m_mayWrite; }
 
-    /// How long the pending write may still take before the client counts as stalled, in milliseconds; 0 when none is
-    /// pending. A client that reads takes far less than PermissionTimeMs to make room, so until then a queued packet is
-    /// not looked at.
+    /// How long the pending write may still take before the client counts as stalled, in milliseconds; 0 when none
+    /// is pending. A client that reads takes far less than PermissionTimeMs to make room, so until then a queued
+    /// packet is not looked at.
     DWORD TimeLeftMs() const noexcept;
 
     HANDLE WriteEvent() const noexcept { return m_write.EventHandle(); }

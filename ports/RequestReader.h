@@ -19,22 +19,24 @@ public:
 
     bool HasBuffer() const noexcept { return m_buffer != nullptr; }
 
-    /// Starts a read unless one is pending. A refusal is reported like a failed read if `reportRefusal`: Windows sets no
-    /// event for it.
+    /// Starts a read unless one is pending. A refusal is reported like a failed read if `reportRefusal`: Windows
+    /// sets no event for it.
     void Start(HANDLE pipe, bool reportRefusal);
 
-    /// Takes the result of the read; none when it failed, with the reason in GetLastError(). A message that was kept
-    /// comes again.
+    /// Takes the result of the read; none when it failed, with the reason in GetLastError(). A message that was
+    /// kept comes again.
     std::optional<Message> Finish(HANDLE pipe);
 
-    /// Makes Finish give `message` again at the next pass, until the next Start: by design, while too many packets are
-    /// pending, the last message is handed over again about every 100 ms.
+    /// Makes Finish give `message` again at the next pass, until the next Start: by design, while too many packets
+    /// are pending, the last message is handed over again about every 100 ms.
     void KeepForRepeat(Message message) noexcept { m_keptLength = message.size(); }
 
-    /// Forgets that a read was started, for a new client. One that is pending goes on: it may hold the first message.
+    /// Forgets that a read was started, for a new client. One that is pending goes on: it may hold the first
+    /// message.
     void ResetState() noexcept;
 
-    /// Cancels the read. The message that was read and not yet taken by Finish, before the cancel or in spite of it.
+    /// Cancels the read. The message that was read and not yet taken by Finish, before the cancel or in spite of
+    /// it.
     std::optional<Message> Cancel();
 
     /// From Start to Finish. Meanwhile enabling the next read changes nothing.

@@ -1,8 +1,9 @@
 // The one object that owns the connection to the instrument: a facade over the parts that do the work.
 //
 // Threads: the command thread (above normal priority) owns the connection and does all writes; a read thread runs
-// while a USB connection is open; the reply thread delivers what was received to the ports. Packets are submitted on
-// the ports' threads. In simulation mode the command thread writes to the simulator's pipe and reads from it as well.
+// while a USB connection is open; the reply thread delivers what was received to the ports. Packets are submitted
+// on the ports' threads. In simulation mode the command thread writes to the simulator's pipe and reads from it as
+// well.
 #pragma once
 
 #include "firmware/FirmwareDownloader.h"

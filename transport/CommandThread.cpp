@@ -11,7 +11,7 @@ namespace {
 
 using win32::Expectation;
 
-constexpr DWORD QuietTimeMs = 1000;
+constexpr DWORD IdleTimeoutMs = 1000;
 constexpr DWORD TimeBetweenAttemptsMs = 10;
 // Longer than any pause within a burst: the resolution is not raised and restored per packet.
 constexpr DWORD ResolutionHoldMs = 1000;
@@ -67,7 +67,7 @@ CommandThread::Slot CommandThread::Wait() const
 {
     return m_waits.Next({win32::NowIf(m_connection.m_hStop.IsSet()), win32::NowIf(!m_connection.IsOpen()),
                          m_link.ExpectRead(), m_link.ExpectWrite(), Expectation::NotYet},
-                        QuietTimeMs);
+                        IdleTimeoutMs);
 }
 
 void CommandThread::Handle(Slot slot)
@@ -186,8 +186,8 @@ void CommandThread::WriteNext()
     }
 }
 
-// Where writes are aborted, every sixth pass since the last write is due; where they are only reported, the first and
-// every fifth after it, over all writes.
+// Where writes are aborted, every sixth pass since the last write is due; where they are only reported, the first
+// and every fifth after it, over all writes.
 bool CommandThread::IsReportDue(int& passes) const noexcept
 {
     if (!m_traits.abortsWrites) {

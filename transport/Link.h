@@ -46,10 +46,11 @@ public:
     /// Whether the next write may begin.
     virtual bool CanWrite() const noexcept = 0;
     virtual bool IsWriting() const noexcept = 0;
-    /// Begins the write of `packet`, which is not empty and is kept until the write has ended. Only while CanWrite. A
-    /// write that is refused ends like one that failed.
+    /// Begins the write of `packet`, which is not empty and is kept until the write has ended. Only while
+    /// CanWrite. A write that is refused ends like one that failed.
     virtual void BeginWrite(std::unique_ptr<CSerialPortCommand> packet) = 0;
-    /// The result of the write, which is over then unless it failed without an error. None when there is none to take.
+    /// The result of the write, which is over then unless it failed without an error. None when there is none to
+    /// take.
     virtual std::optional<TransferEnd> FinishWrite() = 0;
     /// Gives up the write that is pending; the packet is lost.
     virtual void AbortWrite() noexcept = 0;

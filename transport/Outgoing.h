@@ -19,13 +19,13 @@ public:
     Outgoing& operator=(const Outgoing&) = delete;
 
     /// Frames a packet of `packetType` for the address (x, y) and queues it; copies the payload. The header states
-    /// `length`, which is the payload's unless the caller has no data. Dropped with a trace when there is no connection.
-    /// Throws std::bad_alloc, which leaves numbering and queue as they were.
+    /// `length`, which is the payload's unless the caller has no data. Dropped with a trace when there is no
+    /// connection. Throws std::bad_alloc, which leaves numbering and queue as they were.
     void Submit(std::uint8_t packetType, std::uint8_t x, std::uint8_t y, std::span<const std::uint8_t> payload,
                 std::size_t length);
 
-    /// A client's packet. Without memory it is dropped; its number is not used up, so the instrument sees no gap. By
-    /// design the header states `length` also when `data` is null.
+    /// A client's packet. Without memory it is dropped; its number is not used up, so the instrument sees no gap.
+    /// By design the header states `length` also when `data` is null.
     void Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) noexcept;
     /// The packet that the router sends when nothing else happens.
     void SendIdlePacket() noexcept;

@@ -85,7 +85,8 @@ private:
     win32::OverlappedOperation m_operation;
 };
 
-/// Reads with `reader` until stopped, between two traces. After a failed read none follows: the thread waits for its stop.
+/// Reads with `reader` until stopped, between two traces. After a failed read none follows: the thread waits for
+/// its stop.
 template <class Reader>
 class ReadLoop
 {

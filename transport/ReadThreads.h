@@ -16,8 +16,8 @@ public:
     {
     }
 
-    /// Starts the read thread over `in`, which is lent until Stop, unless one is held. False when Windows has no thread for
-    /// it, which was traced.
+    /// Starts the read thread over `in`, which is lent until Stop, unless one is held. False when Windows has no
+    /// thread for it, which was traced.
     bool StartReading(CCyUSBEndPoint* in);
     /// Ends and joins the threads that are held.
     void Stop();

@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr DWORD QuietTimeMs = 1000;
+constexpr DWORD IdleTimeoutMs = 1000;
 constexpr PortAddress FirmwareAddress{0, 0};
 constexpr PortAddress BroadcastAddress{-1, 2}; // all ports numbered 2
 
-/// Takes a packet from the front of the reply buffer when it goes, also when handling the packet throws: left there it
-/// would be met, and throw, again and again, with everything behind it waiting.
+/// Takes a packet from the front of the reply buffer when it goes, also when handling the packet throws: left
+/// there it would be met, and throw, again and again, with everything behind it waiting.
 class ConsumeAtEnd
 {
 public:
@@ -49,7 +49,7 @@ void Replies::ApppendToReplyProcessQueue(std::span<const std::uint8_t> bytes) no
 
 Replies::Slot Replies::Await()
 {
-    const bool inTime = m_ReplyQueue.AwaitNotEmpty(QuietTimeMs);
+    const bool inTime = m_ReplyQueue.AwaitNotEmpty(IdleTimeoutMs);
     if (m_connection.m_hStop.IsSet()) {
         return Slot::Stop;
     }

@@ -16,7 +16,8 @@
 class Replies
 {
 public:
-    /// All three are borrowed. `driver` is the transport whose replies these are: blocks go through its DispatchToDevice.
+    /// All three are borrowed. `driver` is the transport whose replies these are: blocks go through its
+    /// DispatchToDevice.
     Replies(CCommunicationDriver& driver, Connection& connection, FirmwareDownloader& firmware) noexcept
         : m_driver(driver), m_connection(connection), m_firmware(firmware)
     {
@@ -35,8 +36,8 @@ public:
     /// What a second without a block leads to; a block may have come in since.
     void OnQuietSecond();
 
-    /// Takes received bytes, in any cut, and delivers the packets that they complete. Throws what a port throws; the
-    /// packet is consumed all the same.
+    /// Takes received bytes, in any cut, and delivers the packets that they complete. Throws what a port throws;
+    /// the packet is consumed all the same.
     void Dispatch(std::span<const std::uint8_t> bytes);
 
     /// The next packet may have any number: a new connection. The command thread.

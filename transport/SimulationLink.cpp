@@ -36,7 +36,8 @@ bool SimulationLink::BeginReading()
     return true;
 }
 
-// A simulator that wrote and left lets the read fail at once. The refusal is then handled like any other failed read.
+// A simulator that wrote and left lets the read fail at once. The refusal is then handled like any other failed
+// read.
 void SimulationLink::StartRead()
 {
     if (!m_read.Read(m_pipe.Get(), m_readBuffer.data(), TransferLength)) {

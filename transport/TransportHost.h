@@ -10,13 +10,13 @@
 
 class CCommunicationDriver;
 
-/// The registered ports. Any thread may call any operation; each returns without waiting. A port is held only for the
-/// call, so it may be unregistered at any time on the main thread.
+/// The registered ports. Any thread may call any operation; each returns without waiting. A port is held only for
+/// the call, so it may be unregistered at any time on the main thread.
 class IPortDirectory
 {
 public:
-    /// Hands a payload to the port registered as `address` for its client; false when there is none. Without a payload
-    /// it only asks.
+    /// Hands a payload to the port registered as `address` for its client; false when there is none. Without a
+    /// payload it only asks.
     virtual bool SendToPort(PortAddress address, CCommunicationDriver* source,
                             std::span<const std::uint8_t> payload) = 0;
 

@@ -24,7 +24,8 @@ public:
 
     /// All are borrowed. Opens the first device. Throws std::bad_alloc.
     UsbLink(Connection& connection, Replies& replies, IProducts& products, FirmwareDownloader& firmware);
-    /// A thread that ends because no host program is left still has its connection; a stopped one has none any more.
+    /// A thread that ends because no host program is left still has its connection; a stopped one has none any
+    /// more.
     ~UsbLink() override;
 
     const Traits& GetTraits() const noexcept override { return LinkTraits; }
@@ -60,7 +61,8 @@ private:
         int outIndex = 0;
     };
 
-    /// A supported device of a scan. Recognised by its path: another enumeration may have another device at its index.
+    /// A supported device of a scan. Recognised by its path: another enumeration may have another device at its
+    /// index.
     struct Choice
     {
         std::uint8_t index;

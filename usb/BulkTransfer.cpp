@@ -15,7 +15,7 @@ Transfer& BulkTransfer::Renew()
     return *m_transfer;
 }
 
-bool BulkTransfer::BeginKept(CCyUSBEndPoint& endpoint, Keeper packet, std::span<const std::uint8_t> bytes)
+bool BulkTransfer::BeginKept(CCyUSBEndPoint& endpoint, PayloadOwner packet, std::span<const std::uint8_t> bytes)
 {
     Renew().packet = std::move(packet);
     // The driver's interface has one buffer for both directions; in this one it only reads.
@@ -40,8 +40,8 @@ bool BulkTransfer::Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::ui
     m_endpoint = &endpoint;
     m_transfer->pending = m_transfer->block->IsPending();
     if (!m_transfer->pending) {
-        // A refused request never sets the event; whether one does that was complete at once is not promised. Unset, the
-        // end of a good write would be waited for and the write be aborted.
+        // A refused request never sets the event; whether one does that was complete at once is not promised.
+        // Unset, the end of a good write would be waited for and the write be aborted.
         m_event.Set();
     }
     return true;

@@ -12,14 +12,14 @@
 
 namespace usb {
 
-/// Has one event for all its transfers, to be put into a wait list once. A transfer that was aborted lives on at its
-/// endpoint until the driver lets go of it; its late completion sets the event too. So:
+/// Has one event for all its transfers, to be put into a wait list once. A transfer that was aborted lives on at
+/// its endpoint until the driver lets go of it; its late completion sets the event too. So:
 ///
 ///     the event is signalled:  ResetEvent(); if (HasEnded()) Finish(length);
 ///
-/// where HasEnded is false when nothing is under way, and when it is still on its way and somebody else's end has set
-/// the event. A start that Windows refuses sets the event and makes Finish fail with the reason.
-/// One thread. Abort (or Finish) before the endpoint's device is closed.
+/// where HasEnded is false when nothing is under way, and when it is still on its way and somebody else's end has
+/// set the event. A start that Windows refuses sets the event and makes Finish fail with the reason. One thread.
+/// Abort (or Finish) before the endpoint's device is closed.
 class BulkTransfer
 {
 public:
@@ -32,8 +32,8 @@ public:
     HANDLE EventHandle() const noexcept { return m_event.Get(); }
     void ResetEvent() const noexcept { m_event.Reset(); }
 
-    /// Writes `bytes`, which `packet` owns and which is kept until the next start. Only while nothing is under way.
-    /// False when the device is closed.
+    /// Writes `bytes`, which `packet` owns and which is kept until the next start. Only while nothing is under
+    /// way. False when the device is closed.
     template <class Owner>
     bool BeginWrite(CCyUSBEndPoint& endpoint, std::unique_ptr<Owner> packet, std::span<const std::uint8_t> bytes)
     {
@@ -50,19 +50,20 @@ public:
     /// True when there is a result for Finish to take.
     bool HasEnded() const noexcept { return IsUnderWay() && m_transfer->HasCompleted(); }
 
-    /// Takes the result; `length` gets the bytes transferred. False when the transfer failed; GetLastError() is then
-    /// ERROR_GEN_FAILURE if only the driver's statuses tell so (they are kept by the endpoint). Only when HasEnded.
+    /// Takes the result; `length` gets the bytes transferred. False when the transfer failed; GetLastError() is
+    /// then ERROR_GEN_FAILURE if only the driver's statuses tell so (they are kept by the endpoint). Only when
+    /// HasEnded.
     bool Finish(std::uint32_t& length);
 
-    /// What the last read brought, `length` bytes of it, with room for one byte behind the longest read. Valid until
-    /// the next start or Abort.
+    /// What the last read brought, `length` bytes of it, with room for one byte behind the longest read. Valid
+    /// until the next start or Abort.
     std::span<std::uint8_t> Received() noexcept
     {
         return m_transfer ? std::span<std::uint8_t>(m_transfer->buffer) : std::span<std::uint8_t>();
     }
 
-    /// Gives the transfer up without telling the driver: for when its endpoint was aborted already. A next one may be
-    /// started at once. Harmless when nothing is under way.
+    /// Gives the transfer up without telling the driver: for when its endpoint was aborted already. A next one may
+    /// be started at once. Harmless when nothing is under way.
     void Abandon() noexcept;
 
     /// Aborts the endpoint, then Abandon. Without a transfer under way the endpoint is left alone.
@@ -70,7 +71,7 @@ public:
 
 private:
     Transfer& Renew();
-    bool BeginKept(CCyUSBEndPoint& endpoint, Keeper packet, std::span<const std::uint8_t> bytes);
+    bool BeginKept(CCyUSBEndPoint& endpoint, PayloadOwner packet, std::span<const std::uint8_t> bytes);
     bool Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::uint32_t length);
 
     win32::Event m_event;

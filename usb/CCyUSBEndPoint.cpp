@@ -98,7 +98,8 @@ bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length,
     DWORD returned = context->returnedAtOnce.value_or(0);
     bool worked = context->returnedAtOnce.has_value();
     m_lastError = context->refusal.value_or(ERROR_SUCCESS);
-    // Only of a pending request does the record tell: in that of a refused one any status may stand, also one of success.
+    // Only of a pending request does the record tell: in that of a refused one any status may stand, also one of
+    // success.
     if (context->IsPending()) {
         worked = ::GetOverlappedResult(m_device, overlapped, &returned, FALSE) != FALSE;
         m_lastError = worked ? ERROR_SUCCESS : ::GetLastError();
@@ -114,8 +115,8 @@ bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length,
     length = m_transferred;
     const bool good = m_ntStatus == 0 && m_usbdStatus == 0;
     if (worked && !good) {
-        // Only the driver's statuses tell of it, and no read follows a failed one. Were that no error of Windows either,
-        // the transport would believe in a connection that nobody reads from.
+        // Only the driver's statuses tell of it, and no read follows a failed one. Were that no error of Windows
+        // either, the transport would believe in a connection that nobody reads from.
         m_lastError = ERROR_GEN_FAILURE;
     }
     ::SetLastError(m_lastError);

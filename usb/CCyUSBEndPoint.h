@@ -11,8 +11,8 @@
 #include <memory>
 #include <span>
 
-/// Belongs to its UsbDevice and dies when that closes. Each endpoint is used by one thread at a time; two endpoints
-/// of a device may be used by two threads.
+/// Belongs to its UsbDevice and dies when that closes. Each endpoint is used by one thread at a time; two
+/// endpoints of a device may be used by two threads.
 ///
 /// The calls below leave the life of block, OVERLAPPED and buffer to the caller: all three must stay until the
 /// request has completed, after an Abort too. usb::BulkTransfer takes care of that and is the one to use.
@@ -28,9 +28,9 @@ public:
     // The order of the virtual operations is part of the interface.
 
     /// Starts a transfer straight between the driver and `buffer`. The context returned is the caller's until
-    /// FinishDataXfer. LastError() says how the start went: 0 or ERROR_IO_PENDING, else the request was refused and
-    /// the event will never be set. Refused with ERROR_NO_SYSTEM_RESOURCES while the driver keeps too many transfers of
-    /// this endpoint that were aborted (AbandonedTransfers::Limit).
+    /// FinishDataXfer. LastError() says how the start went: 0 or ERROR_IO_PENDING, else the request was refused
+    /// and the event will never be set. Refused with ERROR_NO_SYSTEM_RESOURCES while the driver keeps too many
+    /// transfers of this endpoint that were aborted (AbandonedTransfers::Limit).
     virtual usb::RequestBlock* BeginDirectXfer(std::uint8_t* buffer, std::uint32_t length, OVERLAPPED* overlapped);
     /// The same through a copy of the data behind the header.
     virtual usb::RequestBlock* BeginBufferedXfer(std::uint8_t* buffer, std::uint32_t length,
@@ -41,8 +41,8 @@ public:
 
     /// Takes the result of a transfer whose event is signalled and frees the context; never waits. `length`: room
     /// in `buffer`, then the bytes transferred. True when the transfer worked and both statuses are 0.
-    /// GetLastError() afterwards is what Windows reported, which may be 0, and ERROR_GEN_FAILURE for bad statuses alone.
-    /// With ERROR_IO_INCOMPLETE the call came too early and the context is still the caller's.
+    /// GetLastError() afterwards is what Windows reported, which may be 0, and ERROR_GEN_FAILURE for bad statuses
+    /// alone. With ERROR_IO_INCOMPLETE the call came too early and the context is still the caller's.
     virtual bool FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length, OVERLAPPED* overlapped,
                                 usb::RequestBlock* context, std::span<usb::IsoPacketRecord> records = {}) noexcept;
 

@@ -79,13 +79,13 @@ public:
     /// Up to `length` bytes at `offset`, never outside the block, whatever was asked for.
     std::span<std::uint8_t> Part(std::size_t offset, std::size_t length) noexcept;
 
-    /// Why Windows refused the request at once, as an error code, which may be 0; such a request never completes and
-    /// never sets its event. None: it was accepted.
+    /// Why Windows refused the request at once, as an error code, which may be 0; such a request never completes
+    /// and never sets its event. None: it was accepted.
     std::optional<DWORD> refusal;
 
-    /// The bytes returned by a request that was complete as soon as it was started. For such a one neither event nor
-    /// GetOverlappedResult is promised ("Named Pipe Server Using Overlapped I/O"), so the start's own answer counts.
-    /// None: it was refused, or is pending.
+    /// The bytes returned by a request that was complete as soon as it was started. For such a one neither event
+    /// nor GetOverlappedResult is promised ("Named Pipe Server Using Overlapped I/O"), so the start's own answer
+    /// counts. None: it was refused, or is pending.
     std::optional<DWORD> returnedAtOnce;
 
     /// Whether the end of the request is still to come, or was told by the OVERLAPPED.

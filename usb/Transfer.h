@@ -12,29 +12,30 @@
 namespace usb {
 
 /// Sole owner of an object of any type: what holds the bytes of a packet while they are written.
-using Keeper = std::unique_ptr<void, void (*)(void*)>;
+using PayloadOwner = std::unique_ptr<void, void (*)(void*)>;
 
 template <class Owned>
-Keeper Keep(std::unique_ptr<Owned> owned)
+PayloadOwner Keep(std::unique_ptr<Owned> owned)
 {
-    return Keeper(owned.release(), [](void* pointer) { delete static_cast<Owned*>(pointer); });
+    return PayloadOwner(owned.release(), [](void* pointer) { delete static_cast<Owned*>(pointer); });
 }
 
 /// Does not move once started.
 struct Transfer
 {
     OVERLAPPED overlapped{};
-    bool pending = false;                 // accepted by the driver, result not taken
-    std::uint32_t control = 0;            // an I/O control's code; 0: a transfer
-    std::unique_ptr<RequestBlock> block;  // of a transfer
-    Keeper packet{nullptr, [](void*) {}}; // holds what is written
-    std::vector<std::uint8_t> buffer;     // takes what is read; an I/O control's data
-    std::unique_ptr<Transfer> next;       // in the list of abandoned transfers
+    bool pending = false;                       // accepted by the driver, result not taken
+    std::uint32_t control = 0;                  // an I/O control's code; 0: a transfer
+    std::unique_ptr<RequestBlock> block;        // of a transfer
+    PayloadOwner packet{nullptr, [](void*) {}}; // holds what is written
+    std::vector<std::uint8_t> buffer;           // takes what is read; an I/O control's data
+    std::unique_ptr<Transfer> next;             // in the list of abandoned transfers
 
-    /// True once the driver has let go of everything here. Does not ask the kernel. The macro's page allows it only
-    /// after a start that said ERROR_IO_PENDING ("HasOverlappedIoCompleted macro"). Windows promises that the thread
-    /// that started the request sees record and event change together; another thread may see the record first, when
-    /// data and byte count are written and only the event, which is not part of this memory, is still to be set.
+    /// True once the driver has let go of everything here. Does not ask the kernel. The macro's page allows it
+    /// only after a start that said ERROR_IO_PENDING ("HasOverlappedIoCompleted macro"). Windows promises that the
+    /// thread that started the request sees record and event change together; another thread may see the record
+    /// first, when data and byte count are written and only the event, which is not part of this memory, is still
+    /// to be set.
     bool HasCompleted() const noexcept { return !pending || HasOverlappedIoCompleted(&overlapped); }
 };
 
@@ -48,8 +49,8 @@ public:
     static constexpr std::size_t Limit = 64;
 
     AbandonedTransfers() = default;
-    /// Gives up for good what the driver still keeps: its memory stays allocated for the rest of the process, which is
-    /// the price of never having it written to in other hands.
+    /// Gives up for good what the driver still keeps: its memory stays allocated for the rest of the process,
+    /// which is the price of never having it written to in other hands.
     ~AbandonedTransfers();
     AbandonedTransfers(const AbandonedTransfers&) = delete;
     AbandonedTransfers& operator=(const AbandonedTransfers&) = delete;

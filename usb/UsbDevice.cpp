@@ -105,14 +105,14 @@ void UsbDevice::Close()
         failure = "Failed to close the device handle.";
     }
     LetGoOfTransfers();
-    Forget();
+    ResetState();
     if (failure != nullptr) {
         throw std::runtime_error(failure);
     }
 }
 
-// Only this connection's are waited for: what earlier ones have left had its time then, and a driver that never lets go
-// must not cost each later Close a second.
+// Only this connection's are waited for: what earlier ones have left had its time then, and a driver that never
+// lets go must not cost each later Close a second.
 void UsbDevice::LetGoOfTransfers() noexcept
 {
     const ULONGLONG end = ::GetTickCount64() + m_limits.CancelTime();
@@ -125,7 +125,7 @@ void UsbDevice::LetGoOfTransfers() noexcept
     m_kept.Sweep();
 }
 
-void UsbDevice::Forget() noexcept
+void UsbDevice::ResetState() noexcept
 {
     m_endpoints.clear();
     m_configurations.clear();

@@ -33,14 +33,15 @@ public:
     /// Counts the devices present now, at most 255.
     std::uint8_t DeviceCount();
 
-    /// Closes what is open and opens the device at `index` of the present ones. False, and closed, when there is no
-    /// such device, it cannot be opened, it tells no configuration, or drivers keep too many requests of earlier
-    /// connections (AbandonedTransfers::Limit). Throws what Close throws.
+    /// Closes what is open and opens the device at `index` of the present ones. False, and closed, when there is
+    /// no such device, it cannot be opened, it tells no configuration, or drivers keep too many requests of
+    /// earlier connections (AbandonedTransfers::Limit). Throws what Close throws.
     bool Open(std::uint8_t index);
 
-    /// Ends and frees everything of the open device, its endpoints too. Waits for requests that were given up as long as
-    /// the limits allow; what the driver keeps longer is kept, and freed once it has completed. Throws std::runtime_error with "Failed to
-    /// close the handle notification handle." or "Failed to close the device handle." after it has done so.
+    /// Ends and frees everything of the open device, its endpoints too. Waits for requests that were given up as
+    /// long as the limits allow; what the driver keeps longer is kept, and freed once it has completed. Throws
+    /// std::runtime_error with "Failed to close the handle notification handle." or "Failed to close the device
+    /// handle." after it has done so.
     void Close();
 
     /// Ends the notifications of devices that come and go. Throws std::runtime_error with "Failed to close the
@@ -92,7 +93,7 @@ private:
     using NarrowText = std::array<char, TextRoom>;
 
     bool OpenPath(std::uint8_t index);
-    void Forget() noexcept;
+    void ResetState() noexcept;
     void LetGoOfTransfers() noexcept;
     template <class Function>
     void ForEachEndpoint(Function&& function);

@@ -25,8 +25,8 @@ private:
     CRITICAL_SECTION m_section{};
 };
 
-/// Tells the threads that wait for it that what a section guards has changed. Waking and waiting stay out of the kernel
-/// but for the sleep itself, which an event under the section would not.
+/// Tells the threads that wait for it that what a section guards has changed. Waking and waiting stay out of the
+/// kernel but for the sleep itself, which an event under the section would not.
 class ConditionVariable
 {
 public:
@@ -34,8 +34,8 @@ public:
     ConditionVariable(const ConditionVariable&) = delete;
     ConditionVariable& operator=(const ConditionVariable&) = delete;
 
-    /// Leaves the section, which the calling thread has entered once, until woken, at most `milliseconds`, and enters it
-    /// again. False when the time has passed. May return true for no reason.
+    /// Leaves the section, which the calling thread has entered once, until woken, at most `milliseconds`, and
+    /// enters it again. False when the time has passed. May return true for no reason.
     bool Wait(CriticalSection& section, DWORD milliseconds) noexcept REQUIRES(section)
     {
         return ::SleepConditionVariableCS(&m_condition, section.Native(), milliseconds) != FALSE;

@@ -19,8 +19,8 @@ std::optional<std::wstring> ModulePathBy(decltype(&::GetModuleFileNameW) moduleF
             path.resize(length);
             return path;
         }
-        // A return of the buffer's size means that the path was cut ("GetModuleFileNameW function"). A cut path would
-        // name another folder.
+        // A return of the buffer's size means that the path was cut ("GetModuleFileNameW function"). A cut path
+        // would name another folder.
         path.resize(2 * path.size());
     }
 }

@@ -1,4 +1,4 @@
-// An auto-reset event that costs a kernel call only while somebody waits for it.
+// An auto-reset event that costs a kernel call only while its consumer waits for it.
 #pragma once
 
 #include "win32/Event.h"
@@ -7,9 +7,9 @@
 
 namespace win32 {
 
-/// For a setting that one thread takes, mostly without having waited for it. Any thread may call Set; the rest is the
-/// taking thread's. Before it waits it listens and then looks once more, so no setting is missed; the event of a setting
-/// that it took without waiting may end its next wait for nothing, with nothing to take.
+/// A flag whose event is signalled only while its one consumer waits. Any thread may call Set; the rest is called
+/// by the consumer. It arms the event and tests the flag before each wait, so no Set is missed. A wait may wake
+/// spuriously; Take then returns false.
 class OnDemandEvent
 {
 public:
@@ -18,19 +18,26 @@ public:
     void Set() noexcept
     {
         m_isSet.store(true);
-        if (m_isListening.exchange(false)) {
+        if (m_isArmed.exchange(false)) {
             m_event.Set();
         }
     }
 
-    /// Whether there is a setting to take; with `listening` a later one signals the event.
-    bool Look(bool listening) noexcept
+    /// Returns whether the flag is set. From now on Set signals the event, once.
+    bool Arm() noexcept
     {
-        m_isListening.store(listening);
+        m_isArmed.store(true);
         return m_isSet.load();
     }
 
-    /// Takes the setting; false when there is none.
+    /// Returns whether the flag is set. From now on Set does not signal the event.
+    bool Disarm() noexcept
+    {
+        m_isArmed.store(false);
+        return m_isSet.load();
+    }
+
+    /// Clears the flag; false when it was not set.
     bool Take() noexcept { return m_isSet.exchange(false); }
 
     HANDLE Get() const noexcept { return m_event.Get(); }
@@ -38,7 +45,7 @@ public:
 private:
     Event m_event;
     std::atomic<bool> m_isSet;
-    std::atomic<bool> m_isListening{false};
+    std::atomic<bool> m_isArmed{false};
 };
 
 } // namespace win32

@@ -32,9 +32,9 @@ Expectation OverlappedOperation::Expected() const noexcept
     return IsRecordFinal() ? Expectation::Maybe : Expectation::NotYet;
 }
 
-// What was done at once has its result here, by the return value and the count of the start itself. Whether the event is
-// set then, and whether GetOverlappedResult knows of it, Microsoft's pages leave open ("Named Pipe Server Using
-// Overlapped I/O", "ReadFile function").
+// What was done at once has its result here, by the return value and the count of the start itself. Whether the
+// event is set then, and whether GetOverlappedResult knows of it, Microsoft's pages leave open ("Named Pipe Server
+// Using Overlapped I/O", "ReadFile function").
 bool OverlappedOperation::Started(HANDLE file, BOOL completed) noexcept
 {
     const DWORD error = completed != FALSE ? ERROR_SUCCESS : ::GetLastError();
@@ -69,8 +69,8 @@ bool OverlappedOperation::ConnectPipe(HANDLE pipe) noexcept
 {
     OVERLAPPED* const overlapped = Prepare();
     const BOOL completed = ::ConnectNamedPipe(pipe, overlapped);
-    // "ConnectNamedPipe function": ERROR_PIPE_CONNECTED is a good connection, for which no event is set. Set by hand it
-    // serves those who wait for it; it is rare.
+    // "ConnectNamedPipe function": ERROR_PIPE_CONNECTED is a good connection, for which no event is set. Set by
+    // hand it serves those who wait for it; it is rare.
     if (!completed && ::GetLastError() == ERROR_PIPE_CONNECTED) {
         m_event.Set();
         return Started(pipe, TRUE);

@@ -5,8 +5,9 @@
 
 namespace win32 {
 
-/// A security descriptor whose DACL gives full access to the user of this process, to SYSTEM and to administrators, and
-/// none to anybody else. Used by one thread; must live while an object is created with it, not longer.
+/// A security descriptor whose DACL gives full access to the user of this process, to SYSTEM and to
+/// administrators, and none to anybody else. Used by one thread; must live while an object is created with it, not
+/// longer.
 class OwnUserSecurity
 {
 public:

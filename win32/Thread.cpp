@@ -62,8 +62,8 @@ void Thread::Join() noexcept
 
 bool Thread::AwaitEnd(DWORD milliseconds) const noexcept
 {
-    // A thread whose requests a driver keeps stays unsignalled after its end, for up to five minutes ("Canceling IRPs").
-    // Nothing that the owner waits for is left by then, so the event counts as well.
+    // A thread whose requests a driver keeps stays unsignalled after its end, for up to five minutes ("Canceling
+    // IRPs"). Nothing that the owner waits for is left by then, so the event counts as well.
     const std::array<HANDLE, 2> handles{m_handle.Get(), m_ended->Get()};
     const DWORD count = m_ended->Exists() ? 2 : 1;
     return ::WaitForMultipleObjects(count, handles.data(), FALSE, milliseconds) < WAIT_OBJECT_0 + count;
@@ -88,8 +88,9 @@ void Thread::JoinCancelling(DWORD milliseconds) noexcept
     }
     DWORD wait = milliseconds;
     while (!AwaitEnd(wait)) {
-        // "CancelSynchronousIo function": it marks the call that the thread is in at this moment. Before the call begins
-        // there is nothing to cancel, and the thread may make another one after it, so a single cancel proves nothing.
+        // "CancelSynchronousIo function": it marks the call that the thread is in at this moment. Before the call
+        // begins there is nothing to cancel, and the thread may make another one after it, so a single cancel
+        // proves nothing.
         ::CancelSynchronousIo(m_handle.Get());
         wait = TimeBetweenCancelsMs;
     }

@@ -30,8 +30,8 @@ public:
     /// runs is left to itself. Returns whether it ended.
     bool JoinFor(DWORD milliseconds) noexcept;
 
-    /// As Join, but after `milliseconds` cancels whatever synchronous I/O call blocks the thread, again and again until
-    /// it has ended. For a thread that does nothing else with files or pipes that must not be cancelled.
+    /// As Join, but after `milliseconds` cancels whatever synchronous I/O call blocks the thread, again and again
+    /// until it has ended. For a thread that does nothing else with files or pipes that must not be cancelled.
     void JoinCancelling(DWORD milliseconds) noexcept;
 
     /// True from Start to Join, also when the thread has ended by itself in between.

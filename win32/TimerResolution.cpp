@@ -44,9 +44,9 @@ const TimerCalls& Calls() noexcept
     return calls;
 }
 
-// From Windows 11 on the resolution of a process without visible windows is ignored ("timeBeginPeriod function") unless the
-// process clears this throttling ("SetProcessInformation function"). Older ones don't know it and fail: there the
-// resolution counts anyway.
+// From Windows 11 on the resolution of a process without visible windows is ignored ("timeBeginPeriod function")
+// unless the process clears this throttling ("SetProcessInformation function"). Older ones don't know it and fail:
+// there the resolution counts anyway.
 void KeepResolutionWhileInvisible() noexcept
 {
     PROCESS_POWER_THROTTLING_STATE state{};

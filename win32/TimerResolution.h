@@ -14,7 +14,8 @@ public:
     TimerResolution(const TimerResolution&) = delete;
     TimerResolution& operator=(const TimerResolution&) = delete;
 
-    /// Notes the time for RestoreAfter; raised already it does no more. Without winmm.dll the resolution stays as it is.
+    /// Notes the time for RestoreAfter; raised already it does no more. Without winmm.dll the resolution stays as
+    /// it is.
     void Raise() noexcept;
     void Restore() noexcept;
 

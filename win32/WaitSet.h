@@ -47,8 +47,8 @@ public:
 
     using Expectations = std::array<Expectation, Count>;
 
-    /// The first slot that is signalled or known to have happened, after at most `milliseconds`. What is known costs no
-    /// kernel call, unless an object of higher priority may be signalled: then that is polled.
+    /// The first slot that is signalled or known to have happened, after at most `milliseconds`. What is known
+    /// costs no kernel call, unless an object of higher priority may be signalled: then that is polled.
     Slot Next(const Expectations& expected, DWORD milliseconds) const noexcept
     {
         std::size_t known = 0;

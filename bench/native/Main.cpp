@@ -1,4 +1,5 @@
-// The portable rows, compiled for the machine itself: what the compiler and the C library make of them without Wine.
+// The portable rows, compiled for the machine itself: what the compiler and the C library make of them without
+// Wine.
 #include "bench/WireRows.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
@@ -42,15 +43,15 @@ private:
 
 int main(int count, char** arguments)
 {
-    bench::Effort effort;
-    effort.quick = count > 1 && std::strcmp(arguments[1], "--quick") == 0;
+    bench::RunSize run;
+    run.quick = count > 1 && std::strcmp(arguments[1], "--quick") == 0;
     bench::Table table;
     table.announce = [](const std::string& line) { std::puts(line.c_str()); };
     std::puts(bench::Table::Head().c_str());
-    bench::AddDumpAndFramingRows(table, effort);
+    bench::AddDumpAndFramingRows(table, run);
     WireParser parser;
     try {
-        bench::AddParsingRows(table, effort, parser, "parsing, native");
+        bench::AddParsingRows(table, run, parser, "parsing, native");
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "bench_native: %s\n", fault.what());
         return 1;

@@ -27,8 +27,8 @@ std::int32_t CCommandQueue::Push(std::unique_ptr<CSerialPortCommand> command)
         SetCount();
         count = GetCount();
     }
-    // Only the first of those that wait wakes: no kernel call for the others. Outside the section, or the woken thread
-    // would sleep again to wait for it.
+    // Only the first of those that wait wakes: no kernel call for the others. Outside the section, or the woken
+    // thread would sleep again to wait for it.
     if (count == 1) {
         if (m_NotEmpty) {
             m_NotEmpty->Set();

@@ -11,9 +11,10 @@
 #include <optional>
 #include <queue>
 
-/// First in, first out. Any thread may call any member. Push signals the not-empty event after releasing the lock, so it can
-/// be signalled although the queue is already empty: a consumer that finds it so calls ResetEventIfEmpty. A queue whose one consumer
-/// waits for nothing else has AwaitNotEmpty in place of the event, which would cost three kernel calls for each packet.
+/// First in, first out. Any thread may call any member. Push signals the not-empty event after releasing the lock,
+/// so it can be signalled although the queue is already empty: a consumer that finds it so calls
+/// ResetEventIfEmpty. A queue whose one consumer waits for nothing else has AwaitNotEmpty in place of the event,
+/// which would cost three kernel calls for each packet.
 class CCommandQueue : private std::queue<CSerialPortCommand*, std::deque<CSerialPortCommand*>>
 {
 public:
@@ -33,8 +34,8 @@ public:
     /// The oldest command, or null.
     std::unique_ptr<CSerialPortCommand> Pop();
 
-    /// Pop in two steps, for a consumer that is in a hurry with the command: the event may stay set over an empty queue
-    /// until ResetEventIfEmpty, which resets it unless something has come in.
+    /// Pop in two steps, for a consumer that is in a hurry with the command: the event may stay set over an empty
+    /// queue until ResetEventIfEmpty, which resets it unless something has come in.
     std::unique_ptr<CSerialPortCommand> Take();
     void ResetEventIfEmpty();
 
@@ -51,8 +52,8 @@ public:
     /// For use in a wait for several objects; null when the queue's consumer waits alone.
     HANDLE GetNotEmptyEvent() const noexcept { return m_NotEmpty ? m_NotEmpty->Get() : nullptr; }
 
-    /// For the thread that waits alone: returns once the queue holds something or Interrupt was called, true, or after
-    /// `milliseconds`, false. May return true for neither.
+    /// For the thread that waits alone: returns once the queue holds something or Interrupt was called, true, or
+    /// after `milliseconds`, false. May return true for neither.
     bool AwaitNotEmpty(DWORD milliseconds);
 
     /// Makes AwaitNotEmpty return, the one under way or the next.

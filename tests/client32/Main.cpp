@@ -1,5 +1,5 @@
-// A client compiled for 32-bit Windows: registers a port with the 64-bit router, exchanges a packet over the port's
-// pipe and unregisters the port, through one of the two kinds of call.
+// A client compiled for 32-bit Windows: registers a port with the 64-bit router, exchanges a packet over the
+// port's pipe and unregisters the port, through one of the two kinds of call.
 //
 //   Client32.exe vtable|dispatch PIPE_NAME
 //
@@ -19,7 +19,7 @@ namespace {
 
 using Binding = RouterAutomation::Binding;
 
-constexpr std::chrono::seconds Patience{20};
+constexpr std::chrono::seconds DefaultTimeout{20};
 constexpr std::int32_t BufferSize = 4096;
 
 int Fail(const char* step, unsigned long error)
@@ -32,15 +32,15 @@ int Exchange(const std::wstring& path)
 {
     const win32::Event never(win32::Event::Kind::ManualReset);
     ClientPipe pipe(path, never.Get());
-    if (pipe.Open(Patience) != ClientPipe::Outcome::Done) {
+    if (pipe.Open(DefaultTimeout) != ClientPipe::Outcome::Done) {
         return Fail("opening the pipe", pipe.Error());
     }
     const std::vector<std::uint8_t> request = {'3', '2', 0, 0xFF};
-    if (pipe.Write(request, Patience) != ClientPipe::Outcome::Done) {
+    if (pipe.Write(request, DefaultTimeout) != ClientPipe::Outcome::Done) {
         return Fail("writing the request", pipe.Error());
     }
     std::vector<std::uint8_t> reply;
-    if (pipe.Read(reply, Patience) != ClientPipe::Outcome::Done) {
+    if (pipe.Read(reply, DefaultTimeout) != ClientPipe::Outcome::Done) {
         return Fail("reading the reply", pipe.Error());
     }
     return reply == request ? 0 : Fail("comparing the reply", static_cast<unsigned long>(reply.size()));

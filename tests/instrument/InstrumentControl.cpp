@@ -38,7 +38,7 @@ Bytes InstrumentControl::Ask(std::uint32_t code, std::span<const std::uint8_t> i
 {
     Bytes answer(answerSize);
     std::uint32_t answered = 0;
-    if (const DWORD error = RemoteCall(m_remote.Get(), code, input, answer, answered, Patience)) {
+    if (const DWORD error = RemoteCall(m_remote.Get(), code, input, answer, answered, DefaultTimeout)) {
         ThrowRefusal(code, error);
     }
     answer.resize(answered);
@@ -61,12 +61,12 @@ void InstrumentControl::Unplug(std::uint32_t slot)
 }
 
 std::optional<Written> InstrumentControl::TakeWritten(std::uint32_t slot, std::uint8_t endpoint,
-                                                      Milliseconds patience)
+                                                      Milliseconds timeout)
 {
     m_taken.resize(sizeof(Taken) + LongestWrite);
     std::uint32_t taken = 0;
     const Target target{slot, endpoint};
-    const DWORD error = RemoteCall(m_remote.Get(), RemoteTake, BytesOf(target), m_taken, taken, patience);
+    const DWORD error = RemoteCall(m_remote.Get(), RemoteTake, BytesOf(target), m_taken, taken, timeout);
     if (error == ERROR_OPERATION_ABORTED) {
         return std::nullopt;
     }
@@ -106,9 +106,9 @@ Counters InstrumentControl::Count(std::uint32_t slot, std::uint8_t endpoint)
 }
 
 bool InstrumentControl::WaitFor(std::uint32_t slot, std::uint8_t endpoint,
-                                const std::function<bool(const Counters&)>& holds, Milliseconds patience)
+                                const std::function<bool(const Counters&)>& holds, Milliseconds timeout)
 {
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + timeout;
     while (!holds(Count(slot, endpoint))) {
         if (std::chrono::steady_clock::now() > end) {
             return false;

@@ -20,14 +20,14 @@ struct Written
     Bytes bytes;
 };
 
-/// The remote control, open. The driver must be installed (InstrumentDriver.h). One thread, or one object per thread:
-/// several may be open at a time. Everything throws std::runtime_error when the driver refuses; what waits gives up
-/// after a deadline.
+/// The remote control, open. The driver must be installed (InstrumentDriver.h). One thread, or one object per
+/// thread: several may be open at a time. Everything throws std::runtime_error when the driver refuses; what waits
+/// gives up after a deadline.
 class InstrumentControl
 {
 public:
     using Milliseconds = std::chrono::milliseconds;
-    static constexpr Milliseconds Patience{20'000};
+    static constexpr Milliseconds DefaultTimeout{20'000};
 
     InstrumentControl();
 
@@ -41,7 +41,7 @@ public:
 
     /// The next write to `endpoint`, in one piece; none when there is none within the deadline.
     std::optional<Written> TakeWritten(std::uint32_t slot, std::uint8_t endpoint,
-                                       Milliseconds patience = Patience);
+                                       Milliseconds timeout = DefaultTimeout);
 
     /// Gives `bytes` to the reads of `endpoint`: one call is what one read gets at most, longer ones take several.
     void Feed(std::uint32_t slot, std::uint8_t endpoint, std::span<const std::uint8_t> bytes);
@@ -54,7 +54,7 @@ public:
     Counters Count(std::uint32_t slot, std::uint8_t endpoint = 0);
     /// Waits until the counters are as `holds` wants them; false when the deadline is over first.
     bool WaitFor(std::uint32_t slot, std::uint8_t endpoint, const std::function<bool(const Counters&)>& holds,
-                 Milliseconds patience = Patience);
+                 Milliseconds timeout = DefaultTimeout);
 
 private:
     /// Sends a request that is answered at once.

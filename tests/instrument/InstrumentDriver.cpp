@@ -76,9 +76,9 @@ private:
 class InstallationTurn
 {
 public:
-    explicit InstallationTurn(std::chrono::milliseconds patience)
+    explicit InstallationTurn(std::chrono::milliseconds timeout)
         : m_mutex(::CreateMutexW(nullptr, FALSE, InstallationName)),
-          m_result(::WaitForSingleObject(m_mutex.Get(), static_cast<DWORD>(patience.count())))
+          m_result(::WaitForSingleObject(m_mutex.Get(), static_cast<DWORD>(timeout.count())))
     {
     }
     ~InstallationTurn()
@@ -167,10 +167,10 @@ bool IsReady()
            hello.version == ProtocolVersion && hello.startedSlots == SlotCount;
 }
 
-bool WaitUntilReady(std::chrono::milliseconds patience)
+bool WaitUntilReady(std::chrono::milliseconds timeout)
 {
     // No event announces a driver's readiness.
-    const auto end = std::chrono::steady_clock::now() + patience;
+    const auto end = std::chrono::steady_clock::now() + timeout;
     while (!IsReady()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
@@ -234,9 +234,9 @@ fs::path DriverBesideProgram()
     return fs::path(win32::FolderOf(win32::ModulePath().value_or(L""))) / FileName;
 }
 
-std::string InstallDriver(const fs::path& driver, std::chrono::milliseconds patience)
+std::string InstallDriver(const fs::path& driver, std::chrono::milliseconds timeout)
 {
-    const InstallationTurn turn(patience);
+    const InstallationTurn turn(timeout);
     if (!turn.IsOurs()) {
         return NoTurn;
     }
@@ -255,7 +255,7 @@ std::string InstallDriver(const fs::path& driver, std::chrono::milliseconds pati
     {
         return Failure("UpdateDriverForPlugAndPlayDevices");
     }
-    return WaitUntilReady(patience) ? std::string() : "the driver's slots did not become ready";
+    return WaitUntilReady(timeout) ? std::string() : "the driver's slots did not become ready";
 }
 
 std::string UninstallDriver()

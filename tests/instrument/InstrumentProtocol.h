@@ -1,5 +1,5 @@
-// What the simulated instrument's driver and its remote control say to each other. Shared by kernel and user mode, so
-// it knows neither's headers. All requests are buffered; all numbers are little-endian.
+// What the simulated instrument's driver and its remote control say to each other. Shared by kernel and user mode,
+// so it knows neither's headers. All requests are buffered; all numbers are little-endian.
 #pragma once
 
 #include <cstdint>
@@ -73,8 +73,8 @@ struct Taken
     std::uint32_t length;     // of the bytes that follow
 };
 
-/// A connection begins with the first transfer of a handle, is numbered by the count of opens at that handle's opening,
-/// and ends when the handle is closed or the device unplugged.
+/// A connection begins with the first transfer of a handle, is numbered by the count of opens at that handle's
+/// opening, and ends when the handle is closed or the device unplugged.
 struct Watch
 {
     std::uint32_t slot;
@@ -86,8 +86,8 @@ struct Connection
     std::uint32_t number; // 0: none
 };
 
-/// Followed by bytes for the reads of that connection. They are kept as long as it lasts; without it, and when it ends
-/// before there was room, the answer is STATUS_DEVICE_NOT_CONNECTED.
+/// Followed by bytes for the reads of that connection. They are kept as long as it lasts; without it, and when it
+/// ends before there was room, the answer is STATUS_DEVICE_NOT_CONNECTED.
 struct Supply
 {
     std::uint32_t slot;
@@ -109,7 +109,8 @@ enum Action : std::uint32_t {
 /// Opening the device, as a rule's code.
 inline constexpr std::uint32_t OpenCode = 1;
 
-/// Applies to `count` requests (0: to all) after the first `skip`. Of several rules the first that applies is taken.
+/// Applies to `count` requests (0: to all) after the first `skip`. Of several rules the first that applies is
+/// taken.
 struct Rule
 {
     std::uint32_t slot;

@@ -12,7 +12,7 @@ win32::FileHandle OpenRemote()
 }
 
 DWORD RemoteCall(HANDLE remote, std::uint32_t code, std::span<const std::uint8_t> input,
-                 std::span<std::uint8_t> answer, std::uint32_t& answered, std::chrono::milliseconds patience)
+                 std::span<std::uint8_t> answer, std::uint32_t& answered, std::chrono::milliseconds timeout)
 {
     answered = 0;
     const win32::Event completed(win32::Event::Kind::ManualReset);
@@ -24,7 +24,7 @@ DWORD RemoteCall(HANDLE remote, std::uint32_t code, std::span<const std::uint8_t
         if (::GetLastError() != ERROR_IO_PENDING) {
             return ::GetLastError();
         }
-        if (!completed.Wait(static_cast<DWORD>(patience.count()))) {
+        if (!completed.Wait(static_cast<DWORD>(timeout.count()))) {
             ::CancelIoEx(remote, &overlapped);
         }
     }

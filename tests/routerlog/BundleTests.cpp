@@ -1,5 +1,5 @@
-// The built RouterLog's bundle. Its files are told by their names, lengths and checksums; that they unpack is tested where
-// there is an unpacker.
+// The built RouterLog's bundle. Its files are told by their names, lengths and checksums; that they unpack is
+// tested where there is an unpacker.
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempFolder.h"
 

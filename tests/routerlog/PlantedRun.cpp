@@ -33,8 +33,8 @@ std::optional<std::string> MemberOf(const std::string& line, const std::string& 
     return line.substr(at + begin.size(), end - at - begin.size());
 }
 
-/// Clients that are cut off together are told of in the order in which their ports' threads happened to begin; here in the
-/// order of their pipes' names.
+/// Clients that are cut off together are told of in the order in which their ports' threads happened to begin;
+/// here in the order of their pipes' names.
 void SortTogether(std::vector<Told>& told)
 {
     const auto isCutOff = [](const Told& each) { return each.kind == "client-cut-off"; };
@@ -135,8 +135,8 @@ void Run::StartSimulator()
     m_number = 0;
 }
 
-// An echo through the pipe tells that the router has noticed the client. Ports that do something else than echo are tried
-// by their clients' first trigger.
+// An echo through the pipe tells that the router has noticed the client. Ports that do something else than echo
+// are tried by their clients' first trigger.
 void Run::OpenClient(int port)
 {
     if (m_clients.contains(port)) {
@@ -204,7 +204,7 @@ void Run::PlantUnknownDestination()
     Want(m_watch->WaitFor(Form::NoDestination, before + 1), "no dropped packet");
     m_expected.push_back({"unknown-destination", {"1 packet from the instrument for (7,7) was dropped"}});
     ++m_planted;
-    Settle();
+    MarkHandled();
 }
 
 void Run::PlantDroppedReply()
@@ -215,7 +215,7 @@ void Run::PlantDroppedReply()
     Want(m_watch->WaitFor(Form::NoConnection, before + 1), "no dropped reply");
     m_expected.push_back({"replies-dropped", {"1 packet for (3,2) was dropped: its client was not connected."}});
     ++m_planted;
-    Settle();
+    MarkHandled();
 }
 
 void Run::PlantSlowClient()
@@ -230,7 +230,7 @@ void Run::PlantSlowClient()
     }
     m_expected.push_back({"client-stalled", {"(3,1), pipe Planted1", "stopped reading for "}});
     ++m_planted;
-    Settle();
+    MarkHandled();
 }
 
 void Run::PlantKilledClient()
@@ -309,7 +309,7 @@ void Run::Plant(int which)
 }
 
 // The reply thread reports each second without anything.
-void Run::Settle()
+void Run::MarkHandled()
 {
     Want(m_watch->WaitFor(Form::ReplyThreadIdle, m_watch->CountOf(Form::ReplyThreadIdle) + 3),
          "the router is not quiet");

@@ -30,18 +30,19 @@ struct Expected
     std::vector<std::string> parts;
 };
 
-/// The incidents of explain's JSON that are faults, or ends of clients and connections; the others happen by themselves.
+/// The incidents of explain's JSON that are faults, or ends of clients and connections; the others happen by
+/// themselves.
 std::vector<Told> ToldIncidents(const std::filesystem::path& json);
 
-/// Fails the test for each planted incident that is not told, told otherwise, or in another place, and for each that is
-/// told and was not planted.
+/// Fails the test for each planted incident that is not told, told otherwise, or in another place, and for each
+/// that is told and was not planted.
 void Compare(const std::vector<Expected>& expected, std::vector<Told> told);
 
 /// RouterLog explain over the log; the file that it wrote.
 std::vector<Told> Explain(const std::filesystem::path& log, const std::filesystem::path& folder);
 
-/// One router with the simulator. Each Plant... does it, waits until the router's log shows it, and notes what explain has
-/// to say. One thread; a failed wait fails the test.
+/// One router with the simulator. Each Plant... does it, waits until the router's log shows it, and notes what
+/// explain has to say. One thread; a failed wait fails the test.
 class Run
 {
 public:
@@ -70,7 +71,7 @@ public:
     /// One of the above, all in turn.
     void Plant(int which);
     /// Waits until bursts of incidents count as over.
-    void Settle();
+    void MarkHandled();
     /// Ends the router and explains its log.
     void Check();
 

@@ -56,10 +56,10 @@ bool ChildProcess::Running() const noexcept
     return m_process && ::WaitForSingleObject(m_process.Get(), 0) == WAIT_TIMEOUT;
 }
 
-std::optional<DWORD> ChildProcess::WaitForExit(std::chrono::milliseconds patience) const
+std::optional<DWORD> ChildProcess::WaitForExit(std::chrono::milliseconds timeout) const
 {
     DWORD code = 0;
-    if (!m_process || !WaitFor(m_process.Get(), patience) || !::GetExitCodeProcess(m_process.Get(), &code)) {
+    if (!m_process || !WaitFor(m_process.Get(), timeout) || !::GetExitCodeProcess(m_process.Get(), &code)) {
         return std::nullopt;
     }
     return code;

@@ -25,8 +25,8 @@ public:
     HANDLE Process() const noexcept { return m_process.Get(); }
     bool Running() const noexcept;
 
-    /// The exit code once it has ended; none when `patience` is over first.
-    std::optional<DWORD> WaitForExit(std::chrono::milliseconds patience = Patience) const;
+    /// The exit code once it has ended; none when `timeout` is over first.
+    std::optional<DWORD> WaitForExit(std::chrono::milliseconds timeout = DefaultTimeout) const;
     /// Ends it as a crash would.
     void Kill() const noexcept;
     /// What it has printed so far, on both channels.

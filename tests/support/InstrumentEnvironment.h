@@ -15,7 +15,7 @@ namespace instrumentbus {
 class InstrumentEnvironment : public testing::Environment
 {
 public:
-    void SetUp() override { ASSERT_EQ(InstallDriver(DriverBesideProgram(), support::Patience), ""); }
+    void SetUp() override { ASSERT_EQ(InstallDriver(DriverBesideProgram(), support::DefaultTimeout), ""); }
 };
 
 } // namespace instrumentbus

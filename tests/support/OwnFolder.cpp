@@ -58,7 +58,7 @@ bool DoneInOwnFolder()
     const InheritedVariable mark(Mark, test.c_str());
     const InheritedVariable undivided("GTEST_TOTAL_SHARDS", nullptr); // else the test may fall to another shard
     const ChildProcess child(copy, L"--gtest_filter=" + std::wstring(test.begin(), test.end()));
-    EXPECT_EQ(child.WaitForExit(3 * Patience), 0u) << child.Output();
+    EXPECT_EQ(child.WaitForExit(3 * DefaultTimeout), 0u) << child.Output();
     EXPECT_NE(child.Output().find("[  PASSED  ] 1 test."), std::string::npos) << child.Output();
     return true;
 }

@@ -11,8 +11,8 @@ namespace support {
 
 namespace {
 
-/// Where this program keeps the address of an imported function; null when it does not import it. "PE Format", import
-/// directory table.
+/// Where this program keeps the address of an imported function; null when it does not import it. "PE Format",
+/// import directory table.
 void** FindEntry(std::string_view function)
 {
     auto* const base = reinterpret_cast<std::uint8_t*>(::GetModuleHandleW(nullptr));

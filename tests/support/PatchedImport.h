@@ -3,9 +3,9 @@
 
 namespace support {
 
-/// Replaces every import of `function` in this program, the code under test included, until it is destroyed. For what
-/// Windows may do and Wine does not. One at a time for each function; no thread may be inside the replacement when it
-/// is destroyed.
+/// Replaces every import of `function` in this program, the code under test included, until it is destroyed. For
+/// what Windows may do and Wine does not. One at a time for each function; no thread may be inside the replacement
+/// when it is destroyed.
 class PatchedImport
 {
 public:

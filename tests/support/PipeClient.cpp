@@ -20,9 +20,9 @@ bool PipeClient::TryOpen(std::string_view name)
     return true;
 }
 
-bool PipeClient::Open(std::string_view name, std::chrono::milliseconds patience)
+bool PipeClient::Open(std::string_view name, std::chrono::milliseconds timeout)
 {
-    return WaitUntil([&] { return TryOpen(name); }, patience);
+    return WaitUntil([&] { return TryOpen(name); }, timeout);
 }
 
 void PipeClient::Close()
@@ -32,9 +32,9 @@ void PipeClient::Close()
     m_pipe.Reset();
 }
 
-bool PipeClient::Complete(win32::OverlappedOperation& operation, DWORD& length, std::chrono::milliseconds patience)
+bool PipeClient::Complete(win32::OverlappedOperation& operation, DWORD& length, std::chrono::milliseconds timeout)
 {
-    if (operation.IsPending() && !operation.CompletedAtStart() && !WaitFor(operation.EventHandle(), patience)) {
+    if (operation.IsPending() && !operation.CompletedAtStart() && !WaitFor(operation.EventHandle(), timeout)) {
         operation.Cancel();
         m_error = WAIT_TIMEOUT;
         return false;
@@ -46,18 +46,18 @@ bool PipeClient::Complete(win32::OverlappedOperation& operation, DWORD& length, 
     return false;
 }
 
-bool PipeClient::Write(std::string_view message, std::chrono::milliseconds patience)
+bool PipeClient::Write(std::string_view message, std::chrono::milliseconds timeout)
 {
     m_write.Write(m_pipe.Get(), message.data(), static_cast<DWORD>(message.size()));
     DWORD length = 0;
-    return Complete(m_write, length, patience) && length == message.size();
+    return Complete(m_write, length, timeout) && length == message.size();
 }
 
-std::optional<std::string> PipeClient::Read(std::chrono::milliseconds patience)
+std::optional<std::string> PipeClient::Read(std::chrono::milliseconds timeout)
 {
     m_read.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size()));
     DWORD length = 0;
-    if (!Complete(m_read, length, patience)) {
+    if (!Complete(m_read, length, timeout)) {
         return std::nullopt;
     }
     return std::string(m_buffer.data(), length);
@@ -69,9 +69,9 @@ DWORD PipeClient::Available() const
     return ::PeekNamedPipe(m_pipe.Get(), nullptr, 0, nullptr, &available, nullptr) ? available : 0;
 }
 
-bool PipeClient::WaitForBreak(std::chrono::milliseconds patience)
+bool PipeClient::WaitForBreak(std::chrono::milliseconds timeout)
 {
-    while (Read(patience)) {
+    while (Read(timeout)) {
     }
     return m_error != WAIT_TIMEOUT;
 }

@@ -13,7 +13,8 @@
 
 namespace support {
 
-/// Opened overlapped; reads whole messages. One thread. A failed step returns false or none, and Error() tells why.
+/// Opened overlapped; reads whole messages. One thread. A failed step returns false or none, and Error() tells
+/// why.
 class PipeClient
 {
 public:
@@ -22,27 +23,27 @@ public:
     /// Opens "\\.\pipe\" + `name` at once; false when it is not there or busy.
     bool TryOpen(std::string_view name);
 
-    /// The same, tried again until it works or `patience` is over.
-    bool Open(std::string_view name, std::chrono::milliseconds patience = Patience);
+    /// The same, tried again until it works or `timeout` is over.
+    bool Open(std::string_view name, std::chrono::milliseconds timeout = DefaultTimeout);
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_pipe); }
     void Close();
 
-    bool Write(std::string_view message, std::chrono::milliseconds patience = Patience);
+    bool Write(std::string_view message, std::chrono::milliseconds timeout = DefaultTimeout);
 
-    /// One message, or none when the pipe broke or `patience` is over (Error() is then WAIT_TIMEOUT).
-    std::optional<std::string> Read(std::chrono::milliseconds patience = Patience);
+    /// One message, or none when the pipe broke or `timeout` is over (Error() is then WAIT_TIMEOUT).
+    std::optional<std::string> Read(std::chrono::milliseconds timeout = DefaultTimeout);
 
     /// How many bytes wait to be read; 0 when the pipe is broken.
     DWORD Available() const;
 
-    /// Whether the other end closes or breaks the pipe within `patience`.
-    bool WaitForBreak(std::chrono::milliseconds patience = Patience);
+    /// Whether the other end closes or breaks the pipe within `timeout`.
+    bool WaitForBreak(std::chrono::milliseconds timeout = DefaultTimeout);
 
     DWORD Error() const noexcept { return m_error; }
 
 private:
-    bool Complete(win32::OverlappedOperation& operation, DWORD& length, std::chrono::milliseconds patience);
+    bool Complete(win32::OverlappedOperation& operation, DWORD& length, std::chrono::milliseconds timeout);
 
     std::vector<char> m_buffer = std::vector<char>(70'000);
     win32::FileHandle m_pipe;

@@ -83,8 +83,8 @@ Record& TheRecord()
     return TheSink().TheRecord();
 }
 
-// Before main, so that no line of the code under test is missed. A test program that uses RecordingTrace links this
-// file; one that does not has no sink.
+// Before main, so that no line of the code under test is missed. A test program that uses RecordingTrace links
+// this file; one that does not has no sink.
 const bool installed = [] {
     InstallTraceSink(TheSink());
     return true;
@@ -128,11 +128,10 @@ std::size_t RecordingTrace::Count(std::string_view part)
     return CountIn(TheRecord().lines, part);
 }
 
-bool RecordingTrace::WaitForLine(std::string_view part, std::chrono::milliseconds patience, std::size_t times)
+bool RecordingTrace::WaitForLine(std::string_view part, std::chrono::milliseconds timeout, std::size_t times)
 {
     std::unique_lock guard(TheRecord().lock);
-    return TheRecord().changed.wait_for(guard, patience,
-                                        [&] { return CountIn(TheRecord().lines, part) >= times; });
+    return TheRecord().changed.wait_for(guard, timeout, [&] { return CountIn(TheRecord().lines, part) >= times; });
 }
 
 void RecordingTrace::WantDumps(bool wanted)

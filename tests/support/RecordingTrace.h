@@ -36,9 +36,9 @@ public:
     /// How many lines have `part` in their text.
     static std::size_t Count(std::string_view part);
 
-    /// Waits until at least `times` lines have `part` in their text; false when `patience` is over first.
+    /// Waits until at least `times` lines have `part` in their text; false when `timeout` is over first.
     static bool WaitForLine(std::string_view part,
-                            std::chrono::milliseconds patience = std::chrono::milliseconds(20'000),
+                            std::chrono::milliseconds timeout = std::chrono::milliseconds(20'000),
                             std::size_t times = 1);
 
     /// Whether `DumpPacket` says from now on that dumps are wanted. It then renders "hex 01 02" or "text 01 02",

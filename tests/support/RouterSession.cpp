@@ -20,8 +20,8 @@ constexpr const wchar_t* Products = L"Software\\Morvane Biosystems\\Devices\\Mor
 constexpr const wchar_t* Settings = L"Software\\Morvane Biosystems";
 constexpr const wchar_t* RouterName = L"MorvanePortRouter.exe";
 
-/// The router's process; of several programs of its name (one that registered it and is about to leave the list, one
-/// that found it running and ends) the one that goes on.
+/// The router's process; of several programs of its name (one that registered it and is about to leave the list,
+/// one that found it running and ends) the one that goes on.
 win32::KernelHandle OpenRouter()
 {
     win32::KernelHandle router;
@@ -153,11 +153,10 @@ void RouterSession::Release()
     }
 }
 
-std::optional<DWORD> RouterSession::WaitForEnd(std::chrono::milliseconds patience) const
+std::optional<DWORD> RouterSession::WaitForEnd(std::chrono::milliseconds timeout) const
 {
     DWORD code = 0;
-    if (!m_process || !support::WaitFor(m_process.Get(), patience) ||
-        !::GetExitCodeProcess(m_process.Get(), &code))
+    if (!m_process || !support::WaitFor(m_process.Get(), timeout) || !::GetExitCodeProcess(m_process.Get(), &code))
     {
         return std::nullopt;
     }
@@ -170,9 +169,9 @@ std::string RouterSession::Log() const
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-bool RouterSession::WaitForLog(const std::string& part, std::chrono::milliseconds patience) const
+bool RouterSession::WaitForLog(const std::string& part, std::chrono::milliseconds timeout) const
 {
-    return support::WaitUntil([&] { return Log().find(part) != std::string::npos; }, patience);
+    return support::WaitUntil([&] { return Log().find(part) != std::string::npos; }, timeout);
 }
 
 std::optional<DWORD> RouterSession::Run(const std::wstring& arguments) const

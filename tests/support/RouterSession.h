@@ -10,10 +10,10 @@
 #include <optional>
 #include <string>
 
-/// One router, from its registration to its end. The program is copied into a folder of its own, so that its log is
-/// the test's, and is registered from there; the registration and the router's settings go with the session. They are
-/// the machine's, so of the programs that use a session only one may run at a time on one machine. Initialises COM
-/// for the test's thread.
+/// One router, from its registration to its end. The program is copied into a folder of its own, so that its log
+/// is the test's, and is registered from there; the registration and the router's settings go with the session.
+/// They are the machine's, so of the programs that use a session only one may run at a time on one machine.
+/// Initialises COM for the test's thread.
 class RouterSession
 {
 public:
@@ -48,11 +48,11 @@ public:
     /// The running router's process, null when none runs.
     HANDLE Process() const noexcept { return m_process.Get(); }
     /// The exit code of the activated router once it has ended.
-    std::optional<DWORD> WaitForEnd(std::chrono::milliseconds patience = support::Patience) const;
+    std::optional<DWORD> WaitForEnd(std::chrono::milliseconds timeout = support::DefaultTimeout) const;
 
     std::filesystem::path LogFile() const { return m_folder / L"Log" / L"MorvanePortRouter.log"; }
     std::string Log() const;
-    bool WaitForLog(const std::string& part, std::chrono::milliseconds patience = support::Patience) const;
+    bool WaitForLog(const std::string& part, std::chrono::milliseconds timeout = support::DefaultTimeout) const;
 
     /// Runs the program with `arguments` and returns its exit code.
     std::optional<DWORD> Run(const std::wstring& arguments) const;

@@ -2,14 +2,14 @@
 
 namespace support {
 
-bool WaitFor(HANDLE object, std::chrono::milliseconds patience)
+bool WaitFor(HANDLE object, std::chrono::milliseconds timeout)
 {
-    return ::WaitForSingleObject(object, static_cast<DWORD>(patience.count())) == WAIT_OBJECT_0;
+    return ::WaitForSingleObject(object, static_cast<DWORD>(timeout.count())) == WAIT_OBJECT_0;
 }
 
-bool WaitUntil(const std::function<bool()>& holds, std::chrono::milliseconds patience)
+bool WaitUntil(const std::function<bool()>& holds, std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!holds()) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;

@@ -9,13 +9,13 @@
 namespace support {
 
 /// How long a test waits for what must happen. Long enough for a loaded machine: it is spent only by a failure.
-inline constexpr std::chrono::milliseconds Patience{20'000};
+inline constexpr std::chrono::milliseconds DefaultTimeout{20'000};
 
-/// Waits until `object` is signalled; false when `patience` is over first. Consumes an auto-reset event.
-bool WaitFor(HANDLE object, std::chrono::milliseconds patience = Patience);
+/// Waits until `object` is signalled; false when `timeout` is over first. Consumes an auto-reset event.
+bool WaitFor(HANDLE object, std::chrono::milliseconds timeout = DefaultTimeout);
 
-/// Asks `holds` about every millisecond until it says true; false when `patience` is over first. Only for states
+/// Asks `holds` about every millisecond until it says true; false when `timeout` is over first. Only for states
 /// that no event announces.
-bool WaitUntil(const std::function<bool()>& holds, std::chrono::milliseconds patience = Patience);
+bool WaitUntil(const std::function<bool()>& holds, std::chrono::milliseconds timeout = DefaultTimeout);
 
 } // namespace support

@@ -7,7 +7,8 @@ class BusProcess : public InstrumentProcess
 {
 public:
     explicit BusProcess(const std::wstring& switches) : InstrumentProcess(L"InstrumentBus.exe", switches) {}
-    /// Stopped, not killed: what a dying process cancels in the middle of traffic may take Wine's driver host with it.
+    /// Stopped, not killed: what a dying process cancels in the middle of traffic may take Wine's driver host with
+    /// it.
     ~BusProcess() { Stop(); }
     BusProcess(const BusProcess&) = delete;
     BusProcess& operator=(const BusProcess&) = delete;

@@ -22,8 +22,8 @@ support::ChildProcess RunClient(const std::wstring& arguments)
     return {Client(), arguments};
 }
 
-/// Whether this Windows, or Wine, runs 32-bit programs. Wine may have their libraries and yet not run them, so it is
-/// tried: without arguments the client ends with the code of a wrong command line.
+/// Whether this Windows, or Wine, runs 32-bit programs. Wine may have their libraries and yet not run them, so it
+/// is tried: without arguments the client ends with the code of a wrong command line.
 bool Runs32BitPrograms()
 {
     return RunClient({}).WaitForExit() == 2u;

@@ -10,8 +10,8 @@
 class InstrumentProcess
 {
 public:
-    /// Starts `program`, which lies beside the test, with further switches behind those that tell the test when the
-    /// instrument can be found.
+    /// Starts `program`, which lies beside the test, with further switches behind those that tell the test when
+    /// the instrument can be found.
     InstrumentProcess(const std::wstring& program, const std::wstring& switches)
         : m_readyName(support::UniqueName(L"InstrumentReady")),
           m_ready(::CreateEventW(nullptr, TRUE, FALSE, m_readyName.c_str())),

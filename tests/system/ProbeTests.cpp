@@ -11,7 +11,8 @@
 namespace {
 
 /// One run of the probe, ended by an event if it does not end by itself. A router that it started has ended before
-/// it: under Wine the client itself starts the server, which would then be killed with the job of the probe's process.
+/// it: under Wine the client itself starts the server, which would then be killed with the job of the probe's
+/// process.
 class Probe
 {
 public:
@@ -101,7 +102,8 @@ TEST_F(ProbeAndRouter, AnInstrumentThatIsSilentGivesCode7)
     EXPECT_EQ(probe.ExitCode(), 7) << probe.Output();
 }
 
-/// Two probes that want the same port. The test's process starts the router and lets it go once the first probe has it.
+/// Two probes that want the same port. The test's process starts the router and lets it go once the first probe
+/// has it.
 class TwoProbesOnOnePort : public ProbeAndRouter
 {
 protected:

@@ -16,8 +16,8 @@ bool Has(std::string_view line, std::string_view part)
     return line.find(part) != std::string_view::npos;
 }
 
-/// The payload in a dump, which puts a blank behind each byte; empty when there is none. A frame's header may look like
-/// one by chance, so the last counts.
+/// The payload in a dump, which puts a blank behind each byte; empty when there is none. A frame's header may look
+/// like one by chance, so the last counts.
 std::string PayloadIn(std::string_view line)
 {
     std::string text;
@@ -107,8 +107,8 @@ void RouterLogAccount::CheckArrivals(const std::vector<std::string>& arrived)
     }
 }
 
-// Whatever the ports read was begun, or it was refused with a trace: as many as were not begun, and one more for an idle
-// packet that was refused in the same moment.
+// Whatever the ports read was begun, or it was refused with a trace: as many as were not begun, and one more for
+// an idle packet that was refused in the same moment.
 void RouterLogAccount::CheckAcceptedPackets()
 {
     const auto unbegun = static_cast<std::size_t>(

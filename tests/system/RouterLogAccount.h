@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-/// For packets whose payloads are a letter x or y and seven digits, each sent once, over a log with the router's USB and
-/// packet traces and its clients' packet traces.
+/// For packets whose payloads are a letter x or y and seven digits, each sent once, over a log with the router's
+/// USB and packet traces and its clients' packet traces.
 class RouterLogAccount
 {
 public:
@@ -18,8 +18,8 @@ public:
     std::size_t Connections() const noexcept { return m_connections; }
     std::size_t Arrived() const noexcept { return m_arrived.size(); }
 
-    /// Packets of which neither arrival nor loss is on record, and what else does not add up, a line each; empty when
-    /// there is nothing.
+    /// Packets of which neither arrival nor loss is on record, and what else does not add up, a line each; empty
+    /// when there is nothing.
     const std::string& Faults() const noexcept { return m_faults; }
     std::string Summary() const;
 

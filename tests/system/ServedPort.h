@@ -9,8 +9,8 @@
 
 namespace served {
 
-/// Opens a port's pipe and waits until an echo comes through it. A pipe is created anew every 50 ms until somebody is
-/// connected, so a first open may be thrown out again: one that was answered is through.
+/// Opens a port's pipe and waits until an echo comes through it. A pipe is created anew every 50 ms until somebody
+/// is connected, so a first open may be thrown out again: one that was answered is through.
 inline bool Open(support::PipeClient& client, const std::string& name)
 {
     return support::WaitUntil([&] {

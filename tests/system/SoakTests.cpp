@@ -86,8 +86,8 @@ void Visit(int id, const std::atomic<bool>& go, std::atomic<int>& visits)
     }
 }
 
-/// The median of what the router holds, looked at until `over`: visitors come and go, and a single look catches them
-/// at any moment of that.
+/// The median of what the router holds, looked at until `over`: visitors come and go, and a single look catches
+/// them at any moment of that.
 ProcessUsage MedianUsage(const RouterSession& session, const std::function<bool()>& over)
 {
     std::vector<DWORD> handles;
@@ -170,8 +170,9 @@ TEST(Soak, NothingIsLostOnThePortsThatStayAndTheRouterStaysAsLargeAsItWas)
         << summary;
     // A visitor that comes or goes at the moment of the count has a port more or less open.
     EXPECT_LE(late.handles, early.handles + 20 * Visitors);
-    // The heap of a young router still grows to its working size, and under Wine, which never cleans up behind a killed
-    // client, each of those leaves about 100 KB in it. What is leaked for every packet stands out in the long run.
+    // The heap of a young router still grows to its working size, and under Wine, which never cleans up behind a
+    // killed client, each of those leaves about 100 KB in it. What is leaked for every packet stands out in the
+    // long run.
     EXPECT_LE(late.privateBytes, early.privateBytes + (12u << 20));
     session.Release();
 }

@@ -1,8 +1,8 @@
-// The instrument unplugged and plugged in again, round after round, under the real router with two clients that never
-// stop sending.
+// The instrument unplugged and plugged in again, round after round, under the real router with two clients that
+// never stop sending.
 //
-// MORVANE_SOAK_UNPLUGS sets the number of rounds; the default is a short run. A round takes about a second: that is how
-// often a port looks whether there is a connection again.
+// MORVANE_SOAK_UNPLUGS sets the number of rounds; the default is a short run. A round takes about a second: that
+// is how often a port looks whether there is a connection again.
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/instrument/InstrumentDriver.h"
 #include "tests/support/Frames.h"
@@ -89,8 +89,8 @@ private:
     win32::Thread m_thread;
 };
 
-/// A client that sends one numbered packet after the other and waits for each echo, opening its pipe anew whenever that
-/// breaks.
+/// A client that sends one numbered packet after the other and waits for each echo, opening its pipe anew whenever
+/// that breaks.
 class Client
 {
 public:
@@ -187,7 +187,7 @@ class UnplugSoak : public testing::Test
 protected:
     UnplugSoak()
     {
-        EXPECT_EQ(instrumentbus::InstallDriver(instrumentbus::DriverBesideProgram(), support::Patience), "");
+        EXPECT_EQ(instrumentbus::InstallDriver(instrumentbus::DriverBesideProgram(), support::DefaultTimeout), "");
         // All that becomes of a packet is to be found in one log file.
         RouterSession::SetMask(-1, 0x00090000);
         RouterSession::SetMask(3, 0x00020000);

@@ -81,13 +81,13 @@ TEST(EngineScript, TheHelpNamesEveryWordOfTheLanguage)
     }
 }
 
-struct WrongLine
+struct BadLine
 {
     const char* line;
     const char* says; // part of the message
 };
 
-class EngineScriptError : public testing::TestWithParam<WrongLine>
+class EngineScriptError : public testing::TestWithParam<BadLine>
 {};
 
 TEST_P(EngineScriptError, IsSaidInOneLine)
@@ -100,31 +100,31 @@ TEST_P(EngineScriptError, IsSaidInOneLine)
 INSTANTIATE_TEST_SUITE_P(
     All, EngineScriptError,
     testing::Values(
-        WrongLine{"fly", "'fly' is not an action"}, WrongLine{"sometimes: echo", "'sometimes' is not a condition"},
-        WrongLine{"request 0: echo", "'0' is not a request number"}, WrongLine{"request: echo", "is missing"},
-        WrongLine{"requests 3: echo", "'on' is missing"}, WrongLine{"every -1: echo", "'-1' is not"},
-        WrongLine{"chance 101: echo", "'101' is not"}, WrongLine{"from 3: echo", "not a port address"},
-        WrongLine{"from 256,1: echo", "'256' is not a device type"}, WrongLine{"each 0: broadcast 00", "above 0"},
-        WrongLine{"each 5: echo", "needs a request"}, WrongLine{"each 5: broadcast", "needs a payload"},
-        WrongLine{"echo echo", "'echo' is too much"}, WrongLine{"echo;", "an action is missing"},
-        WrongLine{"delay", "milliseconds is missing"}, WrongLine{"delay x", "'x' is not a time"},
-        WrongLine{"delay -1", "'-1' is not a time"}, WrongLine{"delay nan", "'nan' is not a time"},
-        WrongLine{"delay 1e9", "'1e9' is not a time"}, WrongLine{"delay 99999999999", "is not a time"},
-        WrongLine{"reply", "payload is missing"}, WrongLine{"reply 0", "'0' is not a byte"},
-        WrongLine{"reply 0g", "'0g' is not a byte"}, WrongLine{"reply \"abc", "does not end"},
-        WrongLine{"reply \"abc\\", "does not end"}, WrongLine{"reply \"\\q\"", "a text knows only"},
-        WrongLine{"reply \"\\x4\"", "is not a byte"}, WrongLine{"number 256", "'256' is not a packet number"},
-        WrongLine{"split 0", "'0' is not"}, WrongLine{"merge 1", "'1' is not"},
-        WrongLine{"vanish behind 3", "'behind' is too much"}, WrongLine{"flood 3,1", "payload length is missing"},
-        WrongLine{"flood 3,1 0", "'0' is not a payload length"}, WrongLine{"flood 3,1 65536", "'65536' is not"},
-        WrongLine{"numbers", "'numbers' must be followed by one of: from, zero"},
-        WrongLine{"numbers zero 1", "'1' is too much"}, WrongLine{"write 0", "'0' is not"},
-        WrongLine{"seed", "seed is missing"}, WrongLine{"firmware", "must be followed by one of: accept, deny"},
-        WrongLine{"firmware accept many", "'many' is not a chunk size"},
-        WrongLine{"firmware at 0 fail", "'0' is not a chunk number"},
-        WrongLine{"firmware at done", "what happens then is missing"},
-        WrongLine{"firmware at 3 explode", "'explode' is not what happens then"},
-        WrongLine{"request 99999999999999999999: echo", "is not a request number"}));
+        BadLine{"fly", "'fly' is not an action"}, BadLine{"sometimes: echo", "'sometimes' is not a condition"},
+        BadLine{"request 0: echo", "'0' is not a request number"}, BadLine{"request: echo", "is missing"},
+        BadLine{"requests 3: echo", "'on' is missing"}, BadLine{"every -1: echo", "'-1' is not"},
+        BadLine{"chance 101: echo", "'101' is not"}, BadLine{"from 3: echo", "not a port address"},
+        BadLine{"from 256,1: echo", "'256' is not a device type"}, BadLine{"each 0: broadcast 00", "above 0"},
+        BadLine{"each 5: echo", "needs a request"}, BadLine{"each 5: broadcast", "needs a payload"},
+        BadLine{"echo echo", "'echo' is too much"}, BadLine{"echo;", "an action is missing"},
+        BadLine{"delay", "milliseconds is missing"}, BadLine{"delay x", "'x' is not a time"},
+        BadLine{"delay -1", "'-1' is not a time"}, BadLine{"delay nan", "'nan' is not a time"},
+        BadLine{"delay 1e9", "'1e9' is not a time"}, BadLine{"delay 99999999999", "is not a time"},
+        BadLine{"reply", "payload is missing"}, BadLine{"reply 0", "'0' is not a byte"},
+        BadLine{"reply 0g", "'0g' is not a byte"}, BadLine{"reply \"abc", "does not end"},
+        BadLine{"reply \"abc\\", "does not end"}, BadLine{"reply \"\\q\"", "a text knows only"},
+        BadLine{"reply \"\\x4\"", "is not a byte"}, BadLine{"number 256", "'256' is not a packet number"},
+        BadLine{"split 0", "'0' is not"}, BadLine{"merge 1", "'1' is not"},
+        BadLine{"vanish behind 3", "'behind' is too much"}, BadLine{"flood 3,1", "payload length is missing"},
+        BadLine{"flood 3,1 0", "'0' is not a payload length"}, BadLine{"flood 3,1 65536", "'65536' is not"},
+        BadLine{"numbers", "'numbers' must be followed by one of: from, zero"},
+        BadLine{"numbers zero 1", "'1' is too much"}, BadLine{"write 0", "'0' is not"},
+        BadLine{"seed", "seed is missing"}, BadLine{"firmware", "must be followed by one of: accept, deny"},
+        BadLine{"firmware accept many", "'many' is not a chunk size"},
+        BadLine{"firmware at 0 fail", "'0' is not a chunk number"},
+        BadLine{"firmware at done", "what happens then is missing"},
+        BadLine{"firmware at 3 explode", "'explode' is not what happens then"},
+        BadLine{"request 99999999999999999999: echo", "is not a request number"}));
 
 TEST(EngineScript, AnyBytesAsALineGiveARuleOrAnError)
 {

@@ -96,7 +96,8 @@ private:
     }
 };
 
-/// Hands the text over in a block of exactly its length, without a terminating zero, so that a read behind it shows.
+/// Hands the text over in a block of exactly its length, without a terminating zero, so that a read behind it
+/// shows.
 inline void Receive(DownloadDialogue& dialogue, std::string_view text)
 {
     const std::unique_ptr<char[]> exact(new char[text.size()]);

@@ -1,5 +1,5 @@
-// Any bytes at all as descriptors: nothing may be read outside them (the sanitizers watch), every walk must end, and
-// what comes out must keep its own rules.
+// Any bytes at all as descriptors: nothing may be read outside them (the sanitizers watch), every walk must end,
+// and what comes out must keep its own rules.
 #include "usb/Descriptors.h"
 
 #include <gtest/gtest.h>

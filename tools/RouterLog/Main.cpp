@@ -1,5 +1,5 @@
-// RouterLog: reads the port router's logs for people. It starts no router and is none of its host programs: the router
-// neither waits for it nor ends with it.
+// RouterLog: reads the port router's logs for people. It starts no router and is none of its host programs: the
+// router neither waits for it nor ends with it.
 #include "console/Console.h"
 #include "console/Version.h"
 #include "tools/RouterLog/Commands.h"

@@ -8,9 +8,9 @@ PortJob::End PortJob::Run(ClientPipe& pipe)
     return DoRun(pipe);
 }
 
-PortJob::Outcome PortJob::ReadMessage(ClientPipe& pipe, Bytes& message, std::chrono::milliseconds patience)
+PortJob::Outcome PortJob::ReadMessage(ClientPipe& pipe, Bytes& message, std::chrono::milliseconds timeout)
 {
-    const Outcome outcome = pipe.Read(message, patience);
+    const Outcome outcome = pipe.Read(message, timeout);
     if (outcome == Outcome::Done) {
         m_heard = true;
         CountBytes(message.size());

@@ -52,7 +52,7 @@ protected:
     virtual End DoRun(ClientPipe& pipe) = 0;
 
     /// Reads one message, counts it and says what the end of the job would be otherwise.
-    Outcome ReadMessage(ClientPipe& pipe, Bytes& message, std::chrono::milliseconds patience);
+    Outcome ReadMessage(ClientPipe& pipe, Bytes& message, std::chrono::milliseconds timeout);
     /// Prints whatever comes for the time of --linger.
     End Linger(ClientPipe& pipe);
     void PrintMessage(const std::string& what, const Bytes& message) const;

@@ -49,7 +49,8 @@ bool PortWorker::Start()
         } catch (const std::exception& fault) {
             m_fault = ProbeFault{ExitCode::Unexpected, m_port.Label() + " " + fault.what()};
         }
-        // The router's port waits for its client when it stops, so the pipe is closed before the router is released.
+        // The router's port waits for its client when it stops, so the pipe is closed before the router is
+        // released.
         m_pipe.Close();
         m_listener.ended();
     });

@@ -108,8 +108,8 @@ void Probe::Watch()
         if (m_options.duration) {
             wakeAt = std::min<microseconds>(wakeAt, m_start + *m_options.duration);
         }
-        const auto patience = std::chrono::ceil<std::chrono::milliseconds>(wakeAt - console::Now());
-        switch (wait.Any(static_cast<DWORD>(std::max<std::int64_t>(patience.count(), 0)))) {
+        const auto timeout = std::chrono::ceil<std::chrono::milliseconds>(wakeAt - console::Now());
+        switch (wait.Any(static_cast<DWORD>(std::max<std::int64_t>(timeout.count(), 0)))) {
         case Slot::RouterEnded: OnRouterEnded(); break;
         case Slot::AllEnded: return;
         case Slot::Stop: m_allEnded.Wait(INFINITE); return;
@@ -126,8 +126,8 @@ void Probe::Watch()
 
 void Probe::RegisterUnservedPorts()
 {
-    // A port that another client registered first is removed with that client's object and must be registered to be
-    // served again. A router that does not answer is reported by its end.
+    // A port that another client registered first is removed with that client's object and must be registered to
+    // be served again. A router that does not answer is reported by its end.
     if (m_unserved.exchange(false)) {
         m_session.RegisterPorts();
     }

@@ -37,7 +37,8 @@ struct Raw
     std::int64_t waitExit = -1;
 };
 
-/// Each part of an address is one byte on the wire, and 255 stands for -1 there. The router itself takes every address.
+/// Each part of an address is one byte on the wire, and 255 stands for -1 there. The router itself takes every
+/// address.
 constexpr std::int64_t LastOnTheWire = 254;
 
 Handler AddPort(std::vector<ProbePort>& ports)
@@ -153,7 +154,8 @@ std::optional<Error> NamePipes(const Raw& raw, ProbeOptions& options)
     }
     for (std::size_t i = 0; i < options.ports.size(); ++i) {
         ProbePort& port = options.ports[i];
-        // The router names the device type in its options by what stands before the last ".": without the process id.
+        // The router names the device type in its options by what stands before the last ".": without the process
+        // id.
         port.pipeName = raw.pipeNames.empty()
                           ? "RouterProbe-" + std::to_string(port.deviceType) + "-" + std::to_string(port.port) +
                                 "." + std::to_string(::GetCurrentProcessId())

@@ -18,8 +18,8 @@ public:
     ProbeSession(const ProbeSession&) = delete;
     ProbeSession& operator=(const ProbeSession&) = delete;
 
-    /// Starts the router, if need be, and registers the ports. A router that is just ending can't be started; it is
-    /// tried again for the time of --open-timeout.
+    /// Starts the router, if need be, and registers the ports. A router that is just ending can't be started; it
+    /// is tried again for the time of --open-timeout.
     std::optional<ProbeFault> Begin(std::optional<std::chrono::microseconds> noLaterThan = std::nullopt);
 
     /// Signalled when the router has ended; null when it is not known which process it is.

@@ -3,7 +3,8 @@
 
 #include <intrin.h>
 
-// MinGW's kernel header defines two functions a second time that its own <intrin.h> has; renamed, the two can meet.
+// MinGW's kernel header defines two functions a second time that its own <intrin.h> has; renamed, the two can
+// meet.
 #define InterlockedBitTestAndSet   KernelHeaderBitTestAndSet
 #define InterlockedBitTestAndReset KernelHeaderBitTestAndReset
 #include <ntddk.h>

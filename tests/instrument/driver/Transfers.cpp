@@ -25,9 +25,9 @@ bool IsTransfer(std::uint32_t code)
 }
 
 /// The direct transfer's block is only looked at here and its data, when it writes, is copied here: this is the
-/// requester's own context. What is read is put straight to UserBuffer later on; Wine, which this driver is for, runs
-/// it in a process of its own and hands it a copy there. Under Windows that address would have to be locked and
-/// mapped first.
+/// requester's own context. What is read is put straight to UserBuffer later on; Wine, which this driver is for,
+/// runs it in a process of its own and hands it a copy there. Under Windows that address would have to be locked
+/// and mapped first.
 NTSTATUS SetUpDirect(Request& request, const IO_STACK_LOCATION& stack)
 {
     const auto* const block = static_cast<const std::uint8_t*>(stack.Parameters.DeviceIoControl.Type3InputBuffer);

@@ -1,5 +1,5 @@
-// The driver's side of its I/O controls and of the request block. Written apart from the product's, so that the two
-// check each other.
+// The driver's side of its I/O controls and of the request block. Written apart from the product's, so that the
+// two check each other.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,8 @@
 // CrashAt: starts a program under a debugger of its own, lets a thread of it run one of its functions without an
 // argument, and prints where the program crashed. For the test of the symbols.
 //
-//   CrashAt PROGRAM OFFSET    the function's place in the program's image, in hex digits; the crash's is printed alike
+//   CrashAt PROGRAM OFFSET    the function's place in the program's image, in hex digits; the crash's is printed
+//   alike
 #include <windows.h>
 
 #include <cstdio>

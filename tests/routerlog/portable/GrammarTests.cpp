@@ -22,8 +22,8 @@ std::string ReadFile(const fs::path& path)
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-/// The string literals of C++ source from `at` on, up to the parenthesis that closes the one before it; adjacent ones are
-/// one. `at` is after the call's opening parenthesis.
+/// The string literals of C++ source from `at` on, up to the parenthesis that closes the one before it; adjacent
+/// ones are one. `at` is after the call's opening parenthesis.
 std::vector<std::string> LiteralsOfCall(const std::string& source, std::size_t& at)
 {
     std::vector<std::string> literals;

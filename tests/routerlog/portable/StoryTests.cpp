@@ -1,4 +1,5 @@
-// What the account makes of lines, one circumstance each. That real logs are understood is shown with the real router.
+// What the account makes of lines, one circumstance each. That real logs are understood is shown with the real
+// router.
 #include "tests/routerlog/portable/Logs.h"
 #include "tools/RouterLog/report/Sentences.h"
 #include "tools/RouterLog/report/TextReport.h"

@@ -10,8 +10,9 @@
 
 namespace {
 
-// Windows has these keys of its installer from the start; Wine creates them with the first installation and leaves them.
-// The branch of 32-bit interfaces is empty in Wine alone, and an installer removes keys that it leaves empty.
+// Windows has these keys of its installer from the start; Wine creates them with the first installation and leaves
+// them. The branch of 32-bit interfaces is empty in Wine alone, and an installer removes keys that it leaves
+// empty.
 void CreateKeysOfWindows()
 {
     const std::wstring classes = L"Software\\Classes\\Installer";
@@ -87,7 +88,8 @@ std::wstring ProductCode(const std::filesystem::path& package)
 
 std::set<std::wstring> KeptComponents(const std::filesystem::path& package)
 {
-    // Digits of a component's name in the registry: of the first three groups from the last to the first, then in pairs.
+    // Digits of a component's name in the registry: of the first three groups from the last to the first, then in
+    // pairs.
     constexpr std::array<std::size_t, 32> order{8,  7,  6,  5,  4,  3,  2,  1,  13, 12, 11, 10, 18, 17, 16, 15,
                                                 21, 20, 23, 22, 26, 25, 28, 27, 30, 29, 32, 31, 34, 33, 36, 35};
     std::set<std::wstring> keys;

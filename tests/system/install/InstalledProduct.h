@@ -33,7 +33,8 @@ private:
     std::optional<std::filesystem::path> m_installed;
 };
 
-/// The build's simulator, which the installed router finds when it simulates USB; the installed one would be in use.
+/// The build's simulator, which the installed router finds when it simulates USB; the installed one would be in
+/// use.
 class SimulatedInstrument
 {
 public:
@@ -52,7 +53,8 @@ std::filesystem::path Program(const wchar_t* name);
 std::optional<std::uint32_t> Setting(const wchar_t* name);
 /// The product code in the package's table of properties.
 std::wstring ProductCode(const std::filesystem::path& package);
-/// The keys that count the settings' components. What stays stays counted; Wine counts it also when it was not given.
+/// The keys that count the settings' components. What stays stays counted; Wine counts it also when it was not
+/// given.
 std::set<std::wstring> KeptComponents(const std::filesystem::path& package);
 /// Whether Windows knows the package's product as installed.
 bool IsInstalled(const std::filesystem::path& package);

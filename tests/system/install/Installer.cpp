@@ -48,8 +48,8 @@ void EnableBackupPrivilege()
     ::AdjustTokenPrivileges(token.Get(), FALSE, &wanted, 0, nullptr, nullptr);
 }
 
-/// All of the machine's Software. Wine saves a key as text, which it writes in one request of its server; reading it key
-/// by key takes a hundred thousand.
+/// All of the machine's Software. Wine saves a key as text, which it writes in one request of its server; reading
+/// it key by key takes a hundred thousand.
 RegistryListing SavedMachineSoftware()
 {
     EnableBackupPrivilege();

@@ -1,4 +1,5 @@
-// The installer over a router that serves a client. Wine has no Restart Manager, so the test sends what that sends.
+// The installer over a router that serves a client. Wine has no Restart Manager, so the test sends what that
+// sends.
 #include "client/RouterAutomation.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/TestSupport.h"

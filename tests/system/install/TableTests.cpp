@@ -1,5 +1,5 @@
-// What Wine's installer does not do, read out of the package's tables: rights, programs that run, the order within the
-// transaction. Also what a wrong row would only show on some PCs.
+// What Wine's installer does not do, read out of the package's tables: rights, programs that run, the order within
+// the transaction. Also what a wrong row would only show on some PCs.
 #include "tests/system/install/Installer.h"
 #include "tests/system/install/PackageTables.h"
 

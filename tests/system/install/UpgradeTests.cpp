@@ -1,5 +1,5 @@
-// The installer over something that is there already: an older version, a newer one, a damaged one, and copies that
-// were registered by hand.
+// The installer over something that is there already: an older version, a newer one, a damaged one, and copies
+// that were registered by hand.
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/install/InstalledProduct.h"

@@ -13,8 +13,8 @@ namespace desktop {
 /// Whether there is a taskbar, without which there is no icon to point at.
 bool HasTaskbar();
 
-/// Where the icon stands that is the rightmost, or the only one, in the notification area. Wine paints the icons onto
-/// the taskbar, where they have no windows of their own, in squares as high as it is.
+/// Where the icon stands that is the rightmost, or the only one, in the notification area. Wine paints the icons
+/// onto the taskbar, where they have no windows of their own, in squares as high as it is.
 RECT TrayIcon();
 
 /// Text of the tooltip that is on screen; empty when none is.
@@ -42,7 +42,8 @@ bool WaitForKeyboard(const std::string& part);
 /// Whether it is there now.
 bool HasKeyboard(const std::string& part);
 
-/// A top-level window of that class, or of that title if `title` is given, that can be seen; null when there is none.
+/// A top-level window of that class, or of that title if `title` is given, that can be seen; null when there is
+/// none.
 HWND VisibleWindow(const wchar_t* windowClass, const wchar_t* title = nullptr);
 
 /// Takes a picture of the part `area` of the screen as NAME.png into the folder that the environment's

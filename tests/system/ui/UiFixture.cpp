@@ -26,8 +26,8 @@ std::string AsDumped(const std::string& text)
     return dump;
 }
 
-/// A pipe is created anew every 50 ms until somebody is connected, so a first open may be thrown out again: one that
-/// was answered is through.
+/// A pipe is created anew every 50 ms until somebody is connected, so a first open may be thrown out again: one
+/// that was answered is through.
 bool OpenServed(support::PipeClient& client, const std::string& name)
 {
     return support::WaitUntil([&] {
@@ -125,8 +125,9 @@ int Ui::FocusedId()
 
 void Ui::OpenDialog()
 {
-    // On a busy machine the second click may come too late for a double click. Then the taskbar has the keyboard, and
-    // a click that comes while the dialog opens would take it away again: so the next attempt does not come early.
+    // On a busy machine the second click may come too late for a double click. Then the taskbar has the keyboard,
+    // and a click that comes while the dialog opens would take it away again: so the next attempt does not come
+    // early.
     const auto hasOpened = [] {
         return FocusedId() == IDC_DEVICE && ::GetForegroundWindow() == Dialog() &&
                desktop::HasKeyboard("Debug Options");

@@ -1,5 +1,5 @@
-// What an open debug window costs the packets: round trips with every packet's lines in the window, and without, in
-// turns, all through one router.
+// What an open debug window costs the packets: round trips with every packet's lines in the window, and without,
+// in turns, all through one router.
 //
 // MORVANE_WINDOW_ROUNDS and MORVANE_WINDOW_REQUESTS make it a measurement. The default is one short round, which
 // tells that every request is answered and every line shown; times of so few mean nothing on a busy machine.

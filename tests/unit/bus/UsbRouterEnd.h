@@ -1,5 +1,5 @@
-// The router's end of the simulated USB device, for tests of the program that plays it: opens it through the product's
-// own USB room.
+// The router's end of the simulated USB device, for tests of the program that plays it: opens it through the
+// product's own USB room.
 #pragma once
 
 #include "ports/packet/ReceiveBuffer.h"
@@ -27,7 +27,7 @@ public:
     void Close();
     /// Opens and closes it without any transfer, as a scan of the bus does.
     bool Look();
-    /// True when no device can be found within the patience.
+    /// True when no device can be found within the timeout.
     bool WaitUntilGone();
 
     bool Send(std::uint8_t deviceType, std::uint8_t port, const std::string& payload);

@@ -104,8 +104,8 @@ TEST_F(DialogTest, DoubleClickOnTheIconOpensItAndOtherMouseMessagesDoNot)
     EXPECT_TRUE(::IsWindowVisible(m_dialog.Window()));
 }
 
-/// What happens on this thread while a message is being handled: whether a menu was open. A menu gets the keys of its
-/// first entry.
+/// What happens on this thread while a message is being handled: whether a menu was open. A menu gets the keys of
+/// its first entry.
 class MenuWatch
 {
 public:

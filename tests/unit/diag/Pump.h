@@ -9,5 +9,5 @@
 /// Dispatches what waits in this thread's queue.
 void PumpMessages();
 
-/// Dispatches messages until `holds`; false when that takes longer than support::Patience.
+/// Dispatches messages until `holds`; false when that takes longer than support::DefaultTimeout.
 bool PumpUntil(const std::function<bool()>& holds);

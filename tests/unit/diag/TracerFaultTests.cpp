@@ -251,7 +251,8 @@ protected:
         ASSERT_TRUE(WaitForEnd());
     }
 
-    /// Looks at the last bytes of the log only: reading megabytes again and again would take the tracer's processor.
+    /// Looks at the last bytes of the log only: reading megabytes again and again would take the tracer's
+    /// processor.
     bool WaitForEnd()
     {
         return support::WaitUntil(

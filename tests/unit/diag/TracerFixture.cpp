@@ -126,9 +126,9 @@ void TracerTest::Trace(std::uint32_t mask, int first, int count)
     }
 }
 
-bool TracerTest::WaitForLine(std::string_view part, std::chrono::milliseconds patience)
+bool TracerTest::WaitForLine(std::string_view part, std::chrono::milliseconds timeout)
 {
-    return support::WaitUntil([&] { return ReadText(LogPath()).find(part) != std::string::npos; }, patience);
+    return support::WaitUntil([&] { return ReadText(LogPath()).find(part) != std::string::npos; }, timeout);
 }
 
 HWND TracerTest::DebugWindow()

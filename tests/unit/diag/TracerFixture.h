@@ -27,7 +27,7 @@ protected:
     /// Traces the texts "first" to "first + count - 1".
     void Trace(std::uint32_t mask, int first, int count);
 
-    bool WaitForLine(std::string_view part, std::chrono::milliseconds patience = support::Patience);
+    bool WaitForLine(std::string_view part, std::chrono::milliseconds timeout = support::DefaultTimeout);
     Lines Log() const { return ReadLines(LogPath()); }
     std::wstring LogPath() const { return m_logFolder + L"MorvanePortRouter.log"; }
     std::wstring BackupPath() const { return LogPath() + L".BAK"; }

@@ -21,7 +21,7 @@ using support::RecordingTrace;
 
 namespace {
 
-constexpr auto PatienceMs = static_cast<DWORD>(support::Patience.count());
+constexpr auto PatienceMs = static_cast<DWORD>(support::DefaultTimeout.count());
 
 using FirmwareThreads = FirmwareDownloaderTest;
 

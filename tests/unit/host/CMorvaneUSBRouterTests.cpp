@@ -277,7 +277,8 @@ TEST_F(RouterObject, DescribesItself)
 }
 
 // A dual interface has two descriptions. The loader of type libraries takes the automation flag from the one for
-// IDispatch, and the marshaler asks the other one for it ("ITypeInfo::GetRefTypeOfImplType method": -1 leads there).
+// IDispatch, and the marshaler asks the other one for it ("ITypeInfo::GetRefTypeOfImplType method": -1 leads
+// there).
 TEST_F(RouterObject, ItsInterfaceIsDualNonextensibleAndForAutomation)
 {
     const auto router = Create();

@@ -37,8 +37,8 @@ protected:
     {
         return m_table.SendToPort(address, &m_transport, BytesOf(text));
     }
-    /// A client of the port that the router counts as connected. A pipe is created anew every 50 ms until somebody is
-    /// connected, so an opening may be thrown out again.
+    /// A client of the port that the router counts as connected. A pipe is created anew every 50 ms until somebody
+    /// is connected, so an opening may be thrown out again.
     std::unique_ptr<support::PipeClient> Connect(PortAddress address, const std::string& name)
     {
         auto client = std::make_unique<support::PipeClient>();

@@ -59,7 +59,8 @@ TEST(TraceOptionsTable, AfterAResetEveryDeviceIsLikeAnUnknownOne)
     EXPECT_EQ(table.Find(3).maxPacketLength, 100U);
 }
 
-// Mask and length are always written as equal numbers; a reader that saw one old and one new would see a difference.
+// Mask and length are always written as equal numbers; a reader that saw one old and one new would see a
+// difference.
 TEST(TraceOptionsTable, ReadersNeverSeeHalfAChangeWhileItChangesAndGrows)
 {
     TraceOptionsTable table;

@@ -29,7 +29,7 @@ public:
     /// What RequestPipeRecreate does before it signals the event. On the port's thread, in one of its hooks.
     void AnnounceRecreation()
     {
-        m_state.RecreateEvent.Look(false);
+        m_state.RecreateEvent.Disarm();
         m_state.RecreateEvent.Set();
     }
 };
@@ -52,7 +52,8 @@ protected:
     void WhileWriting(const std::function<void()>& action);
     /// Whether a line of exactly this text was traced on this channel and under this class.
     static testing::AssertionResult Traced(const std::string& text, std::int32_t device, std::uint32_t classMask);
-    /// Writes a packet that the client does not read, and waits until it is in the pipe: from then on a flush blocks.
+    /// Writes a packet that the client does not read, and waits until it is in the pipe: from then on a flush
+    /// blocks.
     void LeaveUnread();
 
     const std::string name = support::UniqueName("Port");

@@ -14,7 +14,8 @@ namespace {
 class PortPipeLate : public PortPipe
 {
 protected:
-    /// Answers so many packets from a thread of its own, late enough to find the port's next read under way. Join it.
+    /// Answers so many packets from a thread of its own, late enough to find the port's next read under way. Join
+    /// it.
     void CompleteLate(win32::Thread& completer, std::size_t packets)
     {
         completer.Start([this, packets] {

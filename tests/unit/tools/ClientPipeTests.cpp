@@ -39,13 +39,13 @@ TEST_F(ClientPipeTest, APipeThatAnotherClientHasIsBusy)
     FakePort port(Echo);
     ClientPipe first(port.Path(), stop.Get());
     ClientPipe second(port.Path(), stop.Get());
-    ASSERT_EQ(first.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(first.Open(support::DefaultTimeout), Outcome::Done);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(second.Open(support::Patience), Outcome::Busy);
+    EXPECT_EQ(second.Open(support::DefaultTimeout), Outcome::Busy);
     EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(1000)) << "busy for a moment is no sign";
     EXPECT_EQ(second.Error(), static_cast<DWORD>(ERROR_PIPE_BUSY));
     first.Close();
-    EXPECT_EQ(second.Open(support::Patience), Outcome::Done);
+    EXPECT_EQ(second.Open(support::DefaultTimeout), Outcome::Done);
 }
 
 TEST_F(ClientPipeTest, APipeThatIsBusyAtTheEndIsTriedUntilItIsCertain)
@@ -55,7 +55,7 @@ TEST_F(ClientPipeTest, APipeThatIsBusyAtTheEndIsTriedUntilItIsCertain)
                                                       PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
     ASSERT_TRUE(server);
     ClientPipe first(path, stop.Get());
-    ASSERT_EQ(first.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(first.Open(support::DefaultTimeout), Outcome::Done);
     ClientPipe second(path, stop.Get());
     const win32::Event ended(win32::Event::Kind::ManualReset);
     Outcome outcome = Outcome::Broken;
@@ -76,9 +76,9 @@ TEST_F(ClientPipeTest, APipeThatBreaksRightAfterItWasOpenedIsOpenedAgain)
 {
     FakePort port(Echo, {.breaksAtFirst = 3, .breaksAtMessage = 0, .messages = true, .greeting = {}});
     ClientPipe pipe(port.Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Done);
-    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Done);
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
     EXPECT_EQ(message, Of("x"));
     EXPECT_EQ(port.Connections(), 4);
 }
@@ -87,10 +87,10 @@ TEST_F(ClientPipeTest, MessagesAreReadOneByOne)
 {
     FakePort port([](const std::string&) { return FakePort::Replies{"one", "", "three"}; });
     ClientPipe pipe(port.Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Write(Of("go"), support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("go"), support::DefaultTimeout), Outcome::Done);
     for (const char* expected : {"one", "", "three"}) {
-        ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+        ASSERT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
         EXPECT_EQ(message, Of(expected));
     }
 }
@@ -99,8 +99,8 @@ TEST_F(ClientPipeTest, AMessageThatComesWhileThePipeIsOpenedIsNotLost)
 {
     FakePort port(Echo, {.breaksAtFirst = 0, .breaksAtMessage = 0, .messages = true, .greeting = "welcome"});
     ClientPipe pipe(port.Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
     EXPECT_EQ(message, Of("welcome"));
 }
 
@@ -108,10 +108,10 @@ TEST_F(ClientPipeTest, AReplyThatIsLateIsReadByTheNextRead)
 {
     FakePort port(Echo);
     ClientPipe pipe(port.Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
     EXPECT_EQ(pipe.Read(message, milliseconds(30)), Outcome::TimedOut);
-    ASSERT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Done);
-    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Done);
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
     EXPECT_EQ(message, Of("x"));
 }
 
@@ -120,9 +120,9 @@ TEST_F(ClientPipeTest, TheLongestPayloadFits)
     const std::string longest(65535, 'x');
     FakePort port([&](const std::string&) { return FakePort::Replies{longest}; });
     ClientPipe pipe(port.Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Write(Of("go"), support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("go"), support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
     EXPECT_EQ(message, Of(longest));
 }
 
@@ -130,9 +130,9 @@ TEST_F(ClientPipeTest, APipeWithoutMessagesIsReadAsBytes)
 {
     FakePort port(Echo, {.breaksAtFirst = 0, .breaksAtMessage = 0, .messages = false, .greeting = {}});
     ClientPipe pipe(port.Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Write(Of("bytes"), support::Patience), Outcome::Done);
-    ASSERT_EQ(pipe.Read(message, support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Write(Of("bytes"), support::DefaultTimeout), Outcome::Done);
+    ASSERT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
     EXPECT_EQ(message, Of("bytes"));
 }
 
@@ -140,11 +140,11 @@ TEST_F(ClientPipeTest, ABrokenPipeIsToldWithItsError)
 {
     std::optional<FakePort> port(std::in_place, Echo);
     ClientPipe pipe(port->Path(), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
     port.reset();
-    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Broken);
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Broken);
     EXPECT_EQ(pipe.Error(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
-    EXPECT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Broken);
+    EXPECT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Broken);
 }
 
 TEST_F(ClientPipeTest, AWriteThatNobodyReadsTimesOut)
@@ -155,7 +155,7 @@ TEST_F(ClientPipeTest, AWriteThatNobodyReadsTimesOut)
                                                       PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
     ASSERT_TRUE(server);
     ClientPipe pipe(path, stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
     const Bytes big(1'000'000);
     EXPECT_EQ(pipe.Write(big, milliseconds(50)), Outcome::TimedOut);
 }
@@ -165,17 +165,17 @@ TEST_F(ClientPipeTest, TheStopSignalEndsOpeningAndReading)
     FakePort port(Echo);
     ClientPipe pipe(port.Path(), stop.Get());
     ClientPipe absent(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
-    ASSERT_EQ(pipe.Open(support::Patience), Outcome::Done);
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
     stop.Set();
-    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Stopped);
-    EXPECT_EQ(absent.Open(support::Patience), Outcome::Stopped);
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Stopped);
+    EXPECT_EQ(absent.Open(support::DefaultTimeout), Outcome::Stopped);
 }
 
 TEST_F(ClientPipeTest, AClosedPipeIsBroken)
 {
     ClientPipe pipe(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
-    EXPECT_EQ(pipe.Read(message, support::Patience), Outcome::Broken);
-    EXPECT_EQ(pipe.Write(Of("x"), support::Patience), Outcome::Broken);
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Broken);
+    EXPECT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Broken);
 }
 
 } // namespace

@@ -23,7 +23,7 @@ public:
     {
         m_number = 0;
         m_received.Clear();
-        return m_pipe.Open(support::Patience) == ClientPipe::Outcome::Done;
+        return m_pipe.Open(support::DefaultTimeout) == ClientPipe::Outcome::Done;
     }
     void Close() { m_pipe.Close(); }
 
@@ -34,7 +34,7 @@ public:
     bool WriteBytes(const std::string& bytes)
     {
         const std::vector<std::uint8_t> copy(bytes.begin(), bytes.end());
-        return m_pipe.Write(copy, support::Patience) == ClientPipe::Outcome::Done;
+        return m_pipe.Write(copy, support::DefaultTimeout) == ClientPipe::Outcome::Done;
     }
 
     struct Packet
@@ -68,7 +68,7 @@ public:
     std::string ReadPiece()
     {
         std::vector<std::uint8_t> bytes;
-        return m_pipe.Read(bytes, support::Patience) == ClientPipe::Outcome::Done
+        return m_pipe.Read(bytes, support::DefaultTimeout) == ClientPipe::Outcome::Done
                  ? std::string(bytes.begin(), bytes.end())
                  : std::string();
     }
@@ -79,7 +79,7 @@ private:
     bool ReadMore()
     {
         std::vector<std::uint8_t> bytes;
-        if (m_pipe.Read(bytes, support::Patience) != ClientPipe::Outcome::Done) {
+        if (m_pipe.Read(bytes, support::DefaultTimeout) != ClientPipe::Outcome::Done) {
             return false;
         }
         m_received.Append(bytes);

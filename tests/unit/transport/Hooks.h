@@ -1,5 +1,5 @@
-// What the import library has for calls of Windows is not taken in this program: tests may step in between. All are off
-// at first; a test that switches one on switches it off again.
+// What the import library has for calls of Windows is not taken in this program: tests may step in between. All
+// are off at first; a test that switches one on switches it off again.
 #pragma once
 
 #include "win32/Windows.h"
@@ -15,8 +15,8 @@ extern std::atomic<bool> shortNaps;
 
 /// So many of the next overlapped writes are refused with ERROR_IO_DEVICE.
 extern std::atomic<int> refusedWrites;
-/// Overlapped reads and writes that are done at once leave their event unset, as Windows allows. A read waits for its data
-/// first, so that it is done at once.
+/// Overlapped reads and writes that are done at once leave their event unset, as Windows allows. A read waits for
+/// its data first, so that it is done at once.
 extern std::atomic<bool> atOnceWithoutEvent;
 
 /// So many of the next threads are refused.

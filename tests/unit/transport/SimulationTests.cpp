@@ -22,8 +22,8 @@ namespace {
 using support::Frame;
 using support::RecordingTrace;
 
-/// Serves the simulator's pipe in byte mode, in this process. The name is the product's own, so only one test program
-/// may do this at a time on one machine; under Wine each has a machine of its own.
+/// Serves the simulator's pipe in byte mode, in this process. The name is the product's own, so only one test
+/// program may do this at a time on one machine; under Wine each has a machine of its own.
 class Simulator
 {
 public:
@@ -65,8 +65,9 @@ public:
             m_received.append(buffer, length);
         }
     }
-    /// The next frame that is no idle packet. Those come after every quiet second, also in the middle of a test that
-    /// a busy machine has stopped for that long. All frames since the last call to AwaitRouter count up from 0.
+    /// The next frame that is no idle packet. Those come after every quiet second, also in the middle of a test
+    /// that a busy machine has stopped for that long. All frames since the last call to AwaitRouter count up from
+    /// 0.
     std::optional<std::string> ReadRequest()
     {
         for (;;) {
@@ -131,8 +132,8 @@ protected:
         const std::size_t before = RecordingTrace::Count("ApppendToReplyProcessQueue() 15 bytes");
         ASSERT_TRUE(simulator->AwaitRouter());
         ASSERT_TRUE(simulator->Write(Frame(0, 9, 0, 0, "?")));
-        ASSERT_TRUE(
-            RecordingTrace::WaitForLine("ApppendToReplyProcessQueue() 15 bytes", support::Patience, before + 1));
+        ASSERT_TRUE(RecordingTrace::WaitForLine("ApppendToReplyProcessQueue() 15 bytes", support::DefaultTimeout,
+                                                before + 1));
     }
     void Send(const std::string& payload)
     {
@@ -192,8 +193,8 @@ TEST_F(Simulation, EveryTwentiethAttemptIsTraced)
     ASSERT_GE(traced.size(), 2u);
     EXPECT_NE(traced[0].find("(1th try)"), std::string::npos) << traced[0];
     EXPECT_NE(traced[1].find("(21th try)"), std::string::npos) << traced[1];
-    EXPECT_TRUE(
-        RecordingTrace::WaitForLine("SimulationCommandProcessThread() 0 pending writes", support::Patience, 2));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("SimulationCommandProcessThread() 0 pending writes",
+                                            support::DefaultTimeout, 2));
     EXPECT_GE(host.signals, 20);
 }
 
@@ -443,7 +444,7 @@ TEST_F(Simulation, AFailedAttemptIsFollowedByTheNextAfterTenMilliseconds)
         }
     });
     StartDriver();
-    EXPECT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::Patience, 11));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::DefaultTimeout, 11));
     driver.reset();
     RecordingTrace::Clear();
     EXPECT_GE(shortest, std::chrono::milliseconds(9));

@@ -32,7 +32,7 @@ protected:
     void AwaitFailedScan()
     {
         const std::size_t before = RecordingTrace::Count("Connection to USB failed");
-        ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::Patience, before + 2));
+        ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::DefaultTimeout, before + 2));
         EXPECT_FALSE(driver->IsConnected());
     }
     /// Starts, and of ten times from a line with `from` to the next one with `to` returns the shortest.
@@ -65,8 +65,8 @@ protected:
     }
     /// As a test takes it: a wait may be shorter by a tick of the clock.
     static constexpr std::chrono::milliseconds TenMilliseconds{9};
-    /// Starts with an instrument at index 1 that the scan chooses. While it looks at a foreign one behind, all go, and an
-    /// instrument comes to index 0 (in slot 3) and `other` to the chosen one's (in slot 4).
+    /// Starts with an instrument at index 1 that the scan chooses. While it looks at a foreign one behind, all go,
+    /// and an instrument comes to index 0 (in slot 3) and `other` to the chosen one's (in slot 4).
     void StartAndReplace(const instrumentbus::Description& other)
     {
         bus.Plug(0, Instrument());
@@ -166,7 +166,7 @@ TEST_F(UsbConnect, ADeviceOfAnotherVendorIsClosedAgainEachTimeAndNeverServed)
 {
     bus.Plug(0, Instrument(0x1234, 0x0100));
     Start();
-    ASSERT_TRUE(RecordingTrace::WaitForLine("Found USB device, VID=4660, PID=256", support::Patience, 5));
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Found USB device, VID=4660, PID=256", support::DefaultTimeout, 5));
     EXPECT_FALSE(driver->IsConnected());
     ASSERT_TRUE(bus.WaitFor(0, 0, [](const Counters& c) { return c.closes >= 5; }));
     // Once, because the device object opened it when it was made; a look at a foreign device does not reset it.
@@ -420,7 +420,8 @@ TEST_F(UsbConnect, AReconnectStartsTheReadThreadAndTheNumbersAnewAndTellsThePort
     ASSERT_NO_FATAL_FAILURE(Reopen());
     EXPECT_GT(host.signals, signals);
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBReadWaitThread() ended"), 1u);
-    EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() started", support::Patience, 2));
+    EXPECT_TRUE(
+        RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() started", support::DefaultTimeout, 2));
     Send("three");
     EXPECT_TRUE(NextIs("three")) << "as number 0, or behind idle packets from 0 on";
     Feed(Frame(1, 1, 3, 1, "number 1"));

@@ -55,7 +55,7 @@ TEST_F(UsbDeaf, AReadThatIsKeptDoesNotKeepTheTransportFromReconnecting)
     Connect();
     driver->Reconnect();
     ASSERT_NO_FATAL_FAILURE(AwaitLoss());
-    ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB opened", support::Patience, 2));
+    ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB opened", support::DefaultTimeout, 2));
     // The first read is the driver's still, the second one is served.
     ASSERT_TRUE(bus.WaitFor(0, In, [](const Counters& c) { return c.pending == 2; }));
     EXPECT_EQ(bus.Count(0, In).held, 1u);

@@ -37,7 +37,8 @@ inline constexpr std::uint32_t StatusIoDeviceError = 0xC0000185;
 inline constexpr int ErrorIoDevice = 1117;
 inline constexpr std::uint32_t StatusWithoutError = 0xC0010000;
 
-/// Every test begins without any instrument and without the driver. One process at a time uses the slots of a Windows.
+/// Every test begins without any instrument and without the driver. One process at a time uses the slots of a
+/// Windows.
 class UsbTransport : public testing::Test
 {
 protected:
@@ -58,13 +59,14 @@ protected:
     /// Makes the driver connect anew to the instrument in slot 0, which stays plugged.
     void Reopen();
 
-    /// A packet of port (3, 1). Lets quiet seconds go on (see FakeHost::quietSeconds), if the test has stopped them.
+    /// A packet of port (3, 1). Lets quiet seconds go on (see FakeHost::quietSeconds), if the test has stopped
+    /// them.
     void Send(std::string_view payload);
 
     /// The next frame written since AwaitConnection; what was written before and not taken is dropped.
     std::optional<std::string> NextFrame(std::uint32_t slot = 0);
-    /// The next of them that is no idle packet; those come after every quiet second, also in the middle of a test that
-    /// a busy machine has stopped for that long. All frames since AwaitConnection count up from 0.
+    /// The next of them that is no idle packet; those come after every quiet second, also in the middle of a test
+    /// that a busy machine has stopped for that long. All frames since AwaitConnection count up from 0.
     std::optional<std::string> NextRequest(std::uint32_t slot = 0);
     /// Whether the next request is what Send makes of `payload`.
     testing::AssertionResult NextIs(std::string_view payload, std::uint32_t slot = 0);

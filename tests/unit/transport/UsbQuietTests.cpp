@@ -37,7 +37,7 @@ protected:
     /// By the clock of the reply thread, which has nothing to do and says so every second.
     static bool TwoSecondsHavePassed()
     {
-        return RecordingTrace::WaitForLine("CCyUSBDriver::ReplyProcessThread()IDLE", support::Patience, 2);
+        return RecordingTrace::WaitForLine("CCyUSBDriver::ReplyProcessThread()IDLE", support::DefaultTimeout, 2);
     }
     /// A quiet second has passed: what the command thread does in one was done.
     bool AwaitIdlePacket() { return NextFrame() == Frame(nextNumber++, 238, 238, 238, ""); }

@@ -99,8 +99,8 @@ TEST_F(UsbStuckWrite, LastsForSixWholeMillisecondsHoweverShortASleepIs)
     for (int packet = 0; packet < 13; ++packet) {
         Send("x");
     }
-    ASSERT_TRUE(
-        RecordingTrace::WaitForLine("abort previous Write operation (TotalAborted=12)", 3 * support::Patience));
+    ASSERT_TRUE(RecordingTrace::WaitForLine("abort previous Write operation (TotalAborted=12)",
+                                            3 * support::DefaultTimeout));
     driver.reset(); // and with it the thread that calls onLine
     const std::lock_guard guard(lock);
     auto shortest = Clock::duration::max();
@@ -117,7 +117,8 @@ TEST_F(UsbStuckWrite, RaisesTheTimerResolutionForABurstAndNotPerPacket)
             Send("x");
         }
         return RecordingTrace::WaitForLine(
-            "abort previous Write operation (TotalAborted=" + std::to_string(aborts) + ")", 3 * support::Patience);
+            "abort previous Write operation (TotalAborted=" + std::to_string(aborts) + ")",
+            3 * support::DefaultTimeout);
     };
     const int before = hooks::throttlingCleared;
     Connect();

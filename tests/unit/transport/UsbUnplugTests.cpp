@@ -101,8 +101,8 @@ TEST_F(UsbUnplug, InMidReadEndsTheReadThreadWhichStartsAnewWithTheNextConnection
         ASSERT_NO_FATAL_FAILURE(Lose());
         EXPECT_EQ(RecordingTrace::Count("Reply-receive failed(1167), reconnecting..."), round)
             << "its own read failed";
-        EXPECT_TRUE(
-            RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() ended", support::Patience, round));
+        EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() ended", support::DefaultTimeout,
+                                                round));
         bus.Plug(0, Instrument());
         ASSERT_NO_FATAL_FAILURE(AwaitConnection());
         EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBReadWaitThread() started"), round + 1);
@@ -129,7 +129,7 @@ TEST_F(UsbUnplug, DuringTheConnectProcedureMakesItFailAndTheNextOneServe)
         ASSERT_TRUE(bus.WaitFor(0, 0, [](const Counters& c) { return c.controlsHeld == 1; }));
         const std::size_t failed = RecordingTrace::Count("Connection to USB failed");
         bus.Unplug(0);
-        ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::Patience, failed + 1));
+        ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::DefaultTimeout, failed + 1));
         EXPECT_FALSE(driver->IsConnected());
         bus.Release(0);
         PlugAndSeeItServed();
@@ -141,7 +141,7 @@ TEST_F(UsbUnplug, JustAfterItWasOpenedIsNoticedByTheFirstRead)
     Start();
     for (std::size_t round = 1; round <= 5; ++round) {
         bus.Plug(0, Instrument());
-        ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB opened", support::Patience, round));
+        ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB opened", support::DefaultTimeout, round));
         bus.Unplug(0);
         ASSERT_TRUE(support::WaitUntil([&] { return !driver->IsConnected(); }));
     }

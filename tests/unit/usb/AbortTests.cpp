@@ -1,4 +1,5 @@
-// Aborted transfers: the driver may let go of them late, or never, and must never write into memory in other hands.
+// Aborted transfers: the driver may let go of them late, or never, and must never write into memory in other
+// hands.
 #include "tests/support/AllocationCount.h"
 #include "tests/unit/usb/UsbFixture.h"
 #include "usb/ControlCodes.h"
@@ -108,7 +109,8 @@ TEST_F(Aborts, ThatTheDriverIgnoresKeepEverythingOfTheTransferUntilItLetsGo)
     EXPECT_FALSE(write.IsUnderWay());
     EXPECT_EQ(Endpoint(Out)->Abandoned().Count(), 1u);
 
-    // The next one is under way when the first one's late completion comes: its event is set, but it has not ended.
+    // The next one is under way when the first one's late completion comes: its event is set, but it has not
+    // ended.
     ASSERT_TRUE(Write(write, Pattern(20)));
     ASSERT_TRUE(support::WaitFor(write.EventHandle())) << "the late completion sets the common event";
     EXPECT_FALSE(write.HasEnded());
@@ -198,8 +200,8 @@ TEST_F(Aborts, ByTheThousandLeaveNoHandleAndNoMemoryBehind)
     RecordProperty("handles", std::to_string(handles) + " to " + std::to_string(Handles()));
     RecordProperty("blocks", std::to_string(blocks) + " to " + std::to_string(LiveAllocations()));
     EXPECT_LE(Handles(), handles);
-    // Counted, because the size of a process moves by megabytes: one lost block in a round would be 2,500. The last
-    // transfer of each endpoint may or may not have been let go of.
+    // Counted, because the size of a process moves by megabytes: one lost block in a round would be 2,500. The
+    // last transfer of each endpoint may or may not have been let go of.
     EXPECT_LE(LiveAllocations(), blocks + 20);
     EXPECT_EQ(bus.Count(0, In).endpointAborts, 2'600u);
     EXPECT_EQ(bus.Count(0, Out).endpointAborts, 2'600u);

@@ -1,5 +1,5 @@
-// Requests that are done or refused at once. For those Windows promises neither the event nor the record, so a test takes
-// both away; and the order of the I/O controls of an Open, seen from there.
+// Requests that are done or refused at once. For those Windows promises neither the event nor the record, so a
+// test takes both away; and the order of the I/O controls of an Open, seen from there.
 #include "tests/unit/usb/Hooks.h"
 #include "tests/unit/usb/UsbFixture.h"
 #include "usb/ControlCodes.h"
@@ -11,8 +11,8 @@ namespace usbtest {
 class AtOnce : public UsbTest
 {
 protected:
-    /// Does the request and answers as if it had been done at once, with the event as it was before and the record as if
-    /// nothing had happened.
+    /// Does the request and answers as if it had been done at once, with the event as it was before and the record
+    /// as if nothing had happened.
     static BOOL DoneAtOnce(const ControlCall& call)
     {
         const win32::Event done(win32::Event::Kind::ManualReset);

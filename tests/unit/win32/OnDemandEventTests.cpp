@@ -15,7 +15,7 @@ TEST(OnDemandEvent, ASettingThatNobodyListensForIsThereToTakeAndSignalsNothing)
     win32::OnDemandEvent event(false);
     event.Set();
     EXPECT_FALSE(IsSignalled(event));
-    EXPECT_TRUE(event.Look(true));
+    EXPECT_TRUE(event.Arm());
     EXPECT_TRUE(event.Take());
     EXPECT_FALSE(event.Take());
 }
@@ -23,7 +23,7 @@ TEST(OnDemandEvent, ASettingThatNobodyListensForIsThereToTakeAndSignalsNothing)
 TEST(OnDemandEvent, ASettingDuringTheWaitSignalsOnce)
 {
     win32::OnDemandEvent event(false);
-    ASSERT_FALSE(event.Look(true));
+    ASSERT_FALSE(event.Arm());
     event.Set();
     event.Set();
     EXPECT_TRUE(IsSignalled(event));
@@ -34,11 +34,11 @@ TEST(OnDemandEvent, ASettingDuringTheWaitSignalsOnce)
 TEST(OnDemandEvent, WhoLooksWithoutListeningIsNotSignalled)
 {
     win32::OnDemandEvent event(false);
-    ASSERT_FALSE(event.Look(true));
-    ASSERT_FALSE(event.Look(false));
+    ASSERT_FALSE(event.Arm());
+    ASSERT_FALSE(event.Disarm());
     event.Set();
     EXPECT_FALSE(IsSignalled(event));
-    EXPECT_TRUE(event.Look(false));
+    EXPECT_TRUE(event.Disarm());
 }
 
 TEST(OnDemandEvent, BegunAsSetItCanBeTakenAndWaitedForOnce)
@@ -57,7 +57,7 @@ TEST(OnDemandEvent, NoSettingIsMissedHoweverItFallsBetweenLookingAndWaiting)
     win32::OnDemandEvent back(false);
     const auto await = [](win32::OnDemandEvent& event) {
         while (!event.Take()) {
-            if (!event.Look(true) && ::WaitForSingleObject(event.Get(), 20'000) != WAIT_OBJECT_0) {
+            if (!event.Arm() && ::WaitForSingleObject(event.Get(), 20'000) != WAIT_OBJECT_0) {
                 return false;
             }
         }

@@ -136,7 +136,7 @@ TEST(Thread, WhatTheBodyThrowsEndsWithTheThread)
 {
     Thread thread;
     ASSERT_TRUE(thread.Start([] { throw std::runtime_error("thrown on purpose"); }));
-    EXPECT_TRUE(thread.JoinFor(static_cast<DWORD>(support::Patience.count())));
+    EXPECT_TRUE(thread.JoinFor(static_cast<DWORD>(support::DefaultTimeout.count())));
 }
 
 TEST(Thread, CanBeStartedAgainAfterJoin)

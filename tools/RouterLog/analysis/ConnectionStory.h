@@ -1,4 +1,5 @@
-// The connection to the instrument as the log tells it: found, lost, found again, slow, gaps in the numbering. Portable.
+// The connection to the instrument as the log tells it: found, lost, found again, slow, gaps in the numbering.
+// Portable.
 #pragma once
 
 #include "tools/RouterLog/analysis/Incident.h"

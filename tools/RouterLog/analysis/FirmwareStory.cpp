@@ -78,8 +78,9 @@ void FirmwareStory::Complete(const Where& where)
     m_incidents.Add(std::move(end));
 }
 
-// The dialogue ends well with the acknowledgement of its last message: of the closing one, or, when all was sent at once,
-// of the first. Where the transport is not traced an answer without a line of its own may have come after it.
+// The dialogue ends well with the acknowledgement of its last message: of the closing one, or, when all was sent
+// at once, of the first. Where the transport is not traced an answer without a line of its own may have come after
+// it.
 bool FirmwareStory::WasDownloaded(const Where& completed) const noexcept
 {
     if (!m_acknowledgedLast || m_repliesTraced || m_acknowledged > m_chunks) {

@@ -87,7 +87,8 @@ std::string_view KeyOf(IncidentKind kind) noexcept;
 /// Whether the kind is a fault to look into, and not only something that happens every day.
 bool IsFault(IncidentKind kind) noexcept;
 
-/// The incidents of a log of any length, in bounded memory: the first and the last ones, and how many of each kind.
+/// The incidents of a log of any length, in bounded memory: the first and the last ones, and how many of each
+/// kind.
 class IncidentLog
 {
 public:
@@ -113,8 +114,8 @@ private:
 class Burst
 {
 public:
-    /// Joins the burst when it is open and `within` ms have not passed since its last member; otherwise begins one, after
-    /// the caller has closed the one before (see IsOver).
+    /// Joins the burst when it is open and `within` ms have not passed since its last member; otherwise begins
+    /// one, after the caller has closed the one before (see IsOver).
     void Join(const Where& where, std::int64_t value = 0);
     bool IsOpen() const noexcept { return m_count > 0; }
     bool IsOver(LogTime now, std::int64_t within) const noexcept { return IsOpen() && now - m_last > within; }

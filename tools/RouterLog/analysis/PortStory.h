@@ -30,8 +30,8 @@ struct PortTraffic
     static constexpr std::size_t MostOpen = 4'096;
 };
 
-/// What pipe lines tell of one port. Its address stands in no such line: it is found by which pipes are connected when
-/// packets go, where that leaves only one.
+/// What pipe lines tell of one port. Its address stands in no such line: it is found by which pipes are connected
+/// when packets go, where that leaves only one.
 struct PortPipe
 {
     std::string name; // without "\\.\pipe\"

@@ -93,8 +93,8 @@ void RouterStory::TakeBegin(const LogLine& line)
     BecomeRunning(line.where);
 }
 
-// With the thread's first line it is known that the router started and how it reaches the instrument; other lines only
-// tell that there is nothing more to wait for.
+// With the thread's first line it is known that the router started and how it reaches the instrument; other lines
+// only tell that there is nothing more to wait for.
 void RouterStory::SettleBegin(const LogLine* line)
 {
     const bool usb = line != nullptr && line->Kind() == Form::UsbThreadStarted;

@@ -1,4 +1,5 @@
-// The course of things over the log's time, in bounded memory: what the pictures of the report are drawn from. Portable.
+// The course of things over the log's time, in bounded memory: what the pictures of the report are drawn from.
+// Portable.
 #pragma once
 
 #include "tools/RouterLog/analysis/LogLine.h"

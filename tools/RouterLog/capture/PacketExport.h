@@ -13,8 +13,9 @@ namespace routerlog {
 
 /// A record for each line that shows a packet, with the bytes as far as traced and the packet's whole length:
 ///   link type 147 (user 0)  what goes over USB: a frame to the instrument, or a block from it, which holds frames
-///   link type 148 (user 1)  payloads from and to clients, after device type and port (4 bytes each, high byte first)
-///   link type 150 (user 3)  texts: lines about the connection and the firmware, by which the dissector knows where the
+///   link type 148 (user 1)  payloads from and to clients, after device type and port (4 bytes each, high byte
+///   first) link type 150 (user 3)  texts: lines about the connection and the firmware, by which the dissector
+///   knows where the
 ///                           numbering starts again
 /// Times are the log's local times, taken for UTC. One thread.
 class PacketExport

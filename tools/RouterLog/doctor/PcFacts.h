@@ -1,4 +1,5 @@
-// What doctor knows about a PC, before it judges. The judging never asks Windows, so tests can plant any fault. Portable.
+// What doctor knows about a PC, before it judges. The judging never asks Windows, so tests can plant any fault.
+// Portable.
 #pragma once
 
 #include <cstdint>

@@ -13,8 +13,8 @@ struct DumpedBytes
     bool wellFormed = true;          // false: the text holds what no dump has; bytes stop before it
 };
 
-/// `dump` as it stands in the line. `lineIsFull` when the line has the most characters that a traced line has, so that
-/// its last byte may be cut in two. The bytes may be the first of more, with or without "~more~" at the end.
+/// `dump` as it stands in the line. `lineIsFull` when the line has the most characters that a traced line has, so
+/// that its last byte may be cut in two. The bytes may be the first of more, with or without "~more~" at the end.
 void ParseDump(std::string_view dump, bool lineIsFull, DumpedBytes& out);
 
 /// The longest text of a line, without its stamp.

@@ -40,8 +40,8 @@ LineGrammar::LineGrammar()
         const bool anyText = !entry.rest.empty() && entry.rest.front().kind == Piece::Kind::Text;
         return std::pair(entry.prefix, !anyText);
     });
-    // Everything that stands between a prefix and a text that begins with it, begins with it too. So the entries whose
-    // prefixes a text has are the last one not greater than the text and its chain of parents.
+    // Everything that stands between a prefix and a text that begins with it, begins with it too. So the entries
+    // whose prefixes a text has are the last one not greater than the text and its chain of parents.
     for (std::size_t i = 0; i < m_entries.size(); ++i) {
         for (int j = static_cast<int>(i) - 1; j >= 0 && m_entries[i].parent < 0; --j) {
             if (m_entries[i].prefix.starts_with(m_entries[static_cast<std::size_t>(j)].prefix)) {

@@ -20,8 +20,8 @@ struct LogFiles
     std::string fault; // why there are none, or why one of them cannot be read; UTF-8
 };
 
-/// `given` may name files and folders; a folder means all logs in it. A backup stands before its log, logs in the order of
-/// their first times, skipped-packet logs last.
+/// `given` may name files and folders; a folder means all logs in it. A backup stands before its log, logs in the
+/// order of their first times, skipped-packet logs last.
 LogFiles InOrderOfWriting(const std::vector<std::filesystem::path>& given, const OpenFile& open);
 
 /// The name in UTF-8.

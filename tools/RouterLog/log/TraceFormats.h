@@ -1,4 +1,5 @@
-// Every line that the router writes into its logs: format, class, meaning. The one table that parsing goes by. Portable.
+// Every line that the router writes into its logs: format, class, meaning. The one table that parsing goes by.
+// Portable.
 #pragma once
 
 #include "tools/RouterLog/log/TraceForm.h"
@@ -9,8 +10,8 @@
 
 namespace routerlog {
 
-/// What must be traced for a line to appear. Firmware is the class of USB events on device number 0, which has a mask
-/// of its own.
+/// What must be traced for a line to appear. Firmware is the class of USB events on device number 0, which has a
+/// mask of its own.
 enum class TraceClass : std::uint8_t {
     Always, // written by the tracer itself, or to the skipped-packet log
     ReadWrite,

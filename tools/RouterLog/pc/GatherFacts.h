@@ -9,12 +9,12 @@
 
 namespace routerlog {
 
-/// Changes nothing on the PC, but for a file that it makes in the log's folder and removes at once. `pipes`: names of ports
-/// to look for, in UTF-8.
+/// Changes nothing on the PC, but for a file that it makes in the log's folder and removes at once. `pipes`: names
+/// of ports to look for, in UTF-8.
 PcFacts GatherFacts(const std::vector<std::string>& pipes);
 
-/// Starts the registered router, or uses the one that runs, creates its object and calls it. A call that takes longer than
-/// `limit` is given up; its thread goes with the process.
+/// Starts the registered router, or uses the one that runs, creates its object and calls it. A call that takes
+/// longer than `limit` is given up; its thread goes with the process.
 Activation Activate(std::chrono::milliseconds limit);
 
 /// RouterLog's own version, as files show it: "1.0.0.0".

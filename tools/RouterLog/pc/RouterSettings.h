@@ -21,9 +21,9 @@ inline constexpr wchar_t LogLimit[] = L"LogFileLimt(MB)"; // spelled so
 /// "usb,firmware" as classes; none when a word is no class. "all" means all.
 std::optional<std::vector<TraceClass>> ParseClasses(const std::string& text);
 
-/// Sets or clears the classes' file bits in every device's mask, as the boxes "Log" of the Debug Options dialog do; the
-/// router's own two devices get their settings when they have none yet. What was done, a line for each device; none when
-/// the settings cannot be written. A router takes them at its next start.
+/// Sets or clears the classes' file bits in every device's mask, as the boxes "Log" of the Debug Options dialog
+/// do; the router's own two devices get their settings when they have none yet. What was done, a line for each
+/// device; none when the settings cannot be written. A router takes them at its next start.
 std::optional<std::string> ChangeMasks(const std::vector<TraceClass>& classes, bool on);
 
 } // namespace routerlog

@@ -8,8 +8,8 @@
 
 namespace routerlog {
 
-/// HTML with inline SVG and style, light and dark as the reader has it, without script. The account is finished; `texts`
-/// holds the lines of its incidents.
+/// HTML with inline SVG and style, light and dark as the reader has it, without script. The account is finished;
+/// `texts` holds the lines of its incidents.
 std::string HtmlReport(const Account& account, const LineTexts& texts);
 
 } // namespace routerlog

@@ -8,8 +8,8 @@
 
 namespace routerlog {
 
-/// Writes one document, values in the order of the calls. Names and values must come in an order that makes sense; that
-/// is the caller's part.
+/// Writes one document, values in the order of the calls. Names and values must come in an order that makes sense;
+/// that is the caller's part.
 class JsonWriter
 {
 public:
