@@ -29,6 +29,11 @@ protected:
             return ::GetForegroundWindow() == DebugWindow() && desktop::HasKeyboard("Debug Window");
         };
         for (int attempt = 0; attempt < 3 && !hasKeyboard(); ++attempt) {
+            if (attempt > 0) {
+                // Wine 10 asks the display for the keyboard only when another window becomes the foreground
+                // window. One that followed a hidden dialog there does not get it by a click.
+                ASSERT_TRUE(desktop::Click({900, 700})) << "the desktop";
+            }
             const RECT window = Around(DebugWindow());
             ASSERT_TRUE(desktop::Click({(window.left + window.right) / 2, window.top + 12})) << "the title bar";
             support::WaitUntil(hasKeyboard, std::chrono::seconds(10));
