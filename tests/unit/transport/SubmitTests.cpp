@@ -145,7 +145,7 @@ TEST_F(Submit, PacketsThatAreLeftAreDestroyed)
     const auto leave = [this](int packets) {
         Outgoing other(connection);
         for (int packet = 0; packet < packets; ++packet) {
-            other.Send(3, 1, {reinterpret_cast<const std::uint8_t*>("left over"), 9});
+            other.Send(3, 1, reinterpret_cast<const std::uint8_t*>("left over"), 9);
         }
         EXPECT_EQ(other.Queue().GetCount(), packets);
         RecordingTrace::Clear();
