@@ -64,11 +64,8 @@ RouterSession::RouterSession(Transport transport)
 
 RouterSession::~RouterSession()
 {
-    const bool endedBeforeItsClient = m_object != nullptr && WaitForEnd(std::chrono::seconds(0));
     Release();
-    if (endedBeforeItsClient) {
-        ForgetKilledServers();
-    } else if (m_process && !WaitForEnd(std::chrono::seconds(5))) {
+    if (m_process && !WaitForEnd(std::chrono::seconds(5))) {
         ::TerminateProcess(m_process.Get(), 98);
         WaitForEnd();
         ForgetKilledServers();
@@ -112,8 +109,8 @@ bool RouterSession::Activate()
     };
     void* object = nullptr;
     HRESULT result = create(&object);
-    if (FAILED(result) && ProcessesNamed(RouterName).empty()) {
-        // The class object of a router that has ended: 0x800706BA from Wine 8, 0x80004002 from Wine 10.
+    if (result == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE) && ProcessesNamed(RouterName).empty()) {
+        // The class object of a router that has ended; see ForgetKilledServers.
         ForgetKilledServers();
         result = create(&object);
     }

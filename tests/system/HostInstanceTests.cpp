@@ -1,5 +1,4 @@
 // The built router as a process: one at a time, its start and its end.
-#include "tests/support/KilledServer.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/RegistryListing.h"
@@ -21,7 +20,6 @@ protected:
             Quit(0);
             EXPECT_EQ(m_router->WaitForExit(), 0U);
         }
-        ForgetKilledServers(); // one that ended without a client's release
     }
 
     /// Starts the program as a person would, and waits until it serves.
