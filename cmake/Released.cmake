@@ -4,8 +4,8 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/Version.h.in ${MORVANE_GENERATED_DIR}
 configure_file(${PROJECT_SOURCE_DIR}/host/MorvanePortRouter.manifest
     ${MORVANE_GENERATED_DIR}/MorvanePortRouter.manifest @ONLY)
 
-# For ./package, which reads no CMake.
-file(CONFIGURE OUTPUT ${MORVANE_GENERATED_DIR}/version CONTENT "@PROJECT_VERSION@\n" @ONLY)
+# For ./package, which reads no CMake. The ending keeps the file from standing in for the header <version>.
+file(CONFIGURE OUTPUT ${MORVANE_GENERATED_DIR}/version.txt CONTENT "@PROJECT_VERSION@\n" @ONLY)
 
 # What a resource script with a version block is made of besides itself.
 set(MORVANE_VERSION_PARTS ${MORVANE_GENERATED_DIR}/Version.h ${PROJECT_SOURCE_DIR}/win32/VersionBlock.rc)
