@@ -127,6 +127,14 @@ if(TARGET Client32)
 endif()
 morvane_use_testdriver(system_tests)
 
+# Hostile ends, all beside one well-behaved client of one router.
+morvane_test_sources(hostile_sources system/hostile
+    HostileCallTests.cpp HostileClientTests.cpp HostileFixture.cpp HostileInstrumentTests.cpp HostileVanishTests.cpp
+    InstrumentScript.cpp WellBehavedClient.cpp)
+morvane_add_gtest(hostile_tests SOURCES ${hostile_sources} LIBRARIES morvane_testsupport)
+add_dependencies(hostile_tests MorvanePortRouter RouterProbe InstrumentSimulator)
+morvane_add_test(TARGET hostile_tests LABEL system SHARDS 2 TIMEOUT 400)
+
 # Compiled with the flags of the programs, optimisation included.
 add_executable(StackOverrun ${PROJECT_SOURCE_DIR}/tests/system/overrun/Main.cpp)
 target_link_libraries(StackOverrun PRIVATE morvane_flags)

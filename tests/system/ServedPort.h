@@ -3,6 +3,7 @@
 
 #include "tests/support/PipeClient.h"
 #include "tests/support/RouterSession.h"
+#include "tests/support/UniqueName.h"
 
 #include <string>
 #include <string_view>
