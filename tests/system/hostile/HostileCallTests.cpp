@@ -250,8 +250,7 @@ void CallsFromFourThreads(End&)
 }
 
 class HostileCall : public hostile::HostileEnd
-{
-};
+{};
 
 TEST_P(HostileCall, CostsTheOtherClientNothing)
 {
@@ -259,24 +258,27 @@ TEST_P(HostileCall, CostsTheOtherClientNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(RegistersAName, HostileCall, testing::ValuesIn(Names()), hostile::NameOf);
-INSTANTIATE_TEST_SUITE_P(
-    RegistersSizes, HostileCall,
-    testing::Values(Sizes("Zero", 0, 0), Sizes("One", 1, 1), Sizes("NoReadBuffer", 0, 4096),
-                    Sizes("NoWriteBuffer", 4096, 0), Sizes("BelowZero", -1, -1),
-                    Sizes("TheLowest", LONG_MIN, LONG_MIN), Sizes("AMegabyte", 1 << 20, 1 << 20),
-                    Sizes("AHundredMegabytes", 100 << 20, 100 << 20), Sizes("TheHighest", 1, LONG_MAX)),
-    hostile::NameOf);
-INSTANTIATE_TEST_SUITE_P(
-    RegistersAnAddress, HostileCall,
-    testing::Values(Address("OfTheDownloader", 0, 0), Address("AnyDevice", -1, 2), Address("AnyPort", 3, UINT_MAX),
-                    Address("OfTheIdlePacket", 238, 238), Address("ThatNeedsTwoBytes", 259, 1),
-                    Address("TheLowest", LONG_MIN, 0), Address("TheHighest", LONG_MAX, UINT_MAX),
-                    Case{"OfTheOtherClient", TheAddressOfTheOtherClient}, Case{"WithoutAName", NoName},
-                    Case{"WithThePipeOfTheOtherClient", ThePipeOfTheOtherClient}),
-    hostile::NameOf);
+INSTANTIATE_TEST_SUITE_P(RegistersSizes, HostileCall,
+                         testing::Values(Sizes("Zero", 0, 0), Sizes("One", 1, 1), Sizes("NoReadBuffer", 0, 4096),
+                                         Sizes("NoWriteBuffer", 4096, 0), Sizes("BelowZero", -1, -1),
+                                         Sizes("TheLowest", LONG_MIN, LONG_MIN),
+                                         Sizes("AMegabyte", 1 << 20, 1 << 20),
+                                         Sizes("AHundredMegabytes", 100 << 20, 100 << 20),
+                                         Sizes("TheHighest", 1, LONG_MAX)),
+                         hostile::NameOf);
+INSTANTIATE_TEST_SUITE_P(RegistersAnAddress, HostileCall,
+                         testing::Values(Address("OfTheDownloader", 0, 0), Address("AnyDevice", -1, 2),
+                                         Address("AnyPort", 3, UINT_MAX), Address("OfTheIdlePacket", 238, 238),
+                                         Address("ThatNeedsTwoBytes", 259, 1), Address("TheLowest", LONG_MIN, 0),
+                                         Address("TheHighest", LONG_MAX, UINT_MAX),
+                                         Case{"OfTheOtherClient", TheAddressOfTheOtherClient},
+                                         Case{"WithoutAName", NoName},
+                                         Case{"WithThePipeOfTheOtherClient", ThePipeOfTheOtherClient}),
+                         hostile::NameOf);
 INSTANTIATE_TEST_SUITE_P(
     Makes, HostileCall,
-    testing::Values(Case{"CallsOfMethodsThatThereAreNot", Methods}, Case{"ACallWithTooFewArguments", TooFewArguments},
+    testing::Values(Case{"CallsOfMethodsThatThereAreNot", Methods},
+                    Case{"ACallWithTooFewArguments", TooFewArguments},
                     Case{"ACallWithTooManyArguments", TooManyArguments},
                     Case{"ACallWithArgumentsOfOtherTypes", ArgumentsOfOtherTypes},
                     Case{"ACallOfAMethodAsAProperty", AMethodAsAProperty},

@@ -329,8 +329,7 @@ void HoldWhilePortGoes(End& end, bool release)
     }));
     ASSERT_TRUE(support::WaitFor(registered.Get()));
     EXPECT_TRUE(served::Open(client, name));
-    EXPECT_TRUE(client.Write("never read") &&
-                support::WaitUntil([&] { return client.Available() > 0; }));
+    EXPECT_TRUE(client.Write("never read") && support::WaitUntil([&] { return client.Available() > 0; }));
     opened.Set();
     EXPECT_TRUE(end.Everyone().Client().Does(40));
     client.Close();
@@ -366,41 +365,40 @@ void LendsItsPipeToAnotherProcess(End& end)
 }
 
 class HostileClient : public hostile::HostileEnd
-{
-};
+{};
 
 TEST_P(HostileClient, CostsTheOtherClientNothing)
 {
     ActAndLook();
 }
 
-const auto Reading =
-    testing::Values(Case{"Never", NeverReads}, Case{"OneByteAtATime", ReadsOneByteAtATime},
-                    Case{"HalfAnAnswerAndLeaves", ReadsHalfAnAnswerAndLeaves},
-                    Case{"NothingButLooks", LooksAndNeverTakes}, Case{"AndCancelsEveryRead", CancelsEveryRead},
-                    Case{"WithoutAnAnswerToCome", ReadsWithAReadPending});
+const auto Reading = testing::Values(
+    Case{"Never", NeverReads}, Case{"OneByteAtATime", ReadsOneByteAtATime},
+    Case{"HalfAnAnswerAndLeaves", ReadsHalfAnAnswerAndLeaves}, Case{"NothingButLooks", LooksAndNeverTakes},
+    Case{"AndCancelsEveryRead", CancelsEveryRead}, Case{"WithoutAnAnswerToCome", ReadsWithAReadPending});
 const auto Writing = testing::Values(
     Case{"AByteAtATime", WritesAByteAtATime}, Case{"NothingOften", WritesNothingOftenAndThenSomething},
     Case{"AMegabyteAtOnce", Writes1MBAtOnce}, Case{"AMegabyteAndNeverReads", Writes1MBAndNeverReads},
     Case{"MoreThanItsReadBuffer", WritesMoreThanItsReadBuffer},
-    Case{"MoreThanAPacketHolds", WritesMoreThanAPacketHolds}, Case{"WhatLooksLikePackets", SendsWhatLooksLikePackets},
-    Case{"SyncBytesOnly", SendsSyncBytesOnly}, Case{"FormatDirectives", SendsFormatDirectives},
-    Case{"FromTwoThreads", WritesFromTwoThreads}, Case{"SixHundredRequestsAhead", Sends600RequestsAhead});
-const auto Opening = testing::Values(
-    Case{"ForReadingOnly", OpensForReadingOnly}, Case{"ForWritingOnly", OpensForWritingOnly},
-    Case{"ForNeither", OpensForNeither}, Case{"AndClosesAtOnce", OpensAndClosesAtOnce},
-    Case{"ItsPipeTwice", OpensItsPipeTwice}, Case{"TheOtherClientsPipe", TriesTheOtherClientsPipe},
-    Case{"AServerOfTheOtherClientsPipe", ServesTheOtherClientsPipe},
-    Case{"AServerOfItsPipeBeforeTheRouter", ServesItsPipeBeforeTheRouterDoes},
-    Case{"AndTurnsItsEndNotToWait", TurnsItsEndNotToWait},
-    Case{"AndDisconnectsAsTheServer", DisconnectsAsIfItWereTheServer});
-const auto Leaving = testing::Values(
-    Case{"InMidWrite", LeavesInMidWrite}, Case{"WithAnswersUnread", LeavesWithAnswersUnread},
-    Case{"ItsPipeHeldWhenItsPortIsRemoved", [](End& end) { HoldWhilePortGoes(end, false); }},
-    Case{"ItsPipeHeldWhenItsObjectIsReleased", [](End& end) { HoldWhilePortGoes(end, true); }},
-    Case{"KilledWhileItSends", [](End& end) { IsKilled(end, L"measure --count 0 --size 3000"); }},
-    Case{"KilledWhileItListens", [](End& end) { IsKilled(end, L"listen"); }},
-    Case{"ItsPipeToAnotherProcess", LendsItsPipeToAnotherProcess});
+    Case{"MoreThanAPacketHolds", WritesMoreThanAPacketHolds},
+    Case{"WhatLooksLikePackets", SendsWhatLooksLikePackets}, Case{"SyncBytesOnly", SendsSyncBytesOnly},
+    Case{"FormatDirectives", SendsFormatDirectives}, Case{"FromTwoThreads", WritesFromTwoThreads},
+    Case{"SixHundredRequestsAhead", Sends600RequestsAhead});
+const auto Opening =
+    testing::Values(Case{"ForReadingOnly", OpensForReadingOnly}, Case{"ForWritingOnly", OpensForWritingOnly},
+                    Case{"ForNeither", OpensForNeither}, Case{"AndClosesAtOnce", OpensAndClosesAtOnce},
+                    Case{"ItsPipeTwice", OpensItsPipeTwice}, Case{"TheOtherClientsPipe", TriesTheOtherClientsPipe},
+                    Case{"AServerOfTheOtherClientsPipe", ServesTheOtherClientsPipe},
+                    Case{"AServerOfItsPipeBeforeTheRouter", ServesItsPipeBeforeTheRouterDoes},
+                    Case{"AndTurnsItsEndNotToWait", TurnsItsEndNotToWait},
+                    Case{"AndDisconnectsAsTheServer", DisconnectsAsIfItWereTheServer});
+const auto Leaving =
+    testing::Values(Case{"InMidWrite", LeavesInMidWrite}, Case{"WithAnswersUnread", LeavesWithAnswersUnread},
+                    Case{"ItsPipeHeldWhenItsPortIsRemoved", [](End& end) { HoldWhilePortGoes(end, false); }},
+                    Case{"ItsPipeHeldWhenItsObjectIsReleased", [](End& end) { HoldWhilePortGoes(end, true); }},
+                    Case{"KilledWhileItSends", [](End& end) { IsKilled(end, L"measure --count 0 --size 3000"); }},
+                    Case{"KilledWhileItListens", [](End& end) { IsKilled(end, L"listen"); }},
+                    Case{"ItsPipeToAnotherProcess", LendsItsPipeToAnotherProcess});
 
 INSTANTIATE_TEST_SUITE_P(Reads, HostileClient, Reading, hostile::NameOf);
 INSTANTIATE_TEST_SUITE_P(Writes, HostileClient, Writing, hostile::NameOf);

@@ -28,8 +28,7 @@ class OrderlyEnd : public testing::Environment
     }
 };
 
-[[maybe_unused]] const testing::Environment* const environment =
-    testing::AddGlobalTestEnvironment(new OrderlyEnd);
+[[maybe_unused]] const testing::Environment* const environment = testing::AddGlobalTestEnvironment(new OrderlyEnd);
 
 } // namespace
 

@@ -1,5 +1,5 @@
-// The built router between an instrument, a well-behaved client and ends that are not: each test is one thing that a
-// hostile end does.
+// The built router between an instrument, a well-behaved client and ends that are not: each test is one thing that
+// a hostile end does.
 #pragma once
 
 #include "tests/support/PipeClient.h"

@@ -17,9 +17,8 @@ void Provoke(End& end, const char* misdeed)
     auto& client = end.Hold(std::make_shared<PipeClient>());
     const std::string pipe = end.Register(hostile::PortOfMisdeed(misdeed));
     // A pipe that was opened may be recreated at once, and the request goes with it.
-    ASSERT_TRUE(support::WaitUntil([&] {
-        return client.Open(pipe) && client.Write("go") && seen.Read(std::chrono::seconds(5)) == "seen";
-    }));
+    ASSERT_TRUE(support::WaitUntil(
+        [&] { return client.Open(pipe) && client.Write("go") && seen.Read(std::chrono::seconds(5)) == "seen"; }));
 }
 
 /// With a client on a port numbered 2 that reads nothing.
@@ -50,8 +49,7 @@ std::vector<Case> BesideAStuckListener()
 }
 
 class HostileInstrument : public hostile::HostileEnd
-{
-};
+{};
 
 TEST_P(HostileInstrument, CostsTheOtherClientNothing)
 {

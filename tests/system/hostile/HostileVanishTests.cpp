@@ -163,8 +163,7 @@ void SaysOneByteAndLeaves(End& end)
 }
 
 class HostileInstrumentThatLeaves : public hostile::HostileEnd
-{
-};
+{};
 
 TEST_P(HostileInstrumentThatLeaves, ServesTheOtherClientAgain)
 {
@@ -176,8 +175,8 @@ INSTANTIATE_TEST_SUITE_P(Goes, HostileInstrumentThatLeaves,
                          testing::Values(Case{"WhileAClientWrites1MB", WhileAClientWrites1MB, true},
                                          Case{"WhileAListenerIsStuck", WhileAListenerIsStuck, true},
                                          Case{"WhilePortsComeAndGo", WhilePortsComeAndGo, true},
-                                         Case{"TwiceInARow", TwiceInARow, true},
-                                         Case{"Killed", Killed, true}, Case{"NeverReads", NeverReads, true},
+                                         Case{"TwiceInARow", TwiceInARow, true}, Case{"Killed", Killed, true},
+                                         Case{"NeverReads", NeverReads, true},
                                          Case{"LeavesAtOnceEachTime", LeavesAtOnceEachTime, true},
                                          Case{"SaysOneByteAndLeaves", SaysOneByteAndLeaves, true}),
                          hostile::NameOf);

@@ -160,17 +160,10 @@ const std::vector<Misdeed>& Misdeeds()
 const std::vector<Leaving>& Leavings()
 {
     static const std::vector<Leaving> all = {
-        {"BeforeTheAnswer", 0, 5},
-        {"AfterTheFirstSyncByte", 1, 5},
-        {"AfterBothSyncBytes", 2, 5},
-        {"InMidHeader", 7, 5},
-        {"BetweenTheBytesOfTheLength", 11, 5},
-        {"AfterTheHeader", 12, 5},
-        {"InMidPayload", 100, 5},
-        {"BeforeTheChecksum", 212, 5},
-        {"BeforeTheLastByte", 213, 5},
-        {"AfterTheAnswer", 214, 5},
-        {"ForAThirdOfASecond", 50, 333},
+        {"BeforeTheAnswer", 0, 5},  {"AfterTheFirstSyncByte", 1, 5},       {"AfterBothSyncBytes", 2, 5},
+        {"InMidHeader", 7, 5},      {"BetweenTheBytesOfTheLength", 11, 5}, {"AfterTheHeader", 12, 5},
+        {"InMidPayload", 100, 5},   {"BeforeTheChecksum", 212, 5},         {"BeforeTheLastByte", 213, 5},
+        {"AfterTheAnswer", 214, 5}, {"ForAThirdOfASecond", 50, 333},
     };
     return all;
 }
@@ -189,8 +182,9 @@ ULONG PortOfLeaving(std::string_view name)
 
 std::string InstrumentScript()
 {
-    // By design the router keeps the part of a packet that it had received when the instrument went, and takes what
-    // comes first afterwards for its rest. These zeros end it, so that nothing of the well-behaved client does.
+    // By design the router keeps the part of a packet that it had received when the instrument went, and takes
+    // what comes first afterwards for its rest. These zeros end it, so that nothing of the well-behaved client
+    // does.
     std::string script = "connected: " + Raw(std::string(66'000, '\0')) + "\n";
     for (const Misdeed& misdeed : Misdeeds()) {
         script += From(PortOfMisdeed(misdeed.name)) + misdeed.actions + "; send 10," + std::to_string(SeenPort) +

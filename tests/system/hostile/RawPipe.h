@@ -19,8 +19,8 @@ public:
         const std::string path = R"(\\.\pipe\)" + name;
         return support::WaitUntil(
             [&] {
-                m_pipe.Reset(::CreateFileA(path.c_str(), access, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
-                                           nullptr));
+                m_pipe.Reset(
+                    ::CreateFileA(path.c_str(), access, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
                 return static_cast<bool>(m_pipe);
             },
             timeout);
@@ -58,8 +58,8 @@ public:
         const bool done = m_read.CompletedAtStart() || support::WaitFor(m_read.EventHandle(), timeout);
         // A part of a message is a read that failed with ERROR_MORE_DATA.
         return done && (m_read.Finish(m_pipe.Get(), length) || ::GetLastError() == ERROR_MORE_DATA)
-                   ? (length != 0 ? length : static_cast<DWORD>(m_buffer.size()))
-                   : 0;
+                 ? (length != 0 ? length : static_cast<DWORD>(m_buffer.size()))
+                 : 0;
     }
     void Close()
     {

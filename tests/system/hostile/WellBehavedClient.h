@@ -8,8 +8,8 @@
 #include <string>
 
 /// Sends one request after the other on a thread of its own and expects each to come back. A pipe that breaks is
-/// opened again. A request that waited in the router when the instrument went is answered by the next connection, so
-/// answers to what was sent before the pipe broke are passed over.
+/// opened again. A request that waited in the router when the instrument went is answered by the next connection,
+/// so answers to what was sent before the pipe broke are passed over.
 class WellBehavedClient
 {
 public:
