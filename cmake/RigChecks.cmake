@@ -15,6 +15,8 @@ if(NOT WIN32)
 elseif(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
     morvane_add_script_test(wine_runs tests/rig/wine-runs)
     set_tests_properties(wine_runs PROPERTIES FIXTURES_REQUIRED wine)
+    morvane_add_script_test(long_runs tests/rig/long-runs)
+    set_tests_properties(long_runs PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wine)
     # Needs this tree's compilation database and generated header.
     morvane_add_script_test(locks cmake/check-locks)
     set_tests_properties(locks PROPERTIES TIMEOUT 300 PROCESSORS 2)

@@ -117,7 +117,7 @@ endif()
 
 morvane_test_sources(system_sources system
     Client32Tests.cpp FirmwareRouteTests.cpp HostActivationTests.cpp HostHardeningTests.cpp HostInstanceTests.cpp
-    HostRegistrationTests.cpp HostSessionEndTests.cpp HostWatchTests.cpp ProbeTests.cpp RegistryListing.cpp
+    HostRegistrationTests.cpp HostSessionEndTests.cpp HostWatchTests.cpp LongRun.cpp ProbeTests.cpp RegistryListing.cpp
     RouterLogAccount.cpp RouteTests.cpp SoakTests.cpp UnplugSoakTests.cpp UsbRouteTests.cpp)
 morvane_add_gtest(system_tests SOURCES ${system_sources} ${PROJECT_SOURCE_DIR}/tests/unit/bus/UsbRouterEnd.cpp
     LIBRARIES morvane_testsupport morvane_recordingtrace morvane_diag morvane_transport)

@@ -1,180 +1,249 @@
-// Hours in minutes: four ports that stay, three clients that come and go all the time, one router.
+// Hours in minutes: four ports that stay, while clients come, go and are killed; and ports that are registered and
+// removed without end.
 //
-// MORVANE_SOAK_PACKETS sets how many packets go over the four ports in all; the default is a short run.
-#include "tests/support/PipeClient.h"
+// MORVANE_SOAK_PACKETS sets how many packets go over the four ports in all, MORVANE_SOAK_REGISTRATIONS how often a
+// port is registered and removed; the defaults are short runs.
 #include "tests/support/ProcessUsage.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
+#include "tests/system/LongRun.h"
+#include "tests/system/Resident.h"
 #include "tests/system/SimulatorProcess.h"
 #include "win32/Thread.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <functional>
+#include <memory>
+#include <optional>
 #include <vector>
 
 namespace {
 
-constexpr int Ports = 4;
+constexpr std::size_t Ports = 4;
 constexpr int Visitors = 3;
+/// From so many packets on what the router needs once no longer shows.
+constexpr std::size_t LongRunPackets = 100'000;
 
-int PacketsInAll()
-{
-    const char* const wanted = std::getenv("MORVANE_SOAK_PACKETS");
-    return wanted != nullptr ? std::atoi(wanted) : 6'000;
-}
-
-/// Of all residents together.
-struct Progress
-{
-    std::atomic<int> answered{0};
-    std::atomic<bool> failed{false};
-
-    bool HasReached(int count) const { return failed || answered >= count; }
-};
-
-/// One port that stays: its client sends numbered requests and checks every answer.
-class Resident
+/// Clients that come, ask, go and come again, as processes of their own. Every third one is killed in the middle
+/// of its requests.
+class Visitor
 {
 public:
-    bool Open(const std::string& name)
+    /// The one to be killed opens a pipe that this process has registered: Wine never releases the object of a
+    /// client that was killed, and the router would keep its port.
+    Visitor(int id, std::string sharedPipe)
+        : m_id(std::to_wstring(id)), m_pipe(sharedPipe.begin(), sharedPipe.end())
     {
-        return support::WaitUntil([&] {
-            return m_client.Open(name) && m_client.Write("hello") &&
-                   m_client.Read(std::chrono::seconds(3)) == "hello";
-        });
-    }
-    void Run(int id, int requests, Progress& progress)
-    {
-        m_thread.Start([this, id, requests, &progress] {
-            for (int request = 0; request < requests; ++request) {
-                std::string text = std::to_string(id) + ":" + std::to_string(request) + ":";
-                text.resize(20 + static_cast<std::size_t>(request % 700), 'x');
-                if (!m_client.Write(text) || m_client.Read() != text) {
-                    progress.failed = true;
-                    return;
-                }
-                ++progress.answered;
+        m_thread.Start([this] {
+            for (int visit = 0; m_go; ++visit) {
+                visit % 3 == 2 ? VisitAndDie() : Visit();
             }
         });
     }
-    void Join() { m_thread.Join(); }
+    int Visits() const { return m_visits; }
+    int Deaths() const { return m_deaths; }
+    int Faults() const { return m_faults; }
+    void Stop()
+    {
+        m_go = false;
+        m_thread.Join();
+    }
 
 private:
-    support::PipeClient m_client;
+    void Visit()
+    {
+        const support::ChildProcess probe(Program(), L"measure --port 5," + m_id + L" --count 20 --quiet");
+        m_faults += probe.WaitForExit(std::chrono::minutes(2)) == 0u ? 0 : 1;
+        ++m_visits;
+    }
+    void VisitAndDie()
+    {
+        const std::wstring ready = support::UniqueName(L"VisitorReady");
+        const win32::KernelHandle event(::CreateEventW(nullptr, TRUE, FALSE, ready.c_str()));
+        const support::ChildProcess probe(Program(),
+                                          L"measure --count 0 --quiet --attach --open-timeout 60 --port 6," +
+                                              m_id + L" --pipe-name " + m_pipe + L" --ready-event " + ready);
+        m_faults += support::WaitFor(event.Get(), std::chrono::minutes(2)) ? 0 : 1;
+        probe.WaitForExit(std::chrono::milliseconds(50)); // it does not end, it sends meanwhile
+        probe.Kill();
+        probe.WaitForExit();
+        ++m_deaths;
+    }
+    static std::filesystem::path Program() { return support::ProgramFolder() / L"RouterProbe.exe"; }
+
+    const std::wstring m_id;
+    const std::wstring m_pipe;
+    std::atomic<int> m_visits{0};
+    std::atomic<int> m_deaths{0};
+    std::atomic<int> m_faults{0};
+    std::atomic<bool> m_go{true};
     win32::Thread m_thread;
 };
 
-/// A client that comes, asks, goes and comes again, as a process of its own; every third one is killed.
-void Visit(int id, const std::atomic<bool>& go, std::atomic<int>& visits)
+class Soak : public testing::Test
 {
-    const std::wstring switches = L"measure --port 5," + std::to_wstring(id) + L" --count 20 --quiet";
-    for (int visit = 0; go; ++visit) {
-        const support::ChildProcess probe(support::ProgramFolder() / L"RouterProbe.exe", switches);
-        if (visit % 3 == 2) {
-            probe.WaitForExit(std::chrono::milliseconds(700));
-            probe.Kill();
+protected:
+    /// Starts a simulated instrument, the router and the residents.
+    void Start(std::size_t requestsEach)
+    {
+        RouterSession::SetMask(-1, 0x00180000);
+        simulator.emplace(std::wstring());
+        ASSERT_TRUE(simulator->WaitUntilServed());
+        ASSERT_TRUE(session.Activate());
+        for (std::size_t port = 0; port < Ports; ++port) {
+            residents.push_back(std::make_unique<Resident>(requestsEach));
+            ASSERT_TRUE(residents.back()->Open(served::Register(session, 3, static_cast<ULONG>(port + 1))));
         }
-        probe.WaitForExit();
-        ++visits;
+        for (std::size_t port = 0; port < Ports; ++port) {
+            residents[port]->Run(static_cast<int>(port), answered, go);
+        }
     }
-}
-
-/// The median of what the router holds, looked at until `over`: visitors come and go, and a single look catches
-/// them at any moment of that.
-ProcessUsage MedianUsage(const RouterSession& session, const std::function<bool()>& over)
-{
-    std::vector<DWORD> handles;
-    std::vector<std::size_t> bytes;
-    // A router that ends takes the residents with it, and so ends this.
-    do {
-        const ProcessUsage usage = UsageOf(::GetProcessId(session.Process()));
-        handles.push_back(usage.handles);
-        bytes.push_back(usage.privateBytes);
-    } while (!support::WaitFor(session.Process(), std::chrono::milliseconds(50)) && !over());
-    const auto middle = static_cast<std::ptrdiff_t>(handles.size() / 2);
-    std::nth_element(handles.begin(), handles.begin() + middle, handles.end());
-    std::nth_element(bytes.begin(), bytes.begin() + middle, bytes.end());
-    return {handles[handles.size() / 2], bytes[bytes.size() / 2]};
-}
-
-std::size_t SkippedPackets(const RouterSession& session)
-{
-    std::ifstream in(session.LogFile().parent_path() / L"USBPortRouterSkippedPacket.log");
-    std::size_t gaps = 0;
-    for (std::string line; std::getline(in, line);) {
-        // The instrument's step from 255 to 0 is always reported.
-        gaps += line.find("Previous Packet#   255  Current Packet# 0") == std::string::npos ? 1 : 0;
+    void Join()
+    {
+        for (const auto& resident : residents) {
+            resident->Join();
+        }
     }
-    return gaps;
-}
-
-TEST(Soak, NothingIsLostOnThePortsThatStayAndTheRouterStaysAsLargeAsItWas)
-{
-    RouterSession session(RouterSession::Transport::Simulation);
-    RouterSession::SetMask(-1, 0x00180000);
-    const SimulatorProcess simulator{std::wstring()};
-    ASSERT_TRUE(simulator.WaitUntilServed());
-    ASSERT_TRUE(session.Activate());
-
-    std::array<Resident, Ports> residents;
-    for (int port = 0; port < Ports; ++port) {
-        const std::string name = support::UniqueName("Soak");
-        ASSERT_EQ(session.RegisterPort(3, static_cast<ULONG>(port + 1), {name.begin(), name.end()}), S_OK);
-        ASSERT_TRUE(residents[static_cast<std::size_t>(port)].Open(name));
+    ProcessUsage Usage() const { return UsageOf(::GetProcessId(session.Process())); }
+    std::size_t SkippedPackets() const
+    {
+        std::ifstream in(session.LogFile().parent_path() / L"USBPortRouterSkippedPacket.log");
+        std::size_t gaps = 0;
+        for (std::string line; std::getline(in, line);) {
+            // The instrument's step from 255 to 0 is always reported.
+            gaps += line.find("Previous Packet#   255  Current Packet# 0") == std::string::npos ? 1 : 0;
+        }
+        return gaps;
+    }
+    void ExpectNothingLost()
+    {
+        EXPECT_FALSE(answered.failed);
+        EXPECT_EQ(SkippedPackets(), 0u);
+        const std::string summary = simulator->Summary();
+        EXPECT_NE(summary.find("faults of the router: 0 number gaps, 0 wrong checksums, 0 bytes outside packets"),
+                  std::string::npos)
+            << summary;
+    }
+    static void ExpectSteady(const ProcessUsage& early, const ProcessUsage& late, bool longRun)
+    {
+        ASSERT_NE(early.handles, 0u);
+        ASSERT_NE(early.privateBytes, 0u);
+        // In a short run a visitor that comes or goes just then shows, and the heap still grows to its working
+        // size. What is leaked for every packet stands out in the long run.
+        EXPECT_LE(late.handles, early.handles + (longRun ? 4u : 20u * Visitors));
+        EXPECT_LE(late.privateBytes, early.privateBytes + (longRun ? 1u << 20 : 12u << 20));
+    }
+    /// Medians of the first and of the last tenth, which a long run must not let drift apart by a tenth.
+    static void ExpectSteady(const char* what, std::int64_t first, std::int64_t last, bool longRun)
+    {
+        longrun::PrintFigure(what, std::to_string(first) + " us in the first tenth, " + std::to_string(last) +
+                                       " us in the last");
+        EXPECT_GT(first, 0);
+        if (longRun) {
+            EXPECT_LE(last, first + first / 10);
+        }
     }
 
-    const int each = PacketsInAll() / Ports;
-    const int all = each * Ports;
-    Progress progress;
+    RouterSession session{RouterSession::Transport::Simulation};
+    std::optional<SimulatorProcess> simulator;
+    Answered answered;
     std::atomic<bool> go{true};
-    std::atomic<int> visits{0};
-    std::array<win32::Thread, Visitors> visitors;
-    for (int visitor = 0; visitor < Visitors; ++visitor) {
-        visitors[static_cast<std::size_t>(visitor)].Start(
-            [visitor, &go, &visits] { Visit(visitor + 1, go, visits); });
-    }
-    for (int port = 0; port < Ports; ++port) {
-        residents[static_cast<std::size_t>(port)].Run(port, each, progress);
-    }
-    // What a router needs once (its log, the visitors' ports and names) it has by a quarter of the run.
-    ASSERT_TRUE(support::WaitUntil([&] { return progress.HasReached(all / 4) && visits >= Visitors; },
-                                   std::chrono::hours(1)));
-    const ProcessUsage early = MedianUsage(session, [&] { return progress.HasReached(all / 2); });
-    ASSERT_TRUE(support::WaitUntil([&] { return progress.HasReached(all * 3 / 4); }, std::chrono::hours(1)));
-    const ProcessUsage late = MedianUsage(session, [&] { return progress.HasReached(all); });
-    for (Resident& resident : residents) {
-        resident.Join();
-    }
-    go = false;
-    for (win32::Thread& visitor : visitors) {
-        visitor.Join();
+    std::vector<std::unique_ptr<Resident>> residents;
+    longrun::UsageSeries usage;
+};
+
+TEST_F(Soak, NothingIsLostWhileClientsComeGoAndAreKilled)
+{
+    const std::size_t each = longrun::Size("MORVANE_SOAK_PACKETS", 6'000) / Ports;
+    const std::size_t all = each * Ports;
+    ASSERT_NO_FATAL_FAILURE(Start(each));
+    std::vector<std::unique_ptr<Visitor>> visitors;
+    for (int id = 1; id <= Visitors; ++id) {
+        visitors.push_back(std::make_unique<Visitor>(id, served::Register(session, 6, static_cast<ULONG>(id))));
     }
 
-    std::printf("%d packets answered, %d visits; handles %lu then %lu, private memory %zu KB then %zu KB\n",
-                progress.answered.load(), visits.load(), static_cast<unsigned long>(early.handles),
-                static_cast<unsigned long>(late.handles), early.privateBytes / 1024, late.privateBytes / 1024);
-    ASSERT_NE(early.handles, 0u);
-    ASSERT_NE(early.privateBytes, 0u);
-    EXPECT_EQ(progress.answered, all);
-    EXPECT_EQ(SkippedPackets(session), 0u);
-    const std::string summary = simulator.Summary();
-    EXPECT_NE(summary.find("faults of the router: 0 number gaps, 0 wrong checksums, 0 bytes outside packets"),
-              std::string::npos)
-        << summary;
-    // A visitor that comes or goes at the moment of the count has a port more or less open.
-    EXPECT_LE(late.handles, early.handles + 20 * Visitors);
-    // The heap of a young router still grows to its working size, and under Wine, which never cleans up behind a
-    // killed client, each of those leaves about 100 KB in it. What is leaked for every packet stands out in the
-    // long run.
-    EXPECT_LE(late.privateBytes, early.privateBytes + (12u << 20));
+    longrun::Progress progress("packets", all);
+    // A router that ends takes the residents with it, and so ends this.
+    while (!answered.HasReached(all) && !support::WaitFor(session.Process(), std::chrono::milliseconds(50))) {
+        usage.Add(answered.count, Usage());
+        progress.Show(answered.count, usage.Last());
+    }
+    Join();
+    // In the shortest of runs the visitors are still at their first visit.
+    EXPECT_TRUE(support::WaitUntil([&] { return visitors[0]->Deaths() > 0; }, std::chrono::minutes(2)));
+    int visits = 0;
+    int deaths = 0;
+    for (const auto& visitor : visitors) {
+        visitor->Stop();
+        visits += visitor->Visits();
+        deaths += visitor->Deaths();
+        EXPECT_EQ(visitor->Faults(), 0);
+    }
+
+    longrun::PrintFigure("packets answered", std::to_string(answered.count) + " of " + std::to_string(all));
+    longrun::PrintFigure("packets, clients meanwhile", std::to_string(visits) + " that came and went, " +
+                                                           std::to_string(deaths) + " that were killed");
+    EXPECT_EQ(answered.count, all);
+    ExpectNothingLost();
+    const ProcessUsage early = usage.MedianBetween(all / 4, all / 2);
+    const ProcessUsage late = usage.MedianBetween(all * 3 / 4, all + 1);
+    longrun::PrintUsage("packets", early, late);
+    ExpectSteady(early, late, all >= LongRunPackets);
+    std::vector<std::int64_t> first;
+    std::vector<std::int64_t> last;
+    for (const auto& resident : residents) {
+        const auto& times = resident->Times();
+        first.insert(first.end(), times.FirstTenth().begin(), times.FirstTenth().end());
+        last.insert(last.end(), times.LastTenth().begin(), times.LastTenth().end());
+    }
+    ExpectSteady("packets, median answer time", longrun::Median(first), longrun::Median(last),
+                 all >= LongRunPackets);
+    visitors.clear();
     session.Release();
+    EXPECT_EQ(session.WaitForEnd(), 0u);
+}
+
+TEST_F(Soak, PortsAreRegisteredAndRemovedUnderTraffic)
+{
+    const std::size_t rounds = longrun::Size("MORVANE_SOAK_REGISTRATIONS", 60);
+    ASSERT_NO_FATAL_FAILURE(Start(SIZE_MAX));
+    longrun::AnswerTimes times(rounds);
+    longrun::Progress progress("registrations", rounds);
+    for (std::size_t round = 0; round < rounds && !answered.failed; ++round) {
+        const auto start = std::chrono::steady_clock::now();
+        const std::string pipe = served::Register(session, 7, static_cast<ULONG>(round % 200 + 1));
+        ASSERT_NE(pipe, "");
+        if (round % 10 == 0) {
+            support::PipeClient client;
+            ASSERT_TRUE(served::Open(client, pipe)) << round;
+        }
+        ASSERT_EQ(session.UnregisterPort(7, static_cast<ULONG>(round % 200 + 1)), S_OK);
+        if (round % 10 != 0) {
+            times.Add(round, std::chrono::duration_cast<std::chrono::microseconds>(
+                                 std::chrono::steady_clock::now() - start));
+        }
+        usage.Add(round, Usage());
+        progress.Show(round, usage.Last());
+    }
+    const std::size_t meanwhile = answered.count;
+    EXPECT_TRUE(support::WaitUntil([&] { return answered.HasReached(meanwhile + 40); }));
+    go = false;
+    Join();
+    longrun::PrintFigure("registrations and removals", std::to_string(rounds) + " while " +
+                                                           std::to_string(answered.count) +
+                                                           " packets were answered");
+    ExpectNothingLost();
+    const ProcessUsage early = usage.MedianBetween(rounds / 4, rounds / 2);
+    const ProcessUsage late = usage.MedianBetween(rounds * 3 / 4, rounds);
+    longrun::PrintUsage("registrations", early, late);
+    ExpectSteady(early, late, rounds >= 1'000);
+    ExpectSteady("registrations, median time of both calls", longrun::Median(times.FirstTenth()),
+                 longrun::Median(times.LastTenth()), rounds >= 1'000);
+    session.Release();
+    EXPECT_EQ(session.WaitForEnd(), 0u);
 }
 
 } // namespace

@@ -7,9 +7,9 @@
 #include "tests/instrument/InstrumentDriver.h"
 #include "tests/support/Frames.h"
 #include "tests/support/PipeClient.h"
-#include "tests/support/ProcessUsage.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
+#include "tests/system/LongRun.h"
 #include "tests/system/RouterLogAccount.h"
 #include "win32/RegistryKey.h"
 #include "win32/Thread.h"
@@ -20,7 +20,6 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <vector>
 
@@ -29,12 +28,6 @@ namespace {
 constexpr std::uint32_t Slot = 0;
 constexpr std::uint8_t Out = 0x02;
 constexpr std::uint8_t In = 0x86;
-
-std::size_t Rounds()
-{
-    const char* const wanted = std::getenv("MORVANE_SOAK_UNPLUGS");
-    return wanted != nullptr ? static_cast<std::size_t>(std::atoi(wanted)) : 5;
-}
 
 /// Echoes every packet to its sender and keeps the payloads.
 class EchoInstrument
@@ -150,38 +143,6 @@ private:
     win32::Thread m_thread;
 };
 
-template <class T>
-T Median(std::vector<T> values)
-{
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
-/// Samples of the router, one for each round, always at the same moment of it.
-class UsageSeries
-{
-public:
-    void Add(const ProcessUsage& usage)
-    {
-        m_handles.push_back(usage.handles);
-        m_bytes.push_back(usage.privateBytes);
-    }
-    std::size_t Size() const { return m_handles.size(); }
-    /// Medians of a part of the series: single samples move by megabytes.
-    ProcessUsage MedianOf(std::size_t from, std::size_t to) const
-    {
-        const auto part = [&](const auto& all) {
-            return Median(std::vector(all.begin() + static_cast<std::ptrdiff_t>(from),
-                                      all.begin() + static_cast<std::ptrdiff_t>(to)));
-        };
-        return {part(m_handles), part(m_bytes)};
-    }
-
-private:
-    std::vector<DWORD> m_handles;
-    std::vector<std::size_t> m_bytes;
-};
-
 class UnplugSoak : public testing::Test
 {
 protected:
@@ -253,16 +214,18 @@ protected:
     std::optional<instrumentbus::InstrumentControl> bus;
     std::optional<EchoInstrument> instrument;
     std::array<std::optional<Client>, 2> clients;
-    UsageSeries usage;
+    longrun::UsageSeries usage; // one sample for each round, always at the same moment of it
 };
 
 TEST_F(UnplugSoak, NothingIsLostButWhatTheTraceTellsAndTheRouterStaysAsLargeAsItWas)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
-    const std::size_t rounds = Rounds();
+    const std::size_t rounds = longrun::Size("MORVANE_SOAK_UNPLUGS", 5);
+    longrun::Progress progress("rounds", rounds);
     for (std::size_t round = 0; round < rounds; ++round) {
         ASSERT_NO_FATAL_FAILURE(AwaitEchoes(5)) << "round " << round;
-        usage.Add(UsageOf(::GetProcessId(session.Process())));
+        usage.Add(round, UsageOf(::GetProcessId(session.Process())));
+        progress.Show(round, usage.Last());
         Unplug(round);
         ASSERT_NO_FATAL_FAILURE(Plug(round));
     }
@@ -276,19 +239,17 @@ TEST_F(UnplugSoak, NothingIsLostButWhatTheTraceTellsAndTheRouterStaysAsLargeAsIt
     EXPECT_EQ(session.WaitForEnd(), 0u);
 
     const RouterLogAccount account(session.LogFile(), instrument->Stop());
-    std::printf("%zu rounds: %s\n", rounds, account.Summary().c_str());
+    longrun::PrintFigure("rounds without the instrument", std::to_string(rounds));
+    longrun::PrintFigure("rounds, the account of every packet", account.Summary());
     EXPECT_GE(account.Connections(), rounds + 1);
     EXPECT_GT(account.Arrived(), rounds * 10);
     EXPECT_EQ(account.Faults(), "");
 
     // The first rounds bring what a router needs once.
     const std::size_t part = std::max<std::size_t>(rounds / 4, 1);
-    const ProcessUsage early = usage.MedianOf(part, std::min(2 * part, rounds));
-    const ProcessUsage late = usage.MedianOf(rounds - part, rounds);
-    std::printf(
-        "medians of the second and the last quarter: handles %lu then %lu, private memory %zu KB then %zu KB\n",
-        static_cast<unsigned long>(early.handles), static_cast<unsigned long>(late.handles),
-        early.privateBytes / 1024, late.privateBytes / 1024);
+    const ProcessUsage early = usage.MedianBetween(part, std::min(2 * part, rounds));
+    const ProcessUsage late = usage.MedianBetween(rounds - part, rounds);
+    longrun::PrintUsage("rounds", early, late);
     ASSERT_NE(early.handles, 0u);
     EXPECT_LE(late.handles, early.handles + (rounds >= 100 ? 0 : 4));
     EXPECT_LE(late.privateBytes, early.privateBytes + (rounds >= 100 ? 1u << 20 : 16u << 20));
