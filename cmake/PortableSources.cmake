@@ -3,6 +3,8 @@ set(MORVANE_PORTABLE_SOURCES
     ports/packet/WireFormat.cpp
     firmware/ChunkPlan.cpp
     firmware/DownloadDialogue.cpp
+    host/ScriptParser.cpp
+    trace/PacketText.cpp
     usb/Descriptors.cpp
     console/CommandLine.cpp
     console/HexDump.cpp

@@ -1,30 +1,34 @@
 # The native trees: portable sources and their tests, nothing else.
 include(PortableSources)
+add_library(morvane_portable OBJECT ${MORVANE_PORTABLE_SOURCES})
+target_link_libraries(morvane_portable PRIVATE morvane_flags)
 set(sources
-    EngineAnswerTests.cpp EngineFaultTests.cpp EngineFirmwareTests.cpp EngineFuzzTests.cpp EngineScriptTests.cpp
-    EngineToolboxTests.cpp FirmwareBootloaderTests.cpp FirmwareChunkTests.cpp FirmwareDialogueTests.cpp
-    FirmwareFuzzTests.cpp FirmwareReplyNumberTests.cpp FirmwareRetryTests.cpp UsbDescriptorFuzzTests.cpp
-    UsbDescriptorTests.cpp WireFormatTests.cpp)
+    EngineAnswerTests.cpp EngineFaultTests.cpp EngineFirmwareTests.cpp EngineScriptTests.cpp EngineToolboxTests.cpp
+    FirmwareBootloaderTests.cpp FirmwareChunkTests.cpp FirmwareDialogueTests.cpp FirmwareReplyNumberTests.cpp
+    FirmwareRetryTests.cpp ScriptParserTests.cpp UsbDescriptorTests.cpp WireFormatTests.cpp)
 list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/tests/wire/)
 if(MORVANE_HAVE_GOOGLETEST)
-    add_executable(wire_tests ${sources} ${MORVANE_PORTABLE_SOURCES})
-    target_link_libraries(wire_tests PRIVATE morvane_flags morvane_googletest)
-    # For the tests only: the portable sources have to name what they use.
+    add_executable(wire_tests ${sources})
+    target_link_libraries(wire_tests PRIVATE morvane_flags morvane_portable morvane_googletest)
     target_precompile_headers(wire_tests PRIVATE <gmock/gmock.h> <gtest/gtest.h>
         <algorithm> <cstdint> <functional> <random> <span> <string> <vector>)
-    set_source_files_properties(${MORVANE_PORTABLE_SOURCES} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
     morvane_add_test(TARGET wire_tests LABEL wire)
 endif()
 
 # RouterLog's portable half. The table of trace formats is compared with the product's sources.
 include(RouterLog)
+add_library(morvane_routerlog_portable OBJECT ${MORVANE_ROUTERLOG_SOURCES})
+target_link_libraries(morvane_routerlog_portable PRIVATE morvane_flags)
 morvane_sources(routerlog_tests tests/routerlog/portable/*.cpp)
 if(MORVANE_HAVE_GOOGLETEST)
-    add_executable(routerlog_portable_tests ${routerlog_tests} ${MORVANE_ROUTERLOG_SOURCES})
-    target_link_libraries(routerlog_portable_tests PRIVATE morvane_flags morvane_googletest)
+    add_executable(routerlog_portable_tests ${routerlog_tests})
+    target_link_libraries(routerlog_portable_tests PRIVATE
+        morvane_flags morvane_routerlog_portable morvane_googletest)
     target_compile_definitions(routerlog_portable_tests PRIVATE MORVANE_SOURCES="${PROJECT_SOURCE_DIR}")
     morvane_add_test(TARGET routerlog_portable_tests LABEL wire)
 endif()
+
+include(Fuzz)
 
 # The benchmark's rows about bytes alone.
 add_executable(bench_native EXCLUDE_FROM_ALL

@@ -1,6 +1,5 @@
 #include "host/RegistrarScript.h"
 
-#include "host/ScriptParser.h"
 #include "win32/RegistryKey.h"
 
 #include <algorithm>

@@ -2,7 +2,16 @@
 
 #include <cwctype>
 
-using Key = RegistrarScript::Key;
+namespace {
+
+using Key = RegistrationKey;
+
+bool IsBlank(wchar_t character)
+{
+    return std::iswspace(static_cast<std::wint_t>(character)) != 0;
+}
+
+} // namespace
 
 std::optional<std::vector<Key>> ScriptParser::Parse()
 {
@@ -18,7 +27,7 @@ std::optional<std::vector<Key>> ScriptParser::Parse()
 
 void ScriptParser::SkipBlanks()
 {
-    while (m_at < m_text.size() && std::iswspace(m_text[m_at])) {
+    while (m_at < m_text.size() && IsBlank(m_text[m_at])) {
         ++m_at;
     }
 }
@@ -33,7 +42,7 @@ void ScriptParser::Advance()
     if (m_text[m_at] == L'\'') {
         ReadQuoted();
     } else {
-        while (m_at < m_text.size() && !std::iswspace(m_text[m_at])) {
+        while (m_at < m_text.size() && !IsBlank(m_text[m_at])) {
             m_token.word += m_text[m_at++];
         }
     }
@@ -110,7 +119,7 @@ std::wstring ScriptParser::ParseText()
 std::vector<Key> ScriptParser::ParseBlock(Key* around)
 {
     std::vector<Key> keys;
-    m_malformed |= !Accept(L"{");
+    m_malformed |= ++m_level > MostLevels || !Accept(L"{");
     while (!m_malformed && !Accept(L"}")) {
         if (Accept(L"val")) {
             ParseValue(around);
@@ -118,6 +127,7 @@ std::vector<Key> ScriptParser::ParseBlock(Key* around)
             keys.push_back(ParseKey());
         }
     }
+    --m_level;
     return keys;
 }
 

@@ -5,30 +5,13 @@
 
 #include <memory>
 #include <new>
-#include <optional>
 #include <string>
-#include <utility>
 
 namespace {
 
 constexpr DWORD IdleTimeoutMs = 1000;
 constexpr PortAddress FirmwareAddress{0, 0};
 constexpr PortAddress BroadcastAddress{-1, 2}; // all ports numbered 2
-
-/// Takes a packet from the front of the reply buffer when it goes, also when handling the packet throws: left
-/// there it would be met, and throw, again and again, with everything behind it waiting.
-class ConsumeAtEnd
-{
-public:
-    ConsumeAtEnd(ReceiveBuffer& buffer, std::size_t length) noexcept : m_buffer(buffer), m_length(length) {}
-    ~ConsumeAtEnd() { m_buffer.Consume(m_length); }
-    ConsumeAtEnd(const ConsumeAtEnd&) = delete;
-    ConsumeAtEnd& operator=(const ConsumeAtEnd&) = delete;
-
-private:
-    ReceiveBuffer& m_buffer;
-    std::size_t m_length;
-};
 
 } // namespace
 
@@ -113,33 +96,13 @@ void Replies::Dispatch(std::span<const std::uint8_t> bytes)
     if (bytes.empty()) {
         return;
     }
-    m_ReplyBuffer.Append(bytes);
-    while (m_ReplyBuffer.Size() >= wire::LeastToLookAt) {
-        if (!SyncToFrame() || m_ReplyBuffer.Size() < wire::FrameOverhead) {
-            return; // too little is left, which the next call's bytes may complete
+    m_reader.Append(bytes);
+    m_reader.TakeFrames([this](const wire::Frame& frame) {
+        if (frame.packetType == wire::PortTraffic) {
+            Deliver(frame);
         }
-        const std::optional<wire::Frame> frame = wire::ParseFrame(m_ReplyBuffer.Bytes());
-        if (!frame) {
-            return; // the partial packet stands at the front and stays
-        }
-        {
-            const ConsumeAtEnd consume(m_ReplyBuffer, frame->Length());
-            if (frame->packetType == wire::PortTraffic) {
-                Deliver(*frame);
-            }
-            CheckNumber(frame->packetNumber);
-        }
-        SyncToFrame();
-    }
-}
-
-// Drops what stands in front of the next "##", everything when there is none: a lone '#' at the end goes with it.
-// Returns whether a pair is at the front now.
-bool Replies::SyncToFrame()
-{
-    const std::optional<std::size_t> at = wire::FindSync(m_ReplyBuffer.Bytes());
-    m_ReplyBuffer.Consume(at.value_or(m_ReplyBuffer.Size()));
-    return at.has_value();
+        CheckNumber(frame.packetNumber);
+    });
 }
 
 void Replies::Deliver(const wire::Frame& frame)

@@ -3,7 +3,7 @@
 
 #include "firmware/FirmwareDownloader.h"
 #include "ports/packet/CCommandQueue.h"
-#include "ports/packet/ReceiveBuffer.h"
+#include "ports/packet/FrameReader.h"
 #include "ports/packet/WireFormat.h"
 #include "transport/CCommunicationDriver.h"
 #include "transport/Connection.h"
@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <span>
 
-/// The reply thread runs everything here that does not name another thread; it alone touches the reply buffer.
+/// The reply thread runs everything here that does not name another thread; it alone touches the reader.
 class Replies
 {
 public:
@@ -44,7 +44,7 @@ public:
     void BeginNumbering() noexcept { m_nLastPacketNumber = 0; }
 
     /// Received bytes that wait for the rest of their packet.
-    std::size_t Buffered() const noexcept { return m_ReplyBuffer.Size(); }
+    std::size_t Buffered() const noexcept { return m_reader.Buffered(); }
 
 private:
     /// What the reply thread has to do next; of several the first counts.
@@ -54,7 +54,6 @@ private:
     void HandleBlock();
     void Deliver(const wire::Frame& frame);
     void CheckNumber(std::uint8_t received);
-    bool SyncToFrame();
 
     CCommunicationDriver& m_driver;
     Connection& m_connection;
@@ -62,5 +61,5 @@ private:
 
     CCommandQueue m_ReplyQueue{CCommandQueue::Waiting::Alone}; // received blocks
     std::atomic<std::uint8_t> m_nLastPacketNumber{0};
-    ReceiveBuffer m_ReplyBuffer; // kept over reconnects
+    FrameReader m_reader; // kept over reconnects
 };

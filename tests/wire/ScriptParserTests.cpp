@@ -1,0 +1,53 @@
+// Registration scripts as keys; tests/unit/host/RegistrarScriptTests.cpp has what becomes of them in the registry.
+#include "host/ScriptParser.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// A script whose keys lie in so many blocks.
+std::wstring Nested(std::size_t levels)
+{
+    std::wstring text = L"HKCR { ";
+    for (std::size_t level = 1; level < levels; ++level) {
+        text += L"Key { ";
+    }
+    for (std::size_t level = 0; level < levels; ++level) {
+        text += L"} ";
+    }
+    return text;
+}
+
+TEST(ScriptParser, ReadsBlocksUpToTheDeepestLevel)
+{
+    const auto keys = ScriptParser(Nested(ScriptParser::MostLevels), {}).Parse();
+    ASSERT_TRUE(keys);
+    std::size_t depth = 0;
+    for (const auto* level = &*keys; !level->empty(); level = &level->front().children) {
+        ++depth;
+    }
+    EXPECT_EQ(depth, ScriptParser::MostLevels - 1);
+}
+
+TEST(ScriptParser, RefusesABlockBeyondTheDeepestLevel)
+{
+    EXPECT_FALSE(ScriptParser(Nested(ScriptParser::MostLevels + 1), {}).Parse());
+}
+
+TEST(ScriptParser, RefusesBlocksThatWouldFillTheStack)
+{
+    EXPECT_FALSE(ScriptParser(Nested(1'000'000), {}).Parse());
+}
+
+TEST(ScriptParser, CountsOpenBlocksOnly)
+{
+    std::wstring text = L"HKCR { ";
+    for (int key = 0; key < 100; ++key) {
+        text += L"Key { } ";
+    }
+    const auto keys = ScriptParser(text + L"}", {}).Parse();
+    ASSERT_TRUE(keys);
+    EXPECT_EQ(keys->size(), 100u);
+}
+
+} // namespace
