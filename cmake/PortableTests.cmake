@@ -29,6 +29,9 @@ if(MORVANE_HAVE_GOOGLETEST)
 endif()
 
 include(Fuzz)
+if(NOT MORVANE_FUZZ)
+    include(Relacy)
+endif()
 
 # The benchmark's rows about bytes alone.
 add_executable(bench_native EXCLUDE_FROM_ALL
