@@ -11,6 +11,7 @@ set(MORVANE_PORTABLE_SOURCES
     instrument/Bootloader.cpp
     instrument/Engine.cpp
     instrument/Lexer.cpp
+    instrument/Lines.cpp
     instrument/Output.cpp
     instrument/Script.cpp
     instrument/SequencedPayload.cpp

@@ -20,8 +20,8 @@ morvane_module(console USES win32 SOURCES
 morvane_module(client USES win32 SOURCES
     ClientPipe.cpp RouterAutomation.cpp)
 morvane_module(instrument USES console testdriver packet win32 SOURCES
-    Bootloader.cpp ConsoleObserver.cpp Endpoint.cpp Engine.cpp Lexer.cpp Output.cpp PipeEndpoint.cpp
-    PlayProgram.cpp Script.cpp SequencedPayload.cpp UsbEndpoint.cpp)
+    Bootloader.cpp Endpoint.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
+    Script.cpp SequencedPayload.cpp UsbEndpoint.cpp)
 set(MORVANE_KIT_LIBRARIES morvane_client morvane_instrument morvane_console)
 
 # RouterLog has its portable half and what asks Windows in folders of their own, which its tests link too.

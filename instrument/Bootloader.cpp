@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <string>
-#include <string_view>
 #include <utility>
 
 namespace instrument {
@@ -14,24 +12,9 @@ constexpr std::string_view PrepareWord = "PREPARE_DOWNLOAD ";
 constexpr std::string_view ChunkWord = "DOWNLOAD ";
 constexpr std::string_view DoneWord = "DOWNLOAD_DONE";
 
-bool BeginsWith(std::span<const std::uint8_t> message, std::string_view word)
-{
-    return message.size() >= word.size() &&
-           std::equal(word.begin(), word.end(), message.begin(),
-                      [](char a, std::uint8_t b) { return static_cast<std::uint8_t>(a) == b; });
-}
-
 Bootloader::Answer Text(std::string_view text)
 {
     return {Bytes(text.begin(), text.end()), std::nullopt};
-}
-
-std::optional<std::uint64_t> NumberAt(std::span<const std::uint8_t> text)
-{
-    const std::string digits(text.begin(), text.end());
-    std::uint64_t number = 0;
-    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    return result.ec == std::errc() ? std::optional(number) : std::nullopt;
 }
 
 } // namespace
@@ -50,21 +33,22 @@ Bootloader::Bootloader(FirmwareScript script, std::optional<Bytes> expectedImage
 Bootloader::Answer Bootloader::OnMessage(std::span<const std::uint8_t> message, Time now)
 {
     m_report.latest = now;
-    if (BeginsWith(message, PrepareWord)) {
-        return OnPrepare(message.subspan(PrepareWord.size()));
+    const std::string_view text(reinterpret_cast<const char*>(message.data()), message.size());
+    if (text.starts_with(PrepareWord)) {
+        return OnPrepare(text.substr(PrepareWord.size()));
     }
-    if (BeginsWith(message, ChunkWord)) {
+    if (text.starts_with(ChunkWord)) {
         m_report.tooLong += std::cmp_greater(message.size(), m_script.chunkSize) ? 1 : 0;
         return OnChunk(message.subspan(ChunkWord.size()), now);
     }
-    if (BeginsWith(message, DoneWord)) {
+    if (text.starts_with(DoneWord)) {
         return OnDone();
     }
     ++m_report.unknown;
     return {};
 }
 
-Bootloader::Answer Bootloader::OnPrepare(std::span<const std::uint8_t> size)
+Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
 {
     ++m_report.prepares;
     m_report.received = 0;
@@ -73,12 +57,12 @@ Bootloader::Answer Bootloader::OnPrepare(std::span<const std::uint8_t> size)
     m_report.match = FirmwareReport::Match::Unknown;
     m_report.state = FirmwareReport::State::Ended;
     m_image.clear();
-    const std::optional<std::uint64_t> announced = NumberAt(size);
-    m_report.announced = announced.value_or(0);
+    m_report.announced = 0;
+    const auto [unused, error] = std::from_chars(size.data(), size.data() + size.size(), m_report.announced);
     if (m_report.prepares <= m_script.unansweredPrepares) {
         return {};
     }
-    if (!announced) {
+    if (error != std::errc()) {
         return Text("DENY\r");
     }
     if (m_script.prepareAnswer) {
@@ -87,7 +71,7 @@ Bootloader::Answer Bootloader::OnPrepare(std::span<const std::uint8_t> size)
     if (m_script.echoOffset == 0) {
         m_report.state = FirmwareReport::State::Prepared;
     }
-    return Text("RECEIVE_READY " + std::to_string(*announced + m_script.echoOffset) + " " +
+    return Text("RECEIVE_READY " + std::to_string(m_report.announced + m_script.echoOffset) + " " +
                 std::to_string(m_script.chunkSize) + "\r");
 }
 
@@ -107,10 +91,7 @@ Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time 
     m_report.state = FirmwareReport::State::Receiving;
     m_report.received += data.size();
     m_image.insert(m_image.end(), data.begin(), data.end());
-    if (HasIncidentAt(m_report.chunks)) {
-        return TakeIncident();
-    }
-    return m_script.answersChunks ? Text("DOWNLOAD_OK\r") : Answer{};
+    return TakeIncidentAt(m_report.chunks).value_or(m_script.answersChunks ? Text("DOWNLOAD_OK\r") : Answer{});
 }
 
 Bootloader::Answer Bootloader::OnDone()
@@ -121,25 +102,21 @@ Bootloader::Answer Bootloader::OnDone()
     Compare();
     m_report.state = FirmwareReport::State::Done;
     ++m_report.downloads;
-    if (HasIncidentAt(FirmwareScript::AtDone)) {
-        return TakeIncident();
+    const bool whole = m_report.received == m_report.announced;
+    return TakeIncidentAt(FirmwareScript::AtDone).value_or(Text(whole ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r"));
+}
+
+std::optional<Bootloader::Answer> Bootloader::TakeIncidentAt(std::uint64_t place)
+{
+    if (!m_script.incident || m_script.incident->at != place) {
+        return std::nullopt;
     }
-    return Text(m_report.received == m_report.announced ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r");
-}
-
-bool Bootloader::HasIncidentAt(std::uint64_t place) const noexcept
-{
-    return m_script.incident && m_script.incident->at == place;
-}
-
-Bootloader::Answer Bootloader::TakeIncident()
-{
     const FirmwareScript::Incident incident = std::move(*m_script.incident);
     m_script.incident.reset(); // the next download goes through
     if (incident.ends && m_report.state != FirmwareReport::State::Done) {
         m_report.state = FirmwareReport::State::Ended;
     }
-    return {incident.text, incident.vanishing};
+    return Answer{incident.text, incident.vanishing};
 }
 
 void Bootloader::Compare()

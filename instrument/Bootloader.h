@@ -47,15 +47,13 @@ public:
     Answer OnMessage(std::span<const std::uint8_t> message, Time now);
 
     const FirmwareReport& Report() const noexcept { return m_report; }
-    std::span<const std::uint8_t> Image() const noexcept { return m_image; }
 
 private:
-    Answer OnPrepare(std::span<const std::uint8_t> size);
+    Answer OnPrepare(std::string_view size);
     Answer OnChunk(std::span<const std::uint8_t> data, Time now);
     Answer OnDone();
     bool IsDownloading() const noexcept;
-    bool HasIncidentAt(std::uint64_t place) const noexcept;
-    Answer TakeIncident();
+    std::optional<Answer> TakeIncidentAt(std::uint64_t place);
     void Compare();
 
     FirmwareScript m_script;

@@ -13,12 +13,12 @@ Endpoint::End Endpoint::Run(const Limits& limits)
     m_end.reset();
     Begin();
     if (!m_end) {
-        m_observer.OnServed();
+        m_observer.served();
     }
     while (!m_end) {
         Await(WaitTime(end));
         PlayWhatIsDue();
-        m_observer.OnPass();
+        m_observer.pass();
         CheckLimits(limits, end);
     }
     Leave();
@@ -27,16 +27,14 @@ Endpoint::End Endpoint::Run(const Limits& limits)
 
 DWORD Endpoint::WaitTime(std::optional<Time> end) const
 {
-    std::optional<Time> due = end;
     // What is due while a write is pending waits for the end of the write.
-    if (const auto next = IsWriting() ? std::nullopt : m_engine.NextDue()) {
-        due = due ? std::min(*due, *next) : *next;
-    }
-    if (!due) {
+    const Time due =
+        std::min(end.value_or(Time::max()), IsWriting() ? Time::max() : m_engine.NextDue().value_or(Time::max()));
+    if (due == Time::max()) {
         return INFINITE;
     }
     // Rounded up: waking too early would only mean to wait once more.
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - console::Now()).count();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - console::Now()).count();
     return static_cast<DWORD>(std::clamp<std::int64_t>(left, 0, 60'000));
 }
 
@@ -61,10 +59,10 @@ void Endpoint::PlayWhatIsDue()
         case Engine::Order::Write: Write(m_writing); break;
         case Engine::Order::Vanish:
             Vanish();
-            m_observer.OnEvent("instrument vanished");
+            m_observer.Say("instrument vanished");
             break;
         case Engine::Order::Return:
-            m_observer.OnEvent("instrument back");
+            m_observer.Say("instrument back");
             Return();
             break;
         }
@@ -80,13 +78,13 @@ void Endpoint::FinishWith(End end, std::string failure)
 void Endpoint::OnConnected()
 {
     m_engine.Connected(console::Now());
-    m_observer.OnEvent("router connected");
+    m_observer.Say("router connected");
 }
 
 void Endpoint::OnRouterGone(const std::string& reason)
 {
     m_engine.Disconnected();
-    m_observer.OnEvent(reason.empty() ? "router gone" : "router gone (" + reason + ")");
+    m_observer.Say(reason.empty() ? "router gone" : "router gone (" + reason + ")");
 }
 
 } // namespace instrument

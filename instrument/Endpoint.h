@@ -1,10 +1,10 @@
-// The loop that plays a scripted instrument, without its cable: the endpoints (a pipe, a USB device) derive from
-// it and do the I/O.
+// The loop that plays a scripted instrument, and its cables: the router's simulator pipe, a simulated USB device.
 #pragma once
 
 #include "instrument/Engine.h"
 #include "win32/Windows.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -33,7 +33,7 @@ public:
     const std::string& Failure() const noexcept { return m_failure; }
 
 protected:
-    Endpoint(Engine& engine, Observer& observer) : m_engine(engine), m_observer(observer) {}
+    Endpoint(Engine& engine, const Observer& observer) : m_engine(engine), m_observer(observer) {}
 
     /// After so many steps in a row without waiting the wait is asked again, so that the stop signal is seen.
     static constexpr int Burst = 64;
@@ -58,15 +58,33 @@ protected:
     void PlayWhatIsDue();
 
     Engine& m_engine;
-    Observer& m_observer;
 
 private:
     DWORD WaitTime(std::optional<Time> end) const;
     void CheckLimits(const Limits& limits, std::optional<Time> end);
 
+    const Observer& m_observer;
     Bytes m_writing;
     std::string m_failure;
     std::optional<End> m_end;
 };
+
+/// Where a simulated USB device is plugged in, and as what.
+struct UsbPlace
+{
+    static constexpr std::uint32_t Slots = 8;
+
+    std::uint32_t slot = 0;
+    std::uint16_t vendorId = 0x1E4F;
+    std::uint16_t productId = 0x0100;
+};
+
+/// Serves the pipe `path` (with its "\\.\pipe\"). `stop` is borrowed, as in the next.
+std::unique_ptr<Endpoint> MakePipeEndpoint(const std::wstring& path, Engine& engine, const Observer& observer,
+                                           HANDLE stop);
+/// Plugs the device in by the remote control of the simulated instruments' driver. The router is there from its
+/// first transfer until it closes the device. The device goes with the process, whichever way that ends.
+std::unique_ptr<Endpoint> MakeUsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer,
+                                          HANDLE stop);
 
 } // namespace instrument

@@ -1,5 +1,6 @@
 #include "instrument/Engine.h"
 
+#include "instrument/Lines.h"
 #include "instrument/SequencedPayload.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace instrument {
 namespace {
 
 constexpr Address BootloaderAddress{0, 0};
+constexpr Time ProgressPeriod = std::chrono::seconds(1);
 
 std::uint16_t MarkOf(Address address) noexcept
 {
@@ -19,7 +21,7 @@ std::uint16_t MarkOf(Address address) noexcept
 
 } // namespace
 
-Engine::Engine(Script script, Observer& observer, std::optional<Bytes> expectedImage)
+Engine::Engine(Script script, const Observer& observer, std::optional<Bytes> expectedImage)
     : m_script(std::move(script)),
       m_observer(observer),
       m_firmware(m_script.firmware, std::move(expectedImage)),
@@ -78,7 +80,7 @@ bool Engine::SkipToSync()
     if (garbage != 0) {
         m_counters.garbageReceived += garbage;
         m_received.Consume(garbage);
-        m_observer.OnGarbage(garbage);
+        m_observer.Say(std::to_string(garbage) + " bytes that belong to no packet");
     }
     return sync.has_value();
 }
@@ -93,15 +95,20 @@ void Engine::OnFrame(const wire::Frame& frame, Time now)
         !std::equal(trailer.begin(), trailer.end(), frame.payload.data() + frame.payload.size());
     m_counters.numberGaps += gap ? 1 : 0;
     m_counters.wrongChecksums += wrongChecksum ? 1 : 0;
-    m_observer.OnPacket(frame, gap, wrongChecksum);
-    if (frame.packetType == wire::ControlPacket) {
-        ++m_counters.controlPackets;
-    } else if (frame.packetType != wire::PortTraffic) {
-        ++m_counters.otherPackets;
-    } else if (Address{frame.deviceType, frame.port} == BootloaderAddress) {
+    const bool isTraffic = frame.packetType == wire::PortTraffic;
+    // A download would print thousands of lines; its progress tells more.
+    if (isTraffic && Address{frame.deviceType, frame.port} == BootloaderAddress) {
         OnFirmwareMessage(frame, now);
-    } else {
+        return;
+    }
+    if (m_observer.event) {
+        m_observer.event(LineOf(frame) + (gap ? " (number gap)" : "") +
+                         (wrongChecksum ? " (wrong checksum)" : ""));
+    }
+    if (isTraffic) {
         OnRequest(frame, now);
+    } else {
+        ++(frame.packetType == wire::ControlPacket ? m_counters.controlPackets : m_counters.otherPackets);
     }
 }
 
@@ -112,13 +119,17 @@ void Engine::OnFirmwareMessage(const wire::Frame& frame, Time now)
     ResponsePlan plan;
     plan.delay = m_script.firmware.delay;
     plan.vanishing = answer.vanishing;
-    if (answer.text) {
-        ++m_counters.answers;
-        m_output.Send(plan, BootloaderAddress, *answer.text, now);
-    } else if (answer.vanishing) {
-        m_output.Send(plan, BootloaderAddress, std::nullopt, now);
+    m_counters.answers += answer.text ? 1 : 0;
+    if (answer.text || answer.vanishing) {
+        m_output.Send(plan, BootloaderAddress, answer.text, now);
     }
-    m_observer.OnFirmware(m_firmware.Report());
+    const FirmwareReport& report = m_firmware.Report();
+    const bool receiving = report.state == FirmwareReport::State::Receiving && report.state == m_stateSaid;
+    if (m_observer.event && (!receiving || now - m_progressSaid >= ProgressPeriod)) {
+        m_stateSaid = report.state;
+        m_progressSaid = now;
+        m_observer.event(LineOf(report));
+    }
 }
 
 void Engine::OnRequest(const wire::Frame& frame, Time now)
@@ -127,17 +138,11 @@ void Engine::OnRequest(const wire::Frame& frame, Time now)
     const Address from{frame.deviceType, frame.port};
     ResponsePlan plan;
     for (const Rule& rule : m_script.rules) {
-        if (Matches(rule.trigger, from)) {
+        if (rule.trigger.Matches(m_counters.requests, from, m_random)) {
             rule.Apply(plan);
         }
     }
     Perform(plan, from, frame.payload, now, m_counters.answers);
-}
-
-bool Engine::Matches(const Trigger& trigger, Address from)
-{
-    return !trigger.after && (!trigger.from || *trigger.from == from) &&
-           (!trigger.matches || trigger.matches(m_counters.requests, m_random));
 }
 
 void Engine::Perform(const ResponsePlan& plan, Address from, std::span<const std::uint8_t> request, Time now,
@@ -182,6 +187,9 @@ void Engine::RunTimers(Time now)
 
 Time Engine::FloodDue() const
 {
+    if (!m_connected || !m_script.flood || (m_script.flood->count != 0 && m_flooded >= m_script.flood->count)) {
+        return Time::max();
+    }
     const Flood& flood = *m_script.flood;
     if (flood.perSecond == 0) {
         return m_floodStart;
@@ -193,11 +201,6 @@ Time Engine::FloodDue() const
     return m_floodStart + Time(static_cast<Time::rep>(seconds * Second + rest));
 }
 
-bool Engine::IsFlooding() const noexcept
-{
-    return m_connected && m_script.flood && (m_script.flood->count == 0 || m_flooded < m_script.flood->count);
-}
-
 void Engine::RunFlood(Time now)
 {
     const ResponsePlan plain;
@@ -205,7 +208,7 @@ void Engine::RunFlood(Time now)
     // At least one packet, else as many as one write holds.
     std::size_t room = std::max(m_script.largestWrite, packetLength);
     m_floodPayload.resize(m_script.flood->payloadLength);
-    while (IsFlooding() && FloodDue() <= now && room >= packetLength) {
+    while (FloodDue() <= now && room >= packetLength) {
         sequenced::Fill(m_floodPayload, m_flooded++, MarkOf(m_script.flood->to));
         m_output.Send(plain, m_script.flood->to, m_floodPayload, now);
         ++m_counters.unsolicited;
@@ -227,28 +230,22 @@ Engine::Order Engine::Take(Time now, Bytes& bytes)
         return Order::Nothing;
     }
     RunTimers(now);
-    Output::Taken taken = m_output.Take(now, bytes);
-    if (taken == Output::Taken::Nothing && IsFlooding()) {
+    Order order = m_output.Take(now, bytes);
+    if (order == Order::Nothing && FloodDue() <= now) {
         RunFlood(now);
-        taken = m_output.Take(now, bytes);
+        order = m_output.Take(now, bytes);
     }
-    switch (taken) {
-    case Output::Taken::Nothing: return Order::Nothing;
-    case Output::Taken::Vanish: Vanish(now); return Order::Vanish;
-    case Output::Taken::Write: break;
+    if (order == Order::Write) {
+        m_counters.bytesSent += bytes.size();
+    } else if (order == Order::Vanish) {
+        ++m_counters.vanished;
+        Disconnected();
+        m_away = true;
+        if (const std::optional<Time> back = m_output.AwayFor()) {
+            m_return = now + *back;
+        }
     }
-    m_counters.bytesSent += bytes.size();
-    return Order::Write;
-}
-
-void Engine::Vanish(Time now)
-{
-    ++m_counters.vanished;
-    Disconnected();
-    m_away = true;
-    if (const std::optional<Time> back = m_output.AwayFor()) {
-        m_return = now + *back;
-    }
+    return order;
 }
 
 std::optional<Time> Engine::NextDue() const
@@ -256,21 +253,11 @@ std::optional<Time> Engine::NextDue() const
     if (m_away) {
         return m_return;
     }
-    std::optional<Time> due = m_output.NextDue();
-    const auto earlier = [&due](Time time) {
-        if (!due || time < *due) {
-            due = time;
-        }
-    };
+    Time due = std::min(m_output.NextDue(), FloodDue());
     for (const Timer& timer : m_timers) {
-        if (timer.due != Time::max()) {
-            earlier(timer.due);
-        }
+        due = std::min(due, timer.due);
     }
-    if (IsFlooding()) {
-        earlier(FloodDue());
-    }
-    return due;
+    return due != Time::max() ? std::optional(due) : std::nullopt;
 }
 
 } // namespace instrument

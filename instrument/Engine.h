@@ -18,6 +18,7 @@
 #include "ports/packet/WireFormat.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <random>
 #include <span>
@@ -43,28 +44,28 @@ struct Counters
     std::uint64_t vanished = 0;
 };
 
-/// Hears what the engine and its endpoint see, from inside their calls. The default does nothing.
-class Observer
+/// Called by the engine and its endpoint, from inside their calls.
+struct Observer
 {
-public:
-    virtual ~Observer() = default;
-    virtual void OnPacket(const wire::Frame& /*frame*/, bool /*numberGap*/, bool /*wrongChecksum*/) {}
-    virtual void OnGarbage(std::size_t /*bytes*/) {}
-    virtual void OnFirmware(const FirmwareReport& /*report*/) {}
-    /// Of the endpoint: the router can find the instrument, at the start only; anything else in a few words; the
-    /// end of each pass of its loop.
-    virtual void OnServed() {}
-    virtual void OnEvent(const std::string& /*what*/) {}
-    virtual void OnPass() {}
+    std::function<void(const std::string& what)> event; // a line for people; none: nobody reads it
+    std::function<void()> served = [] {};               // the router can find the instrument; at the start only
+    std::function<void()> pass = [] {};                 // the end of each pass of the endpoint's loop
+
+    void Say(const std::string& what) const
+    {
+        if (event) {
+            event(what);
+        }
+    }
 };
 
 class Engine
 {
 public:
-    enum class Order { Nothing, Write, Vanish, Return };
+    using Order = Output::Order;
 
     /// `observer` must outlive the engine. `expectedImage`: what a download is compared with.
-    Engine(Script script, Observer& observer, std::optional<Bytes> expectedImage = std::nullopt);
+    Engine(Script script, const Observer& observer, std::optional<Bytes> expectedImage = std::nullopt);
 
     /// The router is there; numbering starts afresh and nothing of an earlier connection is left.
     void Connected(Time now);
@@ -99,17 +100,15 @@ private:
     void OnFrame(const wire::Frame& frame, Time now);
     void OnRequest(const wire::Frame& frame, Time now);
     void OnFirmwareMessage(const wire::Frame& frame, Time now);
-    bool Matches(const Trigger& trigger, Address from);
     void Perform(const ResponsePlan& plan, Address from, std::span<const std::uint8_t> request, Time now,
                  std::uint64_t& counter);
     void RunTimers(Time now);
-    bool IsFlooding() const noexcept;
+    /// Time::max() when there is no flood or it is over.
     Time FloodDue() const;
     void RunFlood(Time now);
-    void Vanish(Time now);
 
     const Script m_script;
-    Observer& m_observer;
+    const Observer& m_observer;
     Counters m_counters;
     Bootloader m_firmware;
     Output m_output;
@@ -123,6 +122,8 @@ private:
     bool m_connected = false;
     bool m_away = false;
     std::optional<Time> m_return;
+    Time m_progressSaid{};
+    FirmwareReport::State m_stateSaid = FirmwareReport::State::None;
 };
 
 } // namespace instrument

@@ -3,44 +3,50 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <optional>
 
 namespace instrument {
 
 namespace {
 
-constexpr std::string_view Blanks = " \t\r\n";
-constexpr std::string_view EndsWord = " \t\r\n:;#\"";
-
-int HexDigit(char digit)
+/// The number that all of `text` is; `format` is what std::from_chars takes after the value.
+template <class Value, class... Format>
+std::optional<Value> ValueOf(std::string_view text, Format... format)
 {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    const char lower = static_cast<char>(digit | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+    Value value{};
+    const char* const end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data(), end, value, format...);
+    return result.ec == std::errc() && result.ptr == end ? std::optional(value) : std::nullopt;
 }
 
 std::uint8_t HexByte(std::string_view digits)
 {
-    const int high = digits.size() == 2 ? HexDigit(digits[0]) : -1;
-    const int low = digits.size() == 2 ? HexDigit(digits[1]) : -1;
-    if (high < 0 || low < 0) {
+    const auto byte = digits.size() == 2 ? ValueOf<std::uint8_t>(digits, 16) : std::nullopt;
+    if (!byte) {
         throw ParseError("'" + std::string(digits) + "' is not a byte of two hex digits");
     }
-    return static_cast<std::uint8_t>(high * 16 + low);
+    return *byte;
 }
 
 std::int64_t WholeNumber(std::string_view text, const char* what, std::int64_t least, std::int64_t most)
 {
-    std::int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number < least || number > most) {
-        const std::string range = most == Lexer::Most
-                                    ? "from " + std::to_string(least)
-                                    : "from " + std::to_string(least) + " to " + std::to_string(most);
-        throw ParseError("'" + std::string(text) + "' is not a " + what + " (a whole number " + range + ")");
+    const auto number = ValueOf<std::int64_t>(text);
+    if (!number || *number < least || *number > most) {
+        throw ParseError("'" + std::string(text) + "' is not a " + what + " (a whole number from " +
+                         std::to_string(least) +
+                         (most == Lexer::Most ? ")" : " to " + std::to_string(most) + ")"));
     }
-    return number;
+    return *number;
+}
+
+/// Where the text in quotes that begins at `at` has its closing quote.
+std::size_t ClosingQuote(std::string_view line, std::size_t at)
+{
+    std::size_t end = at + 1;
+    while (end < line.size() && line[end] != '"') {
+        end += line[end] == '\\' ? 2 : 1;
+    }
+    return end < line.size() ? end : throw ParseError("a text in quotes does not end");
 }
 
 } // namespace
@@ -56,25 +62,21 @@ Bytes BytesOfHex(std::string_view digits)
 
 Bytes BytesOfText(std::string_view text)
 {
+    constexpr std::string_view Escaped = "rnt0\\\"";
+    constexpr std::string_view Meant("\r\n\t\0\\\"", Escaped.size());
     Bytes bytes;
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (text[at] != '\\') {
             bytes.push_back(static_cast<std::uint8_t>(text[at]));
-            continue;
-        }
-        const char escaped = ++at < text.size() ? text[at] : ' ';
-        switch (escaped) {
-        case 'r': bytes.push_back('\r'); break;
-        case 'n': bytes.push_back('\n'); break;
-        case 't': bytes.push_back('\t'); break;
-        case '0': bytes.push_back(0); break;
-        case '\\':
-        case '"': bytes.push_back(static_cast<std::uint8_t>(escaped)); break;
-        case 'x':
+        } else if (text.substr(++at).starts_with('x')) {
             bytes.push_back(HexByte(text.substr(at + 1, 2)));
             at += 2;
-            break;
-        default: throw ParseError("a text knows only \\r \\n \\t \\0 \\\\ \\\" and \\xHH");
+        } else if (const std::size_t known = at < text.size() ? Escaped.find(text[at]) : Escaped.npos;
+                   known != Escaped.npos)
+        {
+            bytes.push_back(static_cast<std::uint8_t>(Meant[known]));
+        } else {
+            throw ParseError("a text knows only \\r \\n \\t \\0 \\\\ \\\" and \\xHH");
         }
     }
     return bytes;
@@ -82,33 +84,21 @@ Bytes BytesOfText(std::string_view text)
 
 Lexer::Lexer(std::string_view line)
 {
-    std::size_t at = line.find_first_not_of(Blanks);
-    while (at != std::string_view::npos && line[at] != '#') {
-        if (line[at] == '"') {
-            at = ReadQuoted(line, at);
-        } else if (line[at] == ':' || line[at] == ';') {
-            m_words.push_back({std::string(1, line[at]), false});
-            ++at;
-        } else {
-            const std::size_t end = std::min(line.find_first_of(EndsWord, at), line.size());
-            m_words.push_back({std::string(line.substr(at, end - at)), false});
-            at = end;
-        }
+    constexpr std::string_view Blanks = " \t\r\n";
+    for (std::size_t at = 0, end = 0;; at = end) {
         at = line.find_first_not_of(Blanks, at);
+        if (at == std::string_view::npos || line[at] == '#') {
+            return;
+        }
+        if (line[at] == '"') {
+            end = ClosingQuote(line, at) + 1;
+            m_words.push_back({std::string(line.substr(at + 1, end - at - 2)), true});
+        } else {
+            const bool mark = line[at] == ':' || line[at] == ';';
+            end = mark ? at + 1 : std::min(line.find_first_of(" \t\r\n:;#\"", at), line.size());
+            m_words.push_back({std::string(line.substr(at, end - at)), false});
+        }
     }
-}
-
-std::size_t Lexer::ReadQuoted(std::string_view line, std::size_t at)
-{
-    std::size_t end = at + 1;
-    while (end < line.size() && line[end] != '"') {
-        end += line[end] == '\\' ? 2 : 1;
-    }
-    if (end >= line.size()) {
-        throw ParseError("a text in quotes does not end");
-    }
-    m_words.push_back({std::string(line.substr(at + 1, end - at - 1)), true});
-    return end + 1;
 }
 
 bool Lexer::Is(std::string_view word, std::size_t ahead) const noexcept
@@ -125,11 +115,9 @@ bool Lexer::Has(std::string_view word) const noexcept
 
 bool Lexer::Accept(std::string_view word) noexcept
 {
-    if (!Is(word)) {
-        return false;
-    }
-    ++m_next;
-    return true;
+    const bool accepted = Is(word);
+    m_next += accepted ? 1 : 0;
+    return accepted;
 }
 
 void Lexer::Expect(std::string_view word)
@@ -155,7 +143,7 @@ std::string Lexer::Next(const std::string& what)
     return m_words[m_next++].text;
 }
 
-std::int64_t Lexer::SignedNumber(const char* what, std::int64_t least, std::int64_t most)
+std::int64_t Lexer::Number(const char* what, std::int64_t least, std::int64_t most)
 {
     return WholeNumber(Next(what), what, least, most);
 }
@@ -163,14 +151,12 @@ std::int64_t Lexer::SignedNumber(const char* what, std::int64_t least, std::int6
 Time Lexer::Milliseconds()
 {
     const std::string text = Next("a time in milliseconds");
-    double number = 0;
-    const auto [end, error] =
-        std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
+    const auto number = ValueOf<double>(text, std::chars_format::fixed);
     // The comparison is also false for what is not a number.
-    if (error != std::errc() || end != text.data() + text.size() || !(number >= 0 && number <= 1e9)) {
+    if (!number || !(*number >= 0 && *number <= 1e9)) {
         throw ParseError("'" + text + "' is not a time in milliseconds (0 to 1000000000)");
     }
-    return Time(std::llround(number * 1000));
+    return Time(std::llround(*number * 1000));
 }
 
 Address Lexer::PortAddress()

@@ -1,7 +1,7 @@
 // One line of the script language as words. Portable.
 #pragma once
 
-#include "instrument/ResponsePlan.h"
+#include "instrument/Values.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace instrument {
 
@@ -42,12 +41,7 @@ public:
 
     /// `what` names the thing in the message.
     std::string Next(const std::string& what);
-    /// A whole number from `least` to `most`, all of which `Integer` can hold.
-    template <class Integer = std::uint64_t>
-    Integer Number(const char* what, std::int64_t least, std::int64_t most = Most)
-    {
-        return static_cast<Integer>(SignedNumber(what, least, most));
-    }
+    std::int64_t Number(const char* what, std::int64_t least, std::int64_t most = Most);
     /// Milliseconds, with or without a decimal part; at most about eleven days.
     Time Milliseconds();
     /// "TYPE,PORT", 0 to 255 each.
@@ -61,9 +55,6 @@ private:
         std::string text;
         bool quoted;
     };
-
-    std::size_t ReadQuoted(std::string_view line, std::size_t at);
-    std::int64_t SignedNumber(const char* what, std::int64_t least, std::int64_t most);
 
     std::vector<Word> m_words;
     std::size_t m_next = 0;

@@ -25,10 +25,7 @@ void Output::Restart()
 void Output::Send(const ResponsePlan& plan, Address to, Payload payload, Time now)
 {
     if (plan.delay > Time::zero()) {
-        std::optional<Bytes> copy;
-        if (payload) {
-            copy.emplace(payload->begin(), payload->end());
-        }
+        auto copy = payload ? std::optional(Bytes(payload->begin(), payload->end())) : std::nullopt;
         m_delayed.emplace(now + plan.delay, Delayed{plan, to, std::move(copy)});
         return;
     }
@@ -158,43 +155,37 @@ void Output::QueueVanishing(const Vanishing& vanishing, Time now)
     end.joinable = false;
 }
 
-Output::Taken Output::Take(Time now, Bytes& bytes)
+Output::Order Output::Take(Time now, Bytes& bytes)
 {
     EmitDue(now);
     if (m_stream.empty() || m_stream.front().Due() > now) {
-        return Taken::Nothing;
+        return Order::Nothing;
     }
     Piece& front = m_stream.front();
     if (front.vanish) {
         m_awayFor = front.vanish->back;
         Restart();
-        return Taken::Vanish;
+        return Order::Vanish;
     }
     if (front.bytes.size() > m_largestWrite) {
         const auto cut = front.bytes.begin() + static_cast<std::ptrdiff_t>(m_largestWrite);
         bytes.assign(front.bytes.begin(), cut);
         front.bytes.erase(front.bytes.begin(), cut);
         front.joinable = false;
-        return Taken::Write;
+        return Order::Write;
     }
     bytes = std::move(front.bytes);
     m_stream.pop_front();
     if (!m_stream.empty()) {
         m_stream.front().notBefore = std::max(m_stream.front().notBefore, now + m_stream.front().gap);
     }
-    return Taken::Write;
+    return Order::Write;
 }
 
-std::optional<Time> Output::NextDue() const
+Time Output::NextDue() const
 {
-    std::optional<Time> due;
-    if (!m_stream.empty()) {
-        due = m_stream.front().Due();
-    }
-    if (!m_delayed.empty() && (!due || m_delayed.begin()->first < *due)) {
-        due = m_delayed.begin()->first;
-    }
-    return due;
+    return std::min(m_stream.empty() ? Time::max() : m_stream.front().Due(),
+                    m_delayed.empty() ? Time::max() : m_delayed.begin()->first);
 }
 
 } // namespace instrument

@@ -17,7 +17,8 @@ namespace instrument {
 class Output
 {
 public:
-    enum class Taken { Nothing, Write, Vanish };
+    /// Return comes from the engine only.
+    enum class Order { Nothing, Write, Vanish, Return };
     using Payload = std::optional<std::span<const std::uint8_t>>;
 
     /// Of `script` only what is about all packets counts.
@@ -32,12 +33,12 @@ public:
 
     /// What is due by `now`, joined as far as the plans allow. Write: `bytes` holds it and nothing else.
     /// Vanish: everything still on its way is dropped.
-    Taken Take(Time now, Bytes& bytes);
+    Order Take(Time now, Bytes& bytes);
 
-    /// When Take may give something; none while nothing is on its way.
-    std::optional<Time> NextDue() const;
+    /// When Take may give something; Time::max() while nothing is on its way.
+    Time NextDue() const;
 
-    /// After Taken::Vanish: for how long; none for good.
+    /// After Order::Vanish: for how long; none for good.
     std::optional<Time> AwayFor() const noexcept { return m_awayFor; }
 
     bool IsEmpty() const noexcept { return m_delayed.empty() && m_stream.empty(); }

@@ -1,8 +1,9 @@
 #include "instrument/PlayProgram.h"
 
+#include "console/Console.h"
 #include "console/Version.h"
 #include "console/WholeFile.h"
-#include "instrument/ConsoleObserver.h"
+#include "instrument/Lines.h"
 
 #include <exception>
 #include <iterator>
@@ -94,6 +95,40 @@ Endpoint::Limits LimitsOf(const Options& options)
     return limits;
 }
 
+/// Prints what happens. Lines are gathered and printed once a pass.
+class Printer
+{
+public:
+    Observer observer;
+
+    /// `serving`: said, and `ready` set, as soon as the router can find the instrument.
+    Printer(const std::string& serving, const console::ReadySignal& ready, bool quiet)
+    {
+        if (!quiet) {
+            observer.event = [this](const std::string& what) {
+                const std::chrono::duration<double> time = console::Now() - m_start;
+                m_lines += Format("%11.6f ", time.count()) + what + "\n";
+            };
+        }
+        observer.pass = [this] {
+            if (!m_lines.empty()) {
+                console::Say(std::exchange(m_lines, {}));
+            }
+        };
+        observer.served = [this, serving, &ready] {
+            observer.Say(serving);
+            observer.pass();
+            ready.Set();
+        };
+    }
+    Printer(const Printer&) = delete;
+    Printer& operator=(const Printer&) = delete;
+
+private:
+    const Time m_start = console::Now();
+    std::string m_lines;
+};
+
 int Play(const PlayProgram& program, const Options& options)
 {
     std::optional<Bytes> expected;
@@ -107,12 +142,12 @@ int Play(const PlayProgram& program, const Options& options)
     const PlayProgram::Place place = program.place();
     const console::StopSignal stop(options.stopEvent);
     const console::ReadySignal ready(options.readyEvent);
-    ConsoleObserver observer(place.serving, ready, options.quiet);
-    Engine engine(options.script, observer, expected);
-    const auto endpoint = program.makeEndpoint(engine, observer, stop.Get());
+    const Printer printer(place.serving, ready, options.quiet);
+    Engine engine(options.script, printer.observer, expected);
+    const auto endpoint = program.makeEndpoint(engine, printer.observer, stop.Get());
     const Time start = console::Now();
     const Endpoint::End end = endpoint->Run(LimitsOf(options));
-    observer.OnPass();
+    printer.observer.pass();
     switch (end) {
     case Endpoint::End::Taken: return console::Fail(program.name, place.taken, PlayProgram::Taken);
     case Endpoint::End::Refused:

@@ -30,7 +30,7 @@ struct PlayProgram
     std::string exitCodeHelp; // lines about Taken and Refused
     std::vector<commandline::Switch> switches;
     std::function<Place()> place; // asked once the switches are read
-    std::function<std::unique_ptr<Endpoint>(Engine&, Observer&, HANDLE stop)> makeEndpoint;
+    std::function<std::unique_ptr<Endpoint>(Engine&, const Observer&, HANDLE stop)> makeEndpoint;
 };
 
 /// Reads the command line and plays until something ends it: a limit, Ctrl+C, Ctrl+Break or the stop event. The

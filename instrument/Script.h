@@ -1,11 +1,12 @@
 // What a simulated instrument does and when: the script, read from a small line language. Portable.
 #pragma once
 
-#include "instrument/ResponsePlan.h"
+#include "instrument/Values.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <random>
 #include <string>
@@ -14,30 +15,67 @@
 
 namespace instrument {
 
-/// When a rule applies: to requests, or (`after`) without one.
-struct Trigger
+/// The instrument goes away and, after `back`, is there again; without `back` it stays away.
+struct Vanishing
 {
-    /// Whether the request of that number, counted from 1 over all ports, is meant; empty: all are.
-    std::function<bool(std::uint64_t number, std::minstd_rand& random)> matches;
-    std::optional<Address> from; // only requests of this port
-    std::optional<Time> after;   // so long after the connection,
-    bool repeats = false;        // and again so long after each time
+    std::optional<std::size_t> after; // bytes of the answer that still go out; none: half of it
+    std::optional<Time> back;
 };
 
-/// One thing that a rule does to the plan.
-using Action = std::function<void(ResponsePlan&)>;
+/// The answer to one request, or what happens without one; the actions of the matching rules fill it in.
+struct ResponsePlan
+{
+    enum class Answer { Echo, Fixed, None };
+
+    struct Extra
+    {
+        Address to;
+        std::optional<Bytes> payload; // none: the request's payload
+    };
+
+    Answer answer = Answer::Echo;
+    Bytes fixedAnswer;
+    std::vector<Extra> extras; // packets after the answer
+    Time delay{};
+    unsigned copies = 1;
+    bool wrongPayload = false;
+    bool wrongChecksum = false;
+    std::optional<std::uint8_t> packetNumber;
+    unsigned skippedNumbers = 0;
+    Bytes rawAhead;            // unframed bytes before the answer
+    std::size_t garbage = 0;   // so many random bytes, without a sync pair, before those
+    std::size_t splitInto = 0; // bytes of one write; 0: unsplit
+    Time splitGap{};
+    std::size_t mergeOf = 0; // packets of one write; 0: as they come
+    Time mergeWait{};        // how long a write that is not full waits for more
+    std::optional<Vanishing> vanishing;
+
+    /// True when there is something to send even without a packet.
+    bool HasSurroundings() const noexcept { return garbage != 0 || !rawAhead.empty() || vanishing.has_value(); }
+};
+
+/// When a rule applies: to requests that fulfil every condition, or (`after`) without one.
+struct Trigger
+{
+    std::uint64_t first = 1; // requests are counted from 1 over all ports
+    std::uint64_t last = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t every = 1;
+    std::optional<std::uint64_t> percent;
+    std::optional<Address> from;
+    std::optional<Time> after; // so long after the connection,
+    bool repeats = false;      // and again so long after each time
+
+    bool Matches(std::uint64_t number, Address sender, std::minstd_rand& random) const;
+};
 
 struct Rule
 {
+    using Action = std::function<void(ResponsePlan&)>;
+
     Trigger trigger;
     std::vector<Action> actions;
 
-    void Apply(ResponsePlan& plan) const
-    {
-        for (const Action& action : actions) {
-            action(plan);
-        }
-    }
+    void Apply(ResponsePlan& plan) const;
 };
 
 /// Unrequested packets, for measurements.

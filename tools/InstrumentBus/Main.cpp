@@ -1,6 +1,5 @@
 // InstrumentBus: plays the instrument as a simulated USB device.
 #include "instrument/PlayProgram.h"
-#include "instrument/UsbEndpoint.h"
 
 #include <array>
 #include <charconv>
@@ -44,7 +43,7 @@ commandline::Handler StoreId(std::uint16_t& target)
     };
 }
 
-instrument::PlayProgram::Place Described(const instrument::UsbEndpoint::Place& place)
+instrument::PlayProgram::Place Described(const instrument::UsbPlace& place)
 {
     std::array<char, 100> text{};
     std::snprintf(text.data(), text.size(), "plugged in at slot %u, vendor 0x%04X, product 0x%04X",
@@ -58,7 +57,7 @@ instrument::PlayProgram::Place Described(const instrument::UsbEndpoint::Place& p
 
 int wmain(int count, wchar_t** arguments)
 {
-    instrument::UsbEndpoint::Place place;
+    instrument::UsbPlace place;
     std::int64_t slot = 0;
     const instrument::PlayProgram program{
         "InstrumentBus",
@@ -67,13 +66,13 @@ int wmain(int count, wchar_t** arguments)
         ExitCodeHelp,
         {{"--vendor", true, StoreId(place.vendorId)},
          {"--product", true, StoreId(place.productId)},
-         {"--slot", true, commandline::StoreNumber(slot, 0, instrumentbus::SlotCount - 1)}},
+         {"--slot", true, commandline::StoreNumber(slot, 0, instrument::UsbPlace::Slots - 1)}},
         [&] {
             place.slot = static_cast<std::uint32_t>(slot);
             return Described(place);
         },
-        [&place](instrument::Engine& engine, instrument::Observer& observer, HANDLE stop) {
-            return std::make_unique<instrument::UsbEndpoint>(place, engine, observer, stop);
+        [&place](instrument::Engine& engine, const instrument::Observer& observer, HANDLE stop) {
+            return instrument::MakeUsbEndpoint(place, engine, observer, stop);
         }};
     return instrument::Run(program, count, arguments);
 }

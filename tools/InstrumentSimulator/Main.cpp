@@ -1,6 +1,5 @@
 // InstrumentSimulator: plays the instrument at the router's simulator pipe.
 #include "console/Console.h"
-#include "instrument/PipeEndpoint.h"
 #include "instrument/PlayProgram.h"
 
 namespace {
@@ -44,8 +43,8 @@ int wmain(int count, wchar_t** arguments)
             return instrument::PlayProgram::Place{
                 "serving " + path, path + " is served by another program already", path + " can't be served"};
         },
-        [&path](instrument::Engine& engine, instrument::Observer& observer, HANDLE stop) {
-            return std::make_unique<instrument::PipeEndpoint>(console::Wide(path), engine, observer, stop);
+        [&path](instrument::Engine& engine, const instrument::Observer& observer, HANDLE stop) {
+            return instrument::MakePipeEndpoint(console::Wide(path), engine, observer, stop);
         }};
     return instrument::Run(program, count, arguments);
 }
