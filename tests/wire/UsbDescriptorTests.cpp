@@ -204,6 +204,31 @@ TEST(Configuration, ReadsNothingBehindTheLengthThatItAnnounces)
     EXPECT_EQ(Addresses(Parsed(bytes).interfaces.at(0)), std::vector<int>{0x02});
 }
 
+TEST(Configuration, OfTheGreatestLengthIsReadToItsEnd)
+{
+    constexpr std::size_t Greatest = 0xFFFF;
+    Bytes bytes{9, 2, 0xFF, 0xFF, 255, 1, 0, 0, 0};
+    std::size_t interfaces = 0;
+    for (; bytes.size() + 9 <= Greatest; ++interfaces) {
+        bytes = std::move(bytes) + Interface(static_cast<std::uint8_t>(interfaces), 0, 255);
+    }
+    const auto configuration = usb::ParseConfiguration(bytes);
+    ASSERT_TRUE(configuration);
+    EXPECT_EQ(configuration->interfaces.size(), interfaces);
+}
+
+TEST(Configuration, OfTheGreatestLengthHasNoMoreEndpointsThanAnnounced)
+{
+    Bytes bytes = Bytes{9, 2, 0xFF, 0xFF, 1, 1, 0, 0, 0} + Interface(0, 0, 255);
+    while (bytes.size() < 0xFFFF) {
+        bytes = std::move(bytes) + Endpoint(0x81);
+    }
+    const auto configuration = usb::ParseConfiguration(bytes);
+    ASSERT_TRUE(configuration);
+    ASSERT_EQ(configuration->interfaces.size(), 1u);
+    EXPECT_EQ(configuration->interfaces[0].endpoints.size(), 255u);
+}
+
 TEST(Configuration, IsRefusedWithoutAWholeHead)
 {
     const Bytes bytes = Configuration({});

@@ -1,4 +1,5 @@
-// A port for the model of the port table: it knows whether it is alive, and stops without a thread.
+// In place of ports/CCDevicePortPipe.h for the model of the port table: the calls that the table makes, of a port
+// that knows whether it is alive and has no thread.
 #pragma once
 
 #include "tests/relacy/Relacy.h"

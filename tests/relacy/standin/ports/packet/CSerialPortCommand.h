@@ -1,4 +1,5 @@
-// A packet for the model of the queue: at most two bytes, in memory that is not watched.
+// In place of ports/packet/CSerialPortCommand.h for the model of the queue: a packet of at most two bytes, in
+// memory that the model checker does not watch.
 #pragma once
 
 #include "tests/relacy/Relacy.h"
