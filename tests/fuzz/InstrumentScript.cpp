@@ -40,9 +40,7 @@ void CheckTaken(const instrument::Script& script)
           "every rule does something");
     std::minstd_rand random(1);
     for (const instrument::Rule& rule : script.rules) {
-        if (rule.trigger.matches) {
-            rule.trigger.matches(1, random);
-        }
+        rule.trigger.Matches(1, {3, 1}, random);
         instrument::ResponsePlan plan;
         rule.Apply(plan);
         Check(plan.delay >= instrument::Time{}, "no answer before its request");
