@@ -17,6 +17,8 @@ elseif(CMAKE_CROSSCOMPILING AND NOT MORVANE_CHECKED)
     set_tests_properties(wine_runs PROPERTIES FIXTURES_REQUIRED wine)
     morvane_add_script_test(long_runs tests/rig/long-runs)
     set_tests_properties(long_runs PROPERTIES TIMEOUT 300 FIXTURES_REQUIRED wine)
+    morvane_add_script_test(windows_kit tests/rig/windows-kit)
+    set_tests_properties(windows_kit PROPERTIES FIXTURES_REQUIRED wine)
     # Needs this tree's compilation database and generated header.
     morvane_add_script_test(locks cmake/check-locks)
     set_tests_properties(locks PROPERTIES TIMEOUT 300 PROCESSORS 2)

@@ -135,6 +135,13 @@ morvane_add_gtest(hostile_tests SOURCES ${hostile_sources} LIBRARIES morvane_tes
 add_dependencies(hostile_tests MorvanePortRouter RouterProbe InstrumentSimulator)
 morvane_add_test(TARGET hostile_tests LABEL system SHARDS 2 TIMEOUT 400)
 
+# What the code assumes of Windows, for ./windows-kit.
+morvane_test_sources(check_sources windows
+    ComRows.cpp Kit.cpp MachineRows.cpp Main.cpp PipeRows.cpp Rows.cpp ShortSoak.cpp WindowRows.cpp)
+add_executable(WindowsCheck ${check_sources})
+target_link_libraries(WindowsCheck PRIVATE morvane_testsupport morvane_host morvane_instrument)
+target_compile_options(WindowsCheck PRIVATE ${test_options})
+
 # Compiled with the flags of the programs, optimisation included.
 add_executable(StackOverrun ${PROJECT_SOURCE_DIR}/tests/system/overrun/Main.cpp)
 target_link_libraries(StackOverrun PRIVATE morvane_flags)
