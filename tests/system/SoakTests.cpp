@@ -131,9 +131,9 @@ protected:
     {
         ASSERT_NE(early.handles, 0u);
         ASSERT_NE(early.privateBytes, 0u);
-        // In a short run a visitor that comes or goes just then shows, the heap still grows to its working size, and
-        // the handles of Wine, which counts the room it has for them, may double. What is leaked for every packet
-        // stands out in the long run.
+        // In a short run a visitor that comes or goes just then shows, the heap still grows to its working size,
+        // and the handles of Wine, which counts the room it has for them, may double. What is leaked for every
+        // packet stands out in the long run.
         EXPECT_LE(late.handles, longRun ? early.handles + 4 : 2 * early.handles + 20 * Visitors);
         EXPECT_LE(late.privateBytes, early.privateBytes + (longRun ? 1u << 20 : 12u << 20));
     }
