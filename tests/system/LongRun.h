@@ -27,7 +27,7 @@ public:
 private:
     struct Sample
     {
-        std::size_t done;
+        std::size_t done = 0;
         ProcessUsage usage;
     };
     std::vector<Sample> m_samples;

@@ -37,8 +37,7 @@ public:
             return S_OK;
         }
         if (m_faults && id == IID_IPersist) {
-            volatile int* const nothing = nullptr;
-            *nothing = 1;
+            ::RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
         }
         *object = nullptr;
         return E_NOINTERFACE;

@@ -33,12 +33,12 @@ void Register(End& end, const Arguments& arguments, const wchar_t* name, std::si
 }
 
 /// Each name names a device type of its own, and a port whose pipe is looked for.
-Case Name(const char* title, LONG deviceType, std::wstring name)
+Case Name(const char* title, LONG deviceType, const std::wstring& name)
 {
     return {title, [=](End& end) {
                 Register(end, {.deviceType = deviceType}, name.data(), name.size());
                 auto& client = end.Hold(std::make_shared<PipeClient>());
-                client.TryOpen(std::string(name.begin(), name.end()).c_str());
+                client.TryOpen(std::string(name.begin(), name.end()));
             }};
 }
 
@@ -57,8 +57,8 @@ std::vector<Case> Names()
 {
     std::vector<Case> cases;
     LONG type = 30;
-    const auto add = [&](const char* title, std::wstring name) {
-        cases.push_back(Name(title, type++, std::move(name)));
+    const auto add = [&](const char* title, const std::wstring& name) {
+        cases.push_back(Name(title, type++, name));
     };
     const auto addGood = [&](const char* title, const std::string& name) {
         cases.push_back(GoodName(title, type++, name));

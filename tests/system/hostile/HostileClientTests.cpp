@@ -1,5 +1,6 @@
 // Clients that do not read, write without end or in bits, open a pipe for one direction, and leave at any moment.
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Frames.h"
 #include "tests/support/UniqueName.h"
 #include "tests/system/ServedPort.h"
 #include "tests/system/hostile/HostileFixture.h"
@@ -146,7 +147,7 @@ void SendsWhatLooksLikePackets(End& end)
     PipeClient& client = OpenServed(end);
     std::string forged;
     for (int count = 0; count < 100; ++count) {
-        forged += std::string("##\x01\x01\0\x01\x03\x01\0\0\0\x06forged\0\0", 20);
+        forged += support::Frame(1, wire::PortTraffic, 3, 1, "forged");
     }
     ASSERT_TRUE(client.Write(forged));
     EXPECT_EQ(client.Read(), forged);
