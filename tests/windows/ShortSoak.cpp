@@ -1,7 +1,7 @@
 #include "tests/windows/Row.h"
 
 #include "host/PortTable.h"
-#include "instrument/PipeEndpoint.h"
+#include "instrument/Endpoint.h"
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/ProcessUsage.h"
@@ -41,10 +41,10 @@ public:
     Instrument()
     {
         m_thread.Start([this] {
-            instrument::Observer observer;
+            const instrument::Observer observer;
             instrument::Engine engine({}, observer);
-            instrument::PipeEndpoint endpoint(InstrumentPipe, engine, observer, m_stop.Get());
-            m_isTaken = endpoint.Run({}) != instrument::Endpoint::End::Stopped;
+            const auto endpoint = instrument::MakePipeEndpoint(InstrumentPipe, engine, observer, m_stop.Get());
+            m_isTaken = endpoint->Run({}) != instrument::Endpoint::End::Stopped;
         });
     }
     ~Instrument()
