@@ -13,7 +13,6 @@
 #include "win32/Thread.h"
 #include "win32/WaitSet.h"
 
-#include <array>
 #include <utility>
 #include <vector>
 
@@ -53,17 +52,19 @@ private:
 class BarePipeline
 {
 public:
-    explicit BarePipeline(const RoleNames& names) : m_names(names), m_ready(console::Utf8(names.ready)) {}
+    explicit BarePipeline(const RoleCall& call) : m_call(call), m_ready(console::Utf8(call.ready)) {}
 
     int Run()
     {
-        if (!support::WaitUntil([this] { return OpenSimulator(); })) {
-            return 1;
-        }
+        support::WaitUntil([this] {
+            m_simulator.Reset(::CreateFileW(support::PipePath(m_call.other).c_str(), GENERIC_READ | GENERIC_WRITE,
+                                            0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+            return static_cast<bool>(m_simulator);
+        });
         m_port.Reset(
-            ::CreateNamedPipeW(support::PipePath(m_names.pipe).c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+            ::CreateNamedPipeW(support::PipePath(m_call.pipe).c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
                                PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
-        if (!m_port) {
+        if (!m_simulator || !m_port) {
             return 1;
         }
         win32::Thread command;
@@ -86,13 +87,6 @@ private:
         Failed = WAIT_FAILED
     };
     enum class CommandSlot : DWORD { ReadDone, Written, Queued, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
-
-    bool OpenSimulator()
-    {
-        m_simulator.Reset(::CreateFileW(support::PipePath(m_names.simulator).c_str(), GENERIC_READ | GENERIC_WRITE,
-                                        0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-        return static_cast<bool>(m_simulator);
-    }
 
     /// Serves one client until it leaves; then the process has done its part.
     void PortThread()
@@ -170,13 +164,13 @@ private:
 
     void ReplyThread()
     {
-        const std::array<HANDLE, 1> blocks{m_blocks.Filled()};
-        while (::WaitForMultipleObjects(1, blocks.data(), FALSE, INFINITE) == WAIT_OBJECT_0) {
+        const HANDLE blocks = m_blocks.Filled();
+        while (::WaitForMultipleObjects(1, &blocks, FALSE, INFINITE) == WAIT_OBJECT_0) {
             m_replies.Put(m_blocks.Take());
         }
     }
 
-    const RoleNames& m_names;
+    const RoleCall& m_call;
     const console::ReadySignal m_ready;
     win32::FileHandle m_simulator; // command thread
     win32::FileHandle m_port;      // port thread
@@ -188,10 +182,9 @@ private:
 
 } // namespace
 
-int PlayBarePipeline(const RoleNames& names)
+int PlayBarePipeline(const RoleCall& call)
 {
-    BarePipeline barePipeline(names);
-    return barePipeline.Run();
+    return BarePipeline(call).Run();
 }
 
 } // namespace bench

@@ -10,8 +10,10 @@ namespace bench {
 
 namespace {
 
-constexpr std::chrono::seconds OpenPatience{20};
-constexpr std::chrono::milliseconds AnswerPatience{1000};
+constexpr std::chrono::seconds OpenTimeout{20};
+constexpr std::chrono::milliseconds AnswerTimeout{1000};
+
+} // namespace
 
 void Demand(bool holds, const char* what)
 {
@@ -20,27 +22,11 @@ void Demand(bool holds, const char* what)
     }
 }
 
-RoleNames InstrumentNames(const std::wstring& pipe, bool framed)
-{
-    RoleNames names;
-    names.pipe = pipe;
-    names.record = support::UniqueName(L"BenchInstrument");
-    names.framed = framed;
-    return names;
-}
-
-RoleNames BarePipelineNames(const std::wstring& simulator)
-{
-    RoleNames names;
-    names.pipe = support::UniqueName(L"BenchBarePipeline");
-    names.simulator = simulator;
-    return names;
-}
-
-} // namespace
-
-Instrument::Instrument(const std::wstring& pipe, bool framed)
-    : m_names(InstrumentNames(pipe, framed)), m_shared(m_names.record), m_process(L"instrument", m_names)
+Instrument::Instrument(const std::wstring& role, const std::wstring& pipe)
+    : m_pipe(pipe),
+      m_recordName(support::UniqueName(L"BenchInstrument")),
+      m_shared(m_recordName),
+      m_process(role, pipe, m_recordName)
 {
 }
 
@@ -55,6 +41,8 @@ void Instrument::AwaitGoal() const
     Demand(support::WaitFor(m_shared.Reached(), std::chrono::minutes(2)), "the stream does not arrive");
 }
 
+BareInstrument::BareInstrument() : Instrument(L"bare", support::UniqueName(L"BenchEcho")) {}
+
 RunningRouter::RunningRouter(RouterSession& session) : m_session(session)
 {
     Demand(m_session.Activate(), "the router does not start");
@@ -68,11 +56,6 @@ RunningRouter::~RunningRouter()
     }
 }
 
-DWORD RunningRouter::Id() const noexcept
-{
-    return ::GetProcessId(m_session.Process());
-}
-
 std::unique_ptr<PipeEnd> RunningRouter::OpenPort(LONG deviceType, ULONG port, LONG readSize)
 {
     const std::wstring name = support::UniqueName(L"BenchPort");
@@ -80,9 +63,9 @@ std::unique_ptr<PipeEnd> RunningRouter::OpenPort(LONG deviceType, ULONG port, LO
     const std::vector<std::uint8_t> hello(8, 'h');
     for (int attempt = 0; attempt < 50; ++attempt) {
         auto client = std::make_unique<PipeEnd>();
-        Demand(client->Open(name, OpenPatience), "a port's pipe does not open");
+        Demand(client->Open(name, OpenTimeout), "a port's pipe does not open");
         client->ReadMessages();
-        if (client->Write(hello) && client->ReadWithin(AnswerPatience).size() == hello.size()) {
+        if (client->Write(hello) && client->ReadWithin(AnswerTimeout).size() == hello.size()) {
             return client;
         }
     }
@@ -102,16 +85,14 @@ void RoundTrip(PipeEnd& client, std::span<const std::uint8_t> message, std::size
 }
 
 BarePipelinePath::BarePipelinePath()
-    : m_instrument(support::UniqueName(L"BenchEcho"), false),
-      m_names(BarePipelineNames(m_instrument.Pipe())),
-      m_process(L"barePipeline", m_names)
+    : m_pipe(support::UniqueName(L"BenchBarePipeline")), m_process(L"pipeline", m_pipe, m_instrument.Pipe())
 {
-    Demand(m_client.Open(m_names.pipe, OpenPatience), "the bare pipeline's pipe does not open");
+    Demand(m_client.Open(m_pipe, OpenTimeout), "the bare pipeline's pipe does not open");
 }
 
-DirectPath::DirectPath() : m_instrument(support::UniqueName(L"BenchDirect"), false)
+DirectPath::DirectPath()
 {
-    Demand(m_client.Open(m_instrument.Pipe(), OpenPatience), "the instrument's pipe does not open");
+    Demand(m_client.Open(m_instrument.Pipe(), OpenTimeout), "the instrument's pipe does not open");
     m_client.ReadMessages();
 }
 

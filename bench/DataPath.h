@@ -3,7 +3,6 @@
 
 #include "bench/PipeEnd.h"
 #include "bench/Roles.h"
-#include "bench/SharedRecord.h"
 #include "tests/support/RouterSession.h"
 
 #include <memory>
@@ -17,27 +16,39 @@ inline constexpr int WarmUps = 5;
 /// arrives merged, and a packet holds 65,535 bytes: a larger buffer would lose what is more.
 inline constexpr LONG UsualReadSize = 32768;
 
+/// Throws std::runtime_error with `what` unless `holds`.
+void Demand(bool holds, const char* what);
+
 /// The instrument of one path, in its own process.
 class Instrument
 {
 public:
-    /// A bare pipe, or (`framed`) the simulator's pipe of the router.
-    Instrument(const std::wstring& pipe, bool framed);
+    /// At the simulator's pipe of the router; echoes at first.
+    Instrument() : Instrument(L"framed", L"UsbPipeSimulator") {}
 
     void Set(Mode mode, std::uint64_t goal = 0) const;
     InstrumentRecord& Record() const noexcept { return m_shared.Record(); }
     /// Waits until the goal of a sink is reached; throws std::runtime_error when it is not.
     void AwaitGoal() const;
-    const std::wstring& Pipe() const noexcept { return m_names.pipe; }
     DWORD Id() const noexcept { return m_process.Id(); }
 
+protected:
+    Instrument(const std::wstring& role, const std::wstring& pipe);
+    const std::wstring m_pipe;
+
 private:
-    RoleNames m_names;
-    SharedInstrument m_shared;
-    RoleProcess m_process;
+    const std::wstring m_recordName;
+    const SharedInstrument m_shared;
+    const RoleProcess m_process;
 };
 
-inline constexpr const wchar_t* SimulatorPipe = L"UsbPipeSimulator";
+/// One at a bare pipe of its own.
+class BareInstrument : public Instrument
+{
+public:
+    BareInstrument();
+    const std::wstring& Pipe() const noexcept { return m_pipe; }
+};
 
 /// The activated router of `session`; it is released and has ended when this goes.
 class RunningRouter
@@ -48,12 +59,11 @@ public:
     RunningRouter(const RunningRouter&) = delete;
     RunningRouter& operator=(const RunningRouter&) = delete;
 
-    DWORD Id() const noexcept;
-    /// Registers the port and opens its pipe; the instrument must echo. A pipe is made anew every 50 ms until
-    /// somebody is connected, so one that has answered is through. `readSize`: of the router's buffer for client
-    /// messages.
+    DWORD Id() const noexcept { return ::GetProcessId(m_session.Process()); }
+    /// Registers the port and opens its pipe; the instrument must echo. The router recreates a pipe every 50 ms
+    /// until a client is connected, so one that has answered is through. `readSize`: of the router's buffer for
+    /// client messages.
     std::unique_ptr<PipeEnd> OpenPort(LONG deviceType, ULONG port, LONG readSize = UsualReadSize);
-    void Unregister(LONG deviceType, ULONG port) { m_session.UnregisterPort(deviceType, port); }
     RouterSession& Session() noexcept { return m_session; }
 
 private:
@@ -65,7 +75,7 @@ private:
 void RoundTrip(PipeEnd& client, std::span<const std::uint8_t> message, std::size_t count,
                std::vector<double>* times);
 
-/// A barePipeline of the path (see BarePipelineRole.cpp) with an instrument and a client of its own.
+/// A bare pipeline of the path (see BarePipelineRole.cpp) with an instrument and a client of its own.
 class BarePipelinePath
 {
 public:
@@ -75,9 +85,9 @@ public:
     DWORD Id() const noexcept { return m_process.Id(); }
 
 private:
-    Instrument m_instrument;
-    RoleNames m_names;
-    RoleProcess m_process;
+    const BareInstrument m_instrument;
+    const std::wstring m_pipe;
+    const RoleProcess m_process;
     PipeEnd m_client;
 };
 
@@ -87,10 +97,10 @@ class DirectPath
 public:
     DirectPath();
     PipeEnd& Client() noexcept { return m_client; }
-    Instrument& TheInstrument() noexcept { return m_instrument; }
+    const Instrument& TheInstrument() const noexcept { return m_instrument; }
 
 private:
-    Instrument m_instrument;
+    const BareInstrument m_instrument;
     PipeEnd m_client;
 };
 

@@ -15,7 +15,7 @@ public:
 
     bool SendToPort(PortAddress, CCommunicationDriver*, std::span<const std::uint8_t> payload) override
     {
-        watch->OnPacket(payload);
+        (*watch)(payload);
         return true;
     }
     void SendToPorts(std::int32_t, CCommunicationDriver*, std::span<const std::uint8_t>) override {}
@@ -30,30 +30,21 @@ public:
     bool IsStandalone() const override { return true; }
     void RequestQuit() override {}
 
-    PacketWatch* watch = nullptr;
-};
-
-/// Never connects, so its own threads sleep and this one may call what is the reply thread's.
-class DispatchParser final : public BlockParser
-{
-public:
-    void Parse(std::span<const std::uint8_t> block, PacketWatch& watch) override
-    {
-        m_host.watch = &watch;
-        m_driver.DispatchToDevice(block.data(), static_cast<std::uint32_t>(block.size()));
-    }
-
-private:
-    WatchingHost m_host;
-    CCyUSBDriver m_driver{true, m_host};
+    const PacketWatch* watch = nullptr;
 };
 
 } // namespace
 
 void AddDispatchRows(Table& table, const RunSize& run)
 {
-    DispatchParser parser;
-    AddParsingRows(table, run, parser, "parsing");
+    WatchingHost host;
+    // Never connects, so its own threads sleep and this one may call what is the reply thread's.
+    CCyUSBDriver driver(true, host);
+    const auto parse = [&](Span block, const PacketWatch& watch) {
+        host.watch = &watch;
+        driver.DispatchToDevice(block.data(), static_cast<std::uint32_t>(block.size()));
+    };
+    AddParsingRows(table, run, parse, "parsing");
 }
 
 } // namespace bench

@@ -1,12 +1,11 @@
-// The instrument behind a pipe, with the router in front of it or without.
+// The instruments of the benchmark: behind a pipe, with the router in front of it or without, and behind the
+// simulated instrument's driver.
 #include "bench/PipeEnd.h"
 #include "bench/Roles.h"
-#include "bench/SharedRecord.h"
 #include "console/Console.h"
 #include "ports/packet/ReceiveBuffer.h"
 #include "ports/packet/WireFormat.h"
-
-#include <algorithm>
+#include "tests/instrument/InstrumentControl.h"
 
 namespace bench {
 
@@ -15,22 +14,24 @@ namespace {
 constexpr std::size_t FloodPayload = 512;
 constexpr std::size_t LongestBlock = 65535;
 
-class PipeInstrumentRole
+class PipeInstrument
 {
 public:
-    explicit PipeInstrumentRole(const RoleNames& names)
-        : m_names(names), m_ready(console::Utf8(names.ready)), m_shared(names.record)
-    {
-    }
+    explicit PipeInstrument(const RoleCall& call) : m_framed(call.role == L"framed"), m_shared(call.other) {}
 
-    int Run()
+    /// Serves one client after the other.
+    int Run(const RoleCall& call)
     {
-        if (!m_pipe.Make(m_names.pipe, m_names.framed ? PIPE_TYPE_BYTE : PIPE_TYPE_MESSAGE)) {
+        const console::ReadySignal ready(console::Utf8(call.ready));
+        if (!m_pipe.Make(call.pipe, m_framed ? PIPE_TYPE_BYTE : PIPE_TYPE_MESSAGE)) {
             return 1;
         }
-        m_ready.Set();
+        ready.Set();
         while (m_pipe.AwaitClient()) {
-            Serve();
+            auto bytes = m_pipe.Read();
+            while (!bytes.empty() && Treat(bytes)) {
+                bytes = m_pipe.Read();
+            }
             m_pipe.DropClient();
             m_received.Clear();
         }
@@ -38,15 +39,6 @@ public:
     }
 
 private:
-    void Serve()
-    {
-        for (auto bytes = m_pipe.Read(); !bytes.empty(); bytes = m_pipe.Read()) {
-            if (!Treat(bytes)) {
-                return;
-            }
-        }
-    }
-
     bool Treat(std::span<const std::uint8_t> bytes)
     {
         switch (m_shared.Record().mode.load()) {
@@ -61,7 +53,7 @@ private:
     std::size_t PayloadIn(std::span<const std::uint8_t> bytes)
     {
         InstrumentRecord& record = m_shared.Record();
-        if (!m_names.framed) {
+        if (!m_framed) {
             ++record.packets;
             return bytes.size();
         }
@@ -85,36 +77,36 @@ private:
         }
     }
 
+    /// A write for each payload, or framed, for as many as a block holds.
     bool Flood()
     {
         const std::vector<std::uint8_t> payload(FloodPayload, 'f');
-        std::uint64_t packets = m_shared.Record().goal / FloodPayload;
-        if (!m_names.framed) {
-            while (packets-- != 0) {
-                if (!m_pipe.Write(payload)) {
-                    return false;
-                }
-            }
-            return true;
-        }
-        const wire::Trailer trailer = wire::BuildTrailer(payload);
-        while (packets != 0) {
+        const std::size_t most = m_framed ? LongestBlock / (FloodPayload + wire::FrameOverhead) : 1;
+        bool written = true;
+        for (std::uint64_t left = m_shared.Record().goal / FloodPayload; left != 0 && written;) {
             std::vector<std::uint8_t> block;
-            for (; packets != 0 && block.size() + FloodPayload + wire::FrameOverhead <= LongestBlock; --packets) {
-                const wire::Header header = wire::BuildHeader(m_number++, wire::PortTraffic, 3, 1, payload.size());
-                block.insert(block.end(), header.begin(), header.end());
-                block.insert(block.end(), payload.begin(), payload.end());
-                block.insert(block.end(), trailer.begin(), trailer.end());
+            for (std::size_t room = most; room != 0 && left != 0; --room, --left) {
+                Append(block, payload);
             }
-            if (!m_pipe.Write(block)) {
-                return false;
-            }
+            written = m_pipe.Write(block);
         }
-        return true;
+        return written;
     }
 
-    const RoleNames& m_names;
-    const console::ReadySignal m_ready;
+    void Append(std::vector<std::uint8_t>& block, std::span<const std::uint8_t> payload)
+    {
+        if (!m_framed) {
+            block.insert(block.end(), payload.begin(), payload.end());
+            return;
+        }
+        const wire::Header header = wire::BuildHeader(m_number++, wire::PortTraffic, 3, 1, payload.size());
+        const wire::Trailer trailer = wire::BuildTrailer(payload);
+        block.insert(block.end(), header.begin(), header.end());
+        block.insert(block.end(), payload.begin(), payload.end());
+        block.insert(block.end(), trailer.begin(), trailer.end());
+    }
+
+    const bool m_framed;
     const SharedInstrument m_shared;
     PipeEnd m_pipe;
     ReceiveBuffer m_received;
@@ -124,9 +116,21 @@ private:
 
 } // namespace
 
-int PlayInstrument(const RoleNames& names)
+int PlayInstrument(const RoleCall& call)
 {
-    return PipeInstrumentRole(names).Run();
+    return PipeInstrument(call).Run(call);
+}
+
+int PlayBusInstrument(const RoleCall& call)
+{
+    instrumentbus::InstrumentControl bus;
+    const console::ReadySignal ready(console::Utf8(call.ready));
+    ready.Set();
+    for (;;) {
+        if (const auto written = bus.TakeWritten(0, 0x02)) {
+            bus.Feed(0, 0x86, written->bytes);
+        }
+    }
 }
 
 } // namespace bench

@@ -6,16 +6,19 @@
 #include "console/Console.h"
 #include "tests/support/RouterSession.h"
 
+#include <algorithm>
 #include <fstream>
-#include <functional>
-#include <set>
 #include <sstream>
 
 namespace {
 
+using bench::RunSize;
+using bench::Table;
+using Transport = RouterSession::Transport;
+
 constexpr const char* Help = R"(usage: bench [switches]
   --quick             a few of everything: whether it runs, not how fast
-  --only GROUP[,...]  wire, dispatch, trace, start, trips, streams, ports, usb, counted
+  --only GROUP[,...]  wire, dispatch, trace, usb, start, trips, streams, ports, counted
   --json FILE         the rows as JSON
   --one-processor     only the round trips that want everything on one processor, which the caller sees to
   --continue FILE     the JSON of such a run: the table goes on from there
@@ -24,13 +27,10 @@ constexpr const char* Help = R"(usage: bench [switches]
 Registers the router of its own folder and removes the router's settings: for a Windows of its own only.
 )";
 
-const std::set<std::string> Groups{"wire",  "dispatch", "trace", "usb",    "start",
-                                   "trips", "streams",  "ports", "counted"};
-
 struct Options
 {
-    bench::RunSize run;
-    std::set<std::string> only;
+    RunSize run;
+    std::vector<std::string> only;
     std::string json;
     bool oneProcessor = false;
     std::string earlier;
@@ -39,107 +39,101 @@ struct Options
     bool help = false;
 };
 
-std::optional<commandline::Error> Read(const std::vector<std::string>& arguments, Options& options)
+struct Group
 {
-    return commandline::Parse(arguments, {{"--quick", false, commandline::Set(options.run.quick)},
-                                          {"--only", true,
-                                           [&options](const std::string& value) {
-                                               std::istringstream groups(value);
-                                               for (std::string group; std::getline(groups, group, ',');) {
-                                                   if (!Groups.contains(group)) {
-                                                       return std::optional("unknown group '" + group + "'");
-                                                   }
-                                                   options.only.insert(group);
-                                               }
-                                               return std::optional<commandline::Error>();
-                                           }},
-                                          {"--json", true, commandline::Store(options.json)},
-                                          {"--one-processor", false, commandline::Set(options.oneProcessor)},
-                                          {"--continue", true, commandline::Store(options.earlier)},
-                                          {"--server-log", true, commandline::Store(options.serverLog)},
-                                          {"--calls", true, commandline::Store(options.calls)},
-                                          {"--help", false, commandline::Set(options.help)}});
+    std::string name;
+    std::function<void(Table&, const RunSize&)> measure;
+};
+
+template <class Measure>
+Group WithRouter(const char* name, Transport transport, Measure measure)
+{
+    return {name, [=](Table& table, const RunSize& run) {
+                RouterSession session(transport);
+                measure(table, run, session);
+            }};
 }
 
-/// Measures one group after the other. A group that fails is told and makes the program fail; the others go on.
-class Run
+std::vector<Group> GroupsOf(const Options& options)
 {
-public:
-    explicit Run(const Options& options) : m_options(options)
-    {
-        m_table.announce = [](const std::string& line) { console::Say(line); };
-        if (m_options.earlier.empty()) {
-            console::Say(bench::Table::Head());
-        } else {
-            std::ifstream json(std::filesystem::path(console::Wide(m_options.earlier)));
-            m_table.Continue(json);
-        }
+    using namespace bench;
+    if (options.oneProcessor) {
+        return {WithRouter("trips", Transport::Simulation, &AddOneProcessorRoundTripRows)};
     }
+    const auto count = [&options](Table& table, const RunSize& run, RouterSession& session) {
+        if (!options.serverLog.empty()) {
+            AddCountedRows(table, run, session, console::Wide(options.serverLog), console::Wide(options.calls));
+        }
+    };
+    return {{"wire", &AddDumpAndFramingRows},
+            {"dispatch", &AddDispatchRows},
+            {"trace", &AddTraceRows},
+            WithRouter("usb", Transport::Usb, &AddUsbRows),
+            WithRouter("start", Transport::Simulation, &AddStartRows),
+            WithRouter("trips", Transport::Simulation, &AddRoundTripRows),
+            WithRouter("streams", Transport::Simulation, &AddStreamRows),
+            WithRouter("ports", Transport::Simulation, &AddScalingRows),
+            WithRouter("counted", Transport::Simulation, count)};
+}
 
-    void OnOneProcessor()
-    {
-        WithRouter("trips", RouterSession::Transport::Simulation, &bench::AddOneProcessorRoundTripRows);
+std::optional<commandline::Error> ReadGroups(const std::string& value, Options& options)
+{
+    std::istringstream groups(value);
+    for (std::string group; std::getline(groups, group, ',');) {
+        if (!std::ranges::count(GroupsOf({}), group, &Group::name)) {
+            return "unknown group '" + group + "'";
+        }
+        options.only.push_back(group);
     }
+    return std::nullopt;
+}
 
-    void All()
-    {
-        const bench::RunSize& run = m_options.run;
-        Group("wire", [&] { AddDumpAndFramingRows(m_table, run); });
-        Group("dispatch", [&] { AddDispatchRows(m_table, run); });
-        Group("trace", [&] { AddTraceRows(m_table, run); });
-        WithRouter("usb", RouterSession::Transport::Usb, &bench::AddUsbRows);
-        WithRouter("start", RouterSession::Transport::Simulation, &bench::AddStartRows);
-        WithRouter("trips", RouterSession::Transport::Simulation, &bench::AddRoundTripRows);
-        WithRouter("streams", RouterSession::Transport::Simulation, &bench::AddStreamRows);
-        WithRouter("ports", RouterSession::Transport::Simulation, &bench::AddScalingRows);
-        if (!m_options.serverLog.empty()) {
-            WithRouter("counted", RouterSession::Transport::Simulation,
-                       [this](bench::Table& table, const bench::RunSize& measure, RouterSession& session) {
-                           AddCountedRows(table, measure, session, console::Wide(m_options.serverLog),
-                                          console::Wide(m_options.calls));
-                       });
-        }
+std::optional<commandline::Error> Read(const std::vector<std::string>& arguments, Options& options)
+{
+    using namespace commandline;
+    return Parse(arguments,
+                 {{"--quick", false, Set(options.run.quick)},
+                  {"--only", true, [&options](const std::string& value) { return ReadGroups(value, options); }},
+                  {"--json", true, Store(options.json)},
+                  {"--one-processor", false, Set(options.oneProcessor)},
+                  {"--continue", true, Store(options.earlier)},
+                  {"--server-log", true, Store(options.serverLog)},
+                  {"--calls", true, Store(options.calls)},
+                  {"--help", false, Set(options.help)}});
+}
+
+/// Measures one group after the other. A group that fails is reported and makes the program fail; the others go
+/// on.
+int Run(const Options& options)
+{
+    Table table;
+    table.announce = [](const std::string& line) { console::Say(line); };
+    if (options.earlier.empty()) {
+        console::Say(Table::Head());
+    } else {
+        std::ifstream json(std::filesystem::path(console::Wide(options.earlier)));
+        table.Continue(json);
     }
-
-    bool Finish() const
-    {
-        if (!m_options.json.empty()) {
-            std::ofstream(std::filesystem::path(console::Wide(m_options.json))) << m_table.Json();
-        }
-        if (!m_options.oneProcessor) {
-            console::Say(std::to_string(m_table.RowCount()) + " rows, " + std::to_string(m_table.MissedTargets()) +
-                         " targets missed, " + std::to_string(m_failed) + " groups failed");
-        }
-        return m_failed == 0;
-    }
-
-private:
-    void Group(const char* name, const std::function<void()>& measure)
-    {
-        if (!m_options.only.empty() && !m_options.only.contains(name)) {
-            return;
-        }
+    int failed = 0;
+    for (const Group& group : GroupsOf(options)) {
         try {
-            measure();
+            if (options.only.empty() || std::ranges::count(options.only, group.name)) {
+                group.measure(table, options.run);
+            }
         } catch (const std::exception& fault) {
-            ++m_failed;
-            console::Say(std::string("FAILED: ") + name + ": " + fault.what());
+            ++failed;
+            console::Say("FAILED: " + group.name + ": " + fault.what());
         }
     }
-
-    void WithRouter(const char* name, RouterSession::Transport transport,
-                    const std::function<void(bench::Table&, const bench::RunSize&, RouterSession&)>& measure)
-    {
-        Group(name, [&] {
-            RouterSession session(transport);
-            measure(m_table, m_options.run, session);
-        });
+    if (!options.json.empty()) {
+        std::ofstream(std::filesystem::path(console::Wide(options.json))) << table.Json();
     }
-
-    const Options& m_options;
-    bench::Table m_table;
-    int m_failed = 0;
-};
+    if (!options.oneProcessor) {
+        console::Say(std::to_string(table.RowCount()) + " rows, " + std::to_string(table.MissedTargets()) +
+                     " targets missed, " + std::to_string(failed) + " groups failed");
+    }
+    return failed == 0 ? 0 : 1;
+}
 
 } // namespace
 
@@ -158,13 +152,7 @@ int wmain(int count, wchar_t** arguments)
             console::Say(Help);
             return 0;
         }
-        Run run(options);
-        if (options.oneProcessor) {
-            run.OnOneProcessor();
-        } else {
-            run.All();
-        }
-        return run.Finish() ? 0 : 1;
+        return Run(options);
     } catch (const std::exception& fault) {
         return console::Fail("bench", fault.what(), 1);
     }

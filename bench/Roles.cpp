@@ -1,6 +1,5 @@
 #include "bench/Roles.h"
 
-#include "console/CommandLine.h"
 #include "console/Console.h"
 #include "tests/support/UniqueName.h"
 
@@ -8,54 +7,38 @@
 
 namespace bench {
 
-int PlayRole(const std::vector<std::string>& arguments)
+SharedInstrument::SharedInstrument(const std::wstring& name)
+    : m_memory(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(InstrumentRecord),
+                                    (name + L"-record").c_str())),
+      m_record(static_cast<InstrumentRecord*>(
+          ::MapViewOfFile(m_memory.Get(), FILE_MAP_ALL_ACCESS, 0, 0, sizeof(InstrumentRecord)))),
+      m_reached(::CreateEventW(nullptr, FALSE, FALSE, (name + L"-reached").c_str()))
 {
-    std::string role;
-    RoleNames names;
-    const auto text = [](std::wstring& target) {
-        return [&target](const std::string& value) -> std::optional<commandline::Error> {
-            target = console::Wide(value);
-            return std::nullopt;
-        };
-    };
-    const auto fault = commandline::Parse(arguments, {{"--role", true, commandline::Store(role)},
-                                                      {"--pipe", true, text(names.pipe)},
-                                                      {"--simulator", true, text(names.simulator)},
-                                                      {"--ready", true, text(names.ready)},
-                                                      {"--record", true, text(names.record)},
-                                                      {"--framed", false, commandline::Set(names.framed)}});
-    if (fault) {
-        return console::Fail("bench", *fault, console::UsageError);
+    if (m_record == nullptr || !m_reached) {
+        throw std::runtime_error("no shared memory for the instrument");
     }
-    if (role == "instrument") {
-        return PlayInstrument(names);
-    }
-    if (role == "bus") {
-        return PlayBusInstrument(names);
-    }
-    if (role == "barePipeline") {
-        return PlayBarePipeline(names);
-    }
-    return role == "nobody" ? 0 : console::UsageError;
 }
 
-RoleProcess::RoleProcess(const std::wstring& role, RoleNames names)
+int PlayRole(const std::vector<std::string>& arguments)
 {
-    names.ready = support::UniqueName(L"BenchReady");
-    const win32::KernelHandle ready(::CreateEventW(nullptr, TRUE, FALSE, names.ready.c_str()));
-    std::wstring arguments = L"--role " + role + L" --ready " + names.ready;
-    const auto add = [&arguments](const wchar_t* name, const std::wstring& value) {
-        if (!value.empty()) {
-            arguments += std::wstring(L" --") + name + L" " + value;
-        }
-    };
-    add(L"pipe", names.pipe);
-    add(L"simulator", names.simulator);
-    add(L"record", names.record);
-    arguments += names.framed ? L" --framed" : L"";
-    m_process = std::make_unique<support::ChildProcess>(support::ProgramFolder() / L"bench.exe", arguments);
-    if (!support::WaitFor(ready.Get())) {
-        throw std::runtime_error("a child process does not get ready: " + console::Utf8(arguments));
+    if (arguments.size() != 5) {
+        return console::UsageError;
+    }
+    const auto word = [&](std::size_t at) { return console::Wide(arguments[at]); };
+    const RoleCall call{word(1), word(2), word(3), word(4)};
+    return call.role == L"bus"      ? PlayBusInstrument(call)
+         : call.role == L"pipeline" ? PlayBarePipeline(call)
+                                    : PlayInstrument(call);
+}
+
+RoleProcess::RoleProcess(const std::wstring& role, const std::wstring& pipe, const std::wstring& other)
+    : m_readyName(support::UniqueName(L"BenchReady")),
+      m_ready(::CreateEventW(nullptr, TRUE, FALSE, m_readyName.c_str())),
+      m_process(support::ProgramFolder() / L"bench.exe",
+                L"--role " + role + L" " + m_readyName + L" " + pipe + L" " + other)
+{
+    if (!support::WaitFor(m_ready.Get())) {
+        throw std::runtime_error("a child process does not get ready: " + console::Utf8(role));
     }
 }
 

@@ -28,7 +28,7 @@ public:
 private:
     DirectPath m_direct;
     BarePipelinePath m_barePipeline;
-    const Instrument m_simulator{SimulatorPipe, true};
+    const Instrument m_simulator;
     RunningRouter m_router;
     std::unique_ptr<PipeEnd> m_routed;
 };
@@ -93,31 +93,16 @@ Latencies MeasureNowAndThen(const RunSize& run, DataPaths& paths, std::size_t si
 /// `when` ends the rows' names.
 void AddAgainstOnePipe(Table& table, std::size_t size, const Latencies& trips, const std::string& when)
 {
-    table.Add({Name(size) + ", simulation" + when,
-               "same ends on one pipe",
-               {trips.routed, "us"},
-               Quantity{trips.direct, "us"},
-               Bound::AtMost,
-               MostOfOnePipe,
-               ""});
-    table.Add({Name(size) + ", seven wake-ups only" + when,
-               "same ends on one pipe",
-               {trips.barePipeline, "us"},
-               Quantity{trips.direct, "us"},
-               Bound::None,
-               0,
-               "a bare path"});
+    table.Add({Name(size) + ", simulation" + when, "same ends on one pipe", trips.routed, trips.direct, "us",
+               AtMost(MostOfOnePipe), ""});
+    table.Add({Name(size) + ", seven wake-ups only" + when, "same ends on one pipe", trips.barePipeline,
+               trips.direct, "us", Told, "a bare path"});
 }
 
 void AddPercentile(Table& table, std::size_t size, const Latencies& trips, const std::string& when)
 {
-    table.Add({Name(size) + ", simulation" + when + ", 99th percentile",
-               "its own median",
-               {Percentile(trips.allRouted, 99), "us"},
-               Quantity{Median(trips.allRouted), "us"},
-               Bound::AtMost,
-               4,
-               ""});
+    table.Add({Name(size) + ", simulation" + when + ", 99th percentile", "its own median",
+               Percentile(trips.allRouted, 99), Median(trips.allRouted), "us", AtMost(4), ""});
 }
 
 } // namespace
@@ -147,13 +132,8 @@ void AddRoundTripRows(Table& table, const RunSize& run, RouterSession& session)
         const std::string when = ", all processors";
         const Latencies trips = MeasureBackToBack(run, paths, size);
         AddAgainstOnePipe(table, size, trips, when);
-        table.Add({Name(size) + ", simulation" + when,
-                   "seven wake-ups only",
-                   {trips.routed, "us"},
-                   Quantity{trips.barePipeline, "us"},
-                   Bound::AtMost,
-                   1,
-                   ""});
+        table.Add({Name(size) + ", simulation" + when, "seven wake-ups only", trips.routed, trips.barePipeline,
+                   "us", AtMost(1), ""});
         AddPercentile(table, size, trips, when);
     }
 }

@@ -7,7 +7,6 @@
 #include "win32/Thread.h"
 
 #include <atomic>
-#include <stdexcept>
 
 namespace bench {
 
@@ -68,9 +67,7 @@ double TotalRate(const Clients& clients, std::size_t count, std::chrono::millise
     for (win32::Thread& thread : threads) {
         thread.Join();
     }
-    if (broken) {
-        throw std::runtime_error("a pipe broke");
-    }
+    Demand(!broken, "a pipe broke");
     return rate;
 }
 
@@ -78,7 +75,7 @@ double TotalRate(const Clients& clients, std::size_t count, std::chrono::millise
 
 void AddScalingRows(Table& table, const RunSize& run, RouterSession& session)
 {
-    const Instrument simulator(SimulatorPipe, true);
+    const Instrument simulator;
     RunningRouter router(session);
     const auto time = run.Time(std::chrono::milliseconds(1000));
     constexpr std::size_t Most = 64;
@@ -93,32 +90,17 @@ void AddScalingRows(Table& table, const RunSize& run, RouterSession& session)
         const int rounds = run.quick ? 1 : 5;
         const auto [single, all] = InTurn(
             rounds, [&] { return TotalRate(clients, 1, time); }, [&] { return TotalRate(clients, ports, time); });
-        table.Add({"round trips of " + std::to_string(ports) + " ports together",
-                   "1 port",
-                   {all, "/s"},
-                   Quantity{single, "/s"},
-                   Bound::AtLeast,
-                   1,
-                   ""});
+        table.Add({"round trips of " + std::to_string(ports) + " ports together", "1 port", all, single, "/s",
+                   AtLeast(1), ""});
     }
     const ProcessUsage many = UsageOf(router.Id());
     const double bare = BareThreadKilobytes();
     const double port =
         (static_cast<double>(many.privateBytes) - static_cast<double>(one.privateBytes)) / 1024 / (Most - 1);
-    table.Add({"private memory per port, beyond its bare thread",
-               "",
-               {port - bare, "KB"},
-               std::nullopt,
-               Bound::AtMost,
-               300,
+    table.Add({"private memory per port, beyond its bare thread", "", port - bare, std::nullopt, "KB", AtMost(300),
                "a thread takes " + std::to_string(static_cast<int>(bare)) + " KB in any program here"});
-    table.Add({"threads per port",
-               "",
-               {(static_cast<double>(many.threads) - static_cast<double>(one.threads)) / (Most - 1), "threads"},
-               std::nullopt,
-               Bound::AtMost,
-               1,
-               ""});
+    const double threads = (static_cast<double>(many.threads) - static_cast<double>(one.threads)) / (Most - 1);
+    table.Add({"threads per port", "", threads, std::nullopt, "threads", AtMost(1), ""});
     for (const auto& client : clients) {
         client->Close();
     }

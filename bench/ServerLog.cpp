@@ -1,45 +1,31 @@
 #include "bench/ServerLog.h"
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/UniqueName.h"
 #include "win32/Handle.h"
 
 #include <tlhelp32.h>
 
-#include <algorithm>
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace bench {
 
 namespace {
 
-/// The thread and the name of a request, or Slept ("0024: select( ..."); an answer ("0024: select() = 0 ...") is
-/// none.
-bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
+/// Adds the request of a line ("0024: select( ...", or "0024: select() = PENDING ..." for a thread that went to
+/// sleep) to its thread's. Any other answer ("0024: select() = 0 ...") is none.
+void CountRequest(const std::string& line, std::map<DWORD, Requests>& counted)
 {
-    if (line.size() < 6) {
-        return false;
+    if (line.size() < 6 || line.compare(4, 2, ": ") != 0) {
+        return;
     }
-    const std::size_t colon = line.find(": ");
-    const std::size_t open = line.find('(');
-    if (line.compare(4, 21, ": select() = PENDING ") == 0) {
-        thread = std::strtoul(line.c_str(), nullptr, 16);
-        name = Slept;
-        return true;
+    const std::size_t open = line.find_first_not_of("abcdefghijklmnopqrstuvwxyz_0123456789", 6);
+    const bool slept = line.compare(6, 19, "select() = PENDING ") == 0;
+    if (slept || (open != line.npos && open != 6 && line[open] == '(' && line.compare(open, 4, "() =") != 0)) {
+        const DWORD thread = std::strtoul(line.c_str(), nullptr, 16);
+        ++counted[thread][slept ? Slept : line.substr(6, open - 6)];
     }
-    if (colon != 4 || open == std::string::npos || open < colon + 2 || line.compare(open, 4, "() =") == 0) {
-        return false;
-    }
-    name = line.substr(colon + 2, open - colon - 2);
-    if (name.find_first_not_of("abcdefghijklmnopqrstuvwxyz_0123456789") != std::string::npos) {
-        return false;
-    }
-    thread = std::strtoul(line.c_str(), nullptr, 16);
-    return true;
 }
 
 /// From the stat file of that process: user and system time are fields 14 and 15, in hundredths of a second.
@@ -47,20 +33,23 @@ bool ParseRequest(const std::string& line, DWORD& thread, std::string& name)
 double ProcessorSecondsOf(const std::string& unixProcess)
 {
     std::ifstream stat("Z:\\proc\\" + unixProcess + "\\stat", std::ios::binary);
-    std::string text;
-    std::getline(stat, text);
-    constexpr int FieldsBehindTheName = 11;
-    std::istringstream fields(text.substr(std::min(text.rfind(')') + 1, text.size())));
     std::string skipped;
-    for (int i = 0; i < FieldsBehindTheName; ++i) {
-        fields >> skipped;
+    std::getline(stat, skipped, ')'); // the name, which may hold blanks
+    for (int field = 3; field < 14; ++field) {
+        stat >> skipped;
     }
     double user = 0;
     double system = 0;
-    if (!(fields >> user >> system)) {
+    if (!(stat >> user >> system)) {
         throw std::runtime_error("the processor time of a process can't be read");
     }
     return (user + system) / 100;
+}
+
+/// Asks for an event that does not exist: the question is in the log.
+void Mark(const std::string& name)
+{
+    const win32::KernelHandle none(::OpenEventA(SYNCHRONIZE, FALSE, name.c_str()));
 }
 
 } // namespace
@@ -69,49 +58,42 @@ ServerLog::ServerLog(std::filesystem::path path) : m_path(std::move(path))
 {
     // The server logs requests from the moment that any program of this session wants it to.
     ::SetEnvironmentVariableW(L"WINEDEBUG", L"+server");
-    const support::ChildProcess nobody(support::ProgramFolder() / L"bench.exe", L"--role nobody");
+    const support::ChildProcess any(support::ProgramFolder() / L"bench.exe", L"--help");
     ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all");
-    if (!nobody.WaitForExit()) {
+    if (!any.WaitForExit()) {
         throw std::runtime_error("the Wine server can't be asked to log");
     }
 }
 
-void ServerLog::Mark(const std::string& name) const
+std::map<DWORD, Requests> ServerLog::During(const std::function<void()>& action) const
 {
-    // There is no such event, but the question is in the log.
-    const win32::KernelHandle none(::OpenEventA(SYNCHRONIZE, FALSE, ("bench-mark-" + name).c_str()));
-}
-
-std::map<DWORD, Requests> ServerLog::Counted(const std::string& name) const
-{
-    const std::string begin = "bench-mark-begin-" + name + "\"";
-    const std::string end = "bench-mark-end-" + name + "\"";
+    const std::wstring unique = support::UniqueName(L"bench-mark");
+    const std::string mark(unique.begin(), unique.end());
+    Mark(mark + "-begin");
+    action();
+    Mark(mark + "-end");
     std::map<DWORD, Requests> counted;
     std::ifstream log(m_path, std::ios::binary);
     bool counting = false;
     for (std::string line; std::getline(log, line);) {
-        if (line.find(end) != std::string::npos) {
+        if (line.find(mark + "-end\"") != std::string::npos) {
             return counted;
         }
-        DWORD thread = 0;
-        std::string request;
-        if (counting && ParseRequest(line, thread, request)) {
-            ++counted[thread][request];
+        if (counting) {
+            CountRequest(line, counted);
         }
-        counting = counting || line.find(begin) != std::string::npos;
+        counting = counting || line.find(mark + "-begin\"") != std::string::npos;
     }
-    throw std::runtime_error("the Wine server's log does not show " + name);
+    throw std::runtime_error("the Wine server's log does not show what was counted");
 }
 
 double ServerLog::ProcessorSeconds(DWORD firstThread) const
 {
-    std::array<char, 60> start{};
-    std::snprintf(start.data(), start.size(), "%04lx: init_first_thread( unix_pid=", firstThread);
-    const std::string mark = start.data();
+    constexpr std::string_view Start = ": init_first_thread( unix_pid=";
     std::ifstream log(m_path, std::ios::binary);
     for (std::string line; std::getline(log, line);) {
-        if (line.compare(0, mark.size(), mark) == 0) {
-            return ProcessorSecondsOf(std::to_string(std::strtoul(line.c_str() + mark.size(), nullptr, 10)));
+        if (line.find(Start) == 4 && std::strtoul(line.c_str(), nullptr, 16) == firstThread) {
+            return ProcessorSecondsOf(std::to_string(std::strtoul(line.c_str() + 4 + Start.size(), nullptr, 10)));
         }
     }
     throw std::runtime_error("the Wine server's log does not show the start of a process");

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -26,20 +27,14 @@ public:
     /// Makes the server log every request from now on into `path`, which is where its errors go.
     explicit ServerLog(std::filesystem::path path);
 
-    /// Between Begin and End with the same name everything is counted. The calls leave marks in the log.
-    void Begin(const std::string& name) const { Mark("begin-" + name); }
-    void End(const std::string& name) const { Mark("end-" + name); }
-
-    /// The requests of each thread in that time. Throws std::runtime_error when the marks are not there.
-    std::map<DWORD, Requests> Counted(const std::string& name) const;
+    /// The requests of each thread while `action` runs. Throws std::runtime_error when the log does not show them.
+    std::map<DWORD, Requests> During(const std::function<void()>& action) const;
 
     /// Seconds of processor time that the process of that thread has taken, by the account of the machine below
     /// Wine. Throws std::runtime_error when the log does not show the thread's start.
     double ProcessorSeconds(DWORD firstThread) const;
 
 private:
-    void Mark(const std::string& name) const;
-
     std::filesystem::path m_path;
 };
 

@@ -3,8 +3,6 @@
 #include "client/RouterAutomation.h"
 #include "tests/support/UniqueName.h"
 
-#include <stdexcept>
-
 namespace bench {
 
 namespace {
@@ -23,23 +21,18 @@ StartTimes StartRouter()
     PipeEnd client;
     StartTimes times;
     const Stopwatch watch;
-    if (automation.Create(RouterAutomation::Binding::Early) != RouterAutomation::Result::Done) {
-        throw std::runtime_error("the router does not start");
-    }
+    Demand(automation.Create(RouterAutomation::Binding::Early) == RouterAutomation::Result::Done,
+           "the router does not start");
     times.activation = 1000 * watch.Seconds();
-    if (automation.Register(3, 1, UsualReadSize, UsualReadSize, name) != RouterAutomation::Result::Done ||
-        !client.Open(name, std::chrono::seconds(20)))
-    {
-        throw std::runtime_error("the router serves no pipe");
-    }
+    Demand(automation.Register(3, 1, UsualReadSize, UsualReadSize, name) == RouterAutomation::Result::Done &&
+               client.Open(name, std::chrono::seconds(20)),
+           "the router serves no pipe");
     times.served = 1000 * watch.Seconds();
     RouterProcess process;
     process.Find();
     client.Close();
     automation.Release();
-    if (!process.WaitForEnd(20'000)) {
-        throw std::runtime_error("the router does not end");
-    }
+    Demand(process.WaitForEnd(20'000).has_value(), "the router does not end");
     return times;
 }
 
@@ -48,7 +41,7 @@ StartTimes StartRouter()
 // The session has registered the router; COM is initialised by it too.
 void AddStartRows(Table& table, const RunSize& run, RouterSession&)
 {
-    const Instrument simulator(SimulatorPipe, true);
+    const Instrument simulator;
     std::vector<double> activation;
     std::vector<double> served;
     for (int round = 0; round < run.Rounds(); ++round) {
@@ -56,13 +49,8 @@ void AddStartRows(Table& table, const RunSize& run, RouterSession&)
         activation.push_back(times.activation);
         served.push_back(times.served);
     }
-    table.Add({"activation to the first served pipe",
-               "the same activation, to the object alone",
-               {Median(served), "ms"},
-               Quantity{Median(activation), "ms"},
-               Bound::AtMost,
-               1.5,
-               ""});
+    table.Add({"activation to the first served pipe", "the same activation, to the object alone", Median(served),
+               Median(activation), "ms", AtMost(1.5), ""});
 }
 
 } // namespace bench

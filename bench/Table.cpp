@@ -2,57 +2,38 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
+#include <istream>
 #include <string_view>
-#include <utility>
 
 namespace bench {
 
 namespace {
 
+using Bound = Target::Bound;
+
 // Of a row's JSON: what Continue looks for, which reads nothing but what Json wrote.
 constexpr std::string_view RowBegin = "  {\"measured\": ";
-constexpr std::string_view Met = ", \"met\": true";
 constexpr std::string_view NotMet = ", \"met\": false";
 
-std::string Number(double value)
+std::string Format(const char* format, int precision, double value)
 {
     std::array<char, 40> text{};
-    const double size = value < 0 ? -value : value;
-    const int decimals = size >= 100 ? 0 : size >= 10 ? 1 : 2;
-    std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
+    std::snprintf(text.data(), text.size(), format, precision, value);
     return text.data();
 }
 
-std::string Padded(std::string text, std::size_t width)
+std::string Number(double value)
 {
-    text.resize(text.size() < width ? width : text.size(), ' ');
-    return text;
+    const double size = std::abs(value);
+    return Format("%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
 }
 
-std::string Text(const Quantity& quantity)
+std::string TargetText(const Target& target)
 {
-    return quantity.unit.empty() ? Number(quantity.value) : Number(quantity.value) + " " + quantity.unit;
-}
-
-/// The ratio, or nothing where the figure itself is judged.
-std::string RatioText(const Row& row)
-{
-    return row.referenceFigure ? Number(row.Judged()) : std::string("-");
-}
-
-std::string TargetText(const Row& row)
-{
-    if (row.bound == Bound::None) {
-        return "-";
-    }
-    return (row.bound == Bound::AtMost ? "<= " : ">= ") + Number(row.target);
-}
-
-std::string MetText(const Row& row)
-{
-    const std::optional<bool> met = row.IsMet();
-    return !met ? "-" : *met ? "yes" : "NO";
+    return target.bound == Bound::None ? "-"
+                                       : (target.bound == Bound::AtMost ? "<= " : ">= ") + Number(target.value);
 }
 
 std::string Joined(const std::array<std::string, 7>& cells)
@@ -60,39 +41,42 @@ std::string Joined(const std::array<std::string, 7>& cells)
     constexpr std::array<std::size_t, 6> widths{52, 34, 13, 13, 7, 9};
     std::string line;
     for (std::size_t i = 0; i < widths.size(); ++i) {
-        line += Padded(cells[i], widths[i]) + " ";
+        line += cells[i] + std::string(widths[i] - std::min(widths[i], cells[i].size()) + 1, ' ');
     }
     return line + cells[widths.size()];
+}
+
+std::string LineOf(const Row& row)
+{
+    const std::optional<bool> met = row.IsMet();
+    const std::string reference = row.referenceFigure ? Number(*row.referenceFigure) + " " + row.unit : "-";
+    const std::string ratio = row.referenceFigure ? Number(row.Judged()) : "-";
+    const std::string line = Joined({row.measured, row.reference, Number(row.figure) + " " + row.unit, reference,
+                                     ratio, TargetText(row.target), !met ? "-" : (*met ? "yes" : "NO")});
+    return row.note.empty() ? line : line + "  (" + row.note + ")";
 }
 
 std::string Quoted(const std::string& text)
 {
     std::string quoted = "\"";
     for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            quoted += '\\';
-        }
-        quoted += c;
+        quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
     }
     return quoted + "\"";
 }
 
 std::string JsonOf(const Row& row)
 {
-    std::array<char, 40> number{};
-    const auto exact = [&number](double value) {
-        std::snprintf(number.data(), number.size(), "%.6g", value);
-        return std::string(number.data());
-    };
+    const auto exact = [](double value) { return Format("%.*g", 6, value); };
     std::string json = std::string(RowBegin) + Quoted(row.measured) + ", \"reference\": " + Quoted(row.reference) +
-                       ", \"figure\": " + exact(row.figure.value) + ", \"unit\": " + Quoted(row.figure.unit);
+                       ", \"figure\": " + exact(row.figure) + ", \"unit\": " + Quoted(row.unit);
     if (row.referenceFigure) {
-        json += ", \"reference figure\": " + exact(row.referenceFigure->value) +
-                ", \"reference unit\": " + Quoted(row.referenceFigure->unit) +
-                ", \"ratio\": " + exact(row.Judged());
+        json += ", \"reference figure\": " + exact(*row.referenceFigure) +
+                ", \"reference unit\": " + Quoted(row.unit) + ", \"ratio\": " + exact(row.Judged());
     }
     if (const std::optional<bool> met = row.IsMet()) {
-        json += ", \"target\": " + Quoted(TargetText(row)) + std::string(*met ? Met : NotMet);
+        json +=
+            ", \"target\": " + Quoted(TargetText(row.target)) + (*met ? ", \"met\": true" : std::string(NotMet));
     }
     return json + ", \"note\": " + Quoted(row.note) + "}";
 }
@@ -101,47 +85,31 @@ std::string JsonOf(const Row& row)
 
 double Row::Judged() const
 {
-    if (!referenceFigure) {
-        return figure.value;
-    }
-    return referenceFigure->value != 0 ? figure.value / referenceFigure->value : 0;
+    const double against = referenceFigure.value_or(1);
+    return against != 0 ? figure / against : 0;
 }
 
 std::optional<bool> Row::IsMet() const
 {
-    if (bound != Bound::None && referenceFigure && referenceFigure->value == 0) {
-        return false; // nothing was measured to compare with
+    if (target.bound == Bound::None) {
+        return std::nullopt;
     }
-    switch (bound) {
-    case Bound::AtMost: return Judged() <= target;
-    case Bound::AtLeast: return Judged() >= target;
-    case Bound::None: break;
-    }
-    return std::nullopt;
+    const bool compared = referenceFigure != 0.0; // else nothing was measured to compare with
+    return compared && (target.bound == Bound::AtMost ? Judged() <= target.value : Judged() >= target.value);
 }
 
 void Table::Add(Row row)
 {
     if (announce != nullptr) {
-        announce(Line(row));
+        announce(LineOf(row));
     }
     m_rows.push_back(std::move(row));
 }
 
 std::string Table::Head()
 {
-    const std::array<std::string, 7> heads{"measured", "reference", "figure", "reference",
-                                           "ratio",    "target",    "met"};
-    const std::string line = Joined(heads);
+    const std::string line = Joined({"measured", "reference", "figure", "reference", "ratio", "target", "met"});
     return line + "\n" + std::string(line.size(), '-');
-}
-
-std::string Table::Line(const Row& row)
-{
-    const std::string line = Joined({row.measured, row.reference, Text(row.figure),
-                                     row.referenceFigure ? Text(*row.referenceFigure) : std::string("-"),
-                                     RatioText(row), TargetText(row), MetText(row)});
-    return row.note.empty() ? line : line + "  (" + row.note + ")";
 }
 
 void Table::Continue(std::istream& json)
@@ -155,23 +123,20 @@ void Table::Continue(std::istream& json)
 
 std::size_t Table::MissedTargets() const
 {
-    const auto ofEarlier = std::ranges::count_if(
-        m_earlier, [](const std::string& row) { return row.find(std::string(NotMet)) != std::string::npos; });
-    const auto ofThese = std::ranges::count_if(m_rows, [](const Row& row) { return row.IsMet() == false; });
-    return static_cast<std::size_t>(ofEarlier + ofThese);
+    const auto missed = [](const std::string& row) { return row.find(NotMet) != std::string::npos; };
+    return static_cast<std::size_t>(std::ranges::count_if(m_earlier, missed) +
+                                    std::ranges::count_if(m_rows, missed, &JsonOf));
 }
 
 std::string Table::Json() const
 {
     std::vector<std::string> rows = m_earlier;
-    for (const Row& row : m_rows) {
-        rows.push_back(JsonOf(row));
-    }
-    std::string json = "[\n";
+    std::ranges::transform(m_rows, std::back_inserter(rows), &JsonOf);
+    std::string json;
     for (const std::string& row : rows) {
-        json += row + (&row == &rows.back() ? "\n" : ",\n");
+        json += (json.empty() ? "[\n" : ",\n") + row;
     }
-    return json + "]\n";
+    return json + "\n]\n";
 }
 
 } // namespace bench

@@ -1,31 +1,41 @@
 // The rows of the benchmark and how they are shown. Portable.
 #pragma once
 
-#include <istream>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace bench {
 
-/// A figure with its unit.
-struct Quantity
+/// What is asked of a row's ratio, or of its figure when there is no reference.
+struct Target
 {
+    enum class Bound { AtMost, AtLeast, None };
+    Bound bound = Bound::None; // None: the row is just told
     double value = 0;
-    std::string unit;
 };
 
-/// At most, at least, or just told.
-enum class Bound { AtMost, AtLeast, None };
+inline constexpr Target Told{};
+
+constexpr Target AtMost(double value)
+{
+    return {Target::Bound::AtMost, value};
+}
+
+constexpr Target AtLeast(double value)
+{
+    return {Target::Bound::AtLeast, value};
+}
 
 struct Row
 {
     std::string measured;  // what
     std::string reference; // against what, in the same run
-    Quantity figure;
-    std::optional<Quantity> referenceFigure; // none: the figure itself is judged
-    Bound bound = Bound::None;
-    double target = 0; // of the ratio, or of the figure when there is no reference
+    double figure = 0;
+    std::optional<double> referenceFigure; // none: the figure itself is judged
+    std::string unit;                      // of both
+    Target target;
     std::string note;
 
     /// The figure in units of the reference, or the figure itself.
@@ -44,12 +54,11 @@ public:
     std::size_t RowCount() const noexcept { return m_earlier.size() + m_rows.size(); }
     std::size_t MissedTargets() const;
 
-    /// The column heads, and each row as one line. Add's `announce` prints them as they come.
+    /// The column heads as one line, ruled off.
     static std::string Head();
-    static std::string Line(const Row& row);
     std::string Json() const;
 
-    /// Called with each row as it is added.
+    /// Called with each row, as one line, when it is added.
     void (*announce)(const std::string& line) = nullptr;
 
 private:

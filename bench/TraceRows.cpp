@@ -1,10 +1,11 @@
 #include "bench/Rows.h"
-#include "bench/TracerRig.h"
+#include "bench/Tracer.h"
 #include "diag/TimeStamp.h"
 #include "tests/support/WaitUntil.h"
 #include "trace/Trace.h"
 
 #include <cstdio>
+#include <fstream>
 #include <stdexcept>
 
 namespace bench {
@@ -12,6 +13,16 @@ namespace bench {
 namespace {
 
 constexpr const char* Format = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
+
+std::wstring g_program; // written before the tracer starts, read by its thread
+
+CDebugThread::Owner NewTracer(const std::filesystem::path& folder)
+{
+    g_program = (folder / L"bench.exe").wstring();
+    CDebugThread::Surroundings surroundings;
+    surroundings.ProgramPath = [] { return std::optional(g_program); };
+    return CDebugThread::Create(surroundings);
+}
 
 void Nothing(int) {}
 
@@ -23,16 +34,11 @@ void AddUnwantedRow(Table& table, const RunSize& run)
         run.Rounds(), [&] { return NanosecondsEach(times, [&](std::size_t i) { empty(static_cast<int>(i)); }); },
         [&] {
             return NanosecondsEach(times, [](std::size_t i) {
-                Trace(TracerRig::UnwantedChannel, trace::Usb, Format, static_cast<int>(i), 1);
+                Trace(Tracer::UnwantedChannel, trace::Usb, Format, static_cast<int>(i), 1);
             });
         });
-    table.Add({"trace call that nobody wants",
-               "call of an empty function by pointer",
-               {trace, "ns"},
-               Quantity{call, "ns"},
-               Bound::AtMost,
-               10,
-               "its kernel calls are counted below"});
+    table.Add({"trace call that nobody wants", "call of an empty function by pointer", trace, call, "ns",
+               AtMost(10), "its kernel calls are counted below"});
 }
 
 /// What a producer does for a line, but for handing it over.
@@ -53,73 +59,64 @@ double FormattingTime(std::size_t lines)
     });
 }
 
-struct Burst
-{
-    double nanosecondsEach = 0; // on the producer's side
-    double linesPerSecond = 0;  // until the last one is in the file
-    std::size_t lost = 0;
-};
-
-/// Fewer lines at once than the tracer's queue is given up at, so none may be lost.
-Burst TraceBurst(const TracerRig& rig, std::size_t lines, int number)
-{
-    const std::string mark = "burst " + std::to_string(number) + "\r";
-    const Stopwatch watch;
-    Burst burst;
-    burst.nanosecondsEach = NanosecondsEach(lines, [number](std::size_t i) {
-        Trace(trace::RouterChannel, trace::Usb, Format, static_cast<int>(i), number);
-    });
-    const std::string last = "write " + std::to_string(lines - 1) + " bytes, " + mark;
-    support::WaitUntil([&] { return rig.LinesWith(last) == 1; });
-    burst.linesPerSecond = static_cast<double>(lines) / watch.Seconds();
-    burst.lost = lines - rig.LinesWith(mark);
-    return burst;
-}
-
-void AddWantedRows(Table& table, const RunSize& run, const TracerRig& rig)
+/// Bursts of fewer lines than the tracer's queue is given up at, so none may be lost.
+void AddWantedRows(Table& table, const RunSize& run, const Tracer& tracer)
 {
     const std::size_t lines = run.Times(4000);
-    int number = 1;
+    int burst = 1;
     std::size_t lost = 0;
-    std::vector<double> rates;
-    const auto [formatting, tracing] = InTurn(
-        run.Rounds(), [&] { return FormattingTime(lines); },
-        [&] {
-            const Burst burst = TraceBurst(rig, lines, ++number);
-            lost += burst.lost;
-            rates.push_back(burst.linesPerSecond);
-            return burst.nanosecondsEach;
+    std::vector<double> rates; // lines a second, until the last one is in the file
+    const auto traceBurst = [&] {
+        const std::string mark = "burst " + std::to_string(++burst) + "\r";
+        const std::string last = "write " + std::to_string(lines - 1) + " bytes, " + mark;
+        const Stopwatch watch;
+        const double nanosecondsEach = NanosecondsEach(lines, [burst](std::size_t i) {
+            Trace(trace::RouterChannel, trace::Usb, Format, static_cast<int>(i), burst);
         });
-    table.Add({"trace line wanted by the file, producer's side",
-               "the same formatting into memory",
-               {tracing, "ns"},
-               Quantity{formatting, "ns"},
-               Bound::AtMost,
-               3,
-               ""});
-    table.Add({"trace lines into the file",
-               "",
-               {Median(rates), "lines/s"},
-               std::nullopt,
-               Bound::None,
-               0,
+        support::WaitUntil([&] { return tracer.LinesWith(last) == 1; });
+        rates.push_back(static_cast<double>(lines) / watch.Seconds());
+        lost += lines - tracer.LinesWith(mark);
+        return nanosecondsEach;
+    };
+    const auto [formatting, tracing] = InTurn(run.Rounds(), [&] { return FormattingTime(lines); }, traceBurst);
+    table.Add({"trace line wanted by the file, producer's side", "the same formatting into memory", tracing,
+               formatting, "ns", AtMost(3), ""});
+    table.Add({"trace lines into the file", "", Median(rates), std::nullopt, "lines/s", Told,
                "bursts of " + std::to_string(lines)});
-    table.Add({"trace lines lost below the overflow rule",
-               "",
-               {static_cast<double>(lost), "lines"},
-               std::nullopt,
-               Bound::AtMost,
-               0,
-               ""});
+    table.Add({"trace lines lost below the overflow rule", "", static_cast<double>(lost), std::nullopt, "lines",
+               AtMost(0), ""});
 }
 
 } // namespace
 
+Tracer::Tracer() : m_tracer(NewTracer(m_folder.Path())), m_output(*m_tracer), m_frontEnd(m_output)
+{
+    CDebugOption option(trace::RouterChannel);
+    option.SetMask(0xFFFF0000);
+    DebugOptionsMap options;
+    options.emplace(option.DeviceNumber, option);
+    m_frontEnd.Publish(options);
+    m_tracer->SetOptions(0xFFFF0000, L"Bench.log", 1000, true);
+    if (!m_tracer->Start()) {
+        throw std::runtime_error("the tracer does not start");
+    }
+}
+
+std::size_t Tracer::LinesWith(const std::string& text) const
+{
+    std::ifstream log(m_folder.Path() / L"Log" / L"Bench.log", std::ios::binary);
+    std::size_t count = 0;
+    for (std::string line; std::getline(log, line);) {
+        count += line.find(text) != std::string::npos ? 1 : 0;
+    }
+    return count;
+}
+
 void AddTraceRows(Table& table, const RunSize& run)
 {
-    const TracerRig rig;
+    const Tracer tracer;
     AddUnwantedRow(table, run);
-    AddWantedRows(table, run, rig);
+    AddWantedRows(table, run, tracer);
 }
 
 } // namespace bench

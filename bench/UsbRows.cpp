@@ -6,93 +6,57 @@
 #include "usb/ControlCodes.h"
 #include "usb/RequestBlock.h"
 #include "usb/UsbDevice.h"
-#include "win32/Event.h"
 
 #include <stdexcept>
-#include <string>
 
 namespace bench {
 
 namespace {
 
 constexpr GUID DeviceInterface = {0x4E7B2C19, 0x8D35, 0x4A60, {0xB1, 0xF2, 0x7C, 0x9E, 0x05, 0xD3, 0xA6, 0x48}};
-constexpr std::uint8_t Out = 0x02;
-constexpr std::uint8_t In = 0x86;
-constexpr std::uint32_t Slot = 0;
-constexpr std::uint32_t LongestRead = 65535;
-
-/// One transfer of the client below, with all that the driver may touch until it is complete.
-class DirectTransfer
-{
-public:
-    DirectTransfer(HANDLE device, std::uint8_t endpoint) : m_device(device)
-    {
-        m_block.endpointAddress = endpoint;
-        m_overlapped.hEvent = m_event.Get();
-    }
-    ~DirectTransfer()
-    {
-        if (m_pending) {
-            ::CancelIoEx(m_device, &m_overlapped);
-            Complete();
-        }
-    }
-    DirectTransfer(const DirectTransfer&) = delete;
-    DirectTransfer& operator=(const DirectTransfer&) = delete;
-
-    void Start(std::uint8_t* data, DWORD length)
-    {
-        m_pending = ::DeviceIoControl(m_device, usb::ControlDirectTransfer, &m_block, sizeof m_block, data, length,
-                                      nullptr, &m_overlapped) != FALSE ||
-                    ::GetLastError() == ERROR_IO_PENDING;
-    }
-    /// Waits for the end; the bytes transferred, 0 when it failed or was refused.
-    std::size_t Complete()
-    {
-        DWORD length = 0;
-        const bool worked = m_pending && ::GetOverlappedResult(m_device, &m_overlapped, &length, TRUE) != FALSE;
-        m_pending = false;
-        return worked ? length : 0;
-    }
-
-private:
-    const HANDLE m_device;
-    const win32::Event m_event{win32::Event::Kind::ManualReset};
-    usb::TransferHeader m_block{};
-    OVERLAPPED m_overlapped{};
-    bool m_pending = false;
-};
 
 /// The client that opens the instrument itself: a read is pending, one write is made, both are waited for.
-class DirectClient
+class DirectUsbClient
 {
 public:
-    DirectClient() : m_buffer(LongestRead), m_device(nullptr, DeviceInterface, true)
+    DirectUsbClient() : m_buffer(65535), m_device(nullptr, DeviceInterface, true)
     {
-        if (!m_device.IsOpen()) {
-            throw std::runtime_error("the simulated instrument does not open");
-        }
+        Demand(m_device.IsOpen(), "the simulated instrument does not open");
+        m_in.endpointAddress = 0x86;
+        m_out.endpointAddress = 0x02;
     }
 
     void RoundTrip(std::vector<std::uint8_t>& message)
     {
-        m_read.Start(m_buffer.data(), LongestRead);
-        m_write.Start(message.data(), static_cast<DWORD>(message.size()));
-        if (m_write.Complete() != message.size() || m_read.Complete() != message.size()) {
-            throw std::runtime_error("a transfer is cut");
-        }
+        Start(m_read, m_in, m_buffer);
+        Start(m_write, m_out, message);
+        Demand(Complete(m_write) == message.size() && Complete(m_read) == message.size(), "a transfer is cut");
     }
 
 private:
+    void Start(win32::OverlappedOperation& transfer, usb::TransferHeader& header, std::vector<std::uint8_t>& data)
+    {
+        transfer.Control(m_device.Handle(), usb::ControlDirectTransfer, &header, sizeof header, data.data(),
+                         static_cast<DWORD>(data.size()));
+    }
+    DWORD Complete(win32::OverlappedOperation& transfer)
+    {
+        ::WaitForSingleObject(transfer.EventHandle(), INFINITE);
+        DWORD length = 0;
+        return transfer.Finish(m_device.Handle(), length) ? length : 0;
+    }
+
     std::vector<std::uint8_t> m_buffer;
+    usb::TransferHeader m_in{};
+    usb::TransferHeader m_out{};
     UsbDevice m_device;
-    DirectTransfer m_read{m_device.Handle(), In};
-    DirectTransfer m_write{m_device.Handle(), Out};
+    win32::OverlappedOperation m_read;
+    win32::OverlappedOperation m_write;
 };
 
 double DirectMedian(std::size_t size, std::size_t count)
 {
-    DirectClient client;
+    DirectUsbClient client;
     std::vector<std::uint8_t> message(size, 'u');
     std::vector<double> times;
     for (std::size_t i = 0; i < count + WarmUps; ++i) {
@@ -101,6 +65,15 @@ double DirectMedian(std::size_t size, std::size_t count)
         times.push_back(watch.Nanoseconds() / 1000);
     }
     return Median({times.begin() + WarmUps, times.end()});
+}
+
+double RoutedMedian(PipeEnd& client, std::size_t size, std::size_t count)
+{
+    const std::vector<std::uint8_t> message(size, 'u');
+    std::vector<double> times;
+    RoundTrip(client, message, WarmUps, nullptr);
+    RoundTrip(client, message, count, &times);
+    return Median(times);
 }
 
 } // namespace
@@ -115,35 +88,26 @@ void AddUsbRows(Table& table, const RunSize& run, RouterSession& session)
     }
     instrumentbus::InstrumentControl bus;
     bus.Clear();
-    bus.Plug(Slot, instrumentbus::Instrument());
-    const RoleProcess instrument(L"bus", {});
-    const std::array<std::size_t, 2> sizes{64, 1024};
+    bus.Plug(0, instrumentbus::Instrument());
+    const RoleProcess instrument(L"bus");
+    constexpr std::array<std::size_t, 2> Sizes{64, 1024};
     std::array<std::vector<double>, 2> direct;
     std::array<std::vector<double>, 2> routed;
     const std::size_t count = run.Times(150);
     for (int round = 0; round < (run.quick ? 1 : 5); ++round) {
-        for (std::size_t i = 0; i < sizes.size(); ++i) {
-            direct[i].push_back(DirectMedian(sizes[i], count));
+        for (std::size_t i = 0; i < Sizes.size(); ++i) {
+            direct[i].push_back(DirectMedian(Sizes[i], count));
         }
         RunningRouter router(session);
         const auto client = router.OpenPort(3, 1);
-        for (std::size_t i = 0; i < sizes.size(); ++i) {
-            const std::vector<std::uint8_t> message(sizes[i], 'u');
-            std::vector<double> times;
-            RoundTrip(*client, message, WarmUps, nullptr);
-            RoundTrip(*client, message, count, &times);
-            routed[i].push_back(Median(times));
+        for (std::size_t i = 0; i < Sizes.size(); ++i) {
+            routed[i].push_back(RoutedMedian(*client, Sizes[i], count));
         }
         client->Close();
     }
-    for (std::size_t i = 0; i < sizes.size(); ++i) {
-        table.Add({"round trip, " + std::to_string(sizes[i]) + " B, USB",
-                   "write and read by DeviceIoControl",
-                   {Median(routed[i]), "us"},
-                   Quantity{Median(direct[i]), "us"},
-                   Bound::AtMost,
-                   3,
-                   ""});
+    for (std::size_t i = 0; i < Sizes.size(); ++i) {
+        table.Add({"round trip, " + std::to_string(Sizes[i]) + " B, USB", "write and read by DeviceIoControl",
+                   Median(routed[i]), Median(direct[i]), "us", AtMost(3), ""});
     }
     bus.Clear();
 }

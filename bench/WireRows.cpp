@@ -3,12 +3,9 @@
 #include "ports/packet/WireFormat.h"
 #include "trace/PacketText.h"
 
-#include <algorithm>
 #include <cstring>
 #include <numeric>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace bench {
 
@@ -28,23 +25,31 @@ Bytes Pattern(std::size_t count)
     return bytes;
 }
 
-/// As many packets of that payload as fit into one read. Each has number 0, after which the next one's number is
-/// not checked: the report of a gap is no part of parsing.
-Bytes BlockOf(std::size_t payloadLength)
+Bytes FrameOf(std::uint8_t number, const Bytes& payload)
 {
-    const Bytes payload(payloadLength, 'x');
-    const wire::Header header = wire::BuildHeader(0, wire::PortTraffic, 3, 1, payload.size());
     const wire::Trailer trailer = wire::BuildTrailer(payload);
+    const wire::Header header = wire::BuildHeader(number, wire::PortTraffic, 3, 1, payload.size());
+    Bytes frame;
+    frame.reserve(payload.size() + wire::FrameOverhead);
+    frame.insert(frame.end(), header.begin(), header.end());
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    frame.insert(frame.end(), trailer.begin(), trailer.end());
+    return frame;
+}
+
+/// As many packets of that length as fit into one read. Each has number 0, after which the next one's number is
+/// not checked: the report of a gap is no part of parsing.
+Bytes BlockOf(std::size_t frameLength)
+{
+    const Bytes frame = FrameOf(0, Bytes(frameLength - wire::FrameOverhead, 'x'));
     Bytes block;
-    while (block.size() + payloadLength + wire::FrameOverhead <= LongestRead) {
-        block.insert(block.end(), header.begin(), header.end());
-        block.insert(block.end(), payload.begin(), payload.end());
-        block.insert(block.end(), trailer.begin(), trailer.end());
+    while (block.size() + frameLength <= LongestRead) {
+        block.insert(block.end(), frame.begin(), frame.end());
     }
     return block;
 }
 
-double CopyTime(std::span<const std::uint8_t> from, std::size_t times)
+double CopyTime(Span from, std::size_t times)
 {
     Bytes to(from.size());
     return NanosecondsEach(times, [&](std::size_t) {
@@ -54,100 +59,16 @@ double CopyTime(std::span<const std::uint8_t> from, std::size_t times)
     });
 }
 
-void AddDumpRow(Table& table, const RunSize& run)
+/// A row about what `function` takes of the time that a copy of `bytes` takes.
+template <class Function>
+void AddAgainstCopy(Table& table, const RunSize& run, const char* measured, const Bytes& bytes,
+                    std::size_t wholeTimes, Function&& function)
 {
-    const Bytes bytes = Pattern(100);
-    const std::size_t times = run.Times(200'000);
-    const auto [copy, dump] = InTurn(
-        run.Rounds(), [&] { return CopyTime(bytes, times); },
-        [&] {
-            return NanosecondsEach(times, [&](std::size_t) {
-                std::string text;
-                AppendPacketText(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 100, false, text);
-                Keep(text.data());
-            });
-        });
-    table.Add(
-        {"dump of 100 bytes", "memcpy of the same bytes", {dump, "ns"}, Quantity{copy, "ns"}, Bound::None, 0, ""});
+    const std::size_t times = run.Times(wholeTimes);
+    const auto [copy, taken] = InTurn(
+        run.Rounds(), [&] { return CopyTime(bytes, times); }, [&] { return NanosecondsEach(times, function); });
+    table.Add({measured, "memcpy of the same bytes", taken, copy, "ns", Told, ""});
 }
-
-void AddFramingRow(Table& table, const RunSize& run, std::size_t length)
-{
-    const Bytes payload = Pattern(length);
-    const std::size_t times = run.Times(100'000);
-    const auto [copy, framing] = InTurn(
-        run.Rounds(), [&] { return CopyTime(payload, times); },
-        [&] {
-            return NanosecondsEach(times, [&](std::size_t i) {
-                const wire::Trailer trailer = wire::BuildTrailer(payload);
-                const wire::Header header = wire::BuildHeader(static_cast<std::uint8_t>(i & 0xFF),
-                                                              wire::PortTraffic, 3, 1, payload.size());
-                Bytes frame;
-                frame.reserve(payload.size() + wire::FrameOverhead);
-                frame.insert(frame.end(), header.begin(), header.end());
-                frame.insert(frame.end(), payload.begin(), payload.end());
-                frame.insert(frame.end(), trailer.begin(), trailer.end());
-                Keep(frame.data());
-            });
-        });
-    table.Add({"framing of " + std::to_string(length) + " bytes, with its allocation",
-               "memcpy of the same bytes",
-               {framing, "ns"},
-               Quantity{copy, "ns"},
-               Bound::None,
-               0,
-               ""});
-}
-
-/// Counts, and times the first and the last tenth of a block.
-class TenthsWatch final : public PacketWatch
-{
-public:
-    explicit TenthsWatch(std::size_t packets) : m_packets(packets) {}
-
-    void OnPacket(std::span<const std::uint8_t> payload) override
-    {
-        Keep(payload.data());
-        const std::size_t tenth = m_packets / 10;
-        if (m_seen == 0 || m_seen == tenth || m_seen + tenth + 1 == m_packets || m_seen + 1 == m_packets) {
-            m_times[m_next++ % m_times.size()] = std::chrono::steady_clock::now();
-        }
-        ++m_seen;
-    }
-    void Begin() noexcept
-    {
-        m_seen = 0;
-        m_next = 0;
-    }
-    double First() const { return Between(0); }
-    double Last() const { return Between(2); }
-    std::size_t Seen() const noexcept { return m_seen; }
-
-private:
-    double Between(std::size_t at) const
-    {
-        return std::chrono::duration<double, std::nano>(m_times[at + 1] - m_times[at]).count();
-    }
-
-    const std::size_t m_packets;
-    std::size_t m_seen = 0;
-    std::size_t m_next = 0;
-    std::array<std::chrono::steady_clock::time_point, 4> m_times{};
-};
-
-class CountingWatch final : public PacketWatch
-{
-public:
-    void OnPacket(std::span<const std::uint8_t> payload) override
-    {
-        Keep(payload.data());
-        ++m_seen;
-    }
-    std::size_t Seen() const noexcept { return m_seen; }
-
-private:
-    std::size_t m_seen = 0;
-};
 
 /// Of the middle half: finer than the clock's ticks, as a median is not, and free of what a busy machine adds.
 double MeanOfMiddle(std::vector<double> values)
@@ -158,78 +79,98 @@ double MeanOfMiddle(std::vector<double> values)
            static_cast<double>(values.size() - 2 * static_cast<std::size_t>(quarter));
 }
 
-void AddTenthsRow(Table& table, const RunSize& run, BlockParser& parser, const std::string& name,
+/// The time per packet in the last tenth of a block against the first.
+void AddTenthsRow(Table& table, const RunSize& run, const BlockParser& parse, const std::string& name,
                   std::size_t frameLength)
 {
-    const Bytes block = BlockOf(frameLength - wire::FrameOverhead);
+    const Bytes block = BlockOf(frameLength);
     const std::size_t packets = block.size() / frameLength;
-    TenthsWatch watch(packets);
+    const std::size_t tenth = packets / 10;
+    std::size_t seen = 0;
+    std::array<std::chrono::steady_clock::time_point, 4> times{}; // of the ends of the two tenths
+    const PacketWatch watch = [&, next = std::size_t{0}](Span payload) mutable {
+        Keep(payload.data());
+        if (seen == 0 || seen == tenth || seen + tenth + 1 == packets || seen + 1 == packets) {
+            times[next++ % times.size()] = std::chrono::steady_clock::now();
+        }
+        ++seen;
+    };
+    const auto between = [&](std::size_t at) {
+        return std::chrono::duration<double, std::nano>(times[at + 1] - times[at]).count() /
+               static_cast<double>(tenth);
+    };
     std::vector<double> first;
     std::vector<double> last;
     for (std::size_t i = 0; i < run.Times(1000); ++i) {
-        watch.Begin();
-        parser.Parse(block, watch);
-        if (watch.Seen() != packets) {
+        seen = 0;
+        parse(block, watch);
+        if (seen != packets) {
             throw std::runtime_error("packets are missing");
         }
-        first.push_back(watch.First());
-        last.push_back(watch.Last());
+        first.push_back(between(0));
+        last.push_back(between(2));
     }
-    const std::size_t tenth = packets / 10;
     table.Add({name + ": " + std::to_string(frameLength) + "-byte packets, last tenth of a block",
-               "first tenth of the same block",
-               {MeanOfMiddle(last) / static_cast<double>(tenth), "ns/packet"},
-               Quantity{MeanOfMiddle(first) / static_cast<double>(tenth), "ns/packet"},
-               Bound::AtMost,
-               1.25,
+               "first tenth of the same block", MeanOfMiddle(last), MeanOfMiddle(first), "ns/packet", AtMost(1.25),
                ""});
 }
 
-void AddSpeedRow(Table& table, const RunSize& run, BlockParser& parser, const std::string& name,
-                 std::size_t frameLength, Bound bound)
+void AddSpeedRow(Table& table, const RunSize& run, const BlockParser& parse, const std::string& name,
+                 std::size_t frameLength, Target target)
 {
-    const Bytes block = BlockOf(frameLength - wire::FrameOverhead);
+    const Bytes block = BlockOf(frameLength);
     // In each round somewhere else within a page: processors are slow to copy between places that differ by little
     // more than whole pages, and where the parser's buffer lies is chance.
     Bytes room(block.size() + Page);
     std::size_t round = 0;
     const auto place = [&](std::size_t shift) {
-        std::copy(block.begin(), block.end(), room.begin() + static_cast<std::ptrdiff_t>(shift));
-        return std::span<const std::uint8_t>(room).subspan(shift, block.size());
+        std::ranges::copy(block, room.begin() + static_cast<std::ptrdiff_t>(shift));
+        return Span(room).subspan(shift, block.size());
     };
-    CountingWatch watch;
+    std::size_t seen = 0;
+    const PacketWatch watch = [&](Span payload) {
+        Keep(payload.data());
+        ++seen;
+    };
     const std::size_t times = run.Times(1000);
     const auto [copy, parsing] = InTurn(
         run.Rounds(), [&] { return CopyTime(place(round * Page / 8 % Page), times); },
         [&] {
-            const auto placed = place(round++ * Page / 8 % Page);
-            return NanosecondsEach(times, [&](std::size_t) { parser.Parse(placed, watch); });
+            const Span placed = place(round++ * Page / 8 % Page);
+            return NanosecondsEach(times, [&](std::size_t) { parse(placed, watch); });
         });
-    if (watch.Seen() != static_cast<std::size_t>(run.Rounds()) * times * (block.size() / frameLength)) {
+    if (seen != static_cast<std::size_t>(run.Rounds()) * times * (block.size() / frameLength)) {
         throw std::runtime_error("packets are missing");
     }
-    const auto speed = [&block](double nanoseconds) {
-        return Quantity{static_cast<double>(block.size()) / nanoseconds, "GB/s"};
-    };
+    const auto size = static_cast<double>(block.size());
     table.Add({name + ": " + std::to_string(frameLength) + "-byte packets, a full block",
-               "memcpy of the same bytes", speed(parsing), speed(copy), bound, 0.25, ""});
+               "memcpy of the same bytes", size / parsing, size / copy, "GB/s", target, ""});
 }
 
 } // namespace
 
 void AddDumpAndFramingRows(Table& table, const RunSize& run)
 {
-    AddDumpRow(table, run);
-    AddFramingRow(table, run, 64);
-    AddFramingRow(table, run, 1024);
+    const Bytes bytes = Pattern(100);
+    AddAgainstCopy(table, run, "dump of 100 bytes", bytes, 200'000, [&](std::size_t) {
+        std::string text;
+        AppendPacketText(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 100, false, text);
+        Keep(text.data());
+    });
+    for (const std::size_t length : {64u, 1024u}) {
+        const Bytes payload = Pattern(length);
+        const std::string measured = "framing of " + std::to_string(length) + " bytes, with its allocation";
+        AddAgainstCopy(table, run, measured.c_str(), payload, 100'000,
+                       [&](std::size_t i) { Keep(FrameOf(static_cast<std::uint8_t>(i & 0xFF), payload).data()); });
+    }
 }
 
-void AddParsingRows(Table& table, const RunSize& run, BlockParser& parser, const std::string& name)
+void AddParsingRows(Table& table, const RunSize& run, const BlockParser& parse, const std::string& name)
 {
-    AddTenthsRow(table, run, parser, name, 15);
-    AddTenthsRow(table, run, parser, name, 512);
-    AddSpeedRow(table, run, parser, name, 15, Bound::None);
-    AddSpeedRow(table, run, parser, name, 512, Bound::AtLeast);
+    AddTenthsRow(table, run, parse, name, 15);
+    AddTenthsRow(table, run, parse, name, 512);
+    AddSpeedRow(table, run, parse, name, 15, Told);
+    AddSpeedRow(table, run, parse, name, 512, AtLeast(0.25));
 }
 
 } // namespace bench

@@ -5,30 +5,20 @@
 #include "bench/Table.h"
 
 #include <cstdint>
+#include <functional>
 #include <span>
 
 namespace bench {
 
-/// Told of each packet that a parser finds.
-class PacketWatch
-{
-public:
-    virtual ~PacketWatch() = default;
-    virtual void OnPacket(std::span<const std::uint8_t> payload) = 0;
-};
-
-/// Finds the packets in received bytes.
-class BlockParser
-{
-public:
-    virtual ~BlockParser() = default;
-    /// A whole number of packets; each is shown to `watch`.
-    virtual void Parse(std::span<const std::uint8_t> block, PacketWatch& watch) = 0;
-};
+using Span = std::span<const std::uint8_t>;
+/// Gets the payload of each packet that a parser finds.
+using PacketWatch = std::function<void(Span payload)>;
+/// Finds the packets in a block, a whole number of them.
+using BlockParser = std::function<void(Span block, const PacketWatch& watch)>;
 
 void AddDumpAndFramingRows(Table& table, const RunSize& run);
 
 /// `name` tells whose parser it is.
-void AddParsingRows(Table& table, const RunSize& run, BlockParser& parser, const std::string& name);
+void AddParsingRows(Table& table, const RunSize& run, const BlockParser& parse, const std::string& name);
 
 } // namespace bench

@@ -1,9 +1,9 @@
 # bench.exe, the benchmark. It starts the built router from outside, as the whole-process tests do, and plays the
 # simulated instrument; so it takes what it needs of theirs, none of which needs GoogleTest.
 set(bench_sources
-    BarePipelineRole.cpp BusInstrumentRole.cpp CountedRows.cpp DataPath.cpp DispatchRows.cpp IdleStates.cpp
+    BarePipelineRole.cpp CountedRows.cpp DataPath.cpp DispatchRows.cpp
     InstrumentRole.cpp Main.cpp PipeEnd.cpp Roles.cpp RoundTripRows.cpp ScalingRows.cpp ServerLog.cpp StartRows.cpp
-    StreamRows.cpp Table.cpp TraceRows.cpp TracerRig.cpp UsbRows.cpp WireRows.cpp)
+    StreamRows.cpp Table.cpp TraceRows.cpp UsbRows.cpp WireRows.cpp)
 list(TRANSFORM bench_sources PREPEND ${PROJECT_SOURCE_DIR}/bench/)
 set(bench_support
     ChildProcess.cpp KilledServer.cpp ProcessUsage.cpp RouterSession.cpp TempFolder.cpp UniqueName.cpp WaitUntil.cpp)

@@ -30,7 +30,8 @@ struct Phrase
     std::vector<Part<Target>> parts;
 
     template <class... Parts>
-    Phrase(const char* words, const char* meaning, Parts... each) : syntax(words), help(meaning), parts{each...}
+    Phrase(const char* words, const char* meaning, Parts... each)
+        : syntax(words), help(meaning), parts{std::move(each)...}
     {
     }
 

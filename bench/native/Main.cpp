@@ -10,34 +10,28 @@
 
 namespace {
 
-/// The reply path's loop over the same two portable parts.
-class WireParser final : public bench::BlockParser
+/// Drops what stands before a sync pair; false when there is none.
+bool Sync(ReceiveBuffer& buffer)
 {
-public:
-    void Parse(std::span<const std::uint8_t> block, bench::PacketWatch& watch) override
-    {
-        m_buffer.Append(block);
-        while (m_buffer.Size() >= wire::LeastToLookAt && Sync()) {
-            const auto frame = wire::ParseFrame(m_buffer.Bytes());
-            if (!frame) {
-                return;
-            }
-            watch.OnPacket(frame->payload);
-            m_buffer.Consume(frame->Length());
-            Sync();
+    const auto at = wire::FindSync(buffer.Bytes());
+    buffer.Consume(at.value_or(buffer.Size()));
+    return at.has_value();
+}
+
+/// The reply path's loop over the same two portable parts.
+void Parse(ReceiveBuffer& buffer, bench::Span block, const bench::PacketWatch& watch)
+{
+    buffer.Append(block);
+    while (buffer.Size() >= wire::LeastToLookAt && Sync(buffer)) {
+        const auto frame = wire::ParseFrame(buffer.Bytes());
+        if (!frame) {
+            return;
         }
+        watch(frame->payload);
+        buffer.Consume(frame->Length());
+        Sync(buffer);
     }
-
-private:
-    bool Sync()
-    {
-        const auto at = wire::FindSync(m_buffer.Bytes());
-        m_buffer.Consume(at.value_or(m_buffer.Size()));
-        return at.has_value();
-    }
-
-    ReceiveBuffer m_buffer;
-};
+}
 
 } // namespace
 
@@ -49,9 +43,10 @@ int main(int count, char** arguments)
     table.announce = [](const std::string& line) { std::puts(line.c_str()); };
     std::puts(bench::Table::Head().c_str());
     bench::AddDumpAndFramingRows(table, run);
-    WireParser parser;
+    ReceiveBuffer buffer;
+    const auto parse = [&](bench::Span block, const bench::PacketWatch& watch) { Parse(buffer, block, watch); };
     try {
-        bench::AddParsingRows(table, run, parser, "parsing, native");
+        bench::AddParsingRows(table, run, parse, "parsing, native");
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "bench_native: %s\n", fault.what());
         return 1;

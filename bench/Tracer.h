@@ -9,10 +9,10 @@ namespace bench {
 
 /// The trace calls of this process go here while it lives; one at a time. Everything that channel -1 traces is
 /// wanted by the file, nothing of other channels.
-class TracerRig
+class Tracer
 {
 public:
-    TracerRig();
+    Tracer();
 
     /// A channel that nobody has asked to trace.
     static constexpr std::int32_t UnwantedChannel = 7;
@@ -22,17 +22,14 @@ public:
 
 private:
     /// As the module's own, without its dialog.
-    class Output final : public ITraceOutput
+    struct Output final : ITraceOutput
     {
-    public:
-        explicit Output(CDebugThread& tracer) : m_tracer(tracer) {}
+        explicit Output(CDebugThread& thread) : tracer(thread) {}
         bool TracerExists() const noexcept override { return true; }
         bool DialogExists() const noexcept override { return true; }
         bool DialogIsVisible() const noexcept override { return false; }
-        void AddTrace(std::uint32_t mask, std::string text) override { m_tracer.AddTrace(mask, std::move(text)); }
-
-    private:
-        CDebugThread& m_tracer;
+        void AddTrace(std::uint32_t mask, std::string text) override { tracer.AddTrace(mask, std::move(text)); }
+        CDebugThread& tracer;
     };
 
     support::TempFolder m_folder;
