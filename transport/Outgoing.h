@@ -12,8 +12,8 @@
 class Outgoing
 {
 public:
-    /// `connection` is borrowed.
-    explicit Outgoing(const Connection& connection) noexcept : m_connection(connection) {}
+    /// `connection` is borrowed. Throws std::bad_alloc.
+    explicit Outgoing(const Connection& connection) : m_connection(connection) {}
     ~Outgoing() { m_CommandQueue.DestroyAll(); }
     Outgoing(const Outgoing&) = delete;
     Outgoing& operator=(const Outgoing&) = delete;

@@ -1,14 +1,11 @@
 #include "transport/Pauses.h"
 
-#include "win32/Windows.h"
-
-#include <chrono>
+#include "win32/PerformanceClock.h"
 
 void SleepOneMillisecond() noexcept
 {
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(1);
+    const std::chrono::microseconds end = win32::PerformanceTime() + std::chrono::milliseconds(1);
     do {
         ::Sleep(1);
-    } while (Clock::now() < end);
+    } while (win32::PerformanceTime() < end);
 }

@@ -17,8 +17,8 @@ class Replies
 {
 public:
     /// All three are borrowed. `driver` is the transport whose replies these are: blocks go through its
-    /// DispatchToDevice.
-    Replies(CCommunicationDriver& driver, Connection& connection, FirmwareDownloader& firmware) noexcept
+    /// DispatchToDevice. Throws std::bad_alloc.
+    Replies(CCommunicationDriver& driver, Connection& connection, FirmwareDownloader& firmware)
         : m_driver(driver), m_connection(connection), m_firmware(firmware)
     {
     }

@@ -51,7 +51,8 @@ void UsbLink::ScanDevices()
     std::optional<Choice> chosen;
     bool chosenIsOpen = false;
     for (std::uint8_t index = 0; index < count; ++index) {
-        chosenIsOpen = false; // looking at the next device closes the one before
+        chosenIsOpen = false; // looking at the next device closes the one before,
+        m_endpoints = {};     // also when memory did not suffice to remember it
         try {
             if (Query(index)) {
                 chosen = {index, m_device.Path()};

@@ -76,22 +76,20 @@ void CCommandQueue::Clear()
     }
 }
 
+// Under the section to the end: an exchange with an empty deque would need memory, and destructors call this.
 void CCommandQueue::DestroyAll()
 {
-    std::deque<CSerialPortCommand*> taken;
-    {
-        const CCriticalSectionHelper lock(m_Section);
-        if (Commands().empty()) {
-            return;
-        }
-        taken.swap(Commands());
-        SetCount();
-        if (m_NotEmpty) {
-            m_NotEmpty->Reset();
-        }
+    const CCriticalSectionHelper lock(m_Section);
+    if (Commands().empty()) {
+        return;
     }
-    for (CSerialPortCommand* const command : taken) {
+    for (CSerialPortCommand* const command : Commands()) {
         delete command;
+    }
+    Commands().clear();
+    SetCount();
+    if (m_NotEmpty) {
+        m_NotEmpty->Reset();
     }
 }
 

@@ -1,0 +1,68 @@
+# The simulated Windows: the core's own sources compiled natively against simulation/standin, under the scheduler of
+# simulation/kernel. In the trees of the presets simulation, simulation-asan, simulation-tsan, simulation-clang.
+find_library(MORVANE_BOOST_CONTEXT boost_context REQUIRED)
+
+# morvane_simulated(<variable> FOLDER folder SOURCES file...)
+function(morvane_simulated variable)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "SOURCES")
+    list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/)
+    set(${variable} ${${variable}} ${arg_SOURCES} PARENT_SCOPE)
+endfunction()
+
+# The product's, unchanged.
+morvane_simulated(simulated_product FOLDER win32 SOURCES
+    ModulePath.cpp OverlappedOperation.cpp OwnUserSecurity.cpp RegistryKey.cpp Text.cpp Thread.cpp
+    TimerResolution.cpp)
+morvane_simulated(simulated_product FOLDER trace SOURCES PacketText.cpp Trace.cpp)
+morvane_simulated(simulated_product FOLDER ports/packet SOURCES
+    CCommandQueue.cpp CSerialPortCommand.cpp WireFormat.cpp)
+morvane_simulated(simulated_product FOLDER usb SOURCES
+    BulkTransfer.cpp CallLimits.cpp CCyBulkEndPoint.cpp CCyControlEndPoint.cpp CCyInterruptEndPoint.cpp
+    CCyIsocEndPoint.cpp CCyUSBEndPoint.cpp ConfigurationRecord.cpp Descriptors.cpp DeviceControl.cpp
+    DeviceInterfaces.cpp DeviceNotification.cpp RequestBlock.cpp Transfer.cpp UsbDevice.cpp UsbDeviceIdentity.cpp)
+morvane_simulated(simulated_product FOLDER firmware SOURCES
+    ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
+morvane_simulated(simulated_product FOLDER transport SOURCES
+    CCyUSBDriver.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp SimulationLink.cpp
+    SkippedPacketLog.cpp UsbLink.cpp)
+morvane_simulated(simulated_product FOLDER ports SOURCES
+    CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
+morvane_simulated(simulated_product FOLDER host SOURCES PortTable.cpp TraceOptionsTable.cpp)
+
+# Around it.
+morvane_simulated(simulation FOLDER instrument SOURCES
+    Bootloader.cpp Engine.cpp Lexer.cpp Output.cpp Script.cpp SequencedPayload.cpp)
+morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp Main.cpp)
+morvane_simulated(simulation FOLDER simulation/scenario SOURCES
+    Account.cpp Client.cpp Instrument.cpp Plan.cpp Scenario.cpp Surroundings.cpp)
+morvane_simulated(simulation_kernel FOLDER simulation/kernel SOURCES
+    Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Objects.cpp
+    PipeData.cpp Pipes.cpp Process.cpp Registry.cpp Requests.cpp Scheduler.cpp Switches.cpp Threads.cpp Waits.cpp
+    World.cpp)
+
+# Before everything else on the include path, so that <windows.h> and its companions are the stand-in's.
+add_library(morvane_simulated INTERFACE)
+target_include_directories(morvane_simulated BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/simulation/standin)
+target_link_libraries(morvane_simulated INTERFACE morvane_flags)
+target_compile_options(morvane_simulated INTERFACE -g1)
+
+# Not instrumented by ThreadSanitizer, which would see the stand-in's own fields touched by all threads.
+add_library(simulation_kernel STATIC ${simulation_kernel})
+target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST_CONTEXT})
+
+add_executable(simulate_seeds ${simulated_product} ${simulation})
+target_link_libraries(simulate_seeds PRIVATE simulation_kernel)
+
+if(MORVANE_SANITIZE_THREADS)
+    target_compile_definitions(simulation_kernel PRIVATE SIMULATION_TSAN)
+    target_compile_options(simulate_seeds PRIVATE -fsanitize=thread)
+    target_link_options(simulate_seeds PRIVATE -fsanitize=thread)
+endif()
+
+set(MORVANE_SIMULATED_SEEDS 1000 CACHE STRING "Seeds of the test run")
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_seeds
+    COMMAND simulate_seeds --seeds ${MORVANE_SIMULATED_SEEDS} --quiet)
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_faults
+    COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_SEEDS} --faults all --quiet)
+set_tests_properties(${MORVANE_TEST_PREFIX}simulated_seeds ${MORVANE_TEST_PREFIX}simulated_faults PROPERTIES
+    LABELS simulation TIMEOUT 400 COST 300)

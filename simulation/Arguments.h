@@ -1,0 +1,30 @@
+// The command line of the simulation.
+#pragma once
+
+#include "simulation/kernel/Scheduler.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace sim {
+
+struct Arguments
+{
+    std::uint64_t first = 1; // seed
+    std::uint64_t count = 1000;
+    std::optional<double> minutes;
+    bool oneSeed = false;
+    bool prints = false; // every event of one seed
+    bool printsHashes = false;
+    bool countsMustBeWhole = false; // a switch that was taken one way only is a failure
+    bool quiet = false;
+    bool help = false;
+    Options options;
+};
+
+/// `error`: one line about what is wrong, empty when nothing is.
+Arguments ParseArguments(int count, char** words, std::string& error);
+extern const char* const HelpText;
+
+} // namespace sim

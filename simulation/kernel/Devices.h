@@ -1,0 +1,81 @@
+// The USB bus: one instrument that can be plugged and unplugged, and the driver in front of it.
+#pragma once
+
+#include "simulation/kernel/Requests.h"
+#include "simulation/standin/setupapi.h"
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct DeviceFile;
+
+/// What hangs on the bus. The scenario plays its other side.
+struct UsbInstrument
+{
+    bool isPlugged = false;
+    std::uint32_t generation = 0; // of its plugging: an open handle belongs to one
+    std::uint16_t vendorId = 0, productId = 0;
+    DWORD goneError = ERROR_GEN_FAILURE; // the driver's choice for requests to a device that is gone
+    DeviceFile* connection = nullptr;    // the handle whose transfers it answers
+    std::deque<Bytes> toRouter;          // each completes one read
+    std::deque<Bytes> fromRouter;        // written and not taken yet
+    std::deque<Request> reads;
+    bool takesWrites = true; // false: writes stay pending
+    std::deque<std::pair<Request, Bytes>> writes;
+    Ref<Object> wake; // event: bytes for the scenario's side, or another connection
+    std::uint64_t resets = 0;
+};
+
+struct Devices
+{
+    UsbInstrument instrument;
+    UsbInstrument foreign; // another product on the bus, which the router does not serve
+    std::vector<int> sets; // open snapshots: 0 free, else how many interfaces it lists
+};
+
+struct DeviceFile final : Object
+{
+    DeviceFile(UsbInstrument& opened, std::uint32_t number)
+        : Object(Kind::Device), instrument(opened), generation(number)
+    {
+    }
+    void OnClosed() override;
+    bool IsGone() const { return !instrument.isPlugged || instrument.generation != generation; }
+
+    UsbInstrument& instrument;
+    const std::uint32_t generation;
+    std::vector<Request> kept; // requests that the driver ignores for a while
+    bool closed = false;
+};
+
+UsbInstrument& TheInstrument();
+/// A product that the router does not serve.
+UsbInstrument& TheWorldsForeignDevice();
+void Plug(UsbInstrument& instrument);
+void Unplug(UsbInstrument& instrument);
+/// Completes what is written from now on.
+void TakeWrites(UsbInstrument& instrument);
+/// What the instrument has to say: the next read gets it.
+void Feed(UsbInstrument& instrument, Bytes bytes);
+
+HANDLE OpenDevice(const char* path);
+
+/// A transfer of the bulk endpoints; what a driver does with its request block.
+BOOL StartTransfer(DeviceFile& device, const Request& request, bool isIn, std::span<const std::uint8_t> written,
+                   DWORD* returned);
+/// An I/O control that is no transfer: its answer, in `buffer`; the error otherwise.
+DWORD AnswerControl(DeviceFile& device, DWORD code, std::span<std::uint8_t> buffer, DWORD& returned);
+/// The router aborts the transfers of one direction: each ends at once, late, in success all the same, or not at all.
+void CancelTransfers(DeviceFile& device, bool isIn);
+/// Ends the pending transfers of one direction.
+void AbortTransfers(UsbInstrument& instrument, bool isIn, DWORD error);
+
+} // namespace sim

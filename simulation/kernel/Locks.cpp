@@ -1,0 +1,173 @@
+// Critical sections, condition variables, slim locks.
+#include "simulation/kernel/Call.h"
+#include "simulation/kernel/Objects.h"
+#include "simulation/kernel/Scheduler.h"
+#include "simulation/kernel/Switches.h"
+#include "simulation/kernel/World.h"
+
+using namespace sim;
+
+namespace {
+
+constexpr std::uint32_t SectionMagic = 0x5EC71077;
+
+// No hand-over: the first to run gets it, the one that left it included.
+void WakeAll(const void* lock)
+{
+    ForBlocked(lock, [](Fiber& fiber) {
+        Wake(fiber, WAIT_OBJECT_0);
+        return true;
+    });
+}
+
+void CheckSection(const CRITICAL_SECTION& section)
+{
+    if (section.magic != SectionMagic) {
+        Fault("a critical section is used that is none, or none any more");
+    }
+}
+
+void Enter(CRITICAL_SECTION& section)
+{
+    const int self = Current().id;
+    CheckSection(section);
+    while (section.owner >= 0 && section.owner != self) {
+        Block(NeverUs, &section);
+    }
+    CheckSection(section);
+    section.owner = self;
+    ++section.depth;
+    Acquired(&section);
+}
+
+} // namespace
+
+void InitializeCriticalSection(CRITICAL_SECTION* section)
+{
+    *section = {SectionMagic, -1, 0};
+}
+
+void DeleteCriticalSection(CRITICAL_SECTION* section)
+{
+    Call call("DeleteCriticalSection");
+    CheckSection(*section);
+    if (section->owner >= 0) {
+        Fault("a critical section is deleted that a thread holds");
+    }
+    section->magic = 0;
+}
+
+void EnterCriticalSection(CRITICAL_SECTION* section)
+{
+    Call call("EnterCriticalSection");
+    Enter(*section);
+}
+
+void LeaveCriticalSection(CRITICAL_SECTION* section)
+{
+    Call call("LeaveCriticalSection");
+    CheckSection(*section);
+    if (section->owner != Current().id) {
+        Fault("a critical section is left by a thread that does not hold it");
+    }
+    if (--section->depth == 0) {
+        Released(section);
+        section->owner = -1;
+        WakeAll(section);
+        Point("LeaveCriticalSection done");
+    }
+}
+
+BOOL SleepConditionVariableCS(CONDITION_VARIABLE* condition, CRITICAL_SECTION* section, DWORD milliseconds)
+{
+    Call call("SleepConditionVariableCS");
+    CheckSection(*section);
+    if (section->owner != Current().id || section->depth != 1) {
+        Fault("a condition is waited for without its section, or with it entered twice");
+    }
+    section->depth = 0;
+    section->owner = -1;
+    Released(section);
+    WakeAll(section);
+    Switches& switches = TheWorld().switches;
+    DWORD result = WAIT_OBJECT_0;
+    if (!switches.Take(Switch::ConditionWakesForNothing)) {
+        result = Block(TimeoutUs(milliseconds), condition);
+    }
+    HashWord(result);
+    Enter(*section);
+    return result == WAIT_OBJECT_0 ? TRUE : Call::Refuse(ERROR_TIMEOUT);
+}
+
+void WakeConditionVariable(CONDITION_VARIABLE* condition)
+{
+    Call call("WakeConditionVariable");
+    ForBlocked(condition, [](Fiber& fiber) {
+        // The wake may go to a thread whose time has just passed.
+        const bool swallowed = fiber.deadline != NeverUs && fiber.deadline < NowUs() + TickUs &&
+                               TheWorld().switches.Take(Switch::ConditionSwallowsWake);
+        Wake(fiber, swallowed ? WAIT_TIMEOUT : WAIT_OBJECT_0);
+        return false;
+    });
+    Point("WakeConditionVariable done");
+}
+
+void AcquireSRWLockShared(SRWLOCK* lock)
+{
+    Call call("AcquireSRWLockShared");
+    while (lock->owner != 0 || lock->writersWaiting > 0) {
+        Block(NeverUs, lock);
+    }
+    ++lock->shared;
+    Acquired(lock);
+}
+
+void ReleaseSRWLockShared(SRWLOCK* lock)
+{
+    Call call("ReleaseSRWLockShared");
+    if (lock->shared <= 0) {
+        Fault("a slim lock is left that is not held");
+    }
+    Released(lock);
+    --lock->shared;
+    WakeAll(lock);
+    Point("ReleaseSRWLockShared done");
+}
+
+void AcquireSRWLockExclusive(SRWLOCK* lock)
+{
+    Call call("AcquireSRWLockExclusive");
+    if (lock->owner == Current().id + 1) {
+        Fault("a slim lock is taken by the thread that holds it");
+    }
+    ++lock->writersWaiting;
+    while (lock->owner != 0 || lock->shared > 0) {
+        Block(NeverUs, lock);
+    }
+    --lock->writersWaiting;
+    lock->owner = Current().id + 1;
+    Acquired(lock);
+}
+
+BOOL TryAcquireSRWLockExclusive(SRWLOCK* lock)
+{
+    Call call("TryAcquireSRWLockExclusive");
+    if (lock->owner != 0 || lock->shared != 0) {
+        return FALSE;
+    }
+    lock->owner = Current().id + 1;
+    Acquired(lock);
+    return TRUE;
+}
+
+void ReleaseSRWLockExclusive(SRWLOCK* lock)
+{
+    Call call("ReleaseSRWLockExclusive");
+    if (lock->owner != Current().id + 1) {
+        Fault("a slim lock is left by a thread that does not hold it");
+    }
+    Released(lock);
+    lock->owner = 0;
+    WakeAll(lock);
+    Point("ReleaseSRWLockExclusive done");
+}

@@ -1,0 +1,104 @@
+#include "simulation/kernel/Memory.h"
+
+#include "simulation/kernel/Requests.h"
+#include "simulation/kernel/Scheduler.h"
+#include "simulation/kernel/World.h"
+
+#include <malloc.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace sim {
+
+namespace {
+
+constexpr std::uint64_t RarerThanCalls = 8; // there are so many more allocations
+
+std::size_t g_blocks = 0;
+
+bool IsProductAtWork() noexcept
+{
+    return IsRunning() && Current().isProduct && Current().inKernel == 0;
+}
+
+bool Fails()
+{
+    if (!IsProductAtWork()) {
+        return false;
+    }
+    World& world = TheWorld();
+    const std::uint64_t ordinal = ++world.outcome.productCalls;
+    const Injection& injection = world.options.injection;
+    const bool fails = injection.call != 0 ? injection.call == ordinal && injection.error == 0
+                                           : OneIn(world.faultOneIn * RarerThanCalls);
+    if (fails) {
+        ++world.outcome.injectedFaults;
+        world.outcome.injectedInto = "operator new";
+        const OwnMemory own;
+        Note("injected: operator new fails");
+    }
+    return fails;
+}
+
+} // namespace
+
+std::size_t BlocksInUse() noexcept
+{
+    return g_blocks;
+}
+
+// A text of up to 15 characters stands in the object itself.
+std::size_t Outcome::OwnBlocks() const
+{
+    std::size_t blocks = lastEvents.capacity() != 0 ? 1 : 0;
+    for (const std::string& event : lastEvents) {
+        blocks += event.capacity() > 15 ? 1 : 0;
+    }
+    return blocks + (injectedInto.capacity() > 15 ? 1 : 0) + (fault.capacity() > 15 ? 1 : 0);
+}
+
+OwnMemory::OwnMemory() noexcept
+{
+    ++Current().inKernel;
+    BeginUnwatched();
+}
+
+OwnMemory::~OwnMemory()
+{
+    EndUnwatched();
+    --Current().inKernel;
+}
+
+} // namespace sim
+
+void* operator new(std::size_t size)
+{
+    void* const memory = sim::Fails() ? nullptr : std::malloc(size != 0 ? size : 1);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    ++sim::g_blocks;
+    if (sim::IsRunning() && sim::TheOptions().stackFill != 0) {
+        std::memset(memory, sim::TheOptions().stackFill, size);
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept
+{
+    if (memory == nullptr) {
+        return;
+    }
+    if (sim::IsProductAtWork() && sim::IsLent(memory, ::malloc_usable_size(memory))) {
+        sim::Fault("memory of a pending request is freed");
+    }
+    --sim::g_blocks;
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    operator delete(memory);
+}

@@ -1,0 +1,242 @@
+#include "simulation/scenario/Client.h"
+
+#include "simulation/kernel/Scheduler.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr DWORD BetweenTriesMs = 3;
+constexpr DWORD AnswerMs = 6000;
+constexpr std::uint64_t LongestSearchUs = 15'000'000;
+// A packet that finds the write before it pending costs the command thread a millisecond.
+std::uint64_t PausesUs(int requests)
+{
+    return 10'000 + 2000 * static_cast<std::uint64_t>(requests);
+}
+
+constexpr int GreedyRequests = 620; // more than may be pending
+constexpr std::size_t LastWords = 20'000; // more than a port's pipe has room for
+constexpr int MostVisits = 400;
+
+} // namespace
+
+Client::Client(const PortPlan& port, std::string pipe, ClientWorld& world)
+    : m_port(port), m_pipeName(std::move(pipe)), m_world(world)
+{
+}
+
+// While the instrument is there and quiet a port is served within the stated waits.
+void Client::CheckService()
+{
+    const std::uint64_t trouble = m_world.account.Losses() + m_world.instrument.Pulls();
+    if (trouble != m_trouble || !m_world.instrument.IsThere()) {
+        m_trouble = trouble;
+        m_triesSince = NowUs();
+    }
+    if (NowUs() - m_triesSince > LongestSearchUs && MayLatencyBeJudged()) {
+        Fault("a port is not served although the instrument is there");
+    }
+}
+
+bool Client::Open()
+{
+    m_triesSince = NowUs();
+    while (!m_world.ends && !m_world.portsEnd) {
+        m_pipe.Reset(::CreateFileA(m_pipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                   FILE_FLAG_OVERLAPPED, nullptr));
+        if (m_pipe) {
+            DWORD mode = PIPE_READMODE_MESSAGE;
+            ::SetNamedPipeHandleState(m_pipe.Get(), &mode, nullptr, nullptr);
+            return true;
+        }
+        CheckService();
+        ::Sleep(BetweenTriesMs);
+    }
+    return false;
+}
+
+void Client::Run()
+{
+    for (int visits = 0; m_answered < m_port.client.requests && visits < MostVisits && Open(); ++visits) {
+        m_settled = false;
+        const Visit end = Stay();
+        if (end != Visit::Broken && m_world.plan.leavesTogether && Random(2) == 0) {
+            m_world.instrument.Pull();
+        }
+        if (m_port.client.manner == Manner::Dying && end == Visit::Left) {
+            Die();
+        } else {
+            Leave();
+        }
+        if (Random(2) == 0 && m_port.client.leaves) {
+            ::Sleep(static_cast<DWORD>(Random(60)));
+        }
+    }
+}
+
+Client::Visit Client::Stay()
+{
+    const ClientPlan& plan = m_port.client;
+    const bool mayLeave = plan.leaves || plan.manner == Manner::Dying || plan.manner == Manner::Silent;
+    const int leaveAfter = mayLeave && Random(2) == 0 ? m_answered + 1 + static_cast<int>(Random(20)) : 1 << 30;
+    if (plan.manner == Manner::Greedy && m_serial == 0) {
+        BeGreedy();
+    }
+    while (m_answered < plan.requests && !m_world.ends) {
+        if (m_answered >= leaveAfter) {
+            if (plan.manner == Manner::Silent) {
+                BeSilent();
+            }
+            return Visit::Left;
+        }
+        const int together = 1 + static_cast<int>(Random(static_cast<std::uint64_t>(plan.together)));
+        if (const Visit end = Ask(together); end != Visit::Done) {
+            return end;
+        }
+    }
+    return Visit::Done;
+}
+
+Client::Visit Client::Ask(int together)
+{
+    const std::uint64_t idle = IdleUs();
+    m_firstAwaited = m_serial;
+    m_trouble = m_world.account.Losses() + m_world.instrument.Pulls();
+    for (int i = 0; i < together; ++i) {
+        if (!WriteRequest(m_serial++)) {
+            return Visit::Broken;
+        }
+    }
+    if (m_port.client.manner == Manner::Dying && Random(16) == 0) {
+        return Visit::Left;
+    }
+    return AwaitAnswers(together, idle);
+}
+
+bool Client::IsJudged() const
+{
+    return MayLatencyBeJudged() && m_world.plan.IsSmooth() && m_settled && m_world.plan.pulls == 0;
+}
+
+// Requests written in one go may arrive merged: the answers are counted by the ends of the requests in them.
+Client::Visit Client::AwaitAnswers(int together, std::uint64_t idleBefore)
+{
+    int missing = together;
+    while (missing > 0) {
+        bool late = false;
+        std::string message;
+        if (!ReadMessage(AnswerMs, message, late)) {
+            if (!late) {
+                return Visit::Broken;
+            }
+            if (m_trouble == m_world.account.Losses() + m_world.instrument.Pulls() && MayLatencyBeJudged() &&
+                !m_world.ends && !m_world.plan.MayCut())
+            {
+                Fault("no answer in 6 s");
+            }
+            return Visit::Left;
+        }
+        m_world.account.OnClientGot(m_pipeName, message);
+        for (std::size_t at = message.find('#'); at != std::string::npos; at = message.find('#', at + 1)) {
+            missing -= std::atoi(message.c_str() + at + 1) >= m_firstAwaited ? 1 : 0; // else of an earlier visit
+        }
+        if (missing <= 0 && IsJudged() && IdleUs() - idleBefore > PausesUs(together)) {
+            Fault("an answer comes by a timeout only");
+        }
+    }
+    m_answered += m_serial - m_firstAwaited;
+    TheOutcome().requests += static_cast<std::uint64_t>(m_serial - m_firstAwaited);
+    m_settled = true;
+    return Visit::Done;
+}
+
+// Writes and does not read until it leaves.
+void Client::BeSilent()
+{
+    for (int i = 0; i < 10 && WriteRequest(m_serial++); ++i) {
+    }
+    ::Sleep(static_cast<DWORD>(Random(400)));
+}
+
+void Client::BeGreedy()
+{
+    for (int i = 0; i < GreedyRequests && !m_world.ends && WriteRequest(m_serial++); ++i) {
+        bool late = false;
+        std::string message;
+        if (ReadMessage(0, message, late)) {
+            m_world.account.OnClientGot(m_pipeName, message);
+        } else if (!late) {
+            return;
+        }
+    }
+}
+
+std::string Client::RequestText(int number)
+{
+    std::string text(1, static_cast<char>('a' + m_port.deviceType % 26));
+    text += '#' + std::to_string(number) + ' ';
+    text.append(Random(static_cast<std::uint64_t>(m_port.client.longest)), '.');
+    return text + ';';
+}
+
+bool Client::WriteRequest(int number)
+{
+    if (m_write.IsRunning()) {
+        return false;
+    }
+    m_writing = RequestText(number);
+    if (!m_write.Write(m_pipe.Get(), m_writing.data(), static_cast<DWORD>(m_writing.size()))) {
+        return false;
+    }
+    if (!m_write.HasCompleted()) {
+        ::WaitForSingleObject(m_write.EventHandle(), AnswerMs);
+    }
+    DWORD length = 0;
+    return m_write.Finish(m_pipe.Get(), length);
+}
+
+// A read that was late goes on: cancelling it could lose what it has.
+bool Client::ReadMessage(DWORD milliseconds, std::string& message, bool& late)
+{
+    if (!m_read.IsPending() && !m_read.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size()))) {
+        return false;
+    }
+    if (!m_read.HasCompleted()) {
+        if (::WaitForSingleObject(m_read.EventHandle(), milliseconds) != WAIT_OBJECT_0 && !m_read.HasCompleted()) {
+            late = true;
+            return false;
+        }
+    }
+    DWORD length = 0;
+    if (!m_read.Finish(m_pipe.Get(), length)) {
+        return false;
+    }
+    message.assign(m_buffer.data(), length);
+    return true;
+}
+
+void Client::Leave()
+{
+    m_read.Cancel();
+    m_write.Cancel();
+    m_pipe.Reset();
+}
+
+// Its process ends: its handle closes while requests are pending.
+void Client::Die()
+{
+    if (!m_write.IsPending() && Random(2) == 0) {
+        m_writing = RequestText(m_serial++) + std::string(LastWords, '.');
+        m_write.Write(m_pipe.Get(), m_writing.data(), static_cast<DWORD>(m_writing.size()));
+    }
+    m_pipe.Reset();
+    DWORD unused = 0;
+    m_read.Finish(nullptr, unused);
+    m_write.Finish(nullptr, unused);
+}
+
+} // namespace sim

@@ -1,0 +1,294 @@
+#include "simulation/scenario/Instrument.h"
+
+#include "simulation/kernel/Devices.h"
+#include "simulation/kernel/Scheduler.h"
+#include "simulation/scenario/Surroundings.h"
+
+#include <algorithm>
+#include <string>
+
+namespace sim {
+
+namespace {
+
+constexpr const char* SimulatorPipe = "\\\\.\\pipe\\UsbPipeSimulator";
+constexpr DWORD PipeBuffer = 65536;
+constexpr DWORD StalledPipeBuffer = 256; // the router's next write is soon pending
+constexpr DWORD LongestAwayMs = 300;
+
+instrument::Script ScriptOf(const Plan& plan)
+{
+    instrument::Script script;
+    const auto every = [&script](std::uint64_t n, instrument::Action action) {
+        instrument::Rule rule;
+        rule.trigger.matches = [n](std::uint64_t number, std::minstd_rand&) { return number % n == 0; };
+        rule.actions.push_back(std::move(action));
+        script.rules.push_back(std::move(rule));
+    };
+    using instrument::ResponsePlan;
+    using namespace std::chrono_literals;
+    if (plan.splits) {
+        every(3, [](ResponsePlan& answer) { answer.splitInto = 7; });
+    }
+    if (plan.merges) {
+        every(2, [](ResponsePlan& answer) { answer.mergeOf = 3, answer.mergeWait = 5ms; });
+    }
+    if (plan.doubles) {
+        every(7, [](ResponsePlan& answer) { answer.copies = 2; });
+    }
+    if (plan.delays) {
+        every(5, [](ResponsePlan& answer) { answer.delay = 20ms; });
+    }
+    if (plan.broadcasts) {
+        every(11, [](ResponsePlan& answer) {
+            answer.extras.push_back({instrument::BroadcastAddress, instrument::Bytes{'a', 'l', 'l', ';'}});
+        });
+    }
+    if (plan.skipsNumbers) {
+        every(13, [](ResponsePlan& answer) { answer.skippedNumbers = 1; });
+    }
+    return script;
+}
+
+} // namespace
+
+Instrument::Instrument(const Plan& plan, Account& account)
+    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan), *this)
+{
+    if (plan.path == Path::Usb) {
+        UsbInstrument& device = TheInstrument();
+        device.vendorId = Host::VendorId;
+        device.productId = Host::ProductId;
+        device.wake = Ref<Object>(&ObjectOf(m_wake.Get()));
+        UsbInstrument& foreign = TheWorldsForeignDevice();
+        foreign.vendorId = 1;
+        foreign.productId = 1;
+        foreign.isPlugged = plan.foreignDevice;
+    }
+}
+
+Instrument::~Instrument()
+{
+    TheInstrument().wake.reset();
+}
+
+instrument::Time Instrument::Now()
+{
+    return instrument::Time(NowUs());
+}
+
+void Instrument::Run()
+{
+    while (!m_ends) {
+        if (m_plan.path == Path::Usb) {
+            ServeUsb();
+        } else {
+            ServePipe();
+        }
+        m_isThere = false;
+        m_account.OnLoss();
+        if (!m_ends && m_pulled) {
+            ::Sleep(1 + static_cast<DWORD>(Random(LongestAwayMs)));
+        }
+        m_pulled = false;
+    }
+}
+
+void Instrument::End()
+{
+    m_ends = true;
+    m_wake.Set();
+}
+
+void Instrument::Pull()
+{
+    ++m_pulls;
+    m_pulled = true;
+    m_wake.Set();
+}
+
+bool Instrument::MustLeave()
+{
+    return m_ends || m_pulled;
+}
+
+DWORD Instrument::WaitTime() const
+{
+    const auto due = m_engine.NextDue();
+    if (!due) {
+        return INFINITE;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - Now()).count();
+    return static_cast<DWORD>(std::clamp<long>(left, 0, 1000));
+}
+
+void Instrument::BeginConnection()
+{
+    m_engine.Connected(Now());
+    m_sent.Clear();
+    m_account.OnLoss(); // what was written to an earlier connection is gone
+    m_lossesAtFrame = m_account.Losses() - 1;
+}
+
+// Numbers count up by one; they begin anew with a connection, and what was lost leaves a gap.
+void Instrument::OnPacket(const wire::Frame& frame, bool numberGap, bool wrongChecksum)
+{
+    if (wrongChecksum) {
+        Fault("the instrument gets a packet with a wrong checksum");
+    }
+    if (numberGap && !m_plan.stalls && frame.packetNumber != 0 && m_lossesAtFrame == m_account.Losses() &&
+        MayLatencyBeJudged())
+    {
+        Fault("the instrument gets a packet with a number out of order");
+    }
+    m_lossesAtFrame = m_account.Losses();
+    if (frame.packetType == wire::PortTraffic) {
+        m_account.OnInstrumentGot(frame.deviceType, frame.port, frame.payload);
+    }
+}
+
+void Instrument::OnSent(const instrument::Bytes& bytes)
+{
+    m_sent.Append(bytes);
+    while (const auto frame = wire::ParseFrame(m_sent.Bytes())) {
+        m_account.OnInstrumentSent(frame->deviceType, frame->port, frame->payload);
+        m_sent.Consume(frame->Length());
+    }
+}
+
+void Instrument::StallNowAndThen()
+{
+    if (m_plan.stalls && !m_hasStalled && m_engine.Counted().requests > 5) {
+        m_hasStalled = true;
+        TheInstrument().takesWrites = false;
+        ::Sleep(400);
+        TakeWrites(TheInstrument());
+    }
+}
+
+void Instrument::ServePipe()
+{
+    const win32::FileHandle pipe(::CreateNamedPipeA(SimulatorPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                                    PIPE_TYPE_BYTE, 1, PipeBuffer,
+                                                    m_plan.stalls ? StalledPipeBuffer : PipeBuffer, 0, nullptr));
+    if (!pipe) {
+        ::Sleep(5); // the name is still taken
+        return;
+    }
+    m_isThere = true;
+    win32::OverlappedOperation connect;
+    const bool accepted = connect.ConnectPipe(pipe.Get());
+    while (accepted && !connect.HasCompleted() && !MustLeave()) {
+        const std::array<HANDLE, 2> events{connect.EventHandle(), m_wake.Get()};
+        ::WaitForMultipleObjects(2, events.data(), FALSE, INFINITE);
+    }
+    const bool connected = connect.HasCompleted();
+    connect.Cancel();
+    if (connected) {
+        BeginConnection();
+        ServePipeConnection(pipe.Get());
+        m_engine.Disconnected();
+    }
+    m_read.Cancel();
+    m_write.Cancel();
+}
+
+void Instrument::ServePipeConnection(HANDLE pipe)
+{
+    for (;;) {
+        StallNowAndThen();
+        if (!WriteDue(pipe) || MustLeave()) {
+            return;
+        }
+        if (!m_read.IsPending() && !m_read.Read(pipe, m_buffer.data(), static_cast<DWORD>(m_buffer.size()))) {
+            return;
+        }
+        if (!m_read.HasCompleted()) {
+            const std::array<HANDLE, 2> events{m_read.EventHandle(), m_wake.Get()};
+            ::WaitForMultipleObjects(2, events.data(), FALSE, WaitTime());
+        }
+        if (m_read.HasCompleted() && !ReadPipe(pipe)) {
+            return;
+        }
+    }
+}
+
+bool Instrument::ReadPipe(HANDLE pipe)
+{
+    DWORD length = 0;
+    if (!m_read.Finish(pipe, length)) {
+        return false;
+    }
+    m_engine.Receive({m_buffer.data(), length}, Now());
+    return true;
+}
+
+bool Instrument::WriteDue(HANDLE pipe)
+{
+    while (m_engine.Take(Now(), m_due) == instrument::Engine::Order::Write) {
+        OnSent(m_due);
+        if (!Write(pipe, m_due)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Instrument::Write(HANDLE pipe, const instrument::Bytes& bytes)
+{
+    m_write.Write(pipe, bytes.data(), static_cast<DWORD>(bytes.size()));
+    while (m_write.IsRunning() && !MustLeave()) {
+        const std::array<HANDLE, 2> events{m_write.EventHandle(), m_wake.Get()};
+        ::WaitForMultipleObjects(2, events.data(), FALSE, INFINITE);
+    }
+    DWORD length = 0;
+    return m_write.Finish(pipe, length);
+}
+
+void Instrument::ServeUsb()
+{
+    UsbInstrument& device = TheInstrument();
+    Plug(device);
+    m_isThere = true;
+    while (!MustLeave()) {
+        if (device.connection != nullptr) {
+            BeginConnection();
+            ServeUsbConnection();
+            m_engine.Disconnected();
+        } else {
+            m_wake.Wait(INFINITE);
+        }
+    }
+    Unplug(device);
+}
+
+void Instrument::ServeUsbConnection()
+{
+    UsbInstrument& device = TheInstrument();
+    const DeviceFile* const connection = device.connection;
+    while (!MustLeave() && device.connection == connection) {
+        StallNowAndThen();
+        while (!device.fromRouter.empty()) {
+            const Bytes bytes = std::move(device.fromRouter.front());
+            device.fromRouter.pop_front();
+            m_engine.Receive(bytes, Now());
+        }
+        if (!FeedDue() && device.fromRouter.empty()) {
+            m_wake.Wait(WaitTime());
+        }
+    }
+}
+
+bool Instrument::FeedDue()
+{
+    bool any = false;
+    while (m_engine.Take(Now(), m_due) == instrument::Engine::Order::Write) {
+        OnSent(m_due);
+        Feed(TheInstrument(), m_due);
+        Point("the instrument sends");
+        any = true;
+    }
+    return any;
+}
+
+} // namespace sim

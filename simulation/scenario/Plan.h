@@ -1,0 +1,61 @@
+// What happens in one run: drawn from its seed.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace sim {
+
+enum class Path { SimulatorPipe, Usb };
+
+/// How a client behaves.
+enum class Manner {
+    WellBehaved, // one request at a time
+    Pipelining,  // several before it reads
+    Greedy,      // writes far more than it reads for a while
+    Silent,      // connects, writes, and does not read
+    Dying        // leaves at any moment, its requests pending
+};
+
+struct ClientPlan
+{
+    Manner manner = Manner::WellBehaved;
+    int requests = 0;    // that it wants answered
+    int together = 1;    // written before the first answer is read
+    int longest = 40;    // bytes of a request
+    bool leaves = false; // and comes back, now and then
+};
+
+struct PortPlan
+{
+    std::uint8_t deviceType = 0, port = 0;
+    int bufferSize = 4096;
+    ClientPlan client;
+};
+
+struct Plan
+{
+    Path path = Path::SimulatorPipe;
+    std::vector<PortPlan> ports;
+    int pulls = 0;               // of the cable, or of the simulator
+    bool leavesTogether = false; // a client that leaves takes the instrument along
+    bool changesTraces = false;
+    bool stopsEarly = false; // the router ends while clients are at work
+    bool foreignDevice = false;
+    bool stalls = false; // the instrument takes nothing for a while
+    std::uint32_t flushLimitMs = 0;
+
+    // The instrument's answers.
+    bool splits = false, merges = false, doubles = false, delays = false, broadcasts = false, skipsNumbers = false;
+
+    /// A packet may be cut by the end of a connection. By design the router completes it with what the next one
+    /// brings.
+    bool MayCut() const { return (splits || merges) && (pulls > 0 || leavesTogether); }
+    /// Nothing in it excuses an answer that comes by a timeout only.
+    bool IsSmooth() const { return !leavesTogether && !stopsEarly && !delays && !merges && !stalls; }
+};
+
+/// `requests`: at least so many in all; 0: drawn.
+Plan DrawPlan(int requests);
+
+} // namespace sim

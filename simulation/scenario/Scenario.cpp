@@ -1,0 +1,185 @@
+#include "simulation/scenario/Scenario.h"
+
+#include "ports/CCDevicePortPipe.h"
+#include "simulation/kernel/Memory.h"
+#include "simulation/kernel/Scheduler.h"
+#include "simulation/scenario/Client.h"
+#include "simulation/scenario/Instrument.h"
+#include "simulation/scenario/Plan.h"
+#include "simulation/scenario/Surroundings.h"
+#include "transport/CCyUSBDriver.h"
+#include "win32/Thread.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+namespace {
+
+constexpr DWORD LongestRunMs = 60'000; // then the clients are told to leave
+constexpr DWORD LongestFaultyRunMs = 8'000; // a router without events or memory may never serve
+constexpr std::uint64_t FewestRequests = 100;
+constexpr DWORD DisturbMs = 500;
+
+/// Everything of one run, in the order of its parts' lives.
+class Session final
+{
+public:
+    explicit Session(const Plan& plan) : m_plan(plan) { WatchPipes(&m_account); }
+    ~Session() { WatchPipes(nullptr); }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    void Play();
+
+private:
+    void AddPorts();
+    void StartClients();
+    void AwaitClients();
+    void Disturb();
+    void EndRouter();
+
+    static std::string PipeNameOf(const PortPlan& port) { return "port" + std::to_string(port.deviceType); }
+
+    const Plan m_plan;
+    Account m_account;
+    TraceReader m_trace{m_account};
+    Host m_host{m_account};
+    Instrument m_instrument{m_plan, m_account};
+    ClientWorld m_world{m_account, m_instrument, m_plan};
+    std::unique_ptr<CCyUSBDriver> m_driver;
+    std::unique_ptr<CountedTransport> m_transport;
+    std::vector<std::unique_ptr<Client>> m_clients;
+    win32::Event m_disturbed{win32::Event::Kind::ManualReset}; // nobody disturbs any more
+    std::vector<std::unique_ptr<win32::Thread>> m_clientThreads;
+    win32::Thread m_disturber;
+    win32::Thread m_instrumentThread;
+};
+
+/// The product at work on the main thread: faults strike its calls.
+class ProductAtWork
+{
+public:
+    ProductAtWork() { Current().isProduct = true; }
+    ~ProductAtWork() { Current().isProduct = false; }
+};
+
+void Session::AddPorts()
+{
+    for (const PortPlan& port : m_plan.ports) {
+        const std::string name = PipeNameOf(port);
+        m_account.AddPort(port.deviceType, port.port, "\\\\.\\pipe\\" + name);
+        const PortAddress address{port.deviceType, port.port};
+        const PortOptions options{.flushLimitMs = m_plan.flushLimitMs, .restrictPipe = Random(4) == 0};
+        const ProductAtWork product;
+        try {
+            m_host.table.AddPort(address,
+                                 std::make_unique<CCDevicePortPipe>(m_transport.get(), address, name,
+                                                                    port.bufferSize, port.bufferSize, options));
+        } catch (const std::bad_alloc&) {
+            Note("a port cannot be made");
+        }
+    }
+}
+
+void Session::StartClients()
+{
+    for (const PortPlan& port : m_plan.ports) {
+        m_clients.push_back(std::make_unique<Client>(port, "\\\\.\\pipe\\" + PipeNameOf(port), m_world));
+        m_clientThreads.push_back(std::make_unique<win32::Thread>());
+        m_clientThreads.back()->Start([client = m_clients.back().get()] { client->Run(); });
+    }
+}
+
+// Pulls the cable and changes the trace settings, until the clients have their answers.
+void Session::Disturb()
+{
+    int pulls = m_plan.pulls;
+    while ((pulls > 0 || m_plan.changesTraces) &&
+           !m_disturbed.Wait(static_cast<DWORD>(Random(m_plan.changesTraces ? 20 : DisturbMs))))
+    {
+        if (m_plan.changesTraces) {
+            m_trace.ChangeSettings();
+        }
+        if (pulls > 0 && (!m_plan.changesTraces || Random(16) == 0)) {
+            --pulls;
+            m_instrument.Pull();
+        }
+    }
+}
+
+void Session::AwaitClients()
+{
+    const ULONGLONG end = ::GetTickCount64() + (MayFaultsStrike() ? LongestFaultyRunMs : LongestRunMs);
+    const std::uint64_t enough = FewestRequests + Random(20);
+    while (m_plan.stopsEarly && TheOutcome().requests < enough && ::GetTickCount64() < end) {
+        ::Sleep(3);
+    }
+    for (const auto& thread : m_clientThreads) {
+        if (m_plan.stopsEarly) {
+            break;
+        }
+        const ULONGLONG now = ::GetTickCount64();
+        ::WaitForSingleObject(thread->Get(), now < end ? static_cast<DWORD>(end - now) : 0);
+    }
+    m_disturbed.Set();
+    m_disturber.Join();
+    m_world.portsEnd = true;
+}
+
+void Session::EndRouter()
+{
+    const ProductAtWork product;
+    if (Random(2) == 0) {
+        m_host.table.BeginStopAllPorts(m_plan.flushLimitMs);
+    }
+    m_host.table.DeleteAllPorts();
+    m_driver.reset();
+}
+
+void Session::Play()
+{
+    if (MayFaultsStrike()) {
+        m_account.StopJudging();
+    }
+    if (m_plan.MayCut()) {
+        m_account.ExpectCuts();
+    }
+    m_instrumentThread.Start([this] { m_instrument.Run(); });
+    {
+        const ProductAtWork product;
+        try {
+            m_driver = std::make_unique<CCyUSBDriver>(m_plan.path == Path::SimulatorPipe, m_host);
+        } catch (const std::bad_alloc&) {
+            Note("a router cannot be made");
+        }
+    }
+    if (m_driver) {
+        m_driver->Reconnect();
+        m_transport = std::make_unique<CountedTransport>(*m_driver, m_account);
+        AddPorts();
+        StartClients();
+        m_disturber.Start([this] { Disturb(); });
+        AwaitClients();
+        EndRouter();
+    }
+    m_world.ends = true;
+    for (const auto& thread : m_clientThreads) {
+        thread->Join();
+    }
+    m_instrument.End();
+    m_instrumentThread.Join();
+    m_account.CheckEnd();
+}
+
+} // namespace
+
+void PlayScenario()
+{
+    std::make_unique<Session>(DrawPlan(TheOptions().requests))->Play();
+}
+
+} // namespace sim
