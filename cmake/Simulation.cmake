@@ -36,7 +36,7 @@ morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp Main.cpp)
 morvane_simulated(simulation FOLDER simulation/scenario SOURCES
     Account.cpp Client.cpp Instrument.cpp Plan.cpp Scenario.cpp Surroundings.cpp)
 morvane_simulated(simulation_kernel FOLDER simulation/kernel SOURCES
-    Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Objects.cpp
+    Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Events.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Objects.cpp
     PipeData.cpp Pipes.cpp Process.cpp Registry.cpp Requests.cpp Scheduler.cpp Switches.cpp Threads.cpp Waits.cpp
     World.cpp)
 
@@ -59,10 +59,15 @@ if(MORVANE_SANITIZE_THREADS)
     target_link_options(simulate_seeds PRIVATE -fsanitize=thread)
 endif()
 
-set(MORVANE_SIMULATED_SEEDS 1000 CACHE STRING "Seeds of the test run")
+set(MORVANE_SIMULATED_SEEDS 10000 CACHE STRING "Seeds of the test run")
+set(MORVANE_SIMULATED_FAULTY_SEEDS 2000 CACHE STRING "Seeds of the test run in which calls fail")
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_seeds
-    COMMAND simulate_seeds --seeds ${MORVANE_SIMULATED_SEEDS} --quiet)
+    COMMAND simulate_seeds --seeds ${MORVANE_SIMULATED_SEEDS} --switches --quiet)
+if(NOT MORVANE_TEST_PREFIX)
+    add_test(NAME planted_faults_apply COMMAND ${PROJECT_SOURCE_DIR}/simulation/run-mutants --apply-only)
+    set_tests_properties(planted_faults_apply PROPERTIES LABELS simulation TIMEOUT 120)
+endif()
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_faults
-    COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_SEEDS} --faults all --quiet)
+    COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_FAULTY_SEEDS} --faults all --quiet)
 set_tests_properties(${MORVANE_TEST_PREFIX}simulated_seeds ${MORVANE_TEST_PREFIX}simulated_faults PROPERTIES
     LABELS simulation TIMEOUT 400 COST 300)

@@ -38,7 +38,10 @@ CommandThread::CommandThread(const CommandParts& parts, ILink& link)
       m_waits(m_connection.m_hStop.Get(), m_connection.m_hDisconnected.Get(), link.ReadEvent(), link.WriteEvent(),
               m_outgoing.Queue().GetNotEmptyEvent())
 {
-    if (link.WriteEvent() == nullptr) {
+    // A read event is missing by design where another thread reads.
+    if (link.WriteEvent() == nullptr || m_connection.m_hStop.Get() == nullptr ||
+        m_connection.m_hDisconnected.Get() == nullptr || m_outgoing.Queue().GetNotEmptyEvent() == nullptr)
+    {
         throw std::bad_alloc();
     }
 }

@@ -85,8 +85,9 @@ private:
     win32::OverlappedOperation m_operation;
 };
 
-/// Reads with `reader` until stopped, between two traces. After a failed read none follows: the thread waits for
-/// its stop.
+/// Reads with `reader` until stopped, between two traces. Throws std::bad_alloc also when an event is missing:
+/// every wait would fail, and the stop not be heard of. After a failed read none follows: the thread waits for its
+/// stop.
 template <class Reader>
 class ReadLoop
 {
@@ -97,6 +98,9 @@ public:
           m_reader(reader),
           m_waits(connection.m_hStop.Get(), connection.m_hStopRead.Get(), reader.EventHandle())
     {
+        if (!m_waits.HasAll()) {
+            throw std::bad_alloc();
+        }
     }
 
     void Run(const char* started, const char* ended)

@@ -17,32 +17,10 @@ namespace {
 constexpr std::uint64_t PointLimit = 4'000'000;
 constexpr std::uint64_t TimeLimitUs = 3'600'000'000; // an hour: nobody is served any more
 constexpr std::uint64_t LongestJumpUs = 200'000;
-constexpr std::uint64_t FirstUs = 1'000'000;
 
 World* g_world = nullptr;
 
 void Reschedule(bool mayGoOn);
-
-constexpr std::size_t KeptEvents = 60;
-
-void Tell(const char* what)
-{
-    World& world = *g_world;
-    if (!world.options.prints && !world.options.keepsEvents) {
-        return;
-    }
-    char line[240];
-    std::snprintf(line, sizeof line, "%10.3f ms  thread %2d  %s", static_cast<double>(world.now - FirstUs) / 1000,
-                  Current().id, what);
-    if (world.options.prints) {
-        std::puts(line);
-    } else {
-        world.events.emplace_back(line);
-        if (world.events.size() > KeptEvents) {
-            world.events.pop_front();
-        }
-    }
-}
 
 void ReportHang(const char* what)
 {
@@ -270,35 +248,6 @@ void ForbidJudgement()
 bool MayFaultsStrike()
 {
     return g_world->faultOneIn != 0 || g_world->options.injection.call != 0;
-}
-
-std::uint64_t Random(std::uint64_t below)
-{
-    std::uint64_t z = (g_world->random += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return (z ^ (z >> 31)) % below;
-}
-
-bool OneIn(std::uint64_t n)
-{
-    return n != 0 && Random(n) == 0;
-}
-
-void HashWord(std::uint64_t word)
-{
-    g_world->outcome.hash = (g_world->outcome.hash ^ word) * 0x9E3779B97F4A7C15ULL + 1;
-}
-
-void Note(const char* text)
-{
-    const std::size_t length = std::strlen(text);
-    std::uint64_t hash = length;
-    for (std::size_t i = 0; i < length; ++i) {
-        hash = (hash ^ static_cast<unsigned char>(text[i])) * 0x100000001B3ULL;
-    }
-    HashWord(hash);
-    Tell(text);
 }
 
 void Point(const char* what)

@@ -55,4 +55,9 @@ struct World
 
 World& TheWorld();
 
+/// When a run begins.
+inline constexpr std::uint64_t FirstUs = 1'000'000;
+/// One line of the events, if anybody wants them.
+void Tell(const char* what);
+
 } // namespace sim
