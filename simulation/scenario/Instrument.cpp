@@ -19,9 +19,9 @@ constexpr DWORD LongestAwayMs = 300;
 instrument::Script ScriptOf(const Plan& plan)
 {
     instrument::Script script;
-    const auto every = [&script](std::uint64_t n, instrument::Action action) {
+    const auto every = [&script](std::uint64_t n, instrument::Rule::Action action) {
         instrument::Rule rule;
-        rule.trigger.matches = [n](std::uint64_t number, std::minstd_rand&) { return number % n == 0; };
+        rule.trigger.every = n;
         rule.actions.push_back(std::move(action));
         script.rules.push_back(std::move(rule));
     };
