@@ -115,9 +115,7 @@ DWORD AnswerControl(DeviceFile& device, DWORD code, std::span<std::uint8_t> buff
     }
     case EndpointZero: return AnswerEndpointZero(instrument, buffer, returned);
     case ResetParentPort: ++instrument.resets; return ERROR_SUCCESS;
-    case AbortPipe:
-        CancelTransfers(device, buffer[0] == InAddress);
-        return ERROR_SUCCESS;
+    case AbortPipe: CancelTransfers(device, buffer[0] == InAddress); return ERROR_SUCCESS;
     default: return ERROR_NOT_SUPPORTED;
     }
 }

@@ -43,7 +43,7 @@ struct Outcome
     std::size_t fibers = 0;
     std::vector<std::string> lastEvents;
     std::size_t OwnBlocks() const; // of memory, in this object
-    std::uint64_t requests = 0; // answered; the scenario's own count
+    std::uint64_t requests = 0;    // answered; the scenario's own count
 };
 
 /// Runs `main` as fiber 0 until it and all threads that it started have ended, or a rule was violated.

@@ -18,7 +18,7 @@ std::uint64_t PausesUs(int requests)
     return 10'000 + 2000 * static_cast<std::uint64_t>(requests);
 }
 
-constexpr int GreedyRequests = 620; // more than may be pending
+constexpr int GreedyRequests = 620;       // more than may be pending
 constexpr std::size_t LastWords = 20'000; // more than a port's pipe has room for
 constexpr int MostVisits = 400;
 

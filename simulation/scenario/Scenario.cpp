@@ -19,7 +19,7 @@ namespace sim {
 
 namespace {
 
-constexpr DWORD LongestRunMs = 60'000; // then the clients are told to leave
+constexpr DWORD LongestRunMs = 60'000;      // then the clients are told to leave
 constexpr DWORD LongestFaultyRunMs = 8'000; // a router without events or memory may never serve
 constexpr std::uint64_t FewestRequests = 100;
 constexpr DWORD DisturbMs = 500;
