@@ -41,7 +41,7 @@ instrument::Script ScriptOf(const Plan& plan)
     }
     if (plan.broadcasts) {
         every(11, [](ResponsePlan& answer) {
-            answer.extras.push_back({instrument::BroadcastAddress, instrument::Bytes{'a', 'l', 'l', ';'}});
+            answer.extras.push_back({instrument::Address{255, 2}, instrument::Bytes{'a', 'l', 'l', ';'}});
         });
     }
     if (plan.skipsNumbers) {
@@ -53,7 +53,7 @@ instrument::Script ScriptOf(const Plan& plan)
 } // namespace
 
 Instrument::Instrument(const Plan& plan, Account& account)
-    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan), *this)
+    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan), m_nobody)
 {
     if (plan.path == Path::Usb) {
         UsbInstrument& device = TheInstrument();
@@ -126,16 +126,33 @@ void Instrument::BeginConnection()
 {
     m_engine.Connected(Now());
     m_sent.Clear();
+    m_received.Clear();
+    m_lastNumber.reset();
     m_account.OnLoss(); // what was written to an earlier connection is gone
     m_lossesAtFrame = m_account.Losses() - 1;
 }
 
-// Numbers count up by one; they begin anew with a connection, and what was lost leaves a gap.
-void Instrument::OnPacket(const wire::Frame& frame, bool numberGap, bool wrongChecksum)
+void Instrument::Receive(std::span<const std::uint8_t> bytes)
 {
-    if (wrongChecksum) {
+    m_received.Append(bytes);
+    while (const auto frame = wire::ParseFrame(m_received.Bytes())) {
+        if (wire::FindSync(m_received.Bytes()) != 0) {
+            Fault("the instrument gets bytes that are no packet");
+        }
+        OnPacket(*frame);
+        m_received.Consume(frame->Length());
+    }
+    m_engine.Receive(bytes, Now());
+}
+
+// Numbers count up by one; they begin anew with a connection, and what was lost leaves a gap.
+void Instrument::OnPacket(const wire::Frame& frame)
+{
+    if (frame.payload.data()[frame.payload.size()] != wire::BuildTrailer(frame.payload)[0]) {
         Fault("the instrument gets a packet with a wrong checksum");
     }
+    const bool numberGap = m_lastNumber && frame.packetNumber != static_cast<std::uint8_t>(*m_lastNumber + 1);
+    m_lastNumber = frame.packetNumber;
     if (numberGap && !m_plan.stalls && frame.packetNumber != 0 && m_lossesAtFrame == m_account.Losses() &&
         MayLatencyBeJudged())
     {
@@ -219,7 +236,7 @@ bool Instrument::ReadPipe(HANDLE pipe)
     if (!m_read.Finish(pipe, length)) {
         return false;
     }
-    m_engine.Receive({m_buffer.data(), length}, Now());
+    Receive({m_buffer.data(), length});
     return true;
 }
 
@@ -271,7 +288,7 @@ void Instrument::ServeUsbConnection()
         while (!device.fromRouter.empty()) {
             const Bytes bytes = std::move(device.fromRouter.front());
             device.fromRouter.pop_front();
-            m_engine.Receive(bytes, Now());
+            Receive(bytes);
         }
         if (!FeedDue() && device.fromRouter.empty()) {
             m_wake.Wait(WaitTime());

@@ -10,16 +10,19 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
+#include <optional>
+#include <span>
 
 namespace sim {
 
 /// Runs on a thread of its own, until it is told to end.
-class Instrument : private instrument::Observer
+class Instrument
 {
 public:
     Instrument(const Plan& plan, Account& account);
-    ~Instrument() override;
+    ~Instrument();
+    Instrument(const Instrument&) = delete;
+    Instrument& operator=(const Instrument&) = delete;
 
     void Run();
     /// Any thread: ends Run.
@@ -31,7 +34,8 @@ public:
     std::uint64_t Pulls() const { return m_pulls; }
 
 private:
-    void OnPacket(const wire::Frame& frame, bool numberGap, bool wrongChecksum) override;
+    void Receive(std::span<const std::uint8_t> bytes);
+    void OnPacket(const wire::Frame& frame);
 
     void ServePipe();
     void ServePipeConnection(HANDLE pipe);
@@ -50,9 +54,12 @@ private:
 
     const Plan& m_plan;
     Account& m_account;
+    const instrument::Observer m_nobody;
     instrument::Engine m_engine;
     instrument::Bytes m_due;
-    ReceiveBuffer m_sent; // bytes sent that form no packet yet
+    ReceiveBuffer m_received;                 // bytes received that form no packet yet
+    std::optional<std::uint8_t> m_lastNumber; // received in this connection
+    ReceiveBuffer m_sent;                     // bytes sent that form no packet yet
     win32::Event m_wake{win32::Event::Kind::AutoReset};
     std::array<std::uint8_t, 65536> m_buffer{};
     win32::OverlappedOperation m_read;
