@@ -62,8 +62,8 @@ if(MORVANE_SANITIZE_THREADS)
     target_link_options(simulate_seeds PRIVATE -fsanitize=thread)
 endif()
 
-set(MORVANE_SIMULATED_SEEDS 10000 CACHE STRING "Seeds of the test run")
-set(MORVANE_SIMULATED_FAULTY_SEEDS 2000 CACHE STRING "Seeds of the test run in which calls fail")
+set(MORVANE_SIMULATED_SEEDS 4000 CACHE STRING "Seeds of the test run")
+set(MORVANE_SIMULATED_FAULTY_SEEDS 600 CACHE STRING "Seeds of the test run in which calls fail")
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_seeds
     COMMAND simulate_seeds --seeds ${MORVANE_SIMULATED_SEEDS} --switches --quiet)
 if(NOT MORVANE_TEST_PREFIX)
@@ -73,4 +73,4 @@ endif()
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_faults
     COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_FAULTY_SEEDS} --faults all --quiet)
 set_tests_properties(${MORVANE_TEST_PREFIX}simulated_seeds ${MORVANE_TEST_PREFIX}simulated_faults PROPERTIES
-    LABELS simulation TIMEOUT 400 COST 300)
+    LABELS simulation TIMEOUT 900 COST 300)
