@@ -30,6 +30,7 @@ morvane_simulated(simulated_product FOLDER ports SOURCES
 morvane_simulated(simulated_product FOLDER host SOURCES PortTable.cpp TraceOptionsTable.cpp)
 
 # Around it.
+morvane_simulated(simulation FOLDER console SOURCES HexDump.cpp)
 morvane_simulated(simulation FOLDER instrument SOURCES
     Bootloader.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp Script.cpp SequencedPayload.cpp)
 morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp Main.cpp)
