@@ -12,7 +12,7 @@ namespace bench {
 
 namespace {
 
-constexpr const char* Format = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
+constexpr const char* TracedLine = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
 
 std::wstring g_program; // written before the tracer starts, read by its thread
 
@@ -34,7 +34,7 @@ void AddUnwantedRow(Table& table, const RunSize& run)
         run.Rounds(), [&] { return NanosecondsEach(times, [&](std::size_t i) { empty(static_cast<int>(i)); }); },
         [&] {
             return NanosecondsEach(times, [](std::size_t i) {
-                Trace(Tracer::UnwantedChannel, trace::Usb, Format, static_cast<int>(i), 1);
+                Trace(Tracer::UnwantedChannel, trace::Usb, TracedLine, static_cast<int>(i), 1);
             });
         });
     table.Add({"trace call that nobody wants", "call of an empty function by pointer", trace, call, "ns",
@@ -49,7 +49,7 @@ double FormattingTime(std::size_t lines)
     return NanosecondsEach(lines, [&](std::size_t i) {
         // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): 2 KB a line
         std::array<char, TraceFrontEnd::MaximumLineLength + 1> line;
-        std::snprintf(line.data(), line.size(), Format, static_cast<int>(i), 1);
+        std::snprintf(line.data(), line.size(), TracedLine, static_cast<int>(i), 1);
         std::string text(line.data());
         text.insert(0, TimeStampLength, ' ');
         SYSTEMTIME now;
@@ -71,7 +71,7 @@ void AddWantedRows(Table& table, const RunSize& run, const Tracer& tracer)
         const std::string last = "write " + std::to_string(lines - 1) + " bytes, " + mark;
         const Stopwatch watch;
         const double nanosecondsEach = NanosecondsEach(lines, [burst](std::size_t i) {
-            Trace(trace::RouterChannel, trace::Usb, Format, static_cast<int>(i), burst);
+            Trace(trace::RouterChannel, trace::Usb, TracedLine, static_cast<int>(i), burst);
         });
         support::WaitUntil([&] { return tracer.LinesWith(last) == 1; });
         rates.push_back(static_cast<double>(lines) / watch.Seconds());

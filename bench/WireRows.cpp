@@ -13,7 +13,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::size_t LongestRead = 65535;
+constexpr std::size_t LongestBlock = 65535;
 constexpr std::size_t Page = 4096;
 
 Bytes Pattern(std::size_t count)
@@ -43,7 +43,7 @@ Bytes BlockOf(std::size_t frameLength)
 {
     const Bytes frame = FrameOf(0, Bytes(frameLength - wire::FrameOverhead, 'x'));
     Bytes block;
-    while (block.size() + frameLength <= LongestRead) {
+    while (block.size() + frameLength <= LongestBlock) {
         block.insert(block.end(), frame.begin(), frame.end());
     }
     return block;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// One thread, but for the stop signal, which ends every wait. The router makes an unconnected pipe anew every 50
+/// One thread, but for the stop signal, which ends every wait. The router recreates an unconnected pipe every 50
 /// ms: it may be missing or busy for a moment, and may break right after it was opened; Open sits that out.
 class ClientPipe
 {

@@ -11,7 +11,9 @@ set(client32_sources
     client/RouterAutomation.cpp
     win32/OverlappedOperation.cpp)
 list(TRANSFORM client32_sources PREPEND ${PROJECT_SOURCE_DIR}/)
-morvane_sources(client32_headers client/*.h console/*.h win32/*.h)
+set(client32_folders client/*.h console/*.h win32/*.h)
+list(TRANSFORM client32_folders PREPEND ${PROJECT_SOURCE_DIR}/)
+file(GLOB client32_headers CONFIGURE_DEPENDS ${client32_folders})
 file(MAKE_DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
 set(client32_program ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/Client32.exe)
 add_custom_command(

@@ -11,4 +11,6 @@ else()
     add_test(NAME ${MORVANE_TEST_PREFIX}fuzz_corpus COMMAND fuzz_targets ${PROJECT_SOURCE_DIR}/tests/fuzz/corpus)
     set_tests_properties(${MORVANE_TEST_PREFIX}fuzz_corpus PROPERTIES LABELS fuzz TIMEOUT 240 COST 20)
 endif()
+# Each target has helpers of the same names.
+set_target_properties(fuzz_targets PROPERTIES UNITY_BUILD OFF)
 target_link_libraries(fuzz_targets PRIVATE morvane_flags morvane_portable morvane_routerlog_portable)

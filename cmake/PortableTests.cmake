@@ -19,7 +19,10 @@ endif()
 include(RouterLog)
 add_library(morvane_routerlog_portable OBJECT ${MORVANE_ROUTERLOG_SOURCES})
 target_link_libraries(morvane_routerlog_portable PRIVATE morvane_flags)
-morvane_sources(routerlog_tests tests/routerlog/portable/*.cpp)
+set(routerlog_tests
+    DoctorTests.cpp ExportTests.cpp GrammarTests.cpp LineTests.cpp PackTests.cpp ReportTests.cpp
+    StoryTests.cpp)
+list(TRANSFORM routerlog_tests PREPEND ${PROJECT_SOURCE_DIR}/tests/routerlog/portable/)
 if(MORVANE_HAVE_GOOGLETEST)
     add_executable(routerlog_portable_tests ${routerlog_tests})
     target_link_libraries(routerlog_portable_tests PRIVATE

@@ -138,6 +138,8 @@ set(sources
 list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/tests/relacy/)
 add_executable(relacy_models
     ${sources} ${mutant_sources} ports/packet/CCommandQueue.cpp host/PortTable.cpp host/TraceOptionsTable.cpp)
+# Each model names its cases alike.
+set_target_properties(relacy_models PROPERTIES UNITY_BUILD OFF)
 # The stand-ins come before the product's headers of the same name.
 target_include_directories(relacy_models PRIVATE
     ${PROJECT_SOURCE_DIR}/tests/relacy/standin ${mutants} ${PROJECT_SOURCE_DIR})

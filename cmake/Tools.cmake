@@ -10,7 +10,7 @@ function(morvane_add_console_program name)
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
-# The simulated instrument behind a kernel driver.
+# The simulated instrument with its kernel driver.
 add_subdirectory(${PROJECT_SOURCE_DIR}/tests/instrument testdriver)
 
 # Kits of the tools, the tests and the benchmark; of the product they use the wrappers of Windows and the wire format.
@@ -26,7 +26,10 @@ set(MORVANE_KIT_LIBRARIES morvane_client morvane_instrument morvane_console)
 
 # RouterLog has its portable half and what asks Windows in folders of their own, which its tests link too.
 include(RouterLog)
-morvane_sources(routerlog_windows_sources tools/RouterLog/pc/*.cpp)
+set(routerlog_windows_sources
+    Activate.cpp FileFacts.cpp InstrumentFacts.cpp LogTail.cpp ProgramFacts.cpp RegistrationFacts.cpp
+    RouterSettings.cpp SettingsFacts.cpp SharedFile.cpp)
+list(TRANSFORM routerlog_windows_sources PREPEND ${PROJECT_SOURCE_DIR}/tools/RouterLog/pc/)
 add_library(morvane_routerlog STATIC ${MORVANE_ROUTERLOG_SOURCES} ${routerlog_windows_sources})
 target_link_libraries(morvane_routerlog PUBLIC morvane_console morvane_usb version)
 morvane_precompile(morvane_routerlog)

@@ -22,6 +22,10 @@ add_library(morvane_testsupport STATIC ${support_sources})
 target_link_libraries(morvane_testsupport PUBLIC morvane_flags morvane_generated morvane_googletest
     morvane_client morvane_packet morvane_win32 morvane_system)
 target_compile_options(morvane_testsupport PRIVATE ${test_options})
+morvane_unity(morvane_testsupport)
+# A test program that replaces operator new by its own leaves this object in the library.
+set_source_files_properties(${PROJECT_SOURCE_DIR}/tests/support/AllocationCount.cpp
+    PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 # GoogleMock and windows.h take longer to read than most tests take to compile.
 target_precompile_headers(morvane_testsupport PRIVATE <gmock/gmock.h> <gtest/gtest.h> <windows.h>
     <atomic> <chrono> <filesystem> <functional> <memory> <mutex> <string> <thread> <vector>)
@@ -50,6 +54,7 @@ function(morvane_add_gtest name)
     target_link_libraries(${name} PRIVATE morvane_googletest)
     target_compile_options(${name} PRIVATE ${test_options})
     target_precompile_headers(${name} REUSE_FROM morvane_testsupport)
+    morvane_unity(${name})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
@@ -107,7 +112,9 @@ add_dependencies(unit_bus InstrumentBus InstrumentSimulator)
 # RouterLog on Windows: files that the router has open, and real routers' logs. Once is enough: what it reckons runs under
 # the sanitizers of the native tree.
 if(NOT MORVANE_CHECKED)
-    morvane_sources(routerlog_sources tests/routerlog/*.cpp)
+    morvane_test_sources(routerlog_sources routerlog
+        BundleTests.cpp DoctorTests.cpp ExplainTests.cpp FollowTests.cpp IncidentTests.cpp LogTailTests.cpp
+        PlantedRun.cpp)
     morvane_add_gtest(routerlog_tests SOURCES ${routerlog_sources}
         LIBRARIES morvane_testsupport morvane_recordingtrace morvane_routerlog morvane_diag)
     add_dependencies(routerlog_tests RouterLog MorvanePortRouter RouterProbe InstrumentSimulator InstrumentBus)

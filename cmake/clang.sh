@@ -16,10 +16,22 @@ clang_target_flags() {
 }
 mapfile -t clang_target < <(clang_target_flags)
 
+command_of() {
+    grep -B1 -F "\"file\": \"$1\"" "$clang_tree/compile_commands.json" |
+        sed -n 's/.*"command": "\(.*\)",$/\1/p' | head -n 1
+}
+
+# unity_command_of FILE: of the made source that includes the file, where several are compiled as one.
+unity_command_of() {
+    local made
+    made=$(grep -rlF "\"$morvane_root/$1\"" "$clang_tree"/CMakeFiles/*/Unity | head -n 1)
+    [ -n "$made" ] && command_of "$made"
+}
+
 clang_flags_of() {
     local command words=() word skip=0 begun=0
-    command=$(grep -B1 -F "\"file\": \"$morvane_root/$1\"" "$clang_tree/compile_commands.json" |
-        sed -n 's/.*"command": "\(.*\)",$/\1/p' | head -n 1)
+    command=$(command_of "$morvane_root/$1")
+    [ -n "$command" ] || command=$(unity_command_of "$1")
     [ -n "$command" ] || return 1
     read -ra words <<<"${command//\\\"/\"}"
     printf '%s\n' "${clang_target[@]}"

@@ -126,7 +126,7 @@ with_display() (
     for _ in $(seq 200); do
         [ -s "$number" ] && break
         kill -0 $xvfb 2>/dev/null || break
-        sleep 0.05
+        sleep 0.05 # between two looks at what the display writes
     done
     [ -s "$number" ] || die "could not start a virtual display (Xvfb)"
     export DISPLAY=:$(cat "$number")

@@ -4,7 +4,7 @@
 //
 // A loop dispatches messages that have a window. A producer therefore sends one to the debug window: sent messages
 // are delivered whenever the thread asks for messages, whatever kind it asks for ("About Messages and Message
-// Queues"). What is left in the queue waits for a timer, behind the user's input.
+// Queues"). What is left in the queue waits for a timer, after the user's input.
 #include "diag/CDebugThread.h"
 
 #include <exception>

@@ -53,7 +53,7 @@ void CDebugThread::Serve(DWORD timeoutMs)
     }
 }
 
-/// The first lines wait a moment for more. What comes meanwhile wakes nobody; a wake-up for every line made the
+/// The first lines wait a moment for more. What comes meanwhile wakes no thread; a wake-up for every line made the
 /// round trips of traced packets half as long again.
 void CDebugThread::OnEntriesQueued()
 {

@@ -28,7 +28,7 @@ CMorvaneUSBRouter::CMorvaneUSBRouter(IRouterHost& host) : m_host(host), m_server
 }
 
 // Without end, and the main thread with it, when another object has unregistered one of our ports: Unregister then
-// returns before it erases the pair. That is meant to be so; do not mend it by erasing in Unregister's early
+// returns before it erases the pair. That is deliberate; do not change it by erasing in Unregister's early
 // return.
 CMorvaneUSBRouter::~CMorvaneUSBRouter()
 {

@@ -6,8 +6,8 @@
 #include <atomic>
 
 /// Any thread may post it; the main thread's message loop ends by the WM_QUIT. A menu that is open, or a window
-/// that is being moved, has a loop of its own that may take the message and not pass it on. So the wish is kept,
-/// and the main thread repeats the message while it is still there to do so.
+/// that is being moved, has a loop of its own that may take the message and not pass it on. So the request is
+/// kept, and the main thread repeats the message while it is still there to do so.
 class QuitRequest
 {
 public:

@@ -12,7 +12,7 @@ constexpr std::string_view PrepareWord = "PREPARE_DOWNLOAD ";
 constexpr std::string_view ChunkWord = "DOWNLOAD ";
 constexpr std::string_view DoneWord = "DOWNLOAD_DONE";
 
-Bootloader::Answer Text(std::string_view text)
+Bootloader::Answer Reply(std::string_view text)
 {
     return {Bytes(text.begin(), text.end()), std::nullopt};
 }
@@ -63,7 +63,7 @@ Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
         return {};
     }
     if (error != std::errc()) {
-        return Text("DENY\r");
+        return Reply("DENY\r");
     }
     if (m_script.prepareAnswer) {
         return {m_script.prepareAnswer, std::nullopt};
@@ -71,8 +71,8 @@ Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
     if (m_script.echoOffset == 0) {
         m_report.state = FirmwareReport::State::Prepared;
     }
-    return Text("RECEIVE_READY " + std::to_string(m_report.announced + m_script.echoOffset) + " " +
-                std::to_string(m_script.chunkSize) + "\r");
+    return Reply("RECEIVE_READY " + std::to_string(m_report.announced + m_script.echoOffset) + " " +
+                 std::to_string(m_script.chunkSize) + "\r");
 }
 
 bool Bootloader::IsDownloading() const noexcept
@@ -83,7 +83,7 @@ bool Bootloader::IsDownloading() const noexcept
 Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time now)
 {
     if (!IsDownloading()) {
-        return Text("DOWNLOAD_FAIL\r");
+        return Reply("DOWNLOAD_FAIL\r");
     }
     if (m_report.chunks++ == 0) {
         m_report.began = now;
@@ -91,19 +91,19 @@ Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time 
     m_report.state = FirmwareReport::State::Receiving;
     m_report.received += data.size();
     m_image.insert(m_image.end(), data.begin(), data.end());
-    return TakeIncidentAt(m_report.chunks).value_or(m_script.answersChunks ? Text("DOWNLOAD_OK\r") : Answer{});
+    return TakeIncidentAt(m_report.chunks).value_or(m_script.answersChunks ? Reply("DOWNLOAD_OK\r") : Answer{});
 }
 
 Bootloader::Answer Bootloader::OnDone()
 {
     if (!IsDownloading()) {
-        return Text("DOWNLOAD_FAIL\r");
+        return Reply("DOWNLOAD_FAIL\r");
     }
     Compare();
     m_report.state = FirmwareReport::State::Done;
     ++m_report.downloads;
     const bool whole = m_report.received == m_report.announced;
-    return TakeIncidentAt(FirmwareScript::AtDone).value_or(Text(whole ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r"));
+    return TakeIncidentAt(FirmwareScript::AtDone).value_or(Reply(whole ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r"));
 }
 
 std::optional<Bootloader::Answer> Bootloader::TakeIncidentAt(std::uint64_t place)

@@ -84,7 +84,7 @@ void PipeWorker::OnQuiet()
 {
     if (!m_state.IsPipeConnected) {
         // By design: while no client is connected the pipe is recreated at every timeout. A client that died
-        // between connect and first read leaves nothing behind.
+        // between connect and first read leaves nothing open.
         m_state.RecreateEvent.Set();
         return;
     }

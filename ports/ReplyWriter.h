@@ -31,7 +31,7 @@ public:
     bool MayWrite() const noexcept { return m_mayWrite; }
 
     /// How long the pending write may still take before the client counts as stalled, in milliseconds; 0 when none
-    /// is pending. A client that reads takes far less than PermissionTimeMs to make room, so until then a queued
+    /// is pending. A client that reads takes far less than PermissionTimeMs to make space, so until then a queued
     /// packet is not looked at.
     DWORD TimeLeftMs() const noexcept;
 

@@ -18,11 +18,6 @@ void StartThread(win32::Thread& thread, const char* name, std::function<void()> 
     }
 }
 
-void TraceCannotRun(const ILink::Traits& traits)
-{
-    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() cannot run", traits.thread);
-}
-
 } // namespace
 
 CCyUSBDriver::CCyUSBDriver(bool simulation, const TransportHost& host)
@@ -58,7 +53,7 @@ void CCyUSBDriver::USBCommandProcessThread()
         UsbLink link(m_connection, m_replies, m_products, m_Firmware);
         RunCommandThread(link);
     } catch (...) {
-        TraceCannotRun(UsbLink::LinkTraits);
+        Trace(trace::RouterChannel, trace::Usb, "%s", UsbCommandTexts.cannotRun);
     }
 }
 
@@ -68,7 +63,7 @@ void CCyUSBDriver::SimulationCommandProcessThread()
         SimulationLink link(m_connection, m_replies);
         RunCommandThread(link);
     } catch (...) {
-        TraceCannotRun(SimulationLink::LinkTraits);
+        Trace(trace::RouterChannel, trace::Usb, "%s", SimulationCommandTexts.cannotRun);
     }
 }
 

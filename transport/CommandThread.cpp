@@ -11,7 +11,6 @@ namespace {
 
 using win32::Expectation;
 
-constexpr DWORD IdleTimeoutMs = 1000;
 constexpr DWORD TimeBetweenAttemptsMs = 10;
 // Longer than any pause within a burst: the resolution is not raised and restored per packet.
 constexpr DWORD ResolutionHoldMs = 1000;
@@ -48,12 +47,12 @@ CommandThread::CommandThread(const CommandParts& parts, ILink& link)
 
 void CommandThread::Run()
 {
-    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() started", m_traits.thread);
+    Trace(trace::RouterChannel, trace::Usb, "%s", m_traits.texts.started);
     while (m_running) {
         try {
             Handle(Wait());
         } catch (...) {
-            Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() failed, reconnecting", m_traits.thread);
+            Trace(trace::RouterChannel, trace::Usb, "%s", m_traits.texts.failed);
             m_connection.m_hDisconnected.Set();               // whatever failed, a new connection puts it right
             m_connection.m_hStop.Wait(TimeBetweenAttemptsMs); // what fails each time must not fill the log
         }
@@ -63,7 +62,7 @@ void CommandThread::Run()
             m_running = false;
         }
     }
-    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() ended", m_traits.thread);
+    Trace(trace::RouterChannel, trace::Usb, "%s", m_traits.texts.ended);
 }
 
 CommandThread::Slot CommandThread::Wait() const
@@ -103,10 +102,8 @@ void CommandThread::OnDisconnected()
         m_connection.m_hStop.Wait(TimeBetweenAttemptsMs);
     }
     if (m_connectAttempts++ % AttemptsPerTrace == 0) {
-        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s(%dth try) looking for USB endpoints...",
-              m_traits.thread, m_connectAttempts);
-        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() %d pending writes", m_traits.thread,
-              m_outgoing.Queue().GetCount());
+        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.connecting, m_connectAttempts);
+        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.pendingWrites, m_outgoing.Queue().GetCount());
     }
     m_link.StopReading();
     NotifyState(false);
@@ -145,7 +142,7 @@ void CommandThread::OnWriteDone()
         return;
     }
     if (end->worked) {
-        Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s overlapped write %d bytes", m_traits.thread,
+        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.written,
               static_cast<int>(m_traits.tracesBufferSize ? TransferLength : end->bytes));
         m_connection.CountTransferred(end->bytes);
     } else {
@@ -213,15 +210,10 @@ void CommandThread::OnBusy()
     if (!IsReportDue(m_busyPasses)) {
         return;
     }
-    Trace(trace::RouterChannel, trace::Usb,
-          "CCyUSBDriver::%s() WARNING: Command queue not empty, but previous Write operation incomplete "
-          "(TotalAborted=%d)",
-          m_traits.thread, m_totalAborted);
+    Trace(trace::RouterChannel, trace::Usb, m_traits.texts.blocked, m_totalAborted);
     if (m_traits.abortsWrites && m_link.IsWriting()) {
         ++m_totalAborted;
-        Trace(trace::RouterChannel, trace::Usb,
-              "CCyUSBDriver::%s() abort previous Write operation (TotalAborted=%d)", m_traits.thread,
-              m_totalAborted);
+        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.aborts, m_totalAborted);
         m_link.AbortWrite();
     }
 }
@@ -242,15 +234,12 @@ void CommandThread::OnQuietSecond()
     }
     if (m_link.IsWriting()) {
         m_totalAborted += m_traits.abortsWrites ? 1 : 0;
-        Trace(trace::RouterChannel, trace::Usb,
-              "CCyUSBDriver::%s() IDLE,  WARNING: Write operation incomplete (TotalAborted=%d)", m_traits.thread,
-              m_totalAborted);
+        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.idleBlocked, m_totalAborted);
         if (m_traits.abortsWrites) {
             m_link.AbortWrite();
         }
     }
-    Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::%s() IDLE, Number of pending %s: %d", m_traits.thread,
-          m_traits.pendingWrites, m_outgoing.Queue().GetCount());
+    Trace(trace::RouterChannel, trace::Usb, m_traits.texts.idle, m_outgoing.Queue().GetCount());
 }
 
 bool CommandThread::HostIsGone() const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ports/packet/CSerialPortCommand.h"
+#include "transport/CommandTexts.h"
 #include "win32/WaitSet.h"
 
 #include <cstdint>
@@ -23,11 +24,10 @@ public:
     /// What differs in the command thread's timing and traces.
     struct Traits
     {
-        const char* thread;        // the command thread's name in traces
-        const char* pendingWrites; // what its idle trace calls them
-        bool abortsWrites;         // a write that blocks others; else it is only reported
-        bool watchesHosts;         // ends the process when no host program is left
-        bool tracesBufferSize;     // by design: in place of the bytes that were written
+        const CommandTexts& texts;
+        bool abortsWrites;     // a write that blocks others; else it is only reported
+        bool watchesHosts;     // ends the process when no host program is left
+        bool tracesBufferSize; // by design: in place of the bytes that were written
     };
 
     virtual ~ILink() = default;
@@ -36,7 +36,7 @@ public:
 
     /// Finds and opens the instrument, and traces what it opened; false when there is none. Only while closed.
     virtual bool Open() = 0;
-    /// Starts reading from what Open opened. False when nobody can read from it; the reason was traced.
+    /// Starts reading from what Open opened. False when it cannot be read from; the reason was traced.
     virtual bool BeginReading() = 0;
     /// Ends the reading that is done by other threads, which use what Open opened. Harmless when there is none.
     virtual void StopReading() = 0;

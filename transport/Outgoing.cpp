@@ -46,7 +46,7 @@ void Outgoing::SubmitOrDrop(std::uint8_t packetType, std::uint8_t x, std::uint8_
     try {
         Submit(packetType, x, y, payload, length);
     } catch (const std::bad_alloc&) {
-        // Dropped: nobody could be told.
+        // Dropped: there is no caller left to tell.
     }
 }
 

@@ -133,7 +133,7 @@ private:
         std::uint32_t length = 0;
         if (m_reader.Finish(length)) {
             m_hasRead = true;
-            m_reader.Data()[length] = 0; // the buffer has room for it after the longest read
+            m_reader.Data()[length] = 0; // the buffer has space for it after the longest read
             m_connection.CountTransferred(length);
             m_replies.ApppendToReplyProcessQueue({m_reader.Data(), length});
             m_reader.Begin();
@@ -193,7 +193,7 @@ void ReadThreads::USBReadWaitThread(Connection& connection, Replies& replies, CC
     } catch (const std::bad_alloc& fault) {
         Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBReadWaitThread() cannot run: %s", fault.what());
         connection.m_bFirstReadFailed = true;
-        connection.Drop(); // a connection that nobody reads from is none; a new one tries again
+        connection.Drop(); // a connection without reads is none; a new one tries again
     }
 }
 

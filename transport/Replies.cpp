@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr DWORD IdleTimeoutMs = 1000;
 constexpr PortAddress FirmwareAddress{0, 0};
 constexpr PortAddress BroadcastAddress{-1, 2}; // all ports numbered 2
 

@@ -13,11 +13,8 @@
 class SimulationLink final : public ILink
 {
 public:
-    static constexpr Traits LinkTraits{.thread = "SimulationCommandProcessThread",
-                                       .pendingWrites = "write",
-                                       .abortsWrites = false,
-                                       .watchesHosts = false,
-                                       .tracesBufferSize = true};
+    static constexpr Traits LinkTraits{
+        .texts = SimulationCommandTexts, .abortsWrites = false, .watchesHosts = false, .tracesBufferSize = true};
 
     /// Both are borrowed. Throws std::bad_alloc, also when there is no event for the reads.
     SimulationLink(Connection& connection, Replies& replies);

@@ -16,11 +16,8 @@
 class UsbLink final : public ILink
 {
 public:
-    static constexpr Traits LinkTraits{.thread = "USBCommandProcessThread",
-                                       .pendingWrites = "writes",
-                                       .abortsWrites = true,
-                                       .watchesHosts = true,
-                                       .tracesBufferSize = false};
+    static constexpr Traits LinkTraits{
+        .texts = UsbCommandTexts, .abortsWrites = true, .watchesHosts = true, .tracesBufferSize = false};
 
     /// All are borrowed. Opens the first device. Throws std::bad_alloc.
     UsbLink(Connection& connection, Replies& replies, IProducts& products, FirmwareDownloader& firmware);

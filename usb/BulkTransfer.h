@@ -17,7 +17,7 @@ namespace usb {
 ///
 ///     the event is signalled:  ResetEvent(); if (HasEnded()) Finish(length);
 ///
-/// where HasEnded is false when nothing is under way, and when it is still on its way and somebody else's end has
+/// where HasEnded is false when nothing is pending, and when it is still pending and the end of another has
 /// set the event. A start that Windows refuses sets the event and makes Finish fail with the reason. One thread.
 /// Abort (or Finish) before the endpoint's device is closed.
 class BulkTransfer
@@ -55,7 +55,7 @@ public:
     /// HasEnded.
     bool Finish(std::uint32_t& length);
 
-    /// What the last read brought, `length` bytes of it, with room for one byte behind the longest read. Valid
+    /// What the last read brought, `length` bytes of it, with space for one byte after the longest read. Valid
     /// until the next start or Abort.
     std::span<std::uint8_t> Received() noexcept
     {
@@ -63,7 +63,7 @@ public:
     }
 
     /// Gives the transfer up without telling the driver: for when its endpoint was aborted already. A next one may
-    /// be started at once. Harmless when nothing is under way.
+    /// be started at once. Harmless when nothing is pending.
     void Abandon() noexcept;
 
     /// Aborts the endpoint, then Abandon. Without a transfer under way the endpoint is left alone.

@@ -115,8 +115,8 @@ bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length,
     length = m_transferred;
     const bool good = m_ntStatus == 0 && m_usbdStatus == 0;
     if (worked && !good) {
-        // Only the driver's statuses tell of it, and no read follows a failed one. Were that no error of Windows
-        // either, the transport would believe in a connection that nobody reads from.
+        // Only the driver's statuses report it, and no read follows a failed one. Were that no error of Windows
+        // either, the transport would believe in a connection without reads.
         m_lastError = ERROR_GEN_FAILURE;
     }
     ::SetLastError(m_lastError);

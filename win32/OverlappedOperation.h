@@ -44,14 +44,14 @@ public:
     /// True while an operation started by this object has not been seen complete.
     bool IsPending() const noexcept { return m_file != nullptr; }
 
-    /// True when the operation under way has its result, whatever became of the event since. Does not ask the
+    /// True when the pending operation has its result, whatever became of the event since. Does not ask the
     /// kernel.
     bool HasCompleted() const noexcept { return IsPending() && (m_completedAtStart || IsRecordFinal()); }
 
     /// True while the operation under way has no result yet. Does not ask the kernel.
     bool IsRunning() const noexcept { return IsPending() && !HasCompleted(); }
 
-    /// True when the operation under way was complete as soon as it was started: the event is signalled already,
+    /// True when the operation was complete as soon as it was started: the event is signalled already,
     /// and a wait for it would be a kernel call for nothing.
     bool CompletedAtStart() const noexcept { return IsPending() && m_completedAtStart; }
 
@@ -61,7 +61,7 @@ public:
     /// Cancels what is under way and waits until Windows has let go of the OVERLAPPED and the buffer.
     void Cancel() noexcept;
 
-    /// The same, and takes the result if nobody has taken it before: true when the operation succeeded, be it
+    /// The same, and takes the result if it was not taken before: true when the operation succeeded, be it
     /// before the cancel or in spite of it.
     bool CancelAndFinish(DWORD& transferred) noexcept;
 

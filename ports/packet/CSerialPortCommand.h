@@ -43,8 +43,8 @@ public:
     void ClearData() noexcept { m_Packet.clear(); }
 
     /// First match of the pattern that begins at `start` or later and, when `limit` is not negative, before
-    /// min(limit, length). Only the beginning of a match is bounded by `limit`, not its end; that is meant. A
-    /// match never reaches behind the data. Null when there is none.
+    /// min(limit, length). Only the beginning of a match is bounded by `limit`, not its end; that is deliberate. A
+    /// match never reaches beyond the data. Null when there is none.
     const std::uint8_t* Find(const std::uint8_t* pattern, std::int32_t patternLength, std::int32_t start,
                              std::int32_t limit) const noexcept;
 

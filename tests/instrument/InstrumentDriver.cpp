@@ -169,13 +169,13 @@ bool IsReady()
 
 bool WaitUntilReady(std::chrono::milliseconds timeout)
 {
-    // No event announces a driver's readiness.
+    // Polled: no event announces a driver's readiness.
     const auto end = std::chrono::steady_clock::now() + timeout;
     while (!IsReady()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        ::Sleep(5);
+        ::Sleep(5); // between two looks
     }
     return true;
 }

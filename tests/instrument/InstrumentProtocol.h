@@ -87,7 +87,7 @@ struct Connection
 };
 
 /// Followed by bytes for the reads of that connection. They are kept as long as it lasts; without it, and when it
-/// ends before there was room, the answer is STATUS_DEVICE_NOT_CONNECTED.
+/// ends before there was space, the answer is STATUS_DEVICE_NOT_CONNECTED.
 struct Supply
 {
     std::uint32_t slot;

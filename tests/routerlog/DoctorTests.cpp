@@ -1,5 +1,6 @@
 // The built RouterLog's doctor, on a Windows whose faults a test plants for real.
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RouterNames.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/UniqueName.h"
@@ -20,7 +21,6 @@ namespace {
 constexpr const wchar_t* Class = L"Software\\Classes\\CLSID\\{7A1C5E20-3B94-4F0D-9E61-2C8B7D4F1A93}";
 constexpr const wchar_t* ProgId = L"Software\\Classes\\MorvanePortRouter.MorvaneUSBRouter.1";
 constexpr const wchar_t* TypeLibrary = L"Software\\Classes\\TypeLib\\{B58E0F3C-61D2-4A7E-8C19-5D0A3E6B9F24}";
-constexpr const wchar_t* Options = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
 
 std::wstring Below(const wchar_t* key, const wchar_t* name)
 {
@@ -100,15 +100,15 @@ TEST_F(DoctorProgram, FindsAMissingTypeLibrary)
 
 TEST_F(DoctorProgram, FindsLogLimitsThatDoHarm)
 {
-    Key(HKEY_LOCAL_MACHINE, Options).WriteDword(L"LogFileLimt(MB)", 0);
+    Key(HKEY_LOCAL_MACHINE, support::OptionsKey).WriteDword(L"LogFileLimt(MB)", 0);
     EXPECT_THAT(Run(), HasSubstr("size limit is 0"));
-    Key(HKEY_LOCAL_MACHINE, Options).WriteString(L"LogFileLimt(MB)", L"10");
+    Key(HKEY_LOCAL_MACHINE, support::OptionsKey).WriteString(L"LogFileLimt(MB)", L"10");
     EXPECT_THAT(Run(), HasSubstr("is no DWORD"));
 }
 
 TEST_F(DoctorProgram, FindsADeviceWhoseNameIsNoNumber)
 {
-    Key(HKEY_LOCAL_MACHINE, Below(Options, L"Reader"));
+    Key(HKEY_LOCAL_MACHINE, Below(support::OptionsKey, L"Reader"));
     EXPECT_THAT(Run(), HasSubstr("\"Reader\" have no number for a name"));
 }
 
@@ -185,7 +185,7 @@ TEST_F(DoctorProgram, SetsTheMasksAsTheDialogDoes)
     Run(L"--trace-on usb,pipe,packets");
     EXPECT_EQ(code, 0U);
     const auto mask = [](const wchar_t* device) {
-        return win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, Below(Options, device).c_str(), KEY_READ)
+        return win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, Below(support::OptionsKey, device).c_str(), KEY_READ)
             .ReadDword(L"DebugMask");
     };
     EXPECT_EQ(mask(L"-1"), 0x000C0000U);

@@ -2,6 +2,7 @@
 
 #include "client/RouterAutomation.h"
 #include "tests/support/KilledServer.h"
+#include "tests/support/RouterNames.h"
 #include "tests/support/UniqueName.h"
 #include "win32/RegistryKey.h"
 
@@ -15,7 +16,6 @@
 
 namespace {
 
-constexpr const wchar_t* Options = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
 constexpr const wchar_t* Products = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\Products";
 constexpr const wchar_t* Settings = L"Software\\Morvane Biosystems";
 constexpr const wchar_t* RouterName = L"MorvanePortRouter.exe";
@@ -57,7 +57,7 @@ RouterSession::RouterSession(Transport transport)
     std::filesystem::create_directories(m_folder);
     std::filesystem::copy_file(support::ProgramFolder() / RouterName, m_program);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, Settings);
-    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, Options, KEY_READ | KEY_WRITE);
+    const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, support::OptionsKey, KEY_READ | KEY_WRITE);
     key.WriteDword(L"SimulateUSB", transport == Transport::Simulation ? 1 : 0);
     Run(L"/RegServer");
 }
@@ -79,7 +79,7 @@ RouterSession::~RouterSession()
 
 void RouterSession::SetMask(int device, DWORD mask)
 {
-    const std::wstring name = std::wstring(Options) + L"\\" + std::to_wstring(device);
+    const std::wstring name = std::wstring(support::OptionsKey) + L"\\" + std::to_wstring(device);
     win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name.c_str(), KEY_READ | KEY_WRITE)
         .WriteDword(L"DebugMask", mask);
 }

@@ -14,8 +14,7 @@ bool WaitUntil(const std::function<bool()>& holds, std::chrono::milliseconds tim
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
-        // Gives the processor away between two looks; nobody counts on its length.
-        ::Sleep(1);
+        ::Sleep(1); // between two looks; the condition ends the wait, not the pause
     }
     return true;
 }

@@ -1,5 +1,6 @@
 // The built router as an automation server: activation from another process, calls, and its end.
 #include "tests/support/KilledServer.h"
+#include "tests/support/RouterNames.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "win32/RegistryKey.h"
@@ -14,8 +15,8 @@ namespace {
 
 constexpr wchar_t ProgId[] = L"MorvanePortRouter.MorvaneUSBRouter.1";
 constexpr wchar_t VersionIndependentProgId[] = L"MorvanePortRouter.MorvaneUSBRouter";
-constexpr wchar_t DialogTitle[] = L"Morvane Port Router - Debug Options";
-constexpr wchar_t OptionsKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
+using support::DialogTitle;
+using support::OptionsKey;
 
 template <class Interface>
 class Reference

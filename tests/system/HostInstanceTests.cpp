@@ -1,4 +1,5 @@
 // The built router as a process: one at a time, its start and its end.
+#include "tests/support/RouterNames.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/RegistryListing.h"
@@ -8,7 +9,7 @@
 
 namespace {
 
-constexpr wchar_t DialogTitle[] = L"Morvane Port Router - Debug Options";
+using support::DialogTitle;
 
 class HostInstance : public testing::Test
 {

@@ -1,4 +1,5 @@
 // The end of the Windows session, as its real messages from another process tell the built router's windows.
+#include "tests/support/RouterNames.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 
@@ -8,8 +9,8 @@
 
 namespace {
 
-constexpr wchar_t DialogTitle[] = L"Morvane Port Router - Debug Options";
-constexpr wchar_t DebugWindowClass[] = L"MorvaneDebugWindow";
+using support::DebugWindowClass;
+using support::DialogTitle;
 constexpr char LogEnd[] = "********* End Logging *********\r\n";
 
 /// A router with a port. What it traces goes to the log file, and in a test of the debug

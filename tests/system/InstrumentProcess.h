@@ -10,7 +10,7 @@
 class InstrumentProcess
 {
 public:
-    /// Starts `program`, which lies beside the test, with further switches behind those that tell the test when
+    /// Starts `program`, which lies beside the test, with further switches after those that tell the test when
     /// the instrument can be found.
     InstrumentProcess(const std::wstring& program, const std::wstring& switches)
         : m_readyName(support::UniqueName(L"InstrumentReady")),

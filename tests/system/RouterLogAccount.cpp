@@ -16,7 +16,7 @@ bool Has(std::string_view line, std::string_view part)
     return line.find(part) != std::string_view::npos;
 }
 
-/// The payload in a dump, which puts a blank behind each byte; empty when there is none. A frame's header may look
+/// The payload in a dump, which puts a blank after each byte; empty when there is none. A frame's header may look
 /// like one by chance, so the last counts.
 std::string PayloadIn(std::string_view line)
 {

@@ -10,7 +10,7 @@
 
 namespace served {
 
-/// Opens a port's pipe and waits until an echo comes through it. A pipe is created anew every 50 ms until somebody
+/// Opens a port's pipe and waits until an echo comes through it. A pipe is recreated every 50 ms until a client
 /// is connected, so a first open may be thrown out again: one that was answered is through.
 inline bool Open(support::PipeClient& client, const std::string& name)
 {

@@ -82,7 +82,7 @@ private:
     win32::Thread m_thread;
 };
 
-/// A client that sends one numbered packet after the other and waits for each echo, opening its pipe anew whenever
+/// A client that sends one numbered packet after the other and waits for each echo, reopening its pipe whenever
 /// that breaks.
 class Client
 {

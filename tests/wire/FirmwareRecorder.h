@@ -96,7 +96,7 @@ private:
     }
 };
 
-/// Hands the text over in a block of exactly its length, without a terminating zero, so that a read behind it
+/// Hands the text over in a block of exactly its length, without a terminating zero, so that a read beyond it
 /// shows.
 inline void Receive(DownloadDialogue& dialogue, std::string_view text)
 {

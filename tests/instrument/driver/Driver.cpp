@@ -1,4 +1,4 @@
-// A driver with the vendor driver's interface and nothing behind it: what an instrument does, tests say through
+// A driver with the vendor driver's interface and no hardware: what an instrument does, tests say through
 // the remote control. One node of the device tree per slot, eight of them, made at the installation.
 #include "tests/instrument/driver/Remote.h"
 #include "tests/instrument/driver/Transfers.h"

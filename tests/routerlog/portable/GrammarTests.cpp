@@ -106,54 +106,16 @@ std::string WithoutLineEnd(std::string text)
     return text;
 }
 
-/// The two links' own words in the formats that their command thread shares.
-struct LinkWords
+/// The formats that stand in a table: the command thread's, by the way to the instrument.
+void AddFormatsOfTables(std::map<std::string, std::string>& formats)
 {
-    std::string thread, pendingWrites;
-    bool abortsWrites;
-};
-
-std::vector<LinkWords> WordsOfTheLinks()
-{
-    std::vector<LinkWords> words;
-    for (const char* const header : {"UsbLink.h", "SimulationLink.h"}) {
-        const std::string source = ReadFile(fs::path(MORVANE_SOURCES) / "transport" / header);
-        const auto valueOf = [&](const std::string& member) {
-            const std::size_t at = source.find("." + member + " = ");
-            const std::string rest = at == std::string::npos ? "" : source.substr(at + member.size() + 4);
-            return rest.substr(0, rest.find_first_of(",}"));
-        };
-        const auto unquoted = [](const std::string& text) {
-            return text.size() < 2 ? text : text.substr(1, text.size() - 2);
-        };
-        words.push_back(
-            {unquoted(valueOf("thread")), unquoted(valueOf("pendingWrites")), valueOf("abortsWrites") == "true"});
-    }
-    return words;
-}
-
-/// The formats as each link writes them.
-std::map<std::string, std::string> OfEachLink(const std::map<std::string, std::string>& formats)
-{
-    static const std::string thread = "CCyUSBDriver::%s", pending = "pending %s";
-    std::map<std::string, std::string> all;
-    for (const auto& [format, file] : formats) {
-        if (!format.starts_with(thread)) {
-            all.emplace(format, file);
-            continue;
-        }
-        for (const LinkWords& link : WordsOfTheLinks()) {
-            std::string own = format;
-            if (const std::size_t at = own.find(pending); at != std::string::npos) {
-                own.replace(at, pending.size(), "pending " + link.pendingWrites);
-            }
-            own.replace(thread.size() - 2, 2, link.thread);
-            if (link.abortsWrites || own.find("abort previous") == std::string::npos) {
-                all.emplace(own, file);
-            }
+    const fs::path table = fs::path(MORVANE_SOURCES) / "transport" / "CommandTexts.cpp";
+    const std::string source = ReadFile(table);
+    for (std::size_t at = source.find('{'); at < source.size();) {
+        for (const std::string& literal : LiteralsOfCall(source, at)) {
+            formats[literal] = table.string();
         }
     }
-    return all;
 }
 
 /// Every format that the product's sources hold, with the file that holds it.
@@ -194,7 +156,8 @@ std::map<std::string, std::string> FormatsOfTheSources()
             }
         }
     }
-    return OfEachLink(formats);
+    AddFormatsOfTables(formats);
+    return formats;
 }
 
 std::set<std::string> FormatsOfTheTable()

@@ -121,7 +121,7 @@ private:
     win32::OverlappedOperation m_write;
 };
 
-void NeverReads(End& end)
+void InstrumentNeverReads(End& end)
 {
     end.Everyone().KillInstrument();
     {
@@ -176,7 +176,7 @@ INSTANTIATE_TEST_SUITE_P(Goes, HostileInstrumentThatLeaves,
                                          Case{"WhileAListenerIsStuck", WhileAListenerIsStuck, true},
                                          Case{"WhilePortsComeAndGo", WhilePortsComeAndGo, true},
                                          Case{"TwiceInARow", TwiceInARow, true}, Case{"Killed", Killed, true},
-                                         Case{"NeverReads", NeverReads, true},
+                                         Case{"NeverReads", InstrumentNeverReads, true},
                                          Case{"LeavesAtOnceEachTime", LeavesAtOnceEachTime, true},
                                          Case{"SaysOneByteAndLeaves", SaysOneByteAndLeaves, true}),
                          hostile::NameOf);

@@ -2,6 +2,7 @@
 // sends.
 #include "client/RouterAutomation.h"
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterNames.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/install/InstalledProduct.h"
 #include "win32/RegistryKey.h"
@@ -63,7 +64,7 @@ std::string Log()
 /// As the Restart Manager does ("Guidelines for Applications", Restart Manager). False when the router objects.
 bool EndAsTheRestartManagerDoes()
 {
-    const HWND window = ::FindWindowW(nullptr, L"Morvane Port Router - Debug Options");
+    const HWND window = ::FindWindowW(nullptr, support::DialogTitle);
     DWORD_PTR agrees = 0;
     DWORD_PTR ignored = 0;
     return ::SendMessageTimeoutW(window, WM_QUERYENDSESSION, 0, ENDSESSION_CLOSEAPP, SMTO_NORMAL, 60'000,

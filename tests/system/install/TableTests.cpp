@@ -95,29 +95,28 @@ TEST_F(PackageTables, GiveUsersWriteAccessToTwoPlacesOnly)
     EXPECT_EQ(Find(Table(L"Directory"), L"Directory", L"LogFolder").at(L"Directory_Parent"), L"RouterFolder");
 }
 
-TEST_F(PackageTables, LetUsersReadAndWriteTheSettingsKey)
+/// That a locked place inherits nothing, gives Windows and administrators everything and users `forUsers`.
+void ExpectRights(const PackageRow& place, ACCESS_MASK everything, ACCESS_MASK forUsers)
 {
-    const Rights rights =
-        ReadRights(Find(Table(L"MsiLockPermissionsEx"), L"LockObject", L"SettingsKey").at(L"SDDLText"));
+    const Rights rights = ReadRights(place.at(L"SDDLText"));
     EXPECT_EQ(rights.entries, 3U);
     EXPECT_FALSE(rights.inherited);
     EXPECT_TRUE(rights.allInherit);
-    EXPECT_EQ(rights.masks.at(WinLocalSystemSid), static_cast<ACCESS_MASK>(KEY_ALL_ACCESS));
-    EXPECT_EQ(rights.masks.at(WinBuiltinAdministratorsSid), static_cast<ACCESS_MASK>(KEY_ALL_ACCESS));
-    EXPECT_EQ(rights.masks.at(WinBuiltinUsersSid), static_cast<ACCESS_MASK>(KEY_READ | KEY_WRITE));
+    EXPECT_EQ(rights.masks.at(WinLocalSystemSid), everything);
+    EXPECT_EQ(rights.masks.at(WinBuiltinAdministratorsSid), everything);
+    EXPECT_EQ(rights.masks.at(WinBuiltinUsersSid), forUsers);
+}
+
+TEST_F(PackageTables, LetUsersReadAndWriteTheSettingsKey)
+{
+    ExpectRights(Find(Table(L"MsiLockPermissionsEx"), L"LockObject", L"SettingsKey"), KEY_ALL_ACCESS,
+                 KEY_READ | KEY_WRITE);
 }
 
 TEST_F(PackageTables, LetUsersChangeWhatIsInTheLogFolder)
 {
-    const Rights rights =
-        ReadRights(Find(Table(L"MsiLockPermissionsEx"), L"LockObject", L"LogFolder").at(L"SDDLText"));
-    EXPECT_EQ(rights.entries, 3U);
-    EXPECT_FALSE(rights.inherited);
-    EXPECT_TRUE(rights.allInherit);
-    EXPECT_EQ(rights.masks.at(WinLocalSystemSid), static_cast<ACCESS_MASK>(FILE_ALL_ACCESS));
-    EXPECT_EQ(rights.masks.at(WinBuiltinAdministratorsSid), static_cast<ACCESS_MASK>(FILE_ALL_ACCESS));
-    EXPECT_EQ(rights.masks.at(WinBuiltinUsersSid),
-              static_cast<ACCESS_MASK>(FILE_GENERIC_READ | FILE_GENERIC_WRITE | FILE_GENERIC_EXECUTE | DELETE));
+    ExpectRights(Find(Table(L"MsiLockPermissionsEx"), L"LockObject", L"LogFolder"), FILE_ALL_ACCESS,
+                 FILE_GENERIC_READ | FILE_GENERIC_WRITE | FILE_GENERIC_EXECUTE | DELETE);
 }
 
 TEST_F(PackageTables, AskNothingAndNeverRestartThePc)

@@ -110,7 +110,7 @@ TEST_F(HandRegisteredCopy, OfTheMachineIsReplaced)
 {
     ASSERT_EQ(Run(L"/RegServer"), 0U);
     ASSERT_NE(Server(HKEY_LOCAL_MACHINE), InstalledServer);
-    // What an older copy had below its class and nobody writes today.
+    // What an older copy had below its class and no copy writes today.
     const auto leftover = win32::RegistryKey::Create(
         HKEY_LOCAL_MACHINE, (ServerKey + std::wstring(L"\\Old")).c_str(), KEY_READ | KEY_WRITE);
     ASSERT_TRUE(leftover);

@@ -1,5 +1,7 @@
 #include "tests/system/ui/UiFixture.h"
 
+#include "tests/support/RouterNames.h"
+
 #include "tests/support/UniqueName.h"
 #include "win32/RegistryKey.h"
 
@@ -7,12 +9,11 @@
 
 namespace {
 
-constexpr wchar_t Options[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
-constexpr wchar_t DialogTitle[] = L"Morvane Port Router - Debug Options";
+using support::DialogTitle;
 
 win32::RegistryKey DeviceKey(int device)
 {
-    const std::wstring name = std::wstring(Options) + L"\\" + std::to_wstring(device);
+    const std::wstring name = std::wstring(support::OptionsKey) + L"\\" + std::to_wstring(device);
     return win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name.c_str(), KEY_READ | KEY_WRITE);
 }
 
@@ -26,7 +27,7 @@ std::string AsDumped(const std::string& text)
     return dump;
 }
 
-/// A pipe is created anew every 50 ms until somebody is connected, so a first open may be thrown out again: one
+/// A pipe is recreated every 50 ms until a client is connected, so a first open may be thrown out again: one
 /// that was answered is through.
 bool OpenServed(support::PipeClient& client, const std::string& name)
 {
@@ -87,7 +88,7 @@ std::optional<std::uint32_t> Ui::SavedOption(int device, const wchar_t* value)
 
 std::optional<std::uint32_t> Ui::SavedSetting(const wchar_t* value)
 {
-    return win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, Options, KEY_READ).ReadDword(value);
+    return win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, support::OptionsKey, KEY_READ).ReadDword(value);
 }
 
 HWND Ui::Dialog()
@@ -183,7 +184,7 @@ void Ui::Leave(int button)
 
 HWND Ui::DebugWindow()
 {
-    return desktop::VisibleWindow(L"MorvaneDebugWindow");
+    return desktop::VisibleWindow(support::DebugWindowClass);
 }
 
 LRESULT Ui::Lines()

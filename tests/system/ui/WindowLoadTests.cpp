@@ -3,6 +3,7 @@
 //
 // MORVANE_WINDOW_ROUNDS and MORVANE_WINDOW_REQUESTS make it a measurement. The default is one short round, which
 // tells that every request is answered and every line shown; times of so few mean nothing on a busy machine.
+#include "tests/support/RouterNames.h"
 #include "tests/system/ui/UiFixture.h"
 
 #include <algorithm>
@@ -58,7 +59,7 @@ protected:
     /// By messages: what matters here is what comes after.
     static void ShowPackets(bool on)
     {
-        const HWND dialog = ::FindWindowW(nullptr, L"Morvane Port Router - Debug Options");
+        const HWND dialog = ::FindWindowW(nullptr, support::DialogTitle);
         const HWND devices = ::GetDlgItem(dialog, IDC_DEVICE);
         ::SendMessageW(dialog, WM_USER, 0, WM_LBUTTONDBLCLK);
         ASSERT_GE(::SendMessageW(devices, CB_SELECTSTRING, 0, reinterpret_cast<LPARAM>(L"Sample pump")), 0);

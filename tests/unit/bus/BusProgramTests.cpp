@@ -1,4 +1,4 @@
-// The built InstrumentBus, with the product's USB room as the router.
+// The built InstrumentBus, with the product's own usb/ as the router.
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/instrument/InstrumentDriver.h"
 #include "tests/unit/bus/UsbRouterEnd.h"

@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr std::uint8_t Out = 0x02;
-constexpr std::uint8_t In = 0x86;
+constexpr std::uint8_t OutAddress = 0x02;
+constexpr std::uint8_t InAddress = 0x86;
 constexpr std::uint32_t LongestRead = 65'535;
 
 } // namespace
@@ -29,8 +29,8 @@ bool UsbRouterEnd::Open(std::uint16_t productId)
 {
     m_number = 0;
     m_received.Clear();
-    return support::WaitUntil([&] { return Find(productId); }) && Endpoint(Out) != nullptr &&
-           Endpoint(In) != nullptr;
+    return support::WaitUntil([&] { return Find(productId); }) && Endpoint(OutAddress) != nullptr &&
+           Endpoint(InAddress) != nullptr;
 }
 
 void UsbRouterEnd::Close()
@@ -69,7 +69,7 @@ bool UsbRouterEnd::Send(std::uint8_t deviceType, std::uint8_t port, const std::s
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(frame->data()), frame->size());
     const std::size_t wanted = frame->size();
     std::uint32_t length = 0;
-    return m_write.BeginWrite(*Endpoint(Out), std::move(frame), bytes) &&
+    return m_write.BeginWrite(*Endpoint(OutAddress), std::move(frame), bytes) &&
            support::WaitFor(m_write.EventHandle()) && m_write.HasEnded() && m_write.Finish(length) &&
            length == wanted;
 }
@@ -77,7 +77,7 @@ bool UsbRouterEnd::Send(std::uint8_t deviceType, std::uint8_t port, const std::s
 std::string UsbRouterEnd::ReadPiece()
 {
     std::uint32_t length = 0;
-    if (!m_read.BeginRead(*Endpoint(In), LongestRead) || !support::WaitFor(m_read.EventHandle()) ||
+    if (!m_read.BeginRead(*Endpoint(InAddress), LongestRead) || !support::WaitFor(m_read.EventHandle()) ||
         !m_read.HasEnded() || !m_read.Finish(length))
     {
         return {};

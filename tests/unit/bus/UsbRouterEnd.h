@@ -1,5 +1,5 @@
 // The router's end of the simulated USB device, for tests of the program that plays it: opens it through the
-// product's own USB room.
+// product's own usb/.
 #pragma once
 
 #include "ports/packet/ReceiveBuffer.h"

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr REGSAM ReadAndWrite = KEY_READ | KEY_WRITE;
-
 class DebugOptionTest : public testing::Test
 {
 protected:
@@ -16,7 +14,7 @@ protected:
 
     win32::RegistryKey Subkey(const wchar_t* name) const
     {
-        return win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name, ReadAndWrite);
+        return win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, name, KEY_READ | KEY_WRITE);
     }
 
     bool HasSubkey(const wchar_t* name) const

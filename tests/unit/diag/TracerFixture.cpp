@@ -1,5 +1,7 @@
 #include "tests/unit/diag/TracerFixture.h"
 
+#include "tests/support/RouterNames.h"
+
 #include <atomic>
 #include <cstring>
 
@@ -134,7 +136,7 @@ bool TracerTest::WaitForLine(std::string_view part, std::chrono::milliseconds ti
 HWND TracerTest::DebugWindow()
 {
     HWND window = nullptr;
-    while ((window = ::FindWindowExW(nullptr, window, L"MorvaneDebugWindow", nullptr)) != nullptr) {
+    while ((window = ::FindWindowExW(nullptr, window, support::DebugWindowClass, nullptr)) != nullptr) {
         DWORD process = 0;
         ::GetWindowThreadProcessId(window, &process);
         if (process == ::GetCurrentProcessId()) {

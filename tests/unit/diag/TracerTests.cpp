@@ -1,4 +1,5 @@
 // What is traced where, and how settings take effect.
+#include "tests/support/RouterNames.h"
 #include "tests/unit/diag/TracerFixture.h"
 #include "win32/Event.h"
 
@@ -133,17 +134,17 @@ TEST_F(TracerTest, LinesAreFlushedToTheDisk)
 TEST_F(TracerTest, DebugWindowThatCannotBeCreatedIsTraced)
 {
     // A class of that name whose windows refuse to be created.
-    ::UnregisterClassW(L"MorvaneDebugWindow", ::GetModuleHandleW(nullptr));
+    ::UnregisterClassW(support::DebugWindowClass, ::GetModuleHandleW(nullptr));
     WNDCLASSEXW refusing{};
     refusing.cbSize = sizeof refusing;
     refusing.lpfnWndProc = [](HWND, UINT, WPARAM, LPARAM) -> LRESULT { return 0; };
     refusing.hInstance = ::GetModuleHandleW(nullptr);
-    refusing.lpszClassName = L"MorvaneDebugWindow";
+    refusing.lpszClassName = support::DebugWindowClass;
     ASSERT_NE(::RegisterClassExW(&refusing), 0);
     Start(ToBoth);
     EXPECT_TRUE(WaitForLine("Debug window not created, error "));
     ASSERT_TRUE(m_tracer->Stop());
-    EXPECT_TRUE(::UnregisterClassW(L"MorvaneDebugWindow", ::GetModuleHandleW(nullptr)));
+    EXPECT_TRUE(::UnregisterClassW(support::DebugWindowClass, ::GetModuleHandleW(nullptr)));
 }
 
 TEST_F(TracerTest, RawTraceHasNoStampAndAnEmptyOneWritesNothing)

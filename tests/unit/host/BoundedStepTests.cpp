@@ -14,7 +14,7 @@ TEST(BoundedStep, AStepThatReturnsIsWaitedFor)
 {
     bool done = false;
     EXPECT_TRUE(EndsWithin(60'000, [&] {
-        ::Sleep(20);
+        ::Sleep(20); // the time the step takes: what is tested, not what is waited for
         done = true;
     }));
     EXPECT_TRUE(done);

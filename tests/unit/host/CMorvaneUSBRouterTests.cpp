@@ -74,7 +74,7 @@ TEST_F(RouterObject, RegistersAPortOnce)
     EXPECT_EQ(m_host.ports.FindPort({3, 1}), port);
     EXPECT_EQ(m_host.names.size(), 1U);
 
-    // A pipe is created anew every 50 ms until somebody is connected, so an opening may be thrown out again.
+    // A pipe is recreated every 50 ms until a client is connected, so an opening may be thrown out again.
     support::PipeClient client;
     EXPECT_TRUE(support::WaitUntil([&] {
         client.Close();

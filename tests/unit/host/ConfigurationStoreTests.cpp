@@ -1,4 +1,5 @@
 #include "host/ConfigurationStore.h"
+#include "tests/support/RouterNames.h"
 
 #include "tests/support/TestSupport.h"
 #include "tests/unit/host/RecordingOutput.h"
@@ -11,7 +12,8 @@
 
 namespace {
 
-constexpr wchar_t OptionsKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
+using support::OptionsKey;
+
 constexpr wchar_t ProductsKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\Products";
 
 class Configuration : public testing::Test

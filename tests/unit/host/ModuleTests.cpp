@@ -4,6 +4,7 @@
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/PipeClient.h"
+#include "tests/support/RouterNames.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/ports/FakeTransport.h"
 #include "win32/ModulePath.h"
@@ -13,7 +14,7 @@
 
 namespace {
 
-constexpr wchar_t OptionsKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter\\DeviceOptions";
+using support::OptionsKey;
 
 /// In simulation mode, so that no instrument is looked for. Without COM on this thread the class object cannot be
 /// registered, which the rest of the start-up must not care about.
@@ -43,7 +44,7 @@ HWND FindDialog()
         [](HWND window, LPARAM result) -> BOOL {
             wchar_t title[64] = {};
             ::GetWindowTextW(window, title, 64);
-            if (std::wstring_view(title) == L"Morvane Port Router - Debug Options") {
+            if (std::wstring_view(title) == support::DialogTitle) {
                 *reinterpret_cast<HWND*>(result) = window;
                 return FALSE;
             }

@@ -37,7 +37,7 @@ protected:
     {
         return m_table.SendToPort(address, &m_transport, BytesOf(text));
     }
-    /// A client of the port that the router counts as connected. A pipe is created anew every 50 ms until somebody
+    /// A client of the port that the router counts as connected. A pipe is recreated every 50 ms until a client
     /// is connected, so an opening may be thrown out again.
     std::unique_ptr<support::PipeClient> Connect(PortAddress address, const std::string& name)
     {

@@ -136,7 +136,7 @@ TEST_F(PortPipeRecreated, ThrowsTheClientOutAndEmptiesTheQueue)
 TEST_F(PortPipeRecreated, ARequestDuringItIsAnotherOne)
 {
     Make();
-    // With nobody connected the pipe is created every 50 ms. The line about it stands inside the re-creation; a
+    // Without a client the pipe is created every 50 ms. The line about it stands inside the re-creation; a
     // client that comes there is the end of it, but for the request.
     std::atomic<int> created{0};
     RecordingTrace::OnLine([&](const std::string& line) {

@@ -14,7 +14,7 @@ namespace {
 class PortPipeLate : public PortPipe
 {
 protected:
-    /// Answers so many packets from a thread of its own, late enough to find the port's next read under way. Join
+    /// Answers so many packets from a thread of its own, late enough to find the port's next read pending. Join
     /// it.
     void CompleteLate(win32::Thread& completer, std::size_t packets)
     {

@@ -4,6 +4,8 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/UniqueName.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -46,6 +48,22 @@ inline std::size_t LinesIn(const std::string& text)
 {
     const auto ends = std::count(text.begin(), text.end(), '\n');
     return static_cast<std::size_t>(ends) + (text.empty() || text.back() == '\n' ? 0 : 1);
+}
+
+/// A command line that a tool refuses, and a part of what it says then.
+struct WrongCommandLine
+{
+    const wchar_t* arguments;
+    const char* says;
+};
+
+/// The refusal: exit code 2 and one line.
+inline void ExpectRefused(const std::wstring& program, const WrongCommandLine& wrong)
+{
+    const ToolRun run(program, wrong.arguments);
+    EXPECT_EQ(run.ExitCode(), 2);
+    EXPECT_EQ(LinesIn(run.Output()), 1u) << run.Output();
+    EXPECT_TRUE(run.Said(wrong.says)) << run.Output();
 }
 
 /// A named event of the test, for a tool to set or to wait for.

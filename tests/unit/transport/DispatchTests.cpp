@@ -103,7 +103,7 @@ TEST_F(Dispatch, FewerThan15BytesAreNotLookedAtNotEvenACompletePacketWithoutPayl
     Feed(Frame(7, 2, 3, 1, ""));
     EXPECT_EQ(path.replies.Buffered(), 14u);
     Feed("x");
-    EXPECT_EQ(path.replies.Buffered(), 0u); // the packet was consumed, the byte behind it is no packet
+    EXPECT_EQ(path.replies.Buffered(), 0u); // the packet was consumed, the byte after it is no packet
 }
 
 TEST_F(Dispatch, Numbers1And2And4GiveOneGapLineWith3Expected)

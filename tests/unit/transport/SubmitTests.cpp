@@ -14,7 +14,7 @@ namespace {
 
 using support::RecordingTrace;
 
-// The connection counts as open until somebody says otherwise.
+// The connection counts as open until a test closes it.
 class Submit : public testing::Test
 {
 protected:
@@ -50,24 +50,26 @@ TEST_F(Submit, After255PacketsTheNextNumberIs0)
     }
 }
 
+/// A frame of header and checksum alone: its bytes 10 to 13.
+using HeaderEnd = std::array<int, 4>;
+HeaderEnd EndOf(const std::unique_ptr<CSerialPortCommand>& packet)
+{
+    if (!packet || packet->GetLength() != 14) {
+        return {-1, -1, -1, -1};
+    }
+    return {packet->GetByteAt(10), packet->GetByteAt(11), packet->GetByteAt(12), packet->GetByteAt(13)};
+}
+
 TEST_F(Submit, ASendOfLength0MakesA14ByteFrameWithChecksum0)
 {
     outgoing.Send(3, 1, nullptr, 0);
-    const auto packet = Next();
-    ASSERT_TRUE(packet);
-    EXPECT_EQ(packet->GetLength(), 14);
-    EXPECT_EQ(packet->GetByteAt(12), 0);
-    EXPECT_EQ(packet->GetByteAt(13), 0);
+    EXPECT_EQ(EndOf(Next()), (HeaderEnd{0, 0, 0, 0}));
 }
 
 TEST_F(Submit, WithoutDataTheHeaderStatesTheLengthThatWasGiven)
 {
     outgoing.Send(3, 1, nullptr, 0x0203);
-    const auto packet = Next();
-    ASSERT_TRUE(packet);
-    EXPECT_EQ(packet->GetLength(), 14);
-    EXPECT_EQ(packet->GetByteAt(10), 0x02);
-    EXPECT_EQ(packet->GetByteAt(11), 0x03);
+    EXPECT_EQ(EndOf(Next()), (HeaderEnd{0x02, 0x03, 0, 0}));
 }
 
 TEST_F(Submit, FramesThePayloadWithTypeAddressLengthAndChecksum)

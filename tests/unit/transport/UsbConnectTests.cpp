@@ -65,8 +65,8 @@ protected:
     }
     /// As a test takes it: a wait may be shorter by a tick of the clock.
     static constexpr std::chrono::milliseconds TenMilliseconds{9};
-    /// Starts with an instrument at index 1 that the scan chooses. While it looks at a foreign one behind, all go,
-    /// and an instrument comes to index 0 (in slot 3) and `other` to the chosen one's (in slot 4).
+    /// Starts with an instrument at index 1 that the scan chooses. While it looks at a foreign one after it, all
+    /// go, and an instrument comes to index 0 (in slot 3) and `other` to the chosen one's (in slot 4).
     void StartAndReplace(const instrumentbus::Description& other)
     {
         bus.Plug(0, Instrument());

@@ -109,7 +109,7 @@ TEST_F(Aborts, ThatTheDriverIgnoresKeepEverythingOfTheTransferUntilItLetsGo)
     EXPECT_FALSE(write.IsUnderWay());
     EXPECT_EQ(Endpoint(Out)->Abandoned().Count(), 1u);
 
-    // The next one is under way when the first one's late completion comes: its event is set, but it has not
+    // The next one is pending when the first one's late completion comes: its event is set, but it has not
     // ended.
     ASSERT_TRUE(Write(write, Pattern(20)));
     ASSERT_TRUE(support::WaitFor(write.EventHandle())) << "the late completion sets the common event";

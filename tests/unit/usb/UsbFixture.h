@@ -1,4 +1,4 @@
-// What the tests of the USB room share: the simulated instruments and a device to find them with.
+// What the tests of usb/ share: the simulated instruments and a device to find them with.
 #pragma once
 
 #include "tests/instrument/InstrumentControl.h"

@@ -107,7 +107,7 @@ void Account::TakeTime(const LogLine& line)
         m_incidents.Add(std::move(back));
     } else if (step > SilenceWorthTelling && IsTraced(TraceClass::Usb) &&
                m_router.Now() == RouterStory::State::Running && line.Kind() != Form::BeginLogging &&
-               line.Kind() != Form::BufferOverflow) // which tells of the lines that were lost meanwhile
+               line.Kind() != Form::BufferOverflow) // which counts the lines that were lost meanwhile
     {
         Incident silence{.kind = IncidentKind::NothingTraced, .traceClass = TraceClass::Usb, .where = m_last};
         silence.duration = step;

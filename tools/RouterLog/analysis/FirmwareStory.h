@@ -42,7 +42,7 @@ private:
     LogTime m_acknowledgedAt = 0;
     bool m_acknowledgedLast = false;
     bool m_repliesTraced =
-        false; // the transport tells of each answer, also of those that no line of the dialogue names
+        false; // the transport traces each answer, also those that no line of the dialogue names
     bool m_answered = false;
     bool m_active = false;
 };

@@ -15,7 +15,7 @@
 
 namespace routerlog {
 
-/// What packets tell of one port.
+/// What packets say about one port.
 struct PortTraffic
 {
     std::uint64_t requests = 0, requestBytes = 0;
@@ -30,8 +30,8 @@ struct PortTraffic
     static constexpr std::size_t MostOpen = 4'096;
 };
 
-/// What pipe lines tell of one port. Its address stands in no such line: it is found by which pipes are connected
-/// when packets go, where that leaves only one.
+/// What pipe lines say about one port. Its address stands in no such line: it is found by which pipes are
+/// connected when packets go, where that leaves only one.
 struct PortPipe
 {
     std::string name; // without "\\.\pipe\"

@@ -1,4 +1,4 @@
-// The skipped-packet log: gaps that the trace log may tell of as well. Portable.
+// The skipped-packet log: gaps that the trace log may report as well. Portable.
 #pragma once
 
 #include "tools/RouterLog/analysis/Incident.h"

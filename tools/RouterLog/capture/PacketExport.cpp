@@ -83,7 +83,7 @@ void PacketExport::TakeLine(std::string_view text)
     }
 }
 
-// Behind what m_bytes holds already.
+// After what m_bytes holds already.
 void PacketExport::AddDump(std::uint32_t interfaceIndex, std::string_view dump, std::int64_t length, bool fullLine,
                            CaptureDirection direction)
 {

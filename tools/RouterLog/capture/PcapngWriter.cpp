@@ -1,23 +1,13 @@
 #include "tools/RouterLog/capture/PcapngWriter.h"
 
+#include "tools/RouterLog/log/LittleEndian.h"
+
 #include <algorithm>
 #include <utility>
 
 namespace routerlog {
 
 namespace {
-
-void Put16(std::string& out, std::uint32_t value)
-{
-    out += static_cast<char>(value & 0xFF);
-    out += static_cast<char>(value >> 8 & 0xFF);
-}
-
-void Put32(std::string& out, std::uint32_t value)
-{
-    Put16(out, value & 0xFFFF);
-    Put16(out, value >> 16);
-}
 
 void Pad(std::string& out)
 {

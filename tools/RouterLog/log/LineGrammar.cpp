@@ -1,5 +1,7 @@
 #include "tools/RouterLog/log/LineGrammar.h"
 
+#include "tools/RouterLog/log/LogTime.h"
+
 #include <algorithm>
 #include <charconv>
 #include <limits>
@@ -8,11 +10,6 @@
 namespace routerlog {
 
 namespace {
-
-constexpr bool IsDigit(char c) noexcept
-{
-    return c >= '0' && c <= '9';
-}
 
 /// Takes a number from the beginning of `text`; false when there is none or it exceeds 32 bits, in which
 /// the router has all its numbers.

@@ -12,11 +12,6 @@ namespace {
 constexpr std::int64_t MsPerSecond = 1000;
 constexpr std::int64_t MsPerDay = 86'400 * MsPerSecond;
 
-constexpr bool IsDigit(char c) noexcept
-{
-    return c >= '0' && c <= '9';
-}
-
 /// Two digits at `at`; -1 when they are none.
 int TwoDigits(std::string_view text, std::size_t at) noexcept
 {

@@ -9,6 +9,11 @@
 
 namespace routerlog {
 
+constexpr bool IsDigit(char c) noexcept
+{
+    return c >= '0' && c <= '9';
+}
+
 /// Milliseconds since 2000-01-01 00:00 of the PC's local time. May go backwards from line to line: clocks are set.
 using LogTime = std::int64_t;
 

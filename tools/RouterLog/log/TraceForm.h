@@ -132,7 +132,7 @@ enum class Form : std::uint8_t {
     DebugWindowNotCreated,
 };
 
-/// Whether such a line tells of a failure inside the router that happens only when Windows lacks something.
+/// Whether such a line reports a failure inside the router that happens only when Windows lacks something.
 constexpr bool IsRouterFailure(Form form) noexcept
 {
     return form >= Form::SessionEndPortsAbandoned;

@@ -1,5 +1,6 @@
 #include "tools/RouterLog/pack/ZipWriter.h"
 
+#include "tools/RouterLog/log/LittleEndian.h"
 #include "tools/RouterLog/pack/Deflate.h"
 
 #include <array>
@@ -8,18 +9,6 @@
 namespace routerlog {
 
 namespace {
-
-void Put16(std::string& out, std::uint32_t value)
-{
-    out += static_cast<char>(value & 0xFF);
-    out += static_cast<char>(value >> 8 & 0xFF);
-}
-
-void Put32(std::string& out, std::uint32_t value)
-{
-    Put16(out, value & 0xFFFF);
-    Put16(out, value >> 16);
-}
 
 constexpr std::array<std::uint32_t, 256> CrcTable()
 {

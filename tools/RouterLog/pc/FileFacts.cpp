@@ -1,4 +1,4 @@
-// The router's folder: its log, its firmware, the room on its disk.
+// The router's folder: its log, its firmware, the free space on its disk.
 #include "console/Console.h"
 #include "tools/RouterLog/log/LogFiles.h"
 #include "tools/RouterLog/pc/GatherFacts.h"

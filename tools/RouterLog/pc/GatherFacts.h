@@ -14,7 +14,7 @@ namespace routerlog {
 PcFacts GatherFacts(const std::vector<std::string>& pipes);
 
 /// Starts the registered router, or uses the one that runs, creates its object and calls it. A call that takes
-/// longer than `limit` is given up; its thread goes with the process.
+/// longer than `limit` is given up; its thread ends with the process.
 Activation Activate(std::chrono::milliseconds limit);
 
 /// RouterLog's own version, as files show it: "1.0.0.0".

@@ -16,7 +16,7 @@ constexpr const wchar_t* InterfaceClass =
     L"SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{4e7b2c19-8d35-4a60-b1f2-7c9e05d3a648}";
 constexpr const wchar_t* SimulatorPipe = L"UsbPipeSimulator";
 
-/// Looks at the list of all pipes: to open one would take it from whom it is meant for.
+/// Looks at the list of all pipes: to open one would take it from its client.
 bool PipeExists(const std::wstring& name)
 {
     WIN32_FIND_DATAW found{};

@@ -10,7 +10,7 @@ add_library(morvane_generated INTERFACE)
 target_include_directories(morvane_generated SYSTEM INTERFACE ${MORVANE_GENERATED_DIR})
 add_dependencies(morvane_generated morvane_typelib)
 
-# In the checked tree windows.h is read once for all rooms, which halves its build. In the release tree every
+# In the checked tree windows.h is read once for all modules, which halves its build. In the release tree every
 # file reads its own headers, so a missing #include is found there; and GCC 12, optimising, takes inlined code of
 # precompiled headers for the file's own and warns about what it would not mention in a system header.
 function(morvane_precompile target)
@@ -51,8 +51,8 @@ morvane_module(usb USES trace win32 SOURCES
 morvane_module(firmware USES packet trace win32 SOURCES
     ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
 morvane_module(transport USES firmware usb packet trace win32 SOURCES
-    CCyUSBDriver.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp SimulationLink.cpp
-    SkippedPacketLog.cpp UsbLink.cpp)
+    CCyUSBDriver.cpp CommandTexts.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp
+    SimulationLink.cpp SkippedPacketLog.cpp UsbLink.cpp)
 morvane_module(ports USES transport packet trace win32 SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
 morvane_module(diag USES trace win32 SOURCES
