@@ -23,8 +23,8 @@ morvane_simulated(simulated_product FOLDER usb SOURCES
 morvane_simulated(simulated_product FOLDER firmware SOURCES
     ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
 morvane_simulated(simulated_product FOLDER transport SOURCES
-    CCyUSBDriver.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp SimulationLink.cpp
-    SkippedPacketLog.cpp UsbLink.cpp)
+    CCyUSBDriver.cpp CommandTexts.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp
+    SimulationLink.cpp SkippedPacketLog.cpp UsbLink.cpp)
 morvane_simulated(simulated_product FOLDER ports SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
 morvane_simulated(simulated_product FOLDER host SOURCES PortTable.cpp TraceOptionsTable.cpp)
@@ -55,6 +55,8 @@ target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST
 set_source_files_properties(${PROJECT_SOURCE_DIR}/instrument/Output.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 add_executable(simulate_seeds ${simulated_product} ${simulation})
+# The sanitized trees count the same switch points: compiled one by one in each.
+set_target_properties(simulate_seeds simulation_kernel PROPERTIES UNITY_BUILD OFF)
 target_link_libraries(simulate_seeds PRIVATE simulation_kernel)
 
 if(MORVANE_SANITIZE_THREADS)
