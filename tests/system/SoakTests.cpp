@@ -26,8 +26,8 @@ constexpr std::size_t Ports = 4;
 constexpr int Visitors = 3;
 /// From so many packets on what the router needs once no longer shows.
 constexpr std::size_t LongRunPackets = 100'000;
-/// Bytes that Wine 8 leaves in a server for each object that a client made and released: about 2 KB, also of one
-/// that is created and released at once.
+/// Bytes that Wine 8 leaves in a server for each object that a client made and released: about 2 KB. The router's
+/// own objects leave none, see RouterObject.KeepsNoMemoryOfObjectsThatCameAndWent.
 constexpr std::size_t KeptByWine = 3u << 10;
 
 /// Clients that come, ask, go and come again, as processes of their own. Every third one is killed in the middle

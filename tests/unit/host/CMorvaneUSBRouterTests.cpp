@@ -2,6 +2,7 @@
 
 #include "host/CDebugOptionsLock.h"
 #include "ports/CCDevicePortPipe.h"
+#include "tests/support/AllocationCount.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/host/FakeRouterHost.h"
@@ -40,6 +41,22 @@ protected:
 
     FakeRouterHost m_host;
 };
+
+TEST_F(RouterObject, KeepsNoMemoryOfObjectsThatCameAndWent)
+{
+    const auto comeAndGo = [&] {
+        const auto router = Create();
+        ASSERT_EQ(Register(*router, 3, 1, support::UniqueName(L"ComesAndGoes")), S_OK);
+        EXPECT_NE(m_host.ports.FindPort({3, 1}), nullptr);
+        m_host.names.clear(); // the fake's own
+    };
+    comeAndGo(); // what is made once and kept
+    const std::size_t before = LiveAllocations();
+    for (int object = 0; object < 100; ++object) {
+        comeAndGo();
+    }
+    EXPECT_LE(LiveAllocations(), before + 20); // far less than a block for each
+}
 
 TEST_F(RouterObject, GivesEachPortTheOptionsOfPorts)
 {
