@@ -3,7 +3,6 @@
 #include "win32/WaitSet.h"
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 namespace {
@@ -35,7 +34,8 @@ ClientPipe::ClientPipe(std::wstring path, HANDLE stop)
 ClientPipe::Outcome ClientPipe::Open(Timeout timeout)
 {
     const auto end = steady_clock::now() + timeout;
-    std::optional<steady_clock::time_point> busySince;
+    bool wasBusy = false;
+    steady_clock::time_point busySince{};
     for (;;) {
         Close();
         if (TryOpen() && StaysOpen()) {
@@ -45,15 +45,15 @@ ClientPipe::Outcome ClientPipe::Open(Timeout timeout)
         Close();
         m_error = refusal;
         const auto now = steady_clock::now();
-        if (refusal != ERROR_PIPE_BUSY) {
-            busySince.reset();
-            if (now >= end) {
-                return Outcome::Absent;
-            }
-        } else if (now - busySince.value_or(now) >= HeldByAnother) {
-            return Outcome::Busy;
-        } else if (!busySince) {
+        const bool isBusy = refusal == ERROR_PIPE_BUSY;
+        if (!std::exchange(wasBusy, isBusy)) {
             busySince = now;
+        }
+        if (isBusy && now - busySince >= HeldByAnother) {
+            return Outcome::Busy;
+        }
+        if (!isBusy && now >= end) {
+            return Outcome::Absent;
         }
         if (::WaitForSingleObject(m_stop, TryPause) == WAIT_OBJECT_0) {
             return Outcome::Stopped;
@@ -110,7 +110,8 @@ ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operatio
     }
 }
 
-ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout)
+ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout,
+                                         DWORD& error)
 {
     // Mostly it is over already, and a wait would be a kernel call for nothing.
     if (operation.Finish(m_pipe.Get(), length)) {
@@ -125,18 +126,18 @@ ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, 
             return Outcome::Done;
         }
     }
-    m_error = ::GetLastError();
+    error = ::GetLastError();
     return Outcome::Broken;
 }
 
 ClientPipe::Outcome ClientPipe::Write(std::span<const std::uint8_t> message, Timeout timeout)
 {
     if (!m_pipe || !m_write.Write(m_pipe.Get(), message.data(), static_cast<DWORD>(message.size()))) {
-        m_error = m_pipe ? ::GetLastError() : ERROR_INVALID_HANDLE;
+        m_writeError = m_pipe ? ::GetLastError() : ERROR_INVALID_HANDLE;
         return Outcome::Broken;
     }
     DWORD length = 0;
-    const Outcome outcome = Complete(m_write, length, timeout);
+    const Outcome outcome = Complete(m_write, length, timeout, m_writeError);
     m_write.Cancel();
     return outcome;
 }
@@ -149,7 +150,12 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout
         return Outcome::Broken;
     }
     DWORD length = 0;
-    const Outcome outcome = Complete(m_read, length, timeout);
+    Outcome outcome = Complete(m_read, length, timeout, m_error);
+    // "ExitThread function": a thread's end cancels the operations that it started, and the read may have been
+    // started by a thread that has ended. Nothing was read then.
+    while (outcome == Outcome::Broken && m_error == ERROR_OPERATION_ABORTED && StartReading()) {
+        outcome = Complete(m_read, length, timeout, m_error);
+    }
     if (outcome == Outcome::Done) {
         message.assign(m_buffer.begin(), m_buffer.begin() + length);
         // A refused start shows at the next Read; the message counts all the same.

@@ -10,8 +10,9 @@
 #include <string>
 #include <vector>
 
-/// One thread, but for the stop signal, which ends every wait. The router recreates an unconnected pipe every 50
-/// ms: it may be missing or busy for a moment, and may break right after it was opened; Open sits that out.
+/// Open and Close are called while no other member runs; one thread may read while another one writes. The stop
+/// signal ends every wait. The router recreates an unconnected pipe every 50 ms: it may be missing or busy for a
+/// moment, and may break right after it was opened; Open tries again until that is over.
 class ClientPipe
 {
 public:
@@ -36,19 +37,24 @@ public:
     /// TimedOut (nothing is lost; the next Read gets it) or Broken.
     Outcome Read(std::vector<std::uint8_t>& message, Timeout timeout);
 
+    /// Returns when the router has read everything that was written, or the pipe has broken. Has no timeout;
+    /// CancelSynchronousIo ends it. False when it did not wait to the end.
+    bool Flush() noexcept { return ::FlushFileBuffers(m_pipe.Get()) != FALSE; }
+
     /// Drops what has not been read. The router flushes its end when a port stops and waits for its client to read
     /// or close; so close before the port is unregistered or its object released.
     void Close();
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_pipe); }
-    /// The Windows error behind the last Busy, Absent or Broken.
+    /// The Windows error behind the last Busy, Absent or Broken of Open and Read, and of Write.
     DWORD Error() const noexcept { return m_error; }
+    DWORD WriteError() const noexcept { return m_writeError; }
 
 private:
     bool TryOpen();
     bool StaysOpen();
     bool StartReading();
-    Outcome Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout);
+    Outcome Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout, DWORD& error);
     Outcome Await(const win32::OverlappedOperation& operation, Timeout timeout) const;
 
     const std::wstring m_path;
@@ -57,5 +63,6 @@ private:
     win32::FileHandle m_pipe;
     win32::OverlappedOperation m_read; // under way whenever the pipe is open
     win32::OverlappedOperation m_write;
-    DWORD m_error = ERROR_SUCCESS;
+    DWORD m_error = ERROR_SUCCESS;      // of the opening and reading thread
+    DWORD m_writeError = ERROR_SUCCESS; // of the writing thread
 };

@@ -18,12 +18,17 @@ function(morvane_release target)
     endif()
     set_target_properties(${target} PROPERTIES MORVANE_RELEASED ON)
     set(symbols ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/symbols)
+    get_target_property(type ${target} TYPE)
+    set(file ${target}.exe)
+    if(type STREQUAL SHARED_LIBRARY)
+        set(file ${target}.dll)
+    endif()
     file(MAKE_DIRECTORY ${symbols})
     # objcopy would put its own time into the program: the variable is Debian's way to say otherwise.
     set(objcopy ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0 ${CMAKE_OBJCOPY} --preserve-dates)
     add_custom_command(TARGET ${target} POST_BUILD
-        COMMAND ${objcopy} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}/${target}.exe.debug
-        COMMAND ${objcopy} --strip-all --add-gnu-debuglink=${symbols}/${target}.exe.debug $<TARGET_FILE:${target}>
-        BYPRODUCTS ${symbols}/${target}.exe.debug
+        COMMAND ${objcopy} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}/${file}.debug
+        COMMAND ${objcopy} --strip-all --add-gnu-debuglink=${symbols}/${file}.debug $<TARGET_FILE:${target}>
+        BYPRODUCTS ${symbols}/${file}.debug
         VERBATIM)
 endfunction()

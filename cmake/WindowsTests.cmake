@@ -152,6 +152,21 @@ if(MORVANE_CHECKED)
     set_target_properties(WindowsCheck PROPERTIES EXCLUDE_FROM_ALL ON) # the kit takes the release
 endif()
 
+# The client library as its users have it: the DLL.
+morvane_test_sources(client_sources client
+    LibraryCallTests.cpp LibraryInterfaceTests.cpp LibraryRouterTests.cpp LibrarySoakTests.cpp
+    SampleTests.cpp)
+morvane_add_gtest(client_tests SOURCES ${client_sources} ${PROJECT_SOURCE_DIR}/tests/unit/tools/FakePort.cpp
+    LIBRARIES MorvaneClient morvane_testsupport morvane_recordingtrace)
+# Its files have helpers of the same names.
+set_target_properties(client_tests PROPERTIES UNITY_BUILD OFF)
+add_dependencies(client_tests MorvanePortRouter InstrumentSimulator RouterProbe samples)
+if(TARGET Client32)
+    add_dependencies(client_tests Client32)
+endif()
+morvane_use_testdriver(client_tests)
+morvane_add_test(TARGET client_tests LABEL system TIMEOUT 400)
+
 # Compiled with the flags of the programs, optimisation included.
 add_executable(StackOverrun ${PROJECT_SOURCE_DIR}/tests/system/overrun/Main.cpp)
 target_link_libraries(StackOverrun PRIVATE morvane_flags)

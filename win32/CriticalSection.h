@@ -25,6 +25,39 @@ private:
     CRITICAL_SECTION m_section{};
 };
 
+/// Enters a section for as long as it lives.
+class SCOPED_CAPABILITY SectionScope
+{
+public:
+    explicit SectionScope(CriticalSection& section) noexcept ACQUIRE(section) : m_section(section)
+    {
+        m_section.Enter();
+    }
+    ~SectionScope() RELEASE() { m_section.Leave(); }
+    SectionScope(const SectionScope&) = delete;
+    SectionScope& operator=(const SectionScope&) = delete;
+
+private:
+    CriticalSection& m_section;
+};
+
+/// Leaves a section, which the calling thread has entered once, for as long as it lives.
+class SCOPED_CAPABILITY SectionPause
+{
+public:
+    explicit SectionPause(CriticalSection& section) noexcept RELEASE(section) : m_section(section)
+    {
+        m_section.Leave();
+    }
+    // What a scope did is undone: the analysis takes RELEASE for that in a destructor.
+    ~SectionPause() RELEASE() { m_section.Enter(); }
+    SectionPause(const SectionPause&) = delete;
+    SectionPause& operator=(const SectionPause&) = delete;
+
+private:
+    CriticalSection& m_section;
+};
+
 /// Tells the threads that wait for it that what a section guards has changed. Waking and waiting stay out of the
 /// kernel but for the sleep itself, which an event under the section would not.
 class ConditionVariable

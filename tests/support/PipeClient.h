@@ -41,6 +41,7 @@ public:
     bool WaitForBreak(std::chrono::milliseconds timeout = DefaultTimeout);
 
     DWORD Error() const noexcept { return m_error; }
+    HANDLE Handle() const noexcept { return m_pipe.Get(); }
 
 private:
     bool Complete(win32::OverlappedOperation& operation, DWORD& length, std::chrono::milliseconds timeout);

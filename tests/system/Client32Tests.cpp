@@ -14,7 +14,7 @@ namespace {
 
 std::filesystem::path Client()
 {
-    return support::ProgramFolder() / L"Client32.exe";
+    return support::ProgramFolder() / L"x86" / L"Client32.exe";
 }
 
 support::ChildProcess RunClient(const std::wstring& arguments)
@@ -26,7 +26,7 @@ support::ChildProcess RunClient(const std::wstring& arguments)
 /// is tried: without arguments the client ends with the code of a wrong command line.
 bool Runs32BitPrograms()
 {
-    return RunClient({}).WaitForExit() == 2u;
+    return std::filesystem::exists(Client()) && RunClient({}).WaitForExit() == 2u;
 }
 
 class Client32 : public testing::Test
@@ -81,6 +81,15 @@ TEST_F(Client32, IsServedThroughTheVtable)
 TEST_F(Client32, IsServedThroughDispatch)
 {
     ExpectThatItIsServedThrough(L"dispatch");
+}
+
+// Its keyboard is at its end, so the sample closes its port as soon as it is open.
+TEST_F(Client32, OpensAPortThroughTheLibrary)
+{
+    const support::ChildProcess client(support::ProgramFolder() / L"x86" / L"SampleC.exe", {});
+    EXPECT_EQ(client.WaitForExit(std::chrono::seconds(60)), 0u) << client.Output();
+    EXPECT_TRUE(support::WaitUntil([] { return FindProgram(L"MorvanePortRouter.exe") == 0; }))
+        << "the router goes on";
 }
 
 } // namespace

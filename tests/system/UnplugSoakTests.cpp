@@ -5,10 +5,10 @@
 // is how often a port looks whether there is a connection again.
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/instrument/InstrumentDriver.h"
-#include "tests/support/Frames.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
+#include "tests/system/EchoInstrument.h"
 #include "tests/system/LongRun.h"
 #include "tests/system/RouterLogAccount.h"
 #include "win32/RegistryKey.h"
@@ -20,67 +20,12 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <stdexcept>
 #include <vector>
 
 namespace {
 
-constexpr std::uint32_t Slot = 0;
-constexpr std::uint8_t Out = 0x02;
-constexpr std::uint8_t In = 0x86;
-
-/// Echoes every packet to its sender and keeps the payloads.
-class EchoInstrument
-{
-public:
-    EchoInstrument()
-    {
-        m_thread.Start([this] {
-            while (m_go) {
-                if (const auto written = m_control.TakeWritten(Slot, Out, std::chrono::milliseconds(100))) {
-                    OnWritten(*written);
-                }
-            }
-        });
-    }
-    ~EchoInstrument() { Stop(); }
-    /// Ends it and returns the payloads in the order in which they arrived.
-    const std::vector<std::string>& Stop()
-    {
-        m_go = false;
-        m_thread.Join();
-        return m_arrived;
-    }
-
-private:
-    void OnWritten(const instrumentbus::Written& written)
-    {
-        const auto frame = wire::ParseFrame(written.bytes);
-        if (!frame || frame->packetType != wire::PortTraffic) {
-            return;
-        }
-        m_arrived.emplace_back(frame->payload.begin(), frame->payload.end());
-        if (written.connection != m_connection) {
-            m_connection = written.connection;
-            m_number = 0;
-        }
-        const std::string echo = support::Frame(++m_number, 1, frame->deviceType, frame->port, m_arrived.back());
-        try {
-            m_control.Feed(Slot, In, {reinterpret_cast<const std::uint8_t*>(echo.data()), echo.size()});
-        } catch (const std::runtime_error&) {
-            // Unplugged meanwhile: an instrument without a cable answers nobody.
-        }
-    }
-
-    // All of the thread until it is joined.
-    instrumentbus::InstrumentControl m_control;
-    std::vector<std::string> m_arrived;
-    std::uint32_t m_connection = 0;
-    std::uint8_t m_number = 0;
-
-    std::atomic<bool> m_go{true};
-    win32::Thread m_thread;
-};
+constexpr std::uint32_t Slot = EchoInstrument::Slot;
+constexpr std::uint8_t Out = EchoInstrument::Out;
 
 /// A client that sends one numbered packet after the other and waits for each echo, reopening its pipe whenever
 /// that breaks.

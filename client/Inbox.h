@@ -1,0 +1,56 @@
+// Messages that have come and were not received yet.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <vector>
+
+namespace clientlib {
+
+/// Portable, without a lock of its own. A message is shared with the thread whose callback judges it.
+class Inbox
+{
+public:
+    using Bytes = std::vector<std::uint8_t>;
+    using Message = std::shared_ptr<const Bytes>;
+    using Queue = std::deque<Message>;
+
+    /// At most `limit` messages of each kind.
+    explicit Inbox(std::size_t limit) : m_limit(limit) {}
+
+    Queue fresh;       // not judged yet: new, in the order in which they came
+    Queue expected;    // for receive and for the request that waits
+    Queue unsolicited; // for receive_unsolicited
+
+    bool IsFull() const noexcept { return fresh.size() + expected.size() >= m_limit; }
+    bool IsEmpty() const noexcept { return fresh.empty() && expected.empty() && unsolicited.empty(); }
+
+    /// Moves the first message; returns how many unsolicited ones were dropped to make room.
+    std::size_t SetAside(Queue& from)
+    {
+        unsolicited.push_back(std::move(from.front()));
+        from.pop_front();
+        if (unsolicited.size() <= m_limit) {
+            return 0;
+        }
+        unsolicited.pop_front();
+        return 1;
+    }
+    void Expect(Queue& from)
+    {
+        expected.push_back(std::move(from.front()));
+        from.pop_front();
+    }
+    void DiscardExpected() noexcept
+    {
+        fresh.clear();
+        expected.clear();
+    }
+
+private:
+    const std::size_t m_limit;
+};
+
+} // namespace clientlib

@@ -1,0 +1,350 @@
+// What a client's calls do.
+#include "client/PortScopes.h"
+
+#include <cstring>
+#include <utility>
+
+namespace clientlib {
+
+Result Port::Ended(const Call& call) const
+{
+    if (m_closing) {
+        return {MORVANE_E_CLOSED, ERROR_SUCCESS};
+    }
+    return {call.epoch != m_epoch ? MORVANE_E_CANCELLED : MORVANE_OK, ERROR_SUCCESS};
+}
+
+Result Port::Wait(const Call& call)
+{
+    if (call.IsOver()) {
+        return {MORVANE_E_TIMEOUT, ERROR_SUCCESS};
+    }
+    m_changed.Wait(m_lock, call.Left());
+    return Ended(call);
+}
+
+Result Port::Refusal(const Call& call, View message)
+{
+    if (message.size() > static_cast<std::size_t>(m_settings.registration.readSize)) {
+        return {MORVANE_E_TOO_LONG, ERROR_SUCCESS};
+    }
+    if (const Result ended = Ended(call); !ended.IsOk()) {
+        return ended;
+    }
+    if (m_link == Link::Down) {
+        return m_why;
+    }
+    return {m_outOfStep ? MORVANE_E_OUT_OF_STEP : MORVANE_OK, ERROR_SUCCESS};
+}
+
+Result Port::Send(View message, std::uint32_t timeout)
+{
+    const win32::SectionScope scope(m_lock);
+    const Call call(*this, timeout);
+    if ((m_settings.flags & MORVANE_QUEUE) != 0) {
+        return Enqueue(call, message);
+    }
+    while (m_requesting) {
+        if (const Result ended = Wait(call); !ended.IsOk()) {
+            return ended;
+        }
+    }
+    return Write(call, message, false);
+}
+
+Result Port::Enqueue(const Call& call, View message)
+{
+    if (const Result refusal = Refusal(call, message); !refusal.IsOk()) {
+        return refusal;
+    }
+    if (m_queue.size() >= m_settings.queueLimit) {
+        return {MORVANE_E_QUEUE_FULL, ERROR_SUCCESS};
+    }
+    if (!EnsureSender()) {
+        return {MORVANE_E_MEMORY, ERROR_SUCCESS};
+    }
+    m_queue.emplace_back(message.begin(), message.end());
+    m_senderWake.WakeOne();
+    return {};
+}
+
+bool Port::MustWaitToWrite()
+{
+    return m_writing || m_untaken || !m_queue.empty();
+}
+
+Result Port::Flush(std::uint32_t timeout)
+{
+    const win32::SectionScope scope(m_lock);
+    const Call call(*this, timeout);
+    while (MustWaitToWrite()) {
+        if (m_link == Link::Down) {
+            return m_why;
+        }
+        if (!EnsureSender()) {
+            return {MORVANE_E_MEMORY, ERROR_SUCCESS};
+        }
+        m_senderWake.WakeOne();
+        if (const Result ended = Wait(call); !ended.IsOk()) {
+            return ended;
+        }
+    }
+    return Ended(call);
+}
+
+// The router reads in byte mode: a message that is written before it has read the one before would be merged with
+// it.
+Result Port::Write(const Call& call, View message, bool isRequest)
+{
+    for (;;) {
+        if (const Result refusal = Refusal(call, message); !refusal.IsOk()) {
+            return refusal;
+        }
+        if (!MustWaitToWrite()) {
+            break;
+        }
+        if (!EnsureSender()) {
+            return {MORVANE_E_MEMORY, ERROR_SUCCESS};
+        }
+        m_senderWake.WakeOne();
+        if (const Result ended = Wait(call); !ended.IsOk()) {
+            return ended;
+        }
+    }
+    // What has come before a request is sent is not its reply.
+    while (isRequest && SortNext()) {
+    }
+    while (isRequest && !m_inbox.expected.empty()) {
+        SetAside(m_inbox.expected);
+    }
+    // The callback of the sorting left the lock.
+    return MustWaitToWrite() ? Write(call, message, isRequest) : WriteNow(call, message);
+}
+
+Result Port::WriteNow(const Call& call, View message)
+{
+    if (const Result refusal = Refusal(call, message); !refusal.IsOk()) {
+        return refusal;
+    }
+    ClientPipe::Outcome outcome = ClientPipe::Outcome::Broken;
+    {
+        const Flag writing(m_writing);
+        const DWORD left = call.Left();
+        const win32::SectionPause pause(m_lock);
+        outcome = m_pipe.Write(message, ClientPipe::Timeout(left));
+    }
+    ResetInterrupt();
+    WakeAll();
+    if (!m_queue.empty()) {
+        m_senderWake.WakeOne();
+    }
+    switch (outcome) {
+    case ClientPipe::Outcome::Done:
+        ++m_unanswered;
+        m_untaken = true;
+        return {};
+    case ClientPipe::Outcome::Broken: LoseConnection(m_pipe.WriteError()); return m_why;
+    default: break;
+    }
+    ReopenAfterPart();
+    const Result ended = Ended(call);
+    return ended.IsOk() ? Result{MORVANE_E_TIMEOUT, ERROR_SUCCESS} : ended;
+}
+
+Result Port::Request(View message, morvane_match match, void* context, Room room, std::uint32_t timeout)
+{
+    const win32::SectionScope scope(m_lock);
+    const Call call(*this, timeout);
+    while (m_requesting) {
+        if (const Result ended = Wait(call); !ended.IsOk()) {
+            return ended;
+        }
+    }
+    const Turn turn(*this);
+    const Result written = Write(call, message, true);
+    return written.IsOk() ? AwaitReply(call, match, context, room) : written;
+}
+
+Result Port::AwaitReply(const Call& call, morvane_match match, void* context, Room room)
+{
+    const Receiver receiver(*this);
+    const std::uint64_t connection = m_connection;
+    for (;;) {
+        if (TakeReply(match, context)) {
+            m_untaken = false;
+            return Give(m_inbox.expected, room);
+        }
+        Result ended = Ended(call);
+        if (ended.code == MORVANE_E_CLOSED) {
+            return ended;
+        }
+        if (m_connection != connection || m_link == Link::Down) {
+            return {MORVANE_E_LOST, m_why.windowsError};
+        }
+        if (ended.IsOk() && call.IsOver()) {
+            ended.code = MORVANE_E_TIMEOUT;
+        }
+        if (!ended.IsOk()) {
+            m_outOfStep = true;
+            return ended;
+        }
+        WaitForMessage(call.Left());
+    }
+}
+
+bool Port::TakeReply(morvane_match match, void* context)
+{
+    while (SortNext()) {
+    }
+    while (!m_inbox.expected.empty()) {
+        const Inbox::Message first = m_inbox.expected.front();
+        if (match == nullptr) {
+            return true;
+        }
+        const bool isReply = Accepts(match, context, first);
+        // Another thread may have discarded it meanwhile.
+        if (m_inbox.expected.empty() || m_inbox.expected.front() != first) {
+            continue;
+        }
+        if (isReply) {
+            return true;
+        }
+        SetAside(m_inbox.expected);
+    }
+    return false;
+}
+
+bool Port::Accepts(morvane_match match, void* context, const Inbox::Message& message)
+{
+    m_inCallback.push_back(::GetCurrentThreadId());
+    struct Leaver
+    {
+        std::vector<DWORD>& inCallback;
+        ~Leaver() { std::erase(inCallback, ::GetCurrentThreadId()); }
+    } const leaver{m_inCallback};
+    const win32::SectionPause pause(m_lock);
+    return match(context, message->data(), static_cast<std::uint32_t>(message->size())) != 0;
+}
+
+bool Port::IsInCallback()
+{
+    const win32::SectionScope scope(m_lock);
+    return std::ranges::find(m_inCallback, ::GetCurrentThreadId()) != m_inCallback.end();
+}
+
+// One thread at a time, so that the messages keep their order. False when there is nothing to do for this thread.
+bool Port::SortNext()
+{
+    if (m_sorting || m_inbox.fresh.empty()) {
+        return false;
+    }
+    const Inbox::Message first = m_inbox.fresh.front();
+    bool isUnsolicited = false;
+    {
+        const Flag sorting(m_sorting);
+        isUnsolicited = Accepts(m_settings.unsolicited, m_settings.unsolicitedContext, first);
+    }
+    if (!m_inbox.fresh.empty() && m_inbox.fresh.front() == first) {
+        isUnsolicited ? SetAside(m_inbox.fresh) : m_inbox.Expect(m_inbox.fresh);
+    }
+    WakeAll();
+    return true;
+}
+
+void Port::SetAside(Inbox::Queue& from)
+{
+    const std::size_t dropped = m_inbox.SetAside(from);
+    if (dropped != 0) {
+        if (m_events.empty() || m_events.back().kind != MORVANE_EVENT_DROPPED) {
+            Report(MORVANE_EVENT_DROPPED);
+        }
+        m_events.back().count += static_cast<std::uint32_t>(dropped);
+    }
+}
+
+void Port::WaitForMessage(DWORD milliseconds)
+{
+    // What another thread sorts may be what this one waits for.
+    if (m_link == Link::Up && !m_reading && !m_sorting && !m_inbox.IsFull() && !m_reopening) {
+        ReadOnce(milliseconds);
+    } else {
+        m_changed.Wait(m_lock, milliseconds);
+    }
+}
+
+Result Port::Give(Inbox::Queue& queue, Room room)
+{
+    const Inbox::Bytes& message = *queue.front();
+    room.length = static_cast<std::uint32_t>(message.size());
+    if (message.size() > room.capacity) {
+        return {MORVANE_E_BUFFER, ERROR_SUCCESS};
+    }
+    if (!message.empty()) {
+        std::memcpy(room.buffer, message.data(), message.size());
+    }
+    queue.pop_front();
+    UpdateReady();
+    return {};
+}
+
+Result Port::Receive(Kind kind, Room room, std::uint32_t timeout)
+{
+    const win32::SectionScope scope(m_lock);
+    const Call call(*this, timeout);
+    const Receiver receiver(*this);
+    Inbox::Queue& queue = kind == Kind::Expected ? m_inbox.expected : m_inbox.unsolicited;
+    for (bool hasRead = false;; hasRead = true) {
+        while (SortNext()) {
+        }
+        if (!queue.empty() && !(kind == Kind::Expected && m_requesting)) {
+            return Give(queue, room);
+        }
+        if (const Result ended = Ended(call); !ended.IsOk()) {
+            return ended;
+        }
+        if (m_link == Link::Down) {
+            return m_why;
+        }
+        if (hasRead && call.IsOver()) {
+            return {MORVANE_E_TIMEOUT, ERROR_SUCCESS};
+        }
+        WaitForMessage(call.Left());
+    }
+}
+
+Result Port::Resync(std::uint32_t quiet, std::uint32_t timeout)
+{
+    const win32::SectionScope scope(m_lock);
+    const Call call(*this, timeout);
+    while (m_requesting) {
+        if (const Result ended = Wait(call); !ended.IsOk()) {
+            return ended;
+        }
+    }
+    const Turn turn(*this);
+    const Receiver receiver(*this);
+    std::uint64_t received = m_received;
+    auto quietSince = Clock::now();
+    for (;;) {
+        WaitForMessage(std::min<DWORD>(call.Left(), quiet));
+        if (const Result ended = Ended(call); !ended.IsOk()) {
+            return ended;
+        }
+        if (m_link == Link::Down) {
+            return m_why;
+        }
+        m_inbox.DiscardExpected();
+        UpdateReady();
+        if (std::exchange(received, m_received) != m_received) {
+            quietSince = Clock::now();
+        } else if (Clock::now() - quietSince >= std::chrono::milliseconds(quiet)) {
+            m_outOfStep = false;
+            return {};
+        }
+        if (call.IsOver()) {
+            return {MORVANE_E_TIMEOUT, ERROR_SUCCESS};
+        }
+    }
+}
+
+} // namespace clientlib
