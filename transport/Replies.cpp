@@ -95,8 +95,8 @@ void Replies::Dispatch(std::span<const std::uint8_t> bytes)
     if (bytes.empty()) {
         return;
     }
-    m_reader.Append(bytes);
-    m_reader.TakeFrames([this](const wire::Frame& frame) {
+    m_ReplyBuffer.Append(bytes);
+    m_ReplyBuffer.TakeFrames([this](const wire::Frame& frame) {
         if (frame.packetType == wire::PortTraffic) {
             Deliver(frame);
         }

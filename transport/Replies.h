@@ -44,7 +44,7 @@ public:
     void BeginNumbering() noexcept { m_nLastPacketNumber = 0; }
 
     /// Received bytes that wait for the rest of their packet.
-    std::size_t Buffered() const noexcept { return m_reader.Buffered(); }
+    std::size_t Buffered() const noexcept { return m_ReplyBuffer.Buffered(); }
 
 private:
     /// What the reply thread has to do next; of several the first counts.
@@ -61,5 +61,5 @@ private:
 
     CCommandQueue m_ReplyQueue{CCommandQueue::Waiting::Alone}; // received blocks
     std::atomic<std::uint8_t> m_nLastPacketNumber{0};
-    FrameReader m_reader; // kept over reconnects
+    FrameReader m_ReplyBuffer; // kept over reconnects
 };
