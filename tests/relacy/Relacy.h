@@ -137,6 +137,11 @@ public:
         std::move(m_items.begin() + 1, m_items.end(), m_items.begin());
         --m_size;
     }
+    void clear()
+    {
+        Touch();
+        m_size = 0;
+    }
     void swap(modelled_deque& other)
     {
         Touch();
