@@ -145,6 +145,7 @@ target_include_directories(relacy_models PRIVATE
     ${PROJECT_SOURCE_DIR}/tests/relacy/standin ${mutants} ${PROJECT_SOURCE_DIR})
 # Every standard header is included before the names of some are taken, see Relacy.h. The model checker has its own
 # stacks, which the sanitizers do not know, and replaces new and delete, but not the sized delete.
-target_compile_options(relacy_models PRIVATE -O2 -g0 -w -fno-sized-deallocation -include ${PROJECT_SOURCE_DIR}/tests/relacy/Relacy.h)
+target_compile_options(relacy_models PRIVATE -O2 -g0 -w -fno-sized-deallocation)
+target_precompile_headers(relacy_models PRIVATE ${PROJECT_SOURCE_DIR}/tests/relacy/Relacy.h)
 add_test(NAME ${MORVANE_TEST_PREFIX}relacy_models COMMAND relacy_models)
 set_tests_properties(${MORVANE_TEST_PREFIX}relacy_models PROPERTIES LABELS relacy TIMEOUT 240 COST 30)

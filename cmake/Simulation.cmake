@@ -55,8 +55,8 @@ target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST
 set_source_files_properties(${PROJECT_SOURCE_DIR}/instrument/Output.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 add_executable(simulate_seeds ${simulated_product} ${simulation})
-# The sanitized trees count the same switch points: compiled one by one in each.
-set_target_properties(simulate_seeds simulation_kernel PROPERTIES UNITY_BUILD OFF)
+morvane_unity(simulate_seeds)
+morvane_unity(simulation_kernel)
 target_link_libraries(simulate_seeds PRIVATE simulation_kernel)
 
 if(MORVANE_SANITIZE_THREADS)

@@ -148,6 +148,7 @@ morvane_test_sources(check_sources windows
 add_executable(WindowsCheck ${check_sources})
 target_link_libraries(WindowsCheck PRIVATE morvane_testsupport morvane_host morvane_instrument)
 target_compile_options(WindowsCheck PRIVATE ${test_options})
+morvane_unity(WindowsCheck)
 if(MORVANE_CHECKED)
     set_target_properties(WindowsCheck PROPERTIES EXCLUDE_FROM_ALL ON) # the kit takes the release
 endif()

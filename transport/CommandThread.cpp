@@ -69,7 +69,7 @@ CommandThread::Slot CommandThread::Wait() const
 {
     return m_waits.Next({win32::NowIf(m_connection.m_hStop.IsSet()), win32::NowIf(!m_connection.IsOpen()),
                          m_link.ExpectRead(), m_link.ExpectWrite(), Expectation::NotYet},
-                        IdleTimeoutMs);
+                        TransportIdleMs);
 }
 
 void CommandThread::Handle(Slot slot)

@@ -9,7 +9,7 @@
 #include <cstdint>
 
 /// How long a thread of the transport waits for work before it looks after the connection.
-inline constexpr DWORD IdleTimeoutMs = 1000;
+inline constexpr DWORD TransportIdleMs = 1000;
 
 /// The longest block that is read from the instrument at a time.
 inline constexpr std::uint32_t TransferLength = 65535;

@@ -31,7 +31,7 @@ void Replies::ApppendToReplyProcessQueue(std::span<const std::uint8_t> bytes) no
 
 Replies::Slot Replies::Await()
 {
-    const bool inTime = m_ReplyQueue.AwaitNotEmpty(IdleTimeoutMs);
+    const bool inTime = m_ReplyQueue.AwaitNotEmpty(TransportIdleMs);
     if (m_connection.m_hStop.IsSet()) {
         return Slot::Stop;
     }

@@ -21,7 +21,7 @@ namespace {
 
 constexpr DWORD LongestRunMs = 60'000;      // then the clients are told to leave
 constexpr DWORD LongestFaultyRunMs = 8'000; // a router without events or memory may never serve
-constexpr std::uint64_t FewestRequests = 100;
+constexpr std::uint64_t LeastToAnswer = 100;
 constexpr DWORD DisturbMs = 500;
 
 /// Everything of one run, in the order of its parts' lives.
@@ -114,7 +114,7 @@ void Session::Disturb()
 void Session::AwaitClients()
 {
     const ULONGLONG end = ::GetTickCount64() + (MayFaultsStrike() ? LongestFaultyRunMs : LongestRunMs);
-    const std::uint64_t enough = FewestRequests + Random(20);
+    const std::uint64_t enough = LeastToAnswer + Random(20);
     while (m_plan.stopsEarly && TheOutcome().requests < enough && ::GetTickCount64() < end) {
         ::Sleep(3);
     }
