@@ -10,6 +10,7 @@ set(bench_support
 list(TRANSFORM bench_support PREPEND ${PROJECT_SOURCE_DIR}/tests/support/)
 morvane_add_console_program(bench SOURCES ${bench_sources} ${bench_support}
     LIBRARIES ${MORVANE_KIT_LIBRARIES} morvane_host morvane_testdriver)
+morvane_unity(bench)
 morvane_add_resources(bench)
 add_dependencies(bench MorvanePortRouter MorvaneTestInstrument)
 if(MORVANE_CHECKED)

@@ -7,7 +7,6 @@ function(morvane_add_console_program name)
     add_executable(${name} ${arg_SOURCES})
     target_link_options(${name} PRIVATE -municode)
     morvane_precompile(${name})
-    morvane_unity(${name})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES})
 endfunction()
 
@@ -29,9 +28,8 @@ morvane_precompile(morvane_clientcalls)
 morvane_module(instrument USES console testdriver packet win32 SOURCES
     Bootloader.cpp Endpoint.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
     Script.cpp SequencedPayload.cpp UsbEndpoint.cpp)
-foreach(kit console client instrument)
-    morvane_unity(morvane_${kit})
-endforeach()
+# One by one in every tree: a program takes the objects it needs, and with them what they import.
+set_target_properties(morvane_console morvane_client morvane_instrument PROPERTIES UNITY_BUILD OFF)
 set(MORVANE_KIT_LIBRARIES morvane_client morvane_instrument morvane_console)
 
 # RouterLog has its portable half and what asks Windows in folders of their own, which its tests link too.
@@ -43,7 +41,6 @@ list(TRANSFORM routerlog_windows_sources PREPEND ${PROJECT_SOURCE_DIR}/tools/Rou
 add_library(morvane_routerlog STATIC ${MORVANE_ROUTERLOG_SOURCES} ${routerlog_windows_sources})
 target_link_libraries(morvane_routerlog PUBLIC morvane_console morvane_usb version)
 morvane_precompile(morvane_routerlog)
-morvane_unity(morvane_routerlog)
 
 # morvane_tool(<name> LIBRARIES library... SOURCES file...): a program in tools/<name>, with a resource script of its name.
 function(morvane_tool name)

@@ -1,6 +1,6 @@
-# Most of a build's time goes into reading headers. So the compiler gets several sources of a target as one: all of the
-# checked and the sanitized tree, and in every tree the kits, the tools, the tests and the benchmark. The router's own
-# sources are compiled one by one in the release tree, which finds a missing #include.
+# Most of a build's time goes into reading headers. Where no released program comes of it, the compiler gets several
+# sources of a target as one: the checked and the sanitized tree, and in every tree the tests and the benchmark. The
+# product's own sources are compiled one by one in the release tree, which finds a missing #include.
 set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
 if(MORVANE_CHECKED OR MORVANE_SANITIZE)
     set(CMAKE_UNITY_BUILD ON)
