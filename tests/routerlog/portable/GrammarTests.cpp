@@ -121,9 +121,9 @@ void AddFormatsOfTables(std::map<std::string, std::string>& formats)
 /// Every format that the product's sources hold, with the file that holds it.
 std::map<std::string, std::string> FormatsOfTheSources()
 {
-    static const std::set<std::string> notTheProduct{"tools",      "tests",     "bench", "build",   "docs",
-                                                     "cmake",      "demo",      "soak",  "console", "client",
-                                                     "instrument", "installer", ".git"};
+    static const std::set<std::string> notTheProduct{"tools",      "tests",     "bench",   "build",      "docs",
+                                                     "cmake",      "demo",      "soak",    "console",    "client",
+                                                     "instrument", "installer", "samples", "simulation", ".git"};
     std::map<std::string, std::string> formats;
     for (const fs::directory_entry& room : fs::directory_iterator(MORVANE_SOURCES)) {
         if (!room.is_directory() || notTheProduct.contains(room.path().filename().string())) {
