@@ -1,4 +1,4 @@
-// The instruments of the benchmark: behind a pipe, with the router in front of it or without, and behind the
+// The instruments of the benchmark: at a pipe, with the router in between or without, and with the
 // simulated instrument's driver.
 #include "bench/PipeEnd.h"
 #include "bench/Roles.h"

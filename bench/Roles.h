@@ -56,7 +56,7 @@ struct RoleCall
 
 // Each runs for as long as its parent lets it; returns the exit code.
 int PlayInstrument(const RoleCall& call);    // "framed": packets at the simulator's pipe; "bare": at any pipe
-int PlayBusInstrument(const RoleCall& call); // "bus": behind the simulated instrument's driver
+int PlayBusInstrument(const RoleCall& call); // "bus": with the simulated instrument's driver
 int PlayBarePipeline(const RoleCall& call);  // "pipeline"
 
 /// Plays the role that `arguments` ("--role ROLE READY PIPE OTHER") call for.

@@ -46,7 +46,7 @@ public:
     void Close();
 
     bool IsOpen() const noexcept { return static_cast<bool>(m_pipe); }
-    /// The Windows error behind the last Busy, Absent or Broken of Open and Read, and of Write.
+    /// The Windows error of the last Busy, Absent or Broken of Open and Read, and of Write.
     DWORD Error() const noexcept { return m_error; }
     DWORD WriteError() const noexcept { return m_writeError; }
 

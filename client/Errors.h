@@ -7,7 +7,7 @@
 
 namespace clientlib {
 
-/// A MORVANE_E_... code and the Windows error or HRESULT behind it, 0 when there is none.
+/// A MORVANE_E_... code and its Windows error or HRESULT, 0 when there is none.
 struct Result
 {
     int code = MORVANE_OK;

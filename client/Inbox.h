@@ -27,7 +27,7 @@ public:
     bool IsFull() const noexcept { return fresh.size() + expected.size() >= m_limit; }
     bool IsEmpty() const noexcept { return fresh.empty() && expected.empty() && unsolicited.empty(); }
 
-    /// Moves the first message; returns how many unsolicited ones were dropped to make room.
+    /// Moves the first message; returns how many unsolicited ones were dropped to make space.
     std::size_t SetAside(Queue& from)
     {
         unsolicited.push_back(std::move(from.front()));

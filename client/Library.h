@@ -12,7 +12,7 @@ namespace clientlib {
 class Library
 {
 public:
-    /// Never destroyed: threads of ports that nobody closed use it until the process ends.
+    /// Never destroyed: threads of ports that were not closed use it until the process ends.
     static Library& Instance();
 
     /// Opens a port and gives it a number, unless that fails.

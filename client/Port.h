@@ -86,6 +86,8 @@ private:
     Result Refusal(const Call& call, View message) REQUIRES(m_lock);
     Result Ended(const Call& call) const REQUIRES(m_lock);
     Result Wait(const Call& call) REQUIRES(m_lock);
+    /// Until no request of another thread waits for its reply.
+    Result WaitForTurn(const Call& call) REQUIRES(m_lock);
     Result Enqueue(const Call& call, View message) REQUIRES(m_lock);
     Result Write(const Call& call, View message, bool isRequest) REQUIRES(m_lock);
     Result WriteNow(const Call& call, View message) REQUIRES(m_lock);

@@ -23,6 +23,15 @@ Result Port::Wait(const Call& call)
     return Ended(call);
 }
 
+Result Port::WaitForTurn(const Call& call)
+{
+    Result ended{MORVANE_OK, ERROR_SUCCESS};
+    while (m_requesting && ended.IsOk()) {
+        ended = Wait(call);
+    }
+    return ended;
+}
+
 Result Port::Refusal(const Call& call, View message)
 {
     if (message.size() > static_cast<std::size_t>(m_settings.registration.readSize)) {
@@ -44,10 +53,8 @@ Result Port::Send(View message, std::uint32_t timeout)
     if ((m_settings.flags & MORVANE_QUEUE) != 0) {
         return Enqueue(call, message);
     }
-    while (m_requesting) {
-        if (const Result ended = Wait(call); !ended.IsOk()) {
-            return ended;
-        }
+    if (const Result ended = WaitForTurn(call); !ended.IsOk()) {
+        return ended;
     }
     return Write(call, message, false);
 }
@@ -155,10 +162,8 @@ Result Port::Request(View message, morvane_match match, void* context, Room room
 {
     const win32::SectionScope scope(m_lock);
     const Call call(*this, timeout);
-    while (m_requesting) {
-        if (const Result ended = Wait(call); !ended.IsOk()) {
-            return ended;
-        }
+    if (const Result ended = WaitForTurn(call); !ended.IsOk()) {
+        return ended;
     }
     const Turn turn(*this);
     const Result written = Write(call, message, true);
@@ -316,10 +321,8 @@ Result Port::Resync(std::uint32_t quiet, std::uint32_t timeout)
 {
     const win32::SectionScope scope(m_lock);
     const Call call(*this, timeout);
-    while (m_requesting) {
-        if (const Result ended = Wait(call); !ended.IsOk()) {
-            return ended;
-        }
+    if (const Result ended = WaitForTurn(call); !ended.IsOk()) {
+        return ended;
     }
     const Turn turn(*this);
     const Receiver receiver(*this);

@@ -395,7 +395,7 @@ void Port::ReleaseRouter() noexcept
             registration->Release();
             done->Set();
         };
-        // A router that hangs must not hold its clients; the release goes on behind.
+        // A router that hangs must not hold its clients; the release goes on in the background.
         if (m_com.Post(work)) {
             done->Wait(LongestReleaseMs);
         }

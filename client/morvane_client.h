@@ -3,7 +3,7 @@
  *
  * Every function may be called from any thread, for several ports at once. Functions return MORVANE_OK or a
  * negative MORVANE_E_... code; morvane_error_text says what to do about it, and GetLastError() then holds the
- * Windows error or HRESULT behind it, 0 when there is none. Timeouts are in milliseconds. Texts are ASCII with a
+ * Windows error or HRESULT, 0 when there is none. Timeouts are in milliseconds. Texts are ASCII with a
  * terminating zero.
  */
 #ifndef MORVANE_CLIENT_H
@@ -90,7 +90,7 @@ enum {
     MORVANE_EVENT_ROUTER_BACK = 5,
     MORVANE_EVENT_ROUTER_ENDING = 6, /* the router was ending when it was to be started; the library tries again */
     MORVANE_EVENT_NOT_YET = 7,       /* cannot connect at present: `error` says why; once for each reason */
-    MORVANE_EVENT_DROPPED = 8,       /* `count` unsolicited messages, the oldest, that nobody received */
+    MORVANE_EVENT_DROPPED = 8,       /* `count` unsolicited messages, the oldest, that were not received */
     MORVANE_EVENT_REOPENED = 9       /* by morvane_reopen */
 };
 

@@ -83,7 +83,7 @@ struct UsbPlace
 std::unique_ptr<Endpoint> MakePipeEndpoint(const std::wstring& path, Engine& engine, const Observer& observer,
                                            HANDLE stop);
 /// Plugs the device in by the remote control of the simulated instruments' driver. The router is there from its
-/// first transfer until it closes the device. The device goes with the process, whichever way that ends.
+/// first transfer until it closes the device. The device is closed with the process, whichever way that ends.
 std::unique_ptr<Endpoint> MakeUsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer,
                                           HANDLE stop);
 

@@ -47,7 +47,7 @@ struct Counters
 /// Called by the engine and its endpoint, from inside their calls.
 struct Observer
 {
-    std::function<void(const std::string& what)> event; // a line for people; none: nobody reads it
+    std::function<void(const std::string& what)> event; // a line for people; none: it is not wanted
     std::function<void()> served = [] {};               // the router can find the instrument; at the start only
     std::function<void()> pass = [] {};                 // the end of each pass of the endpoint's loop
 

@@ -79,7 +79,7 @@ private:
 
     void Write(const Bytes& bytes) override
     {
-        // Mostly the pipe has room and the write is complete already: its event is then not waited for at all.
+        // Mostly the pipe has space and the write is complete already: its event is then not waited for at all.
         m_writes.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size())) ? OnWritten() : OnBroken();
     }
 

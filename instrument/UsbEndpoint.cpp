@@ -100,7 +100,7 @@ private:
         m_supplied.resize(sizeof head);
         std::memcpy(m_supplied.data(), &head, sizeof head);
         m_supplied.insert(m_supplied.end(), bytes.begin(), bytes.end());
-        // Refused, or mostly complete already because there is room: its event is then not waited for at all.
+        // Refused, or mostly complete already because there is space: its event is then not waited for at all.
         m_supply.Control(m_remote.Get(), bus::RemoteSupply, m_supplied.data(),
                          static_cast<DWORD>(m_supplied.size()), nullptr, 0);
         OnSupplied();
@@ -250,7 +250,7 @@ private:
     const UsbPlace m_place;
     win32::KernelHandle m_slotTurn; // a mutex, ours while the slot is
     bool m_slotOurs = false;
-    std::optional<bus::InstrumentControl> m_control; // whose handle the device goes with
+    std::optional<bus::InstrumentControl> m_control; // whose handle keeps the device
     win32::FileHandle m_remote;
     std::vector<std::uint8_t> m_taken;
     std::vector<std::uint8_t> m_supplied;

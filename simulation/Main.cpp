@@ -104,7 +104,7 @@ void PrintFailure(const Arguments& arguments, const sim::Options& options, const
     static_cast<void>(arguments);
 }
 
-// In a printing run the last events are what the terminal shows; else the seed is run once more with them.
+// A run that prints has shown its last events already; any other is repeated with them kept.
 void PrintLastEvents(sim::Options options)
 {
     std::puts("\nThe last events:");

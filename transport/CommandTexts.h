@@ -2,7 +2,7 @@
 // source, so that a line of a log is found by searching for it.
 #pragma once
 
-/// Formats of Trace; the values of each are named behind it.
+/// Formats of Trace; the values of each are named after it.
 struct CommandTexts
 {
     const char* cannotRun;

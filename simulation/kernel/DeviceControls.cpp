@@ -1,4 +1,4 @@
-// What the driver tells of the instrument: its descriptors and the small I/O controls.
+// What the driver reports about the instrument: its descriptors and the small I/O controls.
 #include "simulation/kernel/Devices.h"
 
 #include <algorithm>

@@ -57,6 +57,18 @@ void CompleteWrites(UsbInstrument& instrument)
     }
 }
 
+// Ends a request that the driver kept, unless it has ended.
+void EndKept(DeviceFile& device, const OVERLAPPED* record)
+{
+    const auto at = std::find_if(device.kept.begin(), device.kept.end(),
+                                 [=](const Request& kept) { return kept.record == record; });
+    if (at != device.kept.end()) {
+        const Request kept = *at;
+        device.kept.erase(at);
+        Complete(kept, ERROR_OPERATION_ABORTED, 0);
+    }
+}
+
 // A request that the driver has lost: it ends when the driver likes, in success or not, at the latest with the
 // device's next unplugging.
 void Keep(DeviceFile& device, const Request& request)
@@ -68,13 +80,7 @@ void Keep(DeviceFile& device, const Request& request)
     StartFiber([held, record, until, &device] {
         ++Current().inKernel;
         Block(until - NowUs(), nullptr);
-        const auto at = std::find_if(device.kept.begin(), device.kept.end(),
-                                     [=](const Request& kept) { return kept.record == record; });
-        if (at != device.kept.end()) {
-            const Request kept = *at;
-            device.kept.erase(at);
-            Complete(kept, ERROR_OPERATION_ABORTED, 0);
-        }
+        EndKept(device, record);
     }).isProduct = false;
 }
 
@@ -85,15 +91,7 @@ void EndCancelled(DeviceFile& device, const Request& request)
     } else if (TheSwitches().Take(Switch::DeviceCancelsLate)) {
         device.kept.push_back(request);
         const Ref<Object> held(&device);
-        Defer([held, record = request.record, &device] {
-            const auto at = std::find_if(device.kept.begin(), device.kept.end(),
-                                         [=](const Request& kept) { return kept.record == record; });
-            if (at != device.kept.end()) {
-                const Request kept = *at;
-                device.kept.erase(at);
-                Complete(kept, ERROR_OPERATION_ABORTED, 0);
-            }
-        });
+        Defer([held, record = request.record, &device] { EndKept(device, record); });
     } else {
         Complete(request, ERROR_OPERATION_ABORTED, 0);
     }

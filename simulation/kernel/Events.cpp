@@ -1,4 +1,4 @@
-// What a run draws, and what it leaves behind: its hash and its last events.
+// What a run draws, and its results: its hash and its last events.
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/World.h"
 

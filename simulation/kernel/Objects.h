@@ -82,7 +82,7 @@ struct ThreadObject final : Object
     bool ended = false;
 };
 
-/// Handles are indices, the lowest free one first: a stale handle hits somebody else's object.
+/// Handles are indices, the lowest free one first: a stale handle hits the object of another owner.
 struct Objects
 {
     std::vector<Ref<Object>> handles;

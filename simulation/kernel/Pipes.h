@@ -21,7 +21,7 @@ struct Message
 {
     std::vector<std::uint8_t> bytes;
     std::size_t taken = 0;
-    std::optional<Request> writer; // until there is room for the rest, or all is read
+    std::optional<Request> writer; // until there is space for the rest, or all is read
     std::size_t Left() const { return bytes.size() - taken; }
 };
 
@@ -89,7 +89,7 @@ BOOL ReadPipe(PipeEnd& end, const Request& request, DWORD* read);
 BOOL WritePipe(PipeEnd& end, const Request& request, const void* data, DWORD* written);
 BOOL FlushPipe(PipeEnd& end);
 
-/// Gives what is there to the reads that wait, and room to the writes.
+/// Gives what is there to the reads that wait, and space to the writes.
 void Pump(Pipe& pipe, bool toServer);
 /// All pending requests of the channel end, and what is in it is dropped.
 void FailAll(Channel& channel, DWORD readError, DWORD writeError);

@@ -15,7 +15,7 @@ namespace sim {
 namespace {
 
 constexpr std::uint64_t PointLimit = 4'000'000;
-constexpr std::uint64_t TimeLimitUs = 3'600'000'000; // an hour: nobody is served any more
+constexpr std::uint64_t TimeLimitUs = 3'600'000'000; // an hour: no client is served any more
 constexpr std::uint64_t LongestJumpUs = 200'000;
 
 World* g_world = nullptr;

@@ -24,7 +24,7 @@ enum class Switch {
     QuotaRoundedUp,      // a pipe's buffer is rounded up to 4 KB
     QuotaIsZero,         // a pipe's buffer holds nothing
     WaitReturnsWaker,    // of several objects signalled meanwhile the one that woke counts, not the first
-    LateWaiterMisses,    // a manual event that was set and reset at once lets nobody through
+    LateWaiterMisses,    // a manual event that was set and reset at once lets no waiter through
     ConditionWakesForNothing,
     ConditionSwallowsWake, // a wake is given to a thread that reports the time-out
     TimeoutEarly,          // by up to a tick

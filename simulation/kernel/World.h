@@ -1,4 +1,4 @@
-// Everything of one run. Made anew for each, so that nothing of a run is left in the next.
+// Everything of one run. Created for each, so that nothing of a run is left in the next.
 #pragma once
 
 #include "simulation/kernel/Fiber.h"
@@ -32,7 +32,7 @@ struct World
     std::uint64_t now = 0; // microseconds
     std::uint64_t nextDeadline = NeverUs;
     std::uint64_t switchOneIn = 4;   // the running fiber is left once in so many points
-    std::uint64_t timeJumpOneIn = 0; // time passes although somebody could run, once in so many points
+    std::uint64_t timeJumpOneIn = 0; // time passes although a thread could run, once in so many points
     std::uint64_t faultOneIn = 0;    // a call of the product fails once in so many
     bool mayJudge = true;
 

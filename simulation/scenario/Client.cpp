@@ -19,7 +19,7 @@ std::uint64_t PausesUs(int requests)
 }
 
 constexpr int GreedyRequests = 620;       // more than may be pending
-constexpr std::size_t LastWords = 20'000; // more than a port's pipe has room for
+constexpr std::size_t LastWords = 20'000; // more than a port's pipe holds
 constexpr int MostVisits = 400;
 
 } // namespace

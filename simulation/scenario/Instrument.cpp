@@ -145,7 +145,7 @@ void Instrument::Receive(std::span<const std::uint8_t> bytes)
     m_engine.Receive(bytes, Now());
 }
 
-// Numbers count up by one; they begin anew with a connection, and what was lost leaves a gap.
+// Numbers count up by one; they restart with a connection, and what was lost leaves a gap.
 void Instrument::OnPacket(const wire::Frame& frame)
 {
     if (frame.payload.data()[frame.payload.size()] != wire::BuildTrailer(frame.payload)[0]) {

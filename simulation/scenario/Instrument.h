@@ -1,4 +1,4 @@
-// The instrument's side: the scripted engine behind the simulator's pipe or behind the simulated USB device.
+// The instrument's side: the scripted engine at the simulator's pipe or at the simulated USB device.
 #pragma once
 
 #include "instrument/Engine.h"

@@ -53,7 +53,7 @@ private:
     std::unique_ptr<CCyUSBDriver> m_driver;
     std::unique_ptr<CountedTransport> m_transport;
     std::vector<std::unique_ptr<Client>> m_clients;
-    win32::Event m_disturbed{win32::Event::Kind::ManualReset}; // nobody disturbs any more
+    win32::Event m_disturbed{win32::Event::Kind::ManualReset}; // no more disturbances
     std::vector<std::unique_ptr<win32::Thread>> m_clientThreads;
     win32::Thread m_disturber;
     win32::Thread m_instrumentThread;

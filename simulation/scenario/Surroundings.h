@@ -78,7 +78,7 @@ public:
     explicit TraceReader(Account& account);
     ~TraceReader();
 
-    /// Somebody changes the settings while the router works.
+    /// The settings are changed while the router works.
     void ChangeSettings();
 
     std::uint32_t EffectiveMask(std::int32_t device, std::uint32_t classMask) const noexcept override;

@@ -192,7 +192,7 @@ TEST_F(LibraryLateReply, ResynchronisingWithoutQuietIsTimedOut)
     Serve([&](const std::string&) {
         // One message after the other, for as long as the test wants.
         while (flood) {
-            ::Sleep(1);
+            ::Sleep(1); // the time between two messages: what is simulated, not what is waited for
             return FakePort::Replies(200, "x");
         }
         return FakePort::Replies{};
@@ -219,7 +219,7 @@ TEST_F(LibraryCalls, AMessageOfBeforeTheRequestIsNotItsReply)
 {
     Serve(Echo, {.breaksAtFirst = 0, .breaksAtMessage = 0, .messages = true, .greeting = "welcome"});
     Open();
-    // Read by the library, received by nobody.
+    // Read by the library, not received by the caller.
     void* ready = nullptr;
     ASSERT_EQ(morvane_wait_handle(port.Get(), &ready), MORVANE_OK);
     while (port.NextEvent(Timeout(0))) {
@@ -280,7 +280,7 @@ FakePort::Player Slowly(std::vector<std::string>& got)
 {
     return [&got](const std::string& message) {
         got.push_back(message);
-        ::Sleep(2);
+        ::Sleep(2); // the reader's slowness: what is simulated, not what is waited for
         return FakePort::Replies{};
     };
 }

@@ -169,13 +169,12 @@ bool IsReady()
 
 bool WaitUntilReady(std::chrono::milliseconds timeout)
 {
-    // Polled: no event announces a driver's readiness.
     const auto end = std::chrono::steady_clock::now() + timeout;
     while (!IsReady()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        ::Sleep(5); // between two looks
+        ::Sleep(5); // between two looks: no event announces it
     }
     return true;
 }

@@ -8,7 +8,7 @@
 
 namespace relacytest {
 
-/// Made anew for each order in which the threads may run. What must hold is checked by RL_ASSERT; the model
+/// Created for each order in which the threads may run. What must hold is checked by RL_ASSERT; the model
 /// checker itself finds data races, deadlocks, leaks and memory used after it was freed.
 class Model : public Unwatched
 {

@@ -54,7 +54,7 @@ private:
         try {
             m_control.Feed(Slot, In, {reinterpret_cast<const std::uint8_t*>(echo.data()), echo.size()});
         } catch (const std::runtime_error&) {
-            // Unplugged meanwhile: an instrument without a cable answers nobody.
+            // Unplugged meanwhile: an instrument without a cable answers no one.
         }
     }
 

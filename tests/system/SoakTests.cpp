@@ -137,7 +137,7 @@ protected:
         ASSERT_NE(early.handles, 0u);
         ASSERT_NE(early.privateBytes, 0u);
         // In a short run a visitor that comes or goes just then shows with some megabytes, and the handles of
-        // Wine, which counts the room it has for them, may double. What is leaked for every packet stands out in
+        // Wine, which counts the space it has for them, may double. What is leaked for every packet stands out in
         // the long run.
         EXPECT_LE(late.handles, longRun ? early.handles + 4 : 2 * early.handles + 20 * Visitors);
         const std::size_t room = (longRun ? 1u << 20 : 24u << 20) + objects * KeptByWine;

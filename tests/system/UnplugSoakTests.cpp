@@ -40,7 +40,7 @@ public:
                     Converse();
                     m_client.Close();
                 } else {
-                    ::Sleep(5); // nothing announces a pipe
+                    ::Sleep(5); // between two tries: no event announces a pipe
                 }
             }
         });

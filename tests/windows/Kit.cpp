@@ -135,7 +135,7 @@ int RunKit(int soakSeconds, const std::string& only)
     const bool assumptions = CheckAll() == 0;
     step("Tests", "assumptions", assumptions);
     bool tests = true;
-    // The driver of a simulated instrument is not installed on somebody's PC.
+    // The driver of a simulated instrument is not installed on a user's PC.
     ::SetEnvironmentVariableW(L"MORVANE_WITHOUT_DRIVER", L"1");
     for (const TestProgram& program : TestPrograms) {
         if (only.empty() || only.find(Narrow(program.name)) != std::string::npos) {

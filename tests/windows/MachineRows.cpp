@@ -67,7 +67,7 @@ Found OneMillisecond()
     std::vector<double> times;
     for (int sleep = 0; sleep < 51; ++sleep) {
         const auto start = std::chrono::steady_clock::now();
-        ::Sleep(1);
+        ::Sleep(1); // what is measured
         times.push_back(
             std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     }

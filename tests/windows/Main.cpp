@@ -25,7 +25,7 @@ Needs no rights, writes no settings, starts and stops no router. The exit code i
 
 int main(int count, char** arguments)
 {
-    // A fault that a row provokes must not wait for somebody to press a button.
+    // A fault that a row provokes must not wait for a button to be pressed.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     const std::string_view first = count > 1 ? arguments[1] : "";
     // The server that faults is called as the router is: on its main thread, through its messages.

@@ -116,9 +116,10 @@ Found RunShortSoak(int seconds, std::string& figures)
             ports.AddPort(address, std::make_unique<CCDevicePortPipe>(&transport, address, pipe, 4096, 4096));
             clients[static_cast<std::size_t>(id)].Start([pipe, &counts] { Converse(pipe, counts); });
         }
-        ::Sleep(static_cast<DWORD>(seconds) * 250); // what is needed once is there by a quarter
+        // The soak's own length; nothing is waited for. What is needed once is there by a quarter.
+        ::Sleep(static_cast<DWORD>(seconds) * 250);
         early = UsageOf(::GetCurrentProcessId());
-        ::Sleep(static_cast<DWORD>(seconds) * 750);
+        ::Sleep(static_cast<DWORD>(seconds) * 750); // the rest of it
         late = UsageOf(::GetCurrentProcessId());
         if (instrument.IsTaken()) {
             return Skipped("another program plays the simulated instrument");

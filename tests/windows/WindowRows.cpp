@@ -13,7 +13,7 @@ namespace {
 
 constexpr wchar_t ClassName[] = L"MorvaneWindowsCheck";
 
-/// A window that nobody sees, of the calling thread.
+/// An invisible window of the calling thread.
 class HiddenWindow
 {
 public:

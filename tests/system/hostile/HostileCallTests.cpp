@@ -1,4 +1,4 @@
-// Names, sizes and addresses of all kinds in Register, and calls that nobody should make.
+// Names, sizes and addresses of all kinds in Register, and calls that no client should make.
 #include "tests/support/UniqueName.h"
 #include "tests/system/ServedPort.h"
 #include "tests/system/hostile/HostileFixture.h"

@@ -16,7 +16,7 @@ void Provoke(End& end, const char* misdeed)
     ASSERT_NO_FATAL_FAILURE(end.Open(seen, hostile::SeenPort));
     auto& client = end.Hold(std::make_shared<PipeClient>());
     const std::string pipe = end.Register(hostile::PortOfMisdeed(misdeed));
-    // A pipe that was opened may be recreated at once, and the request goes with it.
+    // A pipe that was opened may be recreated at once, and the request is lost with it.
     ASSERT_TRUE(support::WaitUntil(
         [&] { return client.Open(pipe) && client.Write("go") && seen.Read(std::chrono::seconds(5)) == "seen"; }));
 }

@@ -26,7 +26,7 @@ void WellBehavedClient::Run()
             Converse();
             m_client.Close();
         } else {
-            ::Sleep(2); // nothing announces a pipe
+            ::Sleep(2); // between two tries: no event announces a pipe
         }
     }
 }
