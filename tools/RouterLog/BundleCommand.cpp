@@ -40,6 +40,8 @@ std::string SettingsText(const PcFacts& facts)
     std::string text = "simulate USB: " + std::to_string(facts.simulate) +
                        "\nlog limit (MB): " + std::to_string(facts.logLimit.value_or(10)) +
                        "\nappend to log: " + std::to_string(facts.appendLog.value_or(1)) +
+                       "\nflush limit (ms): " + std::to_string(facts.flushLimitMs) +
+                       "\nrestrict pipes: " + std::to_string(facts.restrictPipes) +
                        "\nsettings can be written: " + (facts.settingsWritable ? "yes" : "no") +
                        "\nelevated: " + (facts.elevated ? "yes" : "no") + "\n";
     std::array<char, 32> mask{};

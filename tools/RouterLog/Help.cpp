@@ -4,7 +4,7 @@ namespace routerlog {
 
 std::string HelpText()
 {
-    return R"(RouterLog: reads the logs of the port router. Starts no router and costs it nothing.
+    return R"(RouterLog: reads the logs of the port router. Costs a running router nothing; only doctor --activate starts one.
 
 Usage: RouterLog COMMAND ...
 
@@ -29,7 +29,7 @@ doctor [--activate] [--pipe NAME]...
       --pipe NAME         look whether another program has this port name; may be given several times
 doctor --trace-on CLASSES, doctor --trace-off CLASSES
     Set what goes to the log from the router's next start on: raw, packets, pipe, usb, firmware, dispatch, general, or
-    all, separated by commas. As administrator.
+    all, separated by commas. Needs the right to write the settings, which the installer gives to all users.
 
 bundle FILE [LOG...] [--no-payload]
     Logs, settings, versions, doctor's result and explain's report in one ZIP file of at most 20 MB. Without LOG the

@@ -165,6 +165,10 @@ TEST_F(Doctor, FindsMissingRightsOnTheSettings)
 {
     facts.settingsWritable = false;
     EXPECT_THAT(Keys(), ElementsAre("settings-rights"));
+    EXPECT_THAT(Text(), HasSubstr("takes them as they are"));
+    facts.settingsReadable = false;
+    EXPECT_THAT(Keys(), ElementsAre("settings-rights"));
+    EXPECT_THAT(Text(), HasSubstr("runs with defaults"));
 }
 
 TEST_F(Doctor, FindsLogLimitsThatDoHarm)
@@ -173,9 +177,16 @@ TEST_F(Doctor, FindsLogLimitsThatDoHarm)
     EXPECT_THAT(Keys(), ElementsAre("limit-zero"));
     facts.logLimit = 4096;
     EXPECT_THAT(Keys(), ElementsAre("limit-huge"));
+    EXPECT_THAT(Text(), HasSubstr("4096 MB, which counts as 0"));
     facts.logLimit.reset();
     facts.logLimitHasWrongType = true;
     EXPECT_THAT(Keys(), ElementsAre("limit-type"));
+}
+
+TEST_F(Doctor, AcceptsTheLargestLogLimitThatTheInstallerSets)
+{
+    facts.logLimit = 4095;
+    EXPECT_THAT(Keys(), IsEmpty());
 }
 
 TEST_F(Doctor, FindsADeviceWhoseNameIsNoNumber)

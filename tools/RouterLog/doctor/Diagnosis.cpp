@@ -12,7 +12,7 @@ namespace routerlog {
 namespace {
 
 constexpr std::uint64_t LittleSpace = 100ULL << 20;
-constexpr std::uint32_t HugeLog = 2'047; // MB; beyond it the log's size overflows
+constexpr std::uint32_t LargestLog = 4'095; // MB; the router counts modulo 4096
 constexpr const char* HostNames[] = {"Lumivista.exe", "RouterProbe.exe"};
 constexpr std::uint16_t VendorId = 0x1E4F;
 constexpr std::uint16_t BuiltInProducts[] = {0x0010, 0x0100, 0x0101, 0x0200, 0x0300, 0x0400, 0x0500};
@@ -190,8 +190,8 @@ private:
             std::snprintf(code, sizeof code, "0x%08X", error);
             Add("activation-failed", std::string("The router could not be started or called (") + code + ").",
                 error == 0x80080005
-                    ? "The program started and did not register itself in time, or a router runs in another "
-                      "session or with other rights: end it."
+                    ? "The program started and did not register itself in time, or a router runs in this "
+                      "session with other rights: end it."
                     : RegisterRemedy);
         }
     }
@@ -204,25 +204,24 @@ private:
         if (!m_facts.settingsReadable || !m_facts.settingsWritable) {
             Add("settings-rights",
                 m_facts.settingsReadable
-                    ? "This user may read the router's settings and not write them. The router opens them for "
-                      "both, gets "
-                      "neither, and runs with defaults: no traces, no log, USB, built-in products."
+                    ? "This user may read the router's settings and not write them. The router takes them as "
+                      "they are; what is changed in the Debug Options dialog is lost when it ends, and new device "
+                      "types are not listed."
                     : "This user may not read the router's settings. The router runs with defaults.",
-                "Give the users of the router full control of HKEY_LOCAL_MACHINE\\Software\\Morvane Biosystems, "
-                "or start the "
-                "router elevated.");
+                "Give the users of the router the right to read and write "
+                "HKEY_LOCAL_MACHINE\\Software\\Morvane Biosystems\\Devices\\MorvanePortRouter, as the installer "
+                "does.");
         }
         if (m_facts.logLimitHasWrongType) {
             Add("limit-type", "The value \"LogFileLimt(MB)\" is no DWORD and counts as 10.",
                 "Delete it and set it in the Debug Options dialog.");
         } else if (m_facts.logLimit == 0U) {
-            Add("limit-zero",
-                "The log's size limit is 0: the log is rotated before each line, and only one line is kept.",
+            Add("limit-zero", "The log's size limit is 0: the log is rotated before each line and holds one line.",
                 "Set the log file size to 10 MB in the Debug Options dialog.");
-        } else if (m_facts.logLimit.value_or(10) > HugeLog) {
+        } else if (m_facts.logLimit.value_or(10) > LargestLog) {
             Add("limit-huge",
-                "The log's size limit is " + std::to_string(*m_facts.logLimit) +
-                    " MB, more than the router can count.",
+                "The log's size limit is " + std::to_string(*m_facts.logLimit) + " MB, which counts as " +
+                    std::to_string(*m_facts.logLimit % (LargestLog + 1)) + ".",
                 "Set the log file size to 10 MB in the Debug Options dialog.");
         }
         for (const DeviceSettings& device : m_facts.devices) {
@@ -293,7 +292,8 @@ private:
             std::snprintf(product, sizeof product, "0x%04X", first.product);
             Add("product-unknown",
                 std::string("The plugged instrument, product ") + product + ", is none that the router accepts.",
-                "Put its number into the subkey Products of the router's settings (docs/service.md).");
+                "Put its number into the subkey Products of the router's settings (see the registry in "
+                "service.html, below Documents).");
         }
     }
 

@@ -60,11 +60,13 @@ struct PcFacts
 
     bool settingsExist = false;
     bool settingsReadable = false;
-    bool settingsWritable = false;         // the router opens its keys for both
+    bool settingsWritable = false;         // also by the Debug Options dialog
     std::optional<std::uint32_t> logLimit; // MB
     bool logLimitHasWrongType = false;
     std::optional<std::uint32_t> appendLog;
     std::uint32_t simulate = 0;
+    std::uint32_t flushLimitMs = 0;
+    std::uint32_t restrictPipes = 0;
     std::vector<DeviceSettings> devices;
     std::vector<std::uint32_t> products; // of the product table
 

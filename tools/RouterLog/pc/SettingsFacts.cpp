@@ -57,6 +57,8 @@ void GatherSettings(PcFacts& facts)
                                                                        nullptr, nullptr, nullptr) == ERROR_SUCCESS;
     facts.appendLog = options.ReadDword(L"AppendLogFile");
     facts.simulate = options.ReadDword(L"SimulateUSB").value_or(0);
+    facts.flushLimitMs = options.ReadDword(L"FlushLimit(ms)").value_or(0);
+    facts.restrictPipes = options.ReadDword(L"RestrictPipes").value_or(0);
     ReadDevices(options, facts);
     ReadProducts(facts);
 }
