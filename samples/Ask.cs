@@ -7,7 +7,7 @@ using System.Threading;
 
 static class Ask
 {
-    const int Ok = 0, Timeout = -9, Closed = -3, NoHandle = -2; // of morvane_client.h
+    const int Ok = 0, Closed = -3, NoHandle = -2; // of morvane_client.h
 
     [DllImport("MorvaneClient", CallingConvention = CallingConvention.Cdecl, SetLastError = true)]
     static extern int morvane_open(int deviceType, uint port, string name, uint timeout, out uint handle);
@@ -39,12 +39,11 @@ static class Ask
             if (error == Ok) {
                 Console.WriteLine(Encoding.ASCII.GetString(reply, 0, (int)length));
                 Thread.Sleep(1000);
-            } else if (error == Timeout) { // a late reply must not be taken for the next one
-                Say(error);
-                error = morvane_resync(port, 500, 10000);
             } else if (error != Closed && error != NoHandle) { // the library waits for instrument and router
                 Say(error);
                 error = morvane_wait_ready(port, 60000);
+                if (error == Ok) // a late reply must not be taken for the next one
+                    error = morvane_resync(port, 500, 10000);
             }
         }
         input.Join();

@@ -26,7 +26,7 @@ function Say([int]$code) {
     Write-Host ([Runtime.InteropServices.Marshal]::PtrToStringAnsi([Morvane.Client]::morvane_error_text($code)))
 }
 
-$ok, $timedOut = 0, -9 # of morvane_client.h
+$ok = 0 # of morvane_client.h
 $message = [Text.Encoding]::ASCII.GetBytes($Text)
 $reply = New-Object byte[] 65535
 [uint32]$port = 0
@@ -40,12 +40,12 @@ try {
         if ($code -eq $ok) {
             [Text.Encoding]::ASCII.GetString($reply, 0, $length)
             Start-Sleep -Seconds 1
-        } elseif ($code -eq $timedOut) { # a late reply must not be taken for the next one
-            Say $code
-            [void][Morvane.Client]::morvane_resync($port, 500, 10000)
         } else { # the library waits for the instrument and starts a new router
             Say $code
-            [void][Morvane.Client]::morvane_wait_ready($port, 60000)
+            if ([Morvane.Client]::morvane_wait_ready($port, 60000) -eq $ok) {
+                # A late reply must not be taken for the next one.
+                [void][Morvane.Client]::morvane_resync($port, 500, 10000)
+            }
         }
     }
 } finally {

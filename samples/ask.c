@@ -1,5 +1,5 @@
 /* Asks the instrument once a second and prints the replies, also after it was unplugged. Enter ends it.
-   x86_64-w64-mingw32-gcc ask.c -I../client -L../import/x64 -lMorvaneClient -o ask.exe */
+   x86_64-w64-mingw32-gcc ask.c -I../include -L../x64 -lMorvaneClient -o ask.exe */
 #include "morvane_client.h"
 
 #include <windows.h>
@@ -40,15 +40,13 @@ int main(int count, char **arguments)
             fflush(stdout);
             Sleep(1000);
             break;
-        case MORVANE_E_TIMEOUT: /* a late reply must not be taken for the next one */
-            say("request", error);
-            error = morvane_resync(port, 500, 10000);
-            break;
         case MORVANE_E_CLOSED:
         case MORVANE_E_HANDLE: break;
-        default: /* the instrument or the router is gone, and the library waits for it */
+        default: /* the library waits for instrument and router; a late reply must not be taken for the next one */
             say("request", error);
             error = morvane_wait_ready(port, 60000);
+            if (error == MORVANE_OK)
+                error = morvane_resync(port, 500, 10000);
             break;
         }
     }

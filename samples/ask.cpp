@@ -1,5 +1,5 @@
 // Asks the instrument once a second and prints the replies, also after it was unplugged. Enter ends it.
-// x86_64-w64-mingw32-g++-posix -std=c++20 -static ask.cpp -I../client -L../import/x64 -lMorvaneClient -o ask.exe
+// x86_64-w64-mingw32-g++-posix -std=c++20 -static ask.cpp -I../include -L../x64 -lMorvaneClient -o ask.exe
 #include "morvane_client.hpp"
 
 #include <condition_variable>
@@ -29,12 +29,12 @@ try {
         const morvane::Bytes reply = port.Request(morvane::Of(text), 2s, error);
         if (error == MORVANE_OK) {
             std::cout << std::string(reply.begin(), reply.end()) << std::endl;
-        } else if (error == MORVANE_E_TIMEOUT) {
-            std::cout << morvane_error_text(error) << std::endl;
-            port.Resync(500ms, 10s, error); // a late reply must not be taken for the next one
         } else if (error != MORVANE_E_CANCELLED) {
             std::cout << morvane_error_text(error) << std::endl;
             port.WaitReady(60s, error); // the library waits for the instrument and starts a new router
+            if (error == MORVANE_OK) {
+                port.Resync(500ms, 10s, error); // a late reply must not be taken for the next one
+            }
         }
         lock.lock();
     }

@@ -10,7 +10,7 @@ import (
 	"unsafe"
 )
 
-const ok, noHandle, closed, timeout = 0, -2, -3, -9 // of morvane_client.h
+const ok, noHandle, closed = 0, -2, -3 // of morvane_client.h
 
 var library = syscall.MustLoadDLL("MorvaneClient.dll")
 
@@ -48,12 +48,11 @@ func main() {
 		if error == ok {
 			fmt.Println(string(reply[:length]))
 			time.Sleep(time.Second)
-		} else if error == timeout { // a late reply must not be taken for the next one
-			say(error)
-			error = call("morvane_resync", uintptr(port), 500, 10000)
 		} else if error != closed && error != noHandle { // the library waits for instrument and router
 			say(error)
-			error = call("morvane_wait_ready", uintptr(port), 60000)
+			if error = call("morvane_wait_ready", uintptr(port), 60000); error == ok {
+				error = call("morvane_resync", uintptr(port), 500, 10000) // a late reply is not the next one
+			}
 		}
 	}
 	<-ended

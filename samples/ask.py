@@ -7,7 +7,7 @@ import os
 import sys
 import time
 
-OK, TIMEOUT = 0, -9  # of morvane_client.h
+OK = 0  # of morvane_client.h
 
 library = ctypes.CDLL(os.path.join(os.path.dirname(os.path.abspath(__file__)), "MorvaneClient.dll"))
 library.morvane_error_text.restype = ctypes.c_char_p
@@ -36,12 +36,10 @@ def main():
             if error == OK:
                 print(reply.raw[: length.value].decode("utf-8", "replace"), flush=True)
                 time.sleep(1)
-            elif error == TIMEOUT:  # a late reply must not be taken for the next one
-                say(error)
-                library.morvane_resync(port, 500, 10000)
             else:  # the library waits for the instrument and starts a new router
                 say(error)
-                library.morvane_wait_ready(port, 60000)
+                if library.morvane_wait_ready(port, 60000) == OK:
+                    library.morvane_resync(port, 500, 10000)  # a late reply must not be taken for the next one
     except KeyboardInterrupt:
         pass
     finally:
