@@ -1,7 +1,7 @@
 @echo off
 rem Tries what can be tried on this PC without rights, tools or an instrument, and writes what it found into result.txt
 rem beside this file. All of it runs in a folder of its own below %TEMP%, which is removed at the end, as are the
-registry keys of the tests. An installed router is neither used nor changed.
+rem registry keys of the tests. An installed router is neither used nor changed.
 set "kit=%~dp0"
 set "work=%TEMP%\MorvaneCheck"
 if exist "%work%" rd /s /q "%work%"
