@@ -49,7 +49,9 @@ constexpr std::array Entries = {
     ENTRY(MORVANE_E_HELD, "Another client holds the port: close that client or use another port."),
     ENTRY(MORVANE_E_ACCESS, "Access to the port's pipe is denied: the router runs elevated or as another user, so "
                             "run all clients alike or change RestrictPipes."),
-    ENTRY(MORVANE_E_ROUTER_GONE, "The router has ended: call morvane_wait_ready, the library starts it again."),
+    ENTRY(MORVANE_E_ROUTER_GONE,
+          "The router has ended: call morvane_wait_ready, the library starts it again; with "
+          "MORVANE_NO_RESTART close the port."),
     ENTRY(MORVANE_E_NOT_REGISTERED, "The router is not registered for this user: install it, or run "
                                     "\"MorvanePortRouter.exe /RegServer\" as administrator."),
     ENTRY(MORVANE_E_ELEVATION,

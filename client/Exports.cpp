@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -15,13 +16,15 @@ namespace {
 
 using clientlib::Library;
 using clientlib::Port;
+using clientlib::PortRegistration;
 using clientlib::Result;
 using clientlib::Settings;
 
 constexpr std::uint32_t DefaultOpenTimeoutMs = 10'000;
 constexpr std::uint32_t DefaultQueueLimit = 1000;
 constexpr std::uint32_t LargestAddress = 254;
-constexpr std::uint32_t AllFlags = MORVANE_QUEUE | MORVANE_BACKGROUND | MORVANE_ATTACH;
+constexpr std::uint32_t AllFlags =
+    MORVANE_QUEUE | MORVANE_BACKGROUND | MORVANE_ATTACH | MORVANE_RAW | MORVANE_LATE_BOUND | MORVANE_NO_RESTART;
 /// "CreateNamedPipeA function": the whole name, with "\\.\pipe\", has at most 256 characters.
 constexpr std::size_t LongestName = 247;
 
@@ -88,10 +91,16 @@ bool IsRoom(const void* buffer, std::uint32_t capacity, std::uint32_t* length)
     return true;
 }
 
-bool IsName(std::string_view name)
+/// A pipe's name of the caller's UTF-8; none when it can't be one.
+std::optional<std::wstring> NameOf(std::string_view text)
 {
-    return name.size() <= LongestName &&
-           std::ranges::all_of(name, [](char letter) { return letter >= ' ' && letter <= '~' && letter != '\\'; });
+    std::wstring name(text.size(), L'\0');
+    const auto length = static_cast<int>(text.size());
+    name.resize(static_cast<std::size_t>(
+        ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), length, name.data(), length)));
+    const auto isLetter = [](wchar_t letter) { return letter >= L' ' && letter != L'\x7F' && letter != L'\\'; };
+    const bool isName = !name.empty() && name.size() <= LongestName && std::ranges::all_of(name, isLetter);
+    return isName ? std::optional(std::move(name)) : std::nullopt;
 }
 
 std::wstring OwnName()
@@ -112,28 +121,44 @@ bool Copy(const morvane_options& given, morvane_options& options)
     return std::all_of(bytes + known, bytes + given.size, [](unsigned char byte) { return byte == 0; });
 }
 
+bool AreValid(const morvane_options& options)
+{
+    // The sizes of a raw port are the router's affair.
+    const std::uint32_t largest = (options.flags & MORVANE_RAW) != 0 ? INT32_MAX : MORVANE_LONGEST_MESSAGE;
+    return options.device_type >= 0 && static_cast<std::uint32_t>(options.device_type) <= LargestAddress &&
+           options.port <= LargestAddress && (options.flags & ~AllFlags) == 0 && options.read_size <= largest &&
+           options.write_size <= largest;
+}
+
 bool Read(const morvane_options& given, Settings& settings)
 {
     morvane_options options{};
-    if (!Copy(given, options)) {
+    if (!Copy(given, options) || !AreValid(options)) {
         return false;
     }
-    const auto sizeOf = [](std::uint32_t size) { return size != 0 ? size : MORVANE_LONGEST_MESSAGE; };
-    const std::uint32_t readSize = sizeOf(options.read_size);
-    const std::uint32_t writeSize = sizeOf(options.write_size);
-    const bool hasName = options.name != nullptr && *options.name != '\0';
-    if (options.device_type < 0 || static_cast<std::uint32_t>(options.device_type) > LargestAddress ||
-        options.port > LargestAddress || (options.flags & ~AllFlags) != 0 || readSize > MORVANE_LONGEST_MESSAGE ||
-        writeSize > MORVANE_LONGEST_MESSAGE || (hasName && !IsName(options.name)) ||
-        (!hasName && (options.flags & MORVANE_ATTACH) != 0))
-    {
-        return false;
-    }
-    const std::string_view name = hasName ? options.name : "";
-    settings.registration = {options.device_type, options.port, static_cast<std::int32_t>(readSize),
-                             static_cast<std::int32_t>(writeSize),
-                             hasName ? std::wstring(name.begin(), name.end()) : OwnName()};
     settings.flags = options.flags;
+    PortRegistration& registration = settings.registration;
+    if (options.name != nullptr && *options.name != '\0') {
+        auto name = NameOf(options.name);
+        if (!name) {
+            return false;
+        }
+        registration.pipeName = *std::move(name);
+    } else if (settings.Has(MORVANE_ATTACH)) {
+        return false;
+    } else {
+        registration.pipeName = OwnName();
+    }
+    const auto sizeOf = [](std::uint32_t size) {
+        return static_cast<std::int32_t>(size != 0 ? size : MORVANE_LONGEST_MESSAGE);
+    };
+    registration.deviceType = options.device_type;
+    registration.port = options.port;
+    registration.readSize = sizeOf(options.read_size);
+    registration.writeSize = sizeOf(options.write_size);
+    registration.binding =
+        settings.Has(MORVANE_LATE_BOUND) ? RouterAutomation::Binding::Late : RouterAutomation::Binding::Early;
+    registration.restartsRouter = !settings.Has(MORVANE_NO_RESTART);
     settings.openTimeout = options.open_timeout != 0 ? options.open_timeout : DefaultOpenTimeoutMs;
     settings.queueLimit = options.queue_limit != 0 ? options.queue_limit : DefaultQueueLimit;
     settings.unsolicited = options.unsolicited;

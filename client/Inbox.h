@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -16,6 +17,14 @@ public:
     using Bytes = std::vector<std::uint8_t>;
     using Message = std::shared_ptr<const Bytes>;
     using Queue = std::deque<Message>;
+
+    /// Where a message goes.
+    struct Room
+    {
+        void* buffer;
+        std::uint32_t capacity;
+        std::uint32_t& length;
+    };
 
     /// At most `limit` messages of each kind.
     explicit Inbox(std::size_t limit) : m_limit(limit) {}
@@ -42,6 +51,20 @@ public:
     {
         expected.push_back(std::move(from.front()));
         from.pop_front();
+    }
+    /// False when the first message is longer than the room; it stays then.
+    static bool Take(Queue& from, Room room)
+    {
+        const Bytes& message = *from.front();
+        room.length = static_cast<std::uint32_t>(message.size());
+        if (message.size() > room.capacity) {
+            return false;
+        }
+        if (!message.empty()) {
+            std::memcpy(room.buffer, message.data(), message.size());
+        }
+        from.pop_front();
+        return true;
     }
     void DiscardExpected() noexcept
     {

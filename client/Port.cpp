@@ -18,9 +18,9 @@ std::wstring PathOf(const std::wstring& name)
 
 Port::Port(Settings settings, ComThread& com)
     : m_settings(std::move(settings)),
-      m_com(com),
-      m_registration(std::make_shared<Registration>(m_settings.registration)),
+      m_router(com, m_settings.registration),
       m_inbox(m_settings.queueLimit),
+      m_outbox(m_settings.queueLimit, m_settings.Has(MORVANE_RAW)),
       m_pipe(PathOf(m_settings.registration.pipeName), m_interrupt.Get())
 {
 }
@@ -30,13 +30,19 @@ Result Port::Open()
     if (!m_worker.Start([this] { Work(); })) {
         return {MORVANE_E_MEMORY, ERROR_SUCCESS};
     }
-    if ((m_settings.flags & MORVANE_BACKGROUND) != 0) {
+    if (m_settings.Has(MORVANE_BACKGROUND)) {
         return {};
     }
     const win32::SectionScope scope(m_lock);
     const Call call(*this, m_settings.openTimeout);
     while (m_link == Link::Down) {
         const bool isFinal = m_why.code == MORVANE_E_HELD || m_why.code == MORVANE_E_NOT_REGISTERED;
+        if (call.IsOver() && m_why.code == MORVANE_E_NO_PIPE && !m_events.HasReason()) {
+            // The first try is still pending and will end within a second: only then is it known whether another
+            // client holds the port.
+            m_changed.Wait(m_lock, INFINITE);
+            continue;
+        }
         const Result ended = isFinal ? m_why : Wait(call);
         if (!ended.IsOk()) {
             return ended.code == MORVANE_E_TIMEOUT ? m_why : ended;
@@ -66,7 +72,9 @@ void Port::Close() noexcept
     sender->JoinCancelling(LongestFlushMs);
     m_worker.JoinCancelling(LongestFlushMs);
     // The router waits for the end of a pipe's client when it removes the port: the pipe is closed by now.
-    ReleaseRouter();
+    if (!m_settings.Has(MORVANE_ATTACH)) {
+        m_router.Release();
+    }
 }
 
 Result Port::WaitReady(std::uint32_t timeout)
@@ -109,15 +117,14 @@ Result Port::NextEvent(morvane_event& event, std::uint32_t timeout)
 {
     const win32::SectionScope scope(m_lock);
     const Call call(*this, timeout);
-    while (m_events.empty()) {
+    while (m_events.IsEmpty()) {
         if (const Result ended = Wait(call); !ended.IsOk()) {
             return ended;
         }
     }
     const std::uint32_t size = event.size;
-    event = m_events.front();
+    event = m_events.Take();
     event.size = size;
-    m_events.pop_front();
     UpdateReady();
     return {};
 }
@@ -125,14 +132,10 @@ Result Port::NextEvent(morvane_event& event, std::uint32_t timeout)
 Result Port::WaitHandle(HANDLE& handle)
 {
     const win32::SectionScope scope(m_lock);
-    if (!m_ready.Exists()) {
-        return {MORVANE_E_MEMORY, ERROR_SUCCESS};
-    }
-    m_wantsReady = true;
+    handle = m_ready.Want();
     UpdateReady();
     m_workerWake.WakeOne();
-    handle = m_ready.Get();
-    return {};
+    return {handle != nullptr ? MORVANE_OK : MORVANE_E_MEMORY, ERROR_SUCCESS};
 }
 
 } // namespace clientlib

@@ -2,9 +2,12 @@
 #pragma once
 
 #include "client/ClientPipe.h"
-#include "client/ComThread.h"
 #include "client/Inbox.h"
-#include "client/Registration.h"
+#include "client/Outbox.h"
+#include "client/PortEvents.h"
+#include "client/ReadySignal.h"
+#include "client/RouterHold.h"
+#include "client/Settings.h"
 
 #include "win32/Broadcast.h"
 #include "win32/CriticalSection.h"
@@ -13,24 +16,10 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
-#include <memory>
-#include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
 namespace clientlib {
-
-struct Settings
-{
-    PortRegistration registration;
-    std::uint32_t flags = 0;
-    std::uint32_t openTimeout = 0;
-    std::uint32_t queueLimit = 0;
-    morvane_match unsolicited = nullptr;
-    void* unsolicitedContext = nullptr;
-};
 
 /// Any thread may call any member; only Close must be the last. Two threads serve the port: the worker connects
 /// and reads, the sender (started when it is needed) flushes and writes what is queued. While a client's thread
@@ -40,6 +29,7 @@ class Port
 {
 public:
     using View = std::span<const std::uint8_t>;
+    using Room = Inbox::Room;
 
     Port(Settings settings, ComThread& com);
     ~Port() { Close(); }
@@ -52,13 +42,6 @@ public:
     /// Whether the calling thread is in a callback of this port.
     bool IsInCallback();
 
-    /// Where a message goes.
-    struct Room
-    {
-        void* buffer;
-        std::uint32_t capacity;
-        std::uint32_t& length;
-    };
     enum class Kind { Expected, Unsolicited };
 
     Result Send(View message, std::uint32_t timeout);
@@ -77,10 +60,10 @@ private:
     class Call;
     class Receiver;
     class Flag;
+    class FlushScope;
     class Turn;
     using Clock = std::chrono::steady_clock;
     enum class Link { Down, Up };
-    enum class Gone { Never, Instrument, Router, Reopened };
 
     // Calls; PortCalls.cpp.
     Result Refusal(const Call& call, View message) REQUIRES(m_lock);
@@ -90,8 +73,9 @@ private:
     Result WaitForTurn(const Call& call) REQUIRES(m_lock);
     Result Enqueue(const Call& call, View message) REQUIRES(m_lock);
     Result Write(const Call& call, View message, bool isRequest) REQUIRES(m_lock);
+    Result AwaitQueue(const Call& call) REQUIRES(m_lock);
     Result WriteNow(const Call& call, View message) REQUIRES(m_lock);
-    bool MustWaitToWrite() REQUIRES(m_lock);
+    bool MustWaitToWrite() REQUIRES(m_lock) { return m_writing || m_outbox.MustWait(); }
     Result AwaitReply(const Call& call, morvane_match match, void* context, Room room) REQUIRES(m_lock);
     bool TakeReply(morvane_match match, void* context) REQUIRES(m_lock);
     Result Give(Inbox::Queue& queue, Room room) REQUIRES(m_lock);
@@ -115,19 +99,15 @@ private:
     DWORD ReadingPause() REQUIRES(m_lock);
     void ReadOnce(DWORD milliseconds) REQUIRES(m_lock);
     void LoseConnection(DWORD error) REQUIRES(m_lock);
-    void ReportLoss(Gone gone) REQUIRES(m_lock);
     void NotYet(Result why) REQUIRES(m_lock);
-    void Report(std::int32_t kind, Result why = {}) REQUIRES(m_lock);
     void ReopenAfterPart() REQUIRES(m_lock);
     void Interrupt() REQUIRES(m_lock);
     void ResetInterrupt() REQUIRES(m_lock);
     void WakeAll() REQUIRES(m_lock);
     void UpdateReady() REQUIRES(m_lock);
-    void ReleaseRouter() noexcept;
 
     const Settings m_settings;
-    ComThread& m_com;
-    const std::shared_ptr<Registration> m_registration; // shared with jobs of the COM thread, which alone uses it
+    RouterHold m_router; // the worker's, and Close's after its end
 
     win32::CriticalSection m_lock;
     win32::Broadcast m_changed;            // anything that a call may wait for
@@ -135,29 +115,20 @@ private:
     win32::ConditionVariable m_senderWake;
     const win32::Event m_interrupt{win32::Event::Kind::ManualReset}; // ends a pending read, write or opening
     const win32::Event m_closed{win32::Event::Kind::ManualReset};    // set with m_closing
-    const win32::Event m_ready{win32::Event::Kind::ManualReset};     // morvane_wait_handle's
 
     Link m_link GUARDED_BY(m_lock) = Link::Down;
-    Result m_why GUARDED_BY(m_lock) = {MORVANE_E_TIMEOUT,
-                                       ERROR_SUCCESS}; // what a call gets while the link is down
-    int m_reported GUARDED_BY(m_lock) = MORVANE_OK;    // the last reason told by an event
-    Gone m_gone GUARDED_BY(m_lock) = Gone::Never;      // what the next connection brings back
-    std::uint64_t m_connection GUARDED_BY(m_lock) = 0; // counts connections
-    std::uint64_t m_epoch GUARDED_BY(m_lock) = 0;      // counts cancellations
-    std::uint64_t m_received GUARDED_BY(m_lock) = 0;   // messages
+    Result m_why GUARDED_BY(m_lock){MORVANE_E_TIMEOUT}; // what a call gets while the link is down
+    std::uint64_t m_connection GUARDED_BY(m_lock) = 0;  // counts connections
+    std::uint64_t m_epoch GUARDED_BY(m_lock) = 0;       // counts cancellations
+    std::uint64_t m_received GUARDED_BY(m_lock) = 0;    // messages
     std::uint32_t m_calls GUARDED_BY(m_lock) = 0;
     std::uint32_t m_receivers GUARDED_BY(m_lock) = 0; // calls that read
     Clock::time_point m_lastReceiver GUARDED_BY(m_lock);
-    std::uint32_t m_unanswered GUARDED_BY(m_lock) = 0; // written since the last message that came
     bool m_closing GUARDED_BY(m_lock) = false;
     bool m_reopening GUARDED_BY(m_lock) = false;
     bool m_interrupted GUARDED_BY(m_lock) = false; // m_interrupt is set
     bool m_workerAsleep GUARDED_BY(m_lock) = false;
-    bool m_wantsReady GUARDED_BY(m_lock) = false;
-    bool m_isReady GUARDED_BY(m_lock) = false; // m_ready is set
     bool m_outOfStep GUARDED_BY(m_lock) = false;
-    bool m_untaken GUARDED_BY(m_lock) = false; // the router may not have read the last message
-    bool m_endingReported GUARDED_BY(m_lock) = false;
 
     // Roles; each is one thread's at a time, which leaves the lock while it plays it.
     bool m_reading GUARDED_BY(m_lock) = false;
@@ -166,10 +137,10 @@ private:
     bool m_requesting GUARDED_BY(m_lock) = false;
 
     Inbox m_inbox GUARDED_BY(m_lock);
-    std::deque<std::vector<std::uint8_t>> m_queue GUARDED_BY(m_lock);
-    std::deque<morvane_event> m_events GUARDED_BY(m_lock);
-    std::optional<morvane_event> m_loss GUARDED_BY(m_lock); // not reported yet: whose fault it is is not known
-    std::vector<DWORD> m_inCallback GUARDED_BY(m_lock);     // ids of threads
+    Outbox m_outbox GUARDED_BY(m_lock);
+    PortEvents m_events GUARDED_BY(m_lock);
+    ReadySignal m_ready GUARDED_BY(m_lock);
+    std::vector<DWORD> m_inCallback GUARDED_BY(m_lock); // ids of threads
 
     ClientPipe m_pipe; // Open and Close: the worker's; reading and writing: of the roles
     win32::Thread m_worker;

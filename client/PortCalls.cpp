@@ -1,10 +1,16 @@
 // What a client's calls do.
 #include "client/PortScopes.h"
 
-#include <cstring>
 #include <utility>
 
 namespace clientlib {
+
+namespace {
+
+/// A message was not written, because the router did not read.
+constexpr Result NotRead{MORVANE_E_TIMEOUT, ERROR_SEM_TIMEOUT};
+
+} // namespace
 
 Result Port::Ended(const Call& call) const
 {
@@ -34,7 +40,9 @@ Result Port::WaitForTurn(const Call& call)
 
 Result Port::Refusal(const Call& call, View message)
 {
-    if (message.size() > static_cast<std::size_t>(m_settings.registration.readSize)) {
+    const auto longest = m_settings.Has(MORVANE_RAW) ? MORVANE_LONGEST_MESSAGE
+                                                     : static_cast<std::size_t>(m_settings.registration.readSize);
+    if (message.size() > longest) {
         return {MORVANE_E_TOO_LONG, ERROR_SUCCESS};
     }
     if (const Result ended = Ended(call); !ended.IsOk()) {
@@ -50,7 +58,7 @@ Result Port::Send(View message, std::uint32_t timeout)
 {
     const win32::SectionScope scope(m_lock);
     const Call call(*this, timeout);
-    if ((m_settings.flags & MORVANE_QUEUE) != 0) {
+    if (m_settings.Has(MORVANE_QUEUE)) {
         return Enqueue(call, message);
     }
     if (const Result ended = WaitForTurn(call); !ended.IsOk()) {
@@ -64,43 +72,43 @@ Result Port::Enqueue(const Call& call, View message)
     if (const Result refusal = Refusal(call, message); !refusal.IsOk()) {
         return refusal;
     }
-    if (m_queue.size() >= m_settings.queueLimit) {
+    if (m_outbox.IsFull()) {
         return {MORVANE_E_QUEUE_FULL, ERROR_SUCCESS};
     }
     if (!EnsureSender()) {
         return {MORVANE_E_MEMORY, ERROR_SUCCESS};
     }
-    m_queue.emplace_back(message.begin(), message.end());
+    m_outbox.Push(message);
     m_senderWake.WakeOne();
     return {};
-}
-
-bool Port::MustWaitToWrite()
-{
-    return m_writing || m_untaken || !m_queue.empty();
 }
 
 Result Port::Flush(std::uint32_t timeout)
 {
     const win32::SectionScope scope(m_lock);
     const Call call(*this, timeout);
-    while (MustWaitToWrite()) {
+    const FlushScope flush(*this);
+    while (m_writing || m_outbox.HasUnread()) {
         if (m_link == Link::Down) {
             return m_why;
         }
-        if (!EnsureSender()) {
-            return {MORVANE_E_MEMORY, ERROR_SUCCESS};
-        }
-        m_senderWake.WakeOne();
-        if (const Result ended = Wait(call); !ended.IsOk()) {
+        if (const Result ended = AwaitQueue(call); !ended.IsOk()) {
             return ended;
         }
     }
     return Ended(call);
 }
 
-// The router reads in byte mode: a message that is written before it has read the one before would be merged with
-// it.
+Result Port::AwaitQueue(const Call& call)
+{
+    if (!EnsureSender()) {
+        return {MORVANE_E_MEMORY, ERROR_SUCCESS};
+    }
+    m_senderWake.WakeOne();
+    const Result ended = Wait(call);
+    return ended.code == MORVANE_E_TIMEOUT ? NotRead : ended;
+}
+
 Result Port::Write(const Call& call, View message, bool isRequest)
 {
     for (;;) {
@@ -110,11 +118,7 @@ Result Port::Write(const Call& call, View message, bool isRequest)
         if (!MustWaitToWrite()) {
             break;
         }
-        if (!EnsureSender()) {
-            return {MORVANE_E_MEMORY, ERROR_SUCCESS};
-        }
-        m_senderWake.WakeOne();
-        if (const Result ended = Wait(call); !ended.IsOk()) {
+        if (const Result ended = AwaitQueue(call); !ended.IsOk()) {
             return ended;
         }
     }
@@ -142,20 +146,17 @@ Result Port::WriteNow(const Call& call, View message)
     }
     ResetInterrupt();
     WakeAll();
-    if (!m_queue.empty()) {
+    if (m_outbox.HasWork()) {
         m_senderWake.WakeOne();
     }
     switch (outcome) {
-    case ClientPipe::Outcome::Done:
-        ++m_unanswered;
-        m_untaken = true;
-        return {};
+    case ClientPipe::Outcome::Done: m_outbox.OnWritten(); return {};
     case ClientPipe::Outcome::Broken: LoseConnection(m_pipe.WriteError()); return m_why;
     default: break;
     }
     ReopenAfterPart();
     const Result ended = Ended(call);
-    return ended.IsOk() ? Result{MORVANE_E_TIMEOUT, ERROR_SUCCESS} : ended;
+    return ended.IsOk() ? NotRead : ended;
 }
 
 Result Port::Request(View message, morvane_match match, void* context, Room room, std::uint32_t timeout)
@@ -176,7 +177,7 @@ Result Port::AwaitReply(const Call& call, morvane_match match, void* context, Ro
     const std::uint64_t connection = m_connection;
     for (;;) {
         if (TakeReply(match, context)) {
-            m_untaken = false;
+            m_outbox.SetUnread(false);
             return Give(m_inbox.expected, room);
         }
         Result ended = Ended(call);
@@ -184,13 +185,13 @@ Result Port::AwaitReply(const Call& call, morvane_match match, void* context, Ro
             return ended;
         }
         if (m_connection != connection || m_link == Link::Down) {
-            return {MORVANE_E_LOST, m_why.windowsError};
+            return {MORVANE_E_LOST, m_events.LostBy()};
         }
         if (ended.IsOk() && call.IsOver()) {
             ended.code = MORVANE_E_TIMEOUT;
         }
         if (!ended.IsOk()) {
-            m_outOfStep = true;
+            m_outOfStep = !m_settings.Has(MORVANE_RAW);
             return ended;
         }
         WaitForMessage(call.Left());
@@ -258,12 +259,9 @@ bool Port::SortNext()
 
 void Port::SetAside(Inbox::Queue& from)
 {
-    const std::size_t dropped = m_inbox.SetAside(from);
-    if (dropped != 0) {
-        if (m_events.empty() || m_events.back().kind != MORVANE_EVENT_DROPPED) {
-            Report(MORVANE_EVENT_DROPPED);
-        }
-        m_events.back().count += static_cast<std::uint32_t>(dropped);
+    if (const std::size_t dropped = m_inbox.SetAside(from); dropped != 0) {
+        m_events.Dropped(dropped);
+        WakeAll();
     }
 }
 
@@ -279,15 +277,9 @@ void Port::WaitForMessage(DWORD milliseconds)
 
 Result Port::Give(Inbox::Queue& queue, Room room)
 {
-    const Inbox::Bytes& message = *queue.front();
-    room.length = static_cast<std::uint32_t>(message.size());
-    if (message.size() > room.capacity) {
+    if (!Inbox::Take(queue, room)) {
         return {MORVANE_E_BUFFER, ERROR_SUCCESS};
     }
-    if (!message.empty()) {
-        std::memcpy(room.buffer, message.data(), message.size());
-    }
-    queue.pop_front();
     UpdateReady();
     return {};
 }
@@ -298,6 +290,7 @@ Result Port::Receive(Kind kind, Room room, std::uint32_t timeout)
     const Call call(*this, timeout);
     const Receiver receiver(*this);
     Inbox::Queue& queue = kind == Kind::Expected ? m_inbox.expected : m_inbox.unsolicited;
+    const std::uint64_t connection = m_connection;
     for (bool hasRead = false;; hasRead = true) {
         while (SortNext()) {
         }
@@ -309,6 +302,10 @@ Result Port::Receive(Kind kind, Room room, std::uint32_t timeout)
         }
         if (m_link == Link::Down) {
             return m_why;
+        }
+        if (m_connection != connection) {
+            // The connection broke and came back before this thread saw it.
+            return {MORVANE_E_NO_PIPE, m_events.LostBy()};
         }
         if (hasRead && call.IsOver()) {
             return {MORVANE_E_TIMEOUT, ERROR_SUCCESS};

@@ -1,9 +1,7 @@
 // A port's connection: the worker and the sender.
 #include "client/PortScopes.h"
 
-#include "win32/WaitSet.h"
-
-#include <array>
+#include <algorithm>
 #include <utility>
 
 namespace clientlib {
@@ -21,16 +19,6 @@ constexpr DWORD StartPauseMs = 250;
 
 /// Between two cancels of a flush.
 constexpr DWORD TimeBetweenCancelsMs = 10;
-
-constexpr std::size_t MostEvents = 256;
-
-constexpr DWORD LongestReleaseMs = 10'000;
-
-struct RenewJob
-{
-    win32::Event done{win32::Event::Kind::ManualReset};
-    Registration::Outcome outcome;
-};
 
 } // namespace
 
@@ -62,9 +50,10 @@ void Port::OnWorkerFault()
 
 bool Port::Connect()
 {
+    const ClientPipe::Timeout slice = std::min(OpenSlice, ClientPipe::Timeout(m_settings.openTimeout));
     for (;;) {
         const bool registered = EnsureRegistered();
-        const auto outcome = registered ? m_pipe.Open(OpenSlice) : ClientPipe::Outcome::Stopped;
+        const auto outcome = registered ? m_pipe.Open(slice) : ClientPipe::Outcome::Stopped;
         const win32::SectionScope scope(m_lock);
         ResetInterrupt();
         if (m_closing) {
@@ -85,87 +74,52 @@ bool Port::Connect()
 
 bool Port::EnsureRegistered()
 {
-    if ((m_settings.flags & MORVANE_ATTACH) != 0) {
-        const win32::SectionScope scope(m_lock);
-        OnRegistered({});
-        return true;
-    }
-    const auto job = std::make_shared<RenewJob>();
-    const auto work = [registration = m_registration, job] {
-        job->outcome = registration->Renew();
-        job->done.Set();
-    };
-    if (m_com.Post(work)) {
-        // The job of a port that closes goes on without it.
-        const std::array<HANDLE, 2> either = {m_closed.Get(), job->done.Get()};
-        if (::WaitForMultipleObjects(2, either.data(), FALSE, INFINITE) != WAIT_OBJECT_0 + 1) {
-            return false;
-        }
-    } else {
-        job->outcome.result.code = MORVANE_E_MEMORY;
+    const bool isAttached = m_settings.Has(MORVANE_ATTACH);
+    const auto outcome = isAttached ? Registration::Outcome{} : m_router.Renew(m_closed.Get());
+    if (!outcome) {
+        return false;
     }
     const win32::SectionScope scope(m_lock);
-    OnRegistered(job->outcome);
-    if (!job->outcome.result.IsOk() && !m_closing) {
+    OnRegistered(*outcome);
+    if (!outcome->result.IsOk() && !m_closing) {
         m_workerWake.Wait(m_lock, StartPauseMs);
     }
-    return job->outcome.result.IsOk();
+    return outcome->result.IsOk();
 }
 
 void Port::OnRegistered(const Registration::Outcome& outcome)
 {
     if (outcome.routerLost) {
-        if (!m_loss && m_gone != Gone::Router) {
-            m_loss.emplace();
-        }
-        ReportLoss(Gone::Router);
+        m_events.RouterGone();
     } else if (outcome.result.IsOk()) {
-        ReportLoss(Gone::Instrument);
+        m_events.InstrumentGone();
     }
-    if (outcome.metEnding && !std::exchange(m_endingReported, true)) {
-        Report(MORVANE_EVENT_ROUTER_ENDING, outcome.result);
+    if (outcome.metEnding) {
+        m_events.RouterEnding(outcome.result);
     }
     if (!outcome.result.IsOk()) {
         NotYet(outcome.result);
-    } else if (m_why.code != MORVANE_E_HELD && m_why.code != MORVANE_E_ACCESS) {
+    } else if (m_why.code != MORVANE_E_HELD && m_why.code != MORVANE_E_ACCESS && m_why.code != MORVANE_E_NO_PIPE) {
         m_why = {MORVANE_E_NO_PIPE, ERROR_FILE_NOT_FOUND};
     }
+    WakeAll();
 }
 
 void Port::OnConnected()
 {
-    static constexpr std::array<std::int32_t, 4> Events = {MORVANE_EVENT_CONNECTED, MORVANE_EVENT_INSTRUMENT_BACK,
-                                                           MORVANE_EVENT_ROUTER_BACK, MORVANE_EVENT_REOPENED};
     ++m_connection;
     m_link = Link::Up;
     m_outOfStep = false;
-    m_untaken = false;
-    m_unanswered = 0;
-    m_endingReported = false;
-    m_reported = MORVANE_OK;
-    Report(Events[static_cast<std::size_t>(m_gone)]);
-    m_gone = Gone::Instrument;
+    m_outbox.OnConnected();
+    m_events.Connected();
     m_senderWake.WakeOne();
+    WakeAll();
 }
 
 void Port::NotYet(Result why)
 {
     m_why = why;
-    if (std::exchange(m_reported, why.code) != why.code) {
-        Report(MORVANE_EVENT_NOT_YET, why);
-    }
-}
-
-void Port::Report(std::int32_t kind, Result why)
-{
-    if (m_events.size() >= MostEvents) {
-        m_events.pop_front();
-    }
-    morvane_event event{};
-    event.kind = kind;
-    event.error = why.code;
-    event.windows_error = why.windowsError;
-    m_events.push_back(event);
+    m_events.NotYet(why);
     WakeAll();
 }
 
@@ -176,29 +130,10 @@ void Port::LoseConnection(DWORD error)
     }
     m_link = Link::Down;
     m_why = {MORVANE_E_NO_PIPE, error};
-    m_loss.emplace();
-    m_loss->windows_error = error;
-    m_loss->unanswered = m_unanswered;
-    m_loss->unsent = static_cast<std::uint32_t>(m_queue.size());
-    // Nothing is sent later than the client meant it.
-    m_queue.clear();
+    m_events.Lost(error, m_outbox.Unanswered(), static_cast<std::uint32_t>(m_outbox.Waiting()));
+    m_outbox.Drop();
     m_workerWake.WakeOne();
     WakeAll();
-}
-
-void Port::ReportLoss(Gone gone)
-{
-    if (!m_loss) {
-        return;
-    }
-    m_gone = gone;
-    m_reported = gone == Gone::Router ? MORVANE_E_ROUTER_GONE : MORVANE_E_NO_PIPE;
-    Report(gone == Gone::Router ? MORVANE_EVENT_ROUTER_GONE : MORVANE_EVENT_INSTRUMENT_GONE);
-    morvane_event& event = m_events.back();
-    event.windows_error = m_loss->windows_error;
-    event.unanswered = m_loss->unanswered;
-    event.unsent = m_loss->unsent;
-    m_loss.reset();
 }
 
 void Port::Serve()
@@ -221,7 +156,7 @@ DWORD Port::ReadingPause()
     if (m_reading || m_receivers != 0 || m_inbox.IsFull()) {
         return INFINITE;
     }
-    if (m_wantsReady) {
+    if (m_ready.IsWanted()) {
         return 0;
     }
     const auto since = Clock::now() - m_lastReceiver;
@@ -242,7 +177,7 @@ void Port::ReadOnce(DWORD milliseconds)
     ResetInterrupt();
     if (outcome == ClientPipe::Outcome::Done) {
         ++m_received;
-        m_unanswered = 0;
+        m_outbox.OnMessage();
         (m_settings.unsolicited != nullptr ? m_inbox.fresh : m_inbox.expected)
             .push_back(std::make_shared<const Inbox::Bytes>(std::move(bytes)));
     } else if (outcome == ClientPipe::Outcome::Broken) {
@@ -264,7 +199,7 @@ void Port::Disconnect()
         }
         m_workerWake.Wait(m_lock, TimeBetweenCancelsMs);
     }
-    const bool mayBeUnread = m_link == Link::Up && m_untaken && m_closing;
+    const bool mayBeUnread = m_link == Link::Up && m_outbox.HasUnread() && m_closing;
     {
         const win32::SectionPause pause(m_lock);
         if (mayBeUnread) {
@@ -282,7 +217,7 @@ void Port::Disconnect()
     }
     if (std::exchange(m_reopening, false)) {
         m_link = Link::Down;
-        m_gone = Gone::Reopened;
+        m_events.Reopening();
         m_inbox.DiscardExpected();
     }
     ResetInterrupt();
@@ -298,7 +233,7 @@ void Port::SendQueued()
 {
     const win32::SectionScope scope(m_lock);
     while (!m_closing) {
-        if (m_link == Link::Up && !m_writing && !m_reopening && (m_untaken || !m_queue.empty())) {
+        if (m_link == Link::Up && !m_writing && !m_reopening && m_outbox.HasWork()) {
             SendNext();
         } else {
             m_senderWake.Wait(m_lock, INFINITE);
@@ -310,15 +245,11 @@ void Port::SendQueued()
 /// router has read it.
 void Port::SendNext()
 {
-    const bool onlyFlush = m_untaken;
+    const bool onlyFlush = m_outbox.MustFlush();
+    const bool flushes = onlyFlush || m_outbox.IsFlushedAtOnce();
     const std::uint64_t connection = m_connection;
-    std::vector<std::uint8_t> message;
-    if (!onlyFlush) {
-        message = std::move(m_queue.front());
-        m_queue.pop_front();
-        ++m_unanswered;
-    }
-    bool taken = false;
+    const Outbox::Bytes message = onlyFlush ? Outbox::Bytes() : m_outbox.Next();
+    bool isUnread = true;
     ClientPipe::Outcome outcome = ClientPipe::Outcome::Done;
     {
         const Flag writing(m_writing);
@@ -326,7 +257,7 @@ void Port::SendNext()
         if (!onlyFlush) {
             outcome = m_pipe.Write(message, ClientPipe::Timeout(INFINITE));
         }
-        taken = outcome == ClientPipe::Outcome::Done && m_pipe.Flush();
+        isUnread = !(flushes && outcome == ClientPipe::Outcome::Done && m_pipe.Flush());
     }
     ResetInterrupt();
     if (outcome == ClientPipe::Outcome::Broken) {
@@ -334,7 +265,7 @@ void Port::SendNext()
     } else if (outcome != ClientPipe::Outcome::Done) {
         ReopenAfterPart();
     } else if (m_connection == connection) {
-        m_untaken = !taken;
+        m_outbox.SetUnread(isUnread);
     }
     if (m_closing || m_reopening || m_link == Link::Down) {
         m_workerWake.WakeOne();
@@ -378,30 +309,7 @@ void Port::WakeAll()
 
 void Port::UpdateReady()
 {
-    const bool isReady = m_wantsReady && !(m_inbox.IsEmpty() && m_events.empty());
-    if (std::exchange(m_isReady, isReady) != isReady) {
-        isReady ? m_ready.Set() : m_ready.Reset();
-    }
-}
-
-void Port::ReleaseRouter() noexcept
-{
-    if ((m_settings.flags & MORVANE_ATTACH) != 0) {
-        return;
-    }
-    try {
-        const auto done = std::make_shared<win32::Event>(win32::Event::Kind::ManualReset);
-        const auto work = [registration = m_registration, done] {
-            registration->Release();
-            done->Set();
-        };
-        // A router that hangs must not hold its clients; the release goes on in the background.
-        if (m_com.Post(work)) {
-            done->Wait(LongestReleaseMs);
-        }
-    } catch (...) {
-        // Without memory for the job the router is released with the process.
-    }
+    m_ready.Update(!(m_inbox.IsEmpty() && m_events.IsEmpty()));
 }
 
 } // namespace clientlib

@@ -68,6 +68,19 @@ private:
     Port& m_port;
 };
 
+/// A call that waits until the router has read everything.
+class Port::FlushScope
+{
+public:
+    explicit FlushScope(Port& port) REQUIRES(port.m_lock) : m_port(port) { m_port.m_outbox.BeginFlush(); }
+    ~FlushScope() NO_THREAD_SAFETY_ANALYSIS { m_port.m_outbox.EndFlush(); }
+    FlushScope(const FlushScope&) = delete;
+    FlushScope& operator=(const FlushScope&) = delete;
+
+private:
+    Port& m_port;
+};
+
 /// One of the port's roles.
 class Port::Flag
 {

@@ -54,9 +54,16 @@ Registration::Outcome Registration::Renew()
             return outcome;
         }
         outcome.routerLost = true;
+        if (!m_port.restartsRouter) {
+            m_ended = With(MORVANE_E_ROUTER_GONE, m_router.Error());
+        }
         m_router.Release();
     }
-    if (m_router.Create(RouterAutomation::Binding::Early) == RouterAutomation::Result::Done) {
+    if (!m_ended.IsOk()) {
+        outcome.result = m_ended;
+        return outcome;
+    }
+    if (m_router.Create(m_port.binding) == RouterAutomation::Result::Done) {
         if (Register()) {
             return outcome;
         }

@@ -16,6 +16,8 @@ struct PortRegistration
     std::int32_t readSize = 0;
     std::int32_t writeSize = 0;
     std::wstring pipeName;
+    RouterAutomation::Binding binding = RouterAutomation::Binding::Early;
+    bool restartsRouter = true; // starts a router again that ended after the port was registered
 };
 
 /// What a failed activation means. `routerRuns`: a process of the router's name runs.
@@ -47,6 +49,7 @@ private:
 
     const PortRegistration m_port;
     RouterAutomation m_router;
+    Result m_ended; // not OK: the router has ended and is not started again
 };
 
 } // namespace clientlib

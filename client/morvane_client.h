@@ -3,8 +3,8 @@
  *
  * Every function may be called from any thread, for several ports at once. Functions return MORVANE_OK or a
  * negative MORVANE_E_... code; morvane_error_text says what to do about it, and GetLastError() then holds the
- * Windows error or HRESULT, 0 when there is none. Timeouts are in milliseconds. Texts are ASCII with a
- * terminating zero.
+ * Windows error or HRESULT, 0 when there is none. Timeouts are in milliseconds. Texts have a terminating zero; the
+ * library's are ASCII, names are UTF-8.
  */
 #ifndef MORVANE_CLIENT_H
 #define MORVANE_CLIENT_H
@@ -65,6 +65,16 @@ typedef int(MORVANE_CALL* morvane_match)(void* context, const void* message, uin
 #define MORVANE_BACKGROUND 2u
 /* Another program has registered the port under `name`. The library opens the pipe only and starts no router. */
 #define MORVANE_ATTACH 4u
+/* Your messages carry lengths and numbers of their own: they may reach the instrument merged or in pieces, and you
+   tell a late reply from the right one (morvane_request_match). Sending does not wait until the router has read
+   the message before, `read_size` does not limit a message, both sizes may be up to 0x7FFFFFFF, and a reply that
+   is late does not put the port out of step. */
+#define MORVANE_RAW 8u
+/* Calls the router by name, through IDispatch, as script hosts do: works also where its type library cannot be
+ * used. */
+#define MORVANE_LATE_BOUND 16u
+/* A router that ends after the port was registered is not started again: calls give MORVANE_E_ROUTER_GONE. */
+#define MORVANE_NO_RESTART 32u
 
 /* Fields may be added at the end. Set `size` to sizeof(morvane_options) and what you don't use to 0. */
 typedef struct morvane_options
@@ -75,7 +85,7 @@ typedef struct morvane_options
     uint32_t flags;            /* MORVANE_QUEUE, ... */
     uint32_t read_size;        /* longest message to send; 0 is 65,535 */
     uint32_t write_size;       /* buffer of the pipe for messages to send; 0 is 65,535 */
-    uint32_t open_timeout;     /* 0 is 10,000 */
+    uint32_t open_timeout;     /* 0 is 10,000; see morvane_open */
     uint32_t queue_limit;      /* messages that may wait in each queue; 0 is 1,000 */
     const char* name;          /* of the pipe, without "\\.\pipe\"; null: a name that no other program uses */
     morvane_match unsolicited; /* accepts what belongs to morvane_receive_unsolicited; may be null */
@@ -112,7 +122,8 @@ MORVANE_API const char* MORVANE_CALL morvane_error_name(int error);
 MORVANE_API const char* MORVANE_CALL morvane_error_text(int error);
 
 /* Starts the router if necessary, registers the port and opens its pipe. The first form is for languages without
-   structures. `name` may be null, `timeout` 0 is 10,000. On failure *port is 0. */
+   structures. `name` may be null, `timeout` 0 is 10,000. On failure *port is 0. With a short timeout the call
+   lasts up to a second longer, until it is certain that no other client holds the port. */
 MORVANE_API int MORVANE_CALL morvane_open(int32_t device_type, uint32_t port_number, const char* name,
                                           uint32_t timeout, morvane_port* port);
 MORVANE_API int MORVANE_CALL morvane_open_ex(const morvane_options* options, morvane_port* port);
@@ -120,7 +131,8 @@ MORVANE_API int MORVANE_CALL morvane_open_ex(const morvane_options* options, mor
    Drops what is queued; see morvane_flush. */
 MORVANE_API int MORVANE_CALL morvane_close(morvane_port port);
 
-/* 1 to 65,535 bytes, at most `read_size`. */
+/* 1 to 65,535 bytes, at most `read_size`. MORVANE_E_TIMEOUT with the Windows error 121 (ERROR_SEM_TIMEOUT): the
+   message was not written, because the router did not read; also from morvane_request. */
 MORVANE_API int MORVANE_CALL morvane_send(morvane_port port, const void* message, uint32_t length,
                                           uint32_t timeout);
 /* Waits until the router has read everything that was sent. */

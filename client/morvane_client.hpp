@@ -132,12 +132,17 @@ public:
     template <class Match>
     Bytes RequestMatch(View message, Match&& match, Timeout timeout, int& error) const
     {
-        using Callable = std::remove_reference_t<Match>;
-        const morvane_match call = [](void* context, const void* data, std::uint32_t length) -> int {
-            return (*static_cast<Callable*>(context))(View(static_cast<const std::uint8_t*>(data), length)) ? 1
-                                                                                                            : 0;
-        };
-        return Ask(message, call, const_cast<void*>(static_cast<const void*>(&match)), timeout, error);
+        return Ask(message, Matching<Match>, Context(match), timeout, error);
+    }
+    /// Into the caller's memory, as above.
+    template <class Match>
+    std::size_t RequestMatch(View message, Match&& match, std::span<std::uint8_t> room, Timeout timeout,
+                             int& error) const
+    {
+        std::uint32_t length = 0;
+        error = morvane_request_match(m_port, message.data(), Length(message), Matching<Match>, Context(match),
+                                      room.data(), Length(room), &length, Milliseconds(timeout));
+        return length;
     }
 
     void Resync(Timeout quiet, Timeout timeout, int& error) const noexcept
@@ -166,6 +171,17 @@ public:
 private:
     static constexpr std::size_t FirstRoom = 4096;
 
+    template <class Match>
+    static int MORVANE_CALL Matching(void* context, const void* data, std::uint32_t length)
+    {
+        auto& match = *static_cast<std::remove_reference_t<Match>*>(context);
+        return match(View(static_cast<const std::uint8_t*>(data), length)) ? 1 : 0;
+    }
+    template <class Match>
+    static void* Context(Match& match) noexcept
+    {
+        return const_cast<void*>(static_cast<const void*>(&match));
+    }
     static void Check(int error)
     {
         if (error != MORVANE_OK) {

@@ -72,7 +72,7 @@ morvane_objects32(shared32
     client/ClientPipe.cpp client/RouterAutomation.cpp win32/OverlappedOperation.cpp)
 morvane_objects32(library32
     client/ComThread.cpp client/Errors.cpp client/Exports.cpp client/Library.cpp client/Port.cpp client/PortCalls.cpp
-    client/PortLink.cpp client/Registration.cpp win32/Thread.cpp)
+    client/PortEvents.cpp client/PortLink.cpp client/Registration.cpp client/RouterHold.cpp win32/Thread.cpp)
 set(resource32 ${PROJECT_BINARY_DIR}/x86/client/MorvaneClient.rc.obj)
 add_custom_command(
     OUTPUT ${resource32}

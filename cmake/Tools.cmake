@@ -18,8 +18,8 @@ add_subdirectory(${PROJECT_SOURCE_DIR}/tests/instrument testdriver)
 morvane_module(console USES win32 SOURCES
     CommandLine.cpp Console.cpp HexDump.cpp Version.cpp WholeFile.cpp)
 morvane_module(client USES win32 SOURCES
-    ClientPipe.cpp ComThread.cpp Errors.cpp Library.cpp Port.cpp PortCalls.cpp PortLink.cpp Registration.cpp
-    RouterAutomation.cpp)
+    ClientPipe.cpp ComThread.cpp Errors.cpp Library.cpp Port.cpp PortCalls.cpp PortEvents.cpp PortLink.cpp
+    Registration.cpp RouterAutomation.cpp RouterHold.cpp)
 # The C interface without the DLL (cmake/ClientLibrary.cmake), for the tools.
 add_library(morvane_clientcalls STATIC ${PROJECT_SOURCE_DIR}/client/Exports.cpp)
 target_compile_definitions(morvane_clientcalls PUBLIC MORVANE_CLIENT_STATIC)

@@ -156,8 +156,8 @@ endif()
 
 # The client library as its users have it: the DLL.
 morvane_test_sources(client_sources client
-    LibraryCallTests.cpp LibraryInterfaceTests.cpp LibraryRouterTests.cpp LibrarySoakTests.cpp
-    SampleTests.cpp)
+    LibraryCallTests.cpp LibraryConnectionTests.cpp LibraryInterfaceTests.cpp LibraryRawTests.cpp
+    LibraryRouterTests.cpp LibrarySoakTests.cpp SampleTests.cpp)
 morvane_add_gtest(client_tests SOURCES ${client_sources} ${PROJECT_SOURCE_DIR}/tests/unit/tools/FakePort.cpp
     LIBRARIES MorvaneClient morvane_testsupport morvane_recordingtrace)
 # Its files have helpers of the same names.

@@ -1,5 +1,5 @@
 // The calls of the client library, at a pipe that the test serves as the router serves its own.
-#include "tests/client/AttachedPort.h"
+#include "tests/client/LibraryCalls.h"
 #include "tests/support/PipeClient.h"
 #include "win32/Thread.h"
 
@@ -15,44 +15,6 @@ namespace {
 using morvane::Of;
 using morvane::Timeout;
 using std::chrono::milliseconds;
-
-struct LibraryCalls : testing::Test
-{
-    void Serve(FakePort::Player player, FakePort::Conduct conduct = {})
-    {
-        server.emplace(std::move(player), std::move(conduct));
-        name = Narrow(server->Name());
-        options = AttachTo(name);
-    }
-    void Open()
-    {
-        port = morvane::Port(options, error);
-        ASSERT_EQ(error, MORVANE_OK) << morvane_error_text(error);
-    }
-    /// The reply's text; the error's name when there is none.
-    std::string Ask(std::string_view text, Timeout timeout = Patient)
-    {
-        const morvane::Bytes reply = port.Request(Of(text), timeout, error);
-        return error == MORVANE_OK ? TextOf(reply) : morvane_error_name(error);
-    }
-    std::string Receive(Timeout timeout = Patient)
-    {
-        const morvane::Bytes message = port.Receive(timeout, error);
-        return error == MORVANE_OK ? TextOf(message) : morvane_error_name(error);
-    }
-
-    std::optional<FakePort> server;
-    std::string name;
-    morvane_options options{};
-    int error = MORVANE_OK;
-    morvane::Port port;
-};
-
-/// Answers each message with `reply` in front of it.
-FakePort::Player Answering(std::string reply)
-{
-    return [reply](const std::string& message) { return FakePort::Replies{reply + message}; };
-}
 
 TEST_F(LibraryCalls, ARequestGetsItsReply)
 {
@@ -117,17 +79,6 @@ TEST_F(LibraryCalls, MessagesAreReadWhileNobodyReceives)
     port.Send(go, Patient, error);
     EXPECT_EQ(error, MORVANE_OK);
     EXPECT_TRUE(support::WaitUntil([&] { return written == 2; }));
-}
-
-TEST_F(LibraryCalls, ReceivesGoOnAfterTheirThreadHasEnded)
-{
-    Serve(Echo);
-    Open();
-    // Its end cancels the read that it started.
-    win32::Thread thread;
-    ASSERT_TRUE(thread.Start([&] { EXPECT_EQ(Ask("first"), "first"); }));
-    thread.Join();
-    EXPECT_EQ(Ask("second"), "second");
 }
 
 struct LibraryLateReply : LibraryCalls
@@ -283,15 +234,6 @@ FakePort::Player Slowly(std::vector<std::string>& got)
         ::Sleep(2); // the reader's slowness: what is simulated, not what is waited for
         return FakePort::Replies{};
     };
-}
-
-std::vector<std::string> Numbered(int count)
-{
-    std::vector<std::string> messages;
-    for (int i = 0; i < count; ++i) {
-        messages.push_back("message " + std::to_string(i));
-    }
-    return messages;
 }
 
 TEST_F(LibraryCalls, WithoutTheLibraryQuickMessagesMerge)
@@ -511,126 +453,6 @@ TEST_F(LibraryCalls, TheWaitHandleIsSetWhileThereIsSomething)
     EXPECT_TRUE(support::WaitFor(ready));
     EXPECT_EQ(Receive(Timeout(0)), "x");
     EXPECT_EQ(::WaitForSingleObject(ready, 0), static_cast<DWORD>(WAIT_TIMEOUT));
-}
-
-struct LibraryBrokenPipe : LibraryCalls
-{};
-
-TEST_F(LibraryBrokenPipe, ARequestThatBreaksIsReportedAndNotRepeated)
-{
-    std::vector<std::string> got;
-    Serve(
-        [&](const std::string& message) {
-            got.push_back(message);
-            return FakePort::Replies{message};
-        },
-        {.breaksAtFirst = 0, .breaksAtMessage = 2, .messages = true, .greeting = {}});
-    Open();
-    EXPECT_EQ(Ask("one"), "one");
-    EXPECT_EQ(Ask("two"), "MORVANE_E_LOST");
-    const auto gone = AwaitEvent(port, MORVANE_EVENT_INSTRUMENT_GONE);
-    ASSERT_TRUE(gone);
-    EXPECT_EQ(gone->unanswered, 1u);
-    EXPECT_EQ(gone->windows_error, static_cast<std::uint32_t>(ERROR_BROKEN_PIPE));
-    EXPECT_TRUE(AwaitEvent(port, MORVANE_EVENT_INSTRUMENT_BACK));
-    EXPECT_EQ(Ask("three"), "three");
-    port.Close();
-    server.reset();
-    EXPECT_EQ(got, (std::vector<std::string>{"one", "two", "three"}));
-}
-
-TEST_F(LibraryBrokenPipe, QueuedMessagesAreCountedAndDropped)
-{
-    std::atomic<int> got{0};
-    const win32::Event begin(win32::Event::Kind::ManualReset);
-    Serve(
-        [&](const std::string&) {
-            begin.Wait(INFINITE);
-            ++got;
-            return FakePort::Replies{};
-        },
-        {.breaksAtFirst = 0, .breaksAtMessage = 1, .messages = true, .greeting = {}});
-    options.flags |= MORVANE_QUEUE;
-    Open();
-    for (const std::string& message : Numbered(10)) {
-        port.Send(Of(message), Timeout(0), error);
-        ASSERT_EQ(error, MORVANE_OK);
-    }
-    begin.Set();
-    const auto gone = AwaitEvent(port, MORVANE_EVENT_INSTRUMENT_GONE);
-    ASSERT_TRUE(gone);
-    EXPECT_GE(gone->unanswered, 1u);
-    EXPECT_EQ(gone->unanswered + gone->unsent, 10u);
-    port.WaitReady(Patient, error);
-    EXPECT_EQ(error, MORVANE_OK);
-    port.Close();
-    server.reset();
-    EXPECT_EQ(got, 1) << "a dropped message was sent later";
-}
-
-TEST_F(LibraryBrokenPipe, CallsSayThatTheInstrumentIsMissing)
-{
-    Serve(Echo);
-    Open();
-    server.reset();
-    EXPECT_EQ(Receive(), "MORVANE_E_NO_PIPE");
-    EXPECT_EQ(Ask("x"), "MORVANE_E_NO_PIPE");
-    port.WaitReady(milliseconds(10), error);
-    EXPECT_EQ(error, MORVANE_E_NO_PIPE);
-}
-
-TEST_F(LibraryBrokenPipe, WhatCameBeforeCanBeReceived)
-{
-    Serve([](const std::string& message) { return FakePort::Replies{message, "rest"}; },
-          {.breaksAtFirst = 0, .breaksAtMessage = 2, .messages = true, .greeting = {}});
-    Open();
-    EXPECT_EQ(Ask("one"), "one");
-    ASSERT_TRUE(support::WaitUntil([&] { return Receive(Timeout(0)) == "rest"; }));
-    port.Send(Of("two"), Patient, error);
-    EXPECT_TRUE(AwaitEvent(port, MORVANE_EVENT_INSTRUMENT_GONE));
-}
-
-struct LibraryOpen : LibraryCalls
-{};
-
-TEST_F(LibraryOpen, SitsOutAPipeThatIsRecreated)
-{
-    Serve(Echo, {.breaksAtFirst = 5, .breaksAtMessage = 0, .messages = true, .greeting = {}});
-    Open();
-    EXPECT_EQ(Ask("x"), "x");
-    EXPECT_EQ(server->Connections(), 6);
-}
-
-TEST_F(LibraryOpen, SaysThatAnotherClientHoldsThePort)
-{
-    Serve(Echo);
-    Open();
-    const morvane::Port second(options, error);
-    EXPECT_EQ(error, MORVANE_E_HELD);
-    EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_PIPE_BUSY));
-    EXPECT_EQ(second.Get(), 0u);
-}
-
-TEST_F(LibraryOpen, SaysThatThePipeDoesNotAppear)
-{
-    name = "NobodyServesThis";
-    options = AttachTo(name);
-    options.open_timeout = 50;
-    const morvane::Port absent(options, error);
-    EXPECT_EQ(error, MORVANE_E_NO_PIPE);
-    EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-}
-
-TEST_F(LibraryOpen, InTheBackgroundReportsWhatItWaitsFor)
-{
-    name = Narrow(support::UniqueName(L"Background"));
-    options = AttachTo(name);
-    options.flags |= MORVANE_BACKGROUND;
-    Open();
-    const auto notYet = AwaitEvent(port, MORVANE_EVENT_NOT_YET);
-    ASSERT_TRUE(notYet);
-    EXPECT_EQ(notYet->error, MORVANE_E_NO_PIPE);
-    EXPECT_EQ(Ask("x"), "MORVANE_E_NO_PIPE");
 }
 
 } // namespace

@@ -115,6 +115,42 @@ TEST_F(LibraryAndRouter, ARouterThatIsKilledIsReportedAndStartedAgain)
     EXPECT_EQ(Ask(port, "two"), "two");
 }
 
+TEST_F(LibraryAndRouter, ARouterThatIsKilledStaysEndedOnRequest)
+{
+    StartInstrument();
+    morvane_options options = Options();
+    options.flags = MORVANE_NO_RESTART;
+    Open(options);
+    EXPECT_EQ(Ask(port, "one"), "one");
+    const win32::KernelHandle router(::OpenProcess(PROCESS_TERMINATE, FALSE, FindProgram(RouterName)));
+    ASSERT_TRUE(::TerminateProcess(router.Get(), 1));
+    EXPECT_TRUE(AwaitEvent(port, MORVANE_EVENT_ROUTER_GONE));
+    ForgetKilledServers();
+    // A new one would be started at once, and again every 250 ms.
+    port.WaitReady(Timeout(3000), error);
+    EXPECT_EQ(error, MORVANE_E_ROUTER_GONE);
+    EXPECT_EQ(FindProgram(RouterName), 0U);
+}
+
+TEST_F(LibraryAndRouter, ALateBoundPortNeedsNoTypeLibrary)
+{
+    StartInstrument();
+    // What early binding is marshalled by.
+    ASSERT_EQ(::RegDeleteTreeW(HKEY_CLASSES_ROOT, L"TypeLib\\{B58E0F3C-61D2-4A7E-8C19-5D0A3E6B9F24}"),
+              ERROR_SUCCESS);
+    morvane_options options = Options();
+    options.flags = MORVANE_BACKGROUND;
+    Open(options);
+    const auto notYet = AwaitEvent(port, MORVANE_EVENT_NOT_YET);
+    ASSERT_TRUE(notYet);
+    ASSERT_EQ(notYet->error, MORVANE_E_NO_START) << "the test below proves nothing";
+    port.Close();
+    options = Options();
+    options.flags = MORVANE_LATE_BOUND;
+    Open(options);
+    EXPECT_EQ(Ask(port, "hello"), "hello");
+}
+
 TEST_F(LibraryAndRouter, APortThatAnotherClientRegisteredIsLeftAlone)
 {
     StartInstrument();

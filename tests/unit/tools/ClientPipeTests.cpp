@@ -115,6 +115,32 @@ TEST_F(ClientPipeTest, AReplyThatIsLateIsReadByTheNextRead)
     EXPECT_EQ(message, Of("x"));
 }
 
+/// Cancels what is pending on the client's end of the process's only pipe, as Windows does when the thread that
+/// started it ends.
+void CancelPendingRead()
+{
+    for (std::uintptr_t number = 4; number < 0x1000; number += 4) {
+        const auto handle = reinterpret_cast<HANDLE>(number);
+        DWORD flags = 0;
+        if (::GetNamedPipeInfo(handle, &flags, nullptr, nullptr, nullptr) != FALSE &&
+            (flags & PIPE_SERVER_END) == 0)
+        {
+            ::CancelIoEx(handle, nullptr);
+        }
+    }
+}
+
+TEST_F(ClientPipeTest, AReadThatWindowsHasCancelledGoesOn)
+{
+    FakePort port(Echo);
+    ClientPipe pipe(port.Path(), stop.Get());
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    CancelPendingRead();
+    ASSERT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Done);
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
+    EXPECT_EQ(message, Of("x"));
+}
+
 TEST_F(ClientPipeTest, TheLongestPayloadFits)
 {
     const std::string longest(65535, 'x');
