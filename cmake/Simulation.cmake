@@ -54,15 +54,19 @@ target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST
 # GCC 12, optimising for this machine, takes the vector of an empty optional for one that is used.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/instrument/Output.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
-add_executable(simulate_seeds ${simulated_product} ${simulation})
-morvane_unity(simulate_seeds)
-morvane_unity(simulation_kernel)
-target_link_libraries(simulate_seeds PRIVATE simulation_kernel)
+add_library(simulated_product OBJECT ${simulated_product})
+target_link_libraries(simulated_product PUBLIC morvane_simulated)
+add_executable(simulate_seeds ${simulation})
+target_link_libraries(simulate_seeds PRIVATE simulated_product simulation_kernel)
+
+foreach(target simulation_kernel simulated_product simulate_seeds)
+    morvane_unity(${target})
+endforeach()
 
 if(MORVANE_SANITIZE_THREADS)
     target_compile_definitions(simulation_kernel PRIVATE SIMULATION_TSAN)
-    target_compile_options(simulate_seeds PRIVATE -fsanitize=thread)
-    target_link_options(simulate_seeds PRIVATE -fsanitize=thread)
+    target_compile_options(simulated_product PUBLIC -fsanitize=thread)
+    target_link_options(simulated_product INTERFACE -fsanitize=thread)
 endif()
 
 set(MORVANE_SIMULATED_SEEDS 4000 CACHE STRING "Seeds of the test run")
@@ -77,3 +81,7 @@ add_test(NAME ${MORVANE_TEST_PREFIX}simulated_faults
     COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_FAULTY_SEEDS} --faults all --quiet)
 set_tests_properties(${MORVANE_TEST_PREFIX}simulated_seeds ${MORVANE_TEST_PREFIX}simulated_faults PROPERTIES
     LABELS simulation TIMEOUT 900 COST 300)
+
+if(MORVANE_HAVE_GOOGLETEST)
+    include(SimulatedUnits)
+endif()

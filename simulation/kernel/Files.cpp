@@ -5,7 +5,11 @@
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/World.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <string>
+#include <string_view>
 
 using namespace sim;
 
@@ -22,9 +26,15 @@ HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/, SECURITY_ATT
     return std::strncmp(name, "\\\\.\\pipe\\", 9) == 0 ? OpenPipe(name) : OpenDevice(name);
 }
 
-HANDLE CreateFileW(const wchar_t* /*name*/, DWORD /*access*/, DWORD /*share*/, SECURITY_ATTRIBUTES* /*security*/,
-                   DWORD /*disposition*/, DWORD /*flags*/, HANDLE /*pattern*/)
+HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flags, HANDLE pattern)
 {
+    const std::wstring_view wide = name;
+    if (wide.starts_with(L"\\\\.\\pipe\\")) {
+        std::string narrow;
+        std::ranges::transform(wide, std::back_inserter(narrow), [](wchar_t c) { return static_cast<char>(c); });
+        return CreateFileA(narrow.c_str(), access, share, security, disposition, flags, pattern);
+    }
     Call call("CreateFileW");
     call.Refuse(ERROR_FILE_NOT_FOUND);
     return INVALID_HANDLE_VALUE;

@@ -42,6 +42,11 @@ bool IsNoHandle(HANDLE handle)
     return handle == nullptr || handle == INVALID_HANDLE_VALUE;
 }
 
+bool IsOpen(HANDLE handle)
+{
+    return Slot(handle) != nullptr;
+}
+
 Object& ObjectOf(HANDLE handle)
 {
     Ref<Object>* const slot = Slot(handle);
@@ -88,11 +93,17 @@ BOOL CloseHandle(HANDLE handle)
     if (slot == nullptr) {
         Fault("a handle that is not open is closed");
     }
-    const Ref<Object> object = *slot;
+    const Ref<Object> object = *slot; // the slots may move meanwhile
+    // Who was let through and has yet to look again does that first.
+    while (std::ranges::any_of(object->waiters,
+                               [](const Fiber* fiber) { return fiber->state == Fiber::State::Runnable; }))
+    {
+        Point("CloseHandle");
+    }
     if (!object->waiters.empty()) {
         Fault("a handle is closed that a thread waits for");
     }
-    slot->reset();
+    Slot(handle)->reset();
     object->OnClosed();
     return TRUE;
 }

@@ -91,6 +91,7 @@ struct Objects
 HANDLE AddHandle(const Ref<Object>& object);
 /// Null and INVALID_HANDLE_VALUE, which every call refuses.
 bool IsNoHandle(HANDLE handle);
+bool IsOpen(HANDLE handle);
 /// A handle that is not open is a fault: the product is not to use one.
 Object& ObjectOf(HANDLE handle);
 /// The wrong kind is a fault too.

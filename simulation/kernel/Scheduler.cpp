@@ -357,7 +357,9 @@ Outcome Run(const Options& options, const std::function<void()>& main)
     world.reset();
     static bool isWarm = false; // what is made once in a process is made in its first run
     const bool mayLeak = Switches::Total()[static_cast<std::size_t>(Switch::DeviceKeepsRequest)].yes != keptBefore;
-    if (isWarm && !mayLeak && outcome.fault.empty() && BlocksInUse() != blocksBefore + outcome.OwnBlocks()) {
+    if (options.countsMemory && isWarm && !mayLeak && outcome.fault.empty() &&
+        BlocksInUse() != blocksBefore + outcome.OwnBlocks())
+    {
         outcome.fault = "blocks of memory that are left: " + std::to_string(BlocksInUse() - blocksBefore);
     }
     isWarm = true;

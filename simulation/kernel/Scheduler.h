@@ -27,6 +27,7 @@ struct Options
     FaultLevel faults = FaultLevel::Some;
     Injection injection;
     bool isCalm = false;      // no switch of Windows but the usual way, no time jump: a run to compare others with
+    bool countsMemory = true; // what is left at the end is a fault; not where statics may keep something
     bool prints = false;      // every event to standard output
     bool keepsEvents = false; // the last ones, for a report
     int stackFill = 0;        // byte that fresh stacks and memory hold; 0: whatever was there

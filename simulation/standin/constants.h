@@ -58,3 +58,8 @@
 #define REG_OPTION_NON_VOLATILE 0u
 #define REG_SZ                  1u
 #define REG_DWORD               4u
+
+#define DUPLICATE_SAME_ACCESS 2u
+#define REG_EXPAND_SZ         2u
+#define REG_BINARY            3u
+#define WM_QUIT               0x12u

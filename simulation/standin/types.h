@@ -76,6 +76,8 @@ struct OVERLAPPED
     HANDLE hEvent;
 };
 
+using LPOVERLAPPED = OVERLAPPED*;
+
 struct CRITICAL_SECTION
 {
     std::uint32_t magic;

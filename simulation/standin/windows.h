@@ -102,3 +102,13 @@ LSTATUS RegEnumKeyExW(HKEY key, DWORD index, wchar_t* name, DWORD* length, DWORD
 // What MinGW's <stdio.h> and <time.h> have beyond the standard.
 std::FILE* _wfopen(const wchar_t* name, const wchar_t* mode);
 int localtime_s(std::tm* to, const std::time_t* from);
+
+// What only the unit tests call.
+BOOL DuplicateHandle(HANDLE fromProcess, HANDLE handle, HANDLE toProcess, HANDLE* copy, DWORD access,
+                     BOOL inherits, DWORD options);
+BOOL GetHandleInformation(HANDLE handle, DWORD* flags);
+DWORD GetCurrentProcessId() noexcept;
+HANDLE CreateNamedPipeW(const wchar_t* name, DWORD openMode, DWORD pipeMode, DWORD instances, DWORD outSize,
+                        DWORD inSize, DWORD timeout, SECURITY_ATTRIBUTES* security);
+BOOL PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, DWORD* read, DWORD* available, DWORD* leftOfMessage);
+BOOL PostThreadMessageW(DWORD thread, UINT message, std::uintptr_t word, std::intptr_t number);

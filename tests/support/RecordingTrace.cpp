@@ -1,9 +1,9 @@
 #include "tests/support/RecordingTrace.h"
 
+#include "tests/support/WaitUntil.h"
 #include "trace/TraceSink.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -15,7 +15,6 @@ namespace {
 struct Record
 {
     std::mutex lock;
-    std::condition_variable changed;
     // Guarded by `lock`.
     std::vector<TraceLine> lines;
     bool dumpsWanted = false;
@@ -41,7 +40,6 @@ public:
             m_record.lines.push_back({device, classMask, text});
             hook = m_record.hook;
         }
-        m_record.changed.notify_all();
         if (hook) {
             hook(text);
         }
@@ -130,8 +128,7 @@ std::size_t RecordingTrace::Count(std::string_view part)
 
 bool RecordingTrace::WaitForLine(std::string_view part, std::chrono::milliseconds timeout, std::size_t times)
 {
-    std::unique_lock guard(TheRecord().lock);
-    return TheRecord().changed.wait_for(guard, timeout, [&] { return CountIn(TheRecord().lines, part) >= times; });
+    return WaitUntil([&] { return Count(part) >= times; }, timeout);
 }
 
 void RecordingTrace::WantDumps(bool wanted)

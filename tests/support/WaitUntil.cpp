@@ -9,9 +9,9 @@ bool WaitFor(HANDLE object, std::chrono::milliseconds timeout)
 
 bool WaitUntil(const std::function<bool()>& holds, std::chrono::milliseconds timeout)
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    const ULONGLONG deadline = ::GetTickCount64() + static_cast<ULONGLONG>(timeout.count());
     while (!holds()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
+        if (::GetTickCount64() >= deadline) {
             return false;
         }
         ::Sleep(1); // between two looks; the condition ends the wait, not the pause

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -208,7 +207,7 @@ TEST(CommandQueue, WhoWaitsAloneNeedsNoEventAndGetsEverythingInOrder)
             queue.Push(std::make_unique<CSerialPortCommand>(reinterpret_cast<const std::uint8_t*>(&number),
                                                             sizeof number, true, false));
             if (number % 3 == 0) {
-                std::this_thread::yield(); // lets the consumer run empty and sleep now and then
+                ::Sleep(0); // lets the consumer run empty and sleep now and then
             }
         }
     });

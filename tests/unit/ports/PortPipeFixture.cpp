@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 
 PortPipe::PortPipe()
 {
@@ -39,6 +40,11 @@ void PortPipe::Connect()
     }));
 }
 
+bool PortPipe::ClientIsOut()
+{
+    return client.WaitForBreak(std::chrono::milliseconds(0));
+}
+
 void PortPipe::SendToClient(const std::string& payload)
 {
     port->Send(&transport, {reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size()});
@@ -58,20 +64,24 @@ void PortPipe::LeaveUnread()
 
 void PortPipe::WhileWriting(const std::function<void()>& action)
 {
-    const win32::Event writing(win32::Event::Kind::ManualReset);
-    const win32::Event go(win32::Event::Kind::ManualReset);
+    struct Moments
+    {
+        win32::Event writing{win32::Event::Kind::ManualReset};
+        win32::Event go{win32::Event::Kind::ManualReset};
+    };
+    const auto moments = std::make_shared<Moments>(); // the port's thread may still be in the hook at the end
     RecordingTrace::WantDumps(true);
-    RecordingTrace::OnLine([&](const std::string& line) {
+    RecordingTrace::OnLine([moments](const std::string& line) {
         if (line.starts_with("DEV<-PCR[03,01][004]")) {
-            writing.Set();
-            go.Wait(20'000);
+            moments->writing.Set();
+            moments->go.Wait(20'000);
         }
     });
     SendToClient("hold");
-    ASSERT_TRUE(support::WaitFor(writing.Get()));
+    ASSERT_TRUE(support::WaitFor(moments->writing.Get()));
     action();
     RecordingTrace::OnLine(nullptr);
-    go.Set();
+    moments->go.Set();
 }
 
 testing::AssertionResult PortPipe::Traced(const std::string& text, std::int32_t device, std::uint32_t classMask)

@@ -44,6 +44,8 @@ protected:
 
     InspectedPort& Make(std::int32_t readSize = 4096, std::int32_t writeSize = 4096, PortOptions options = {});
     void Connect();
+    /// Whether the port has closed the pipe that the client has open.
+    bool ClientIsOut();
     void SendToClient(const std::string& payload);
     /// Answers every submitted packet as a transport does whose writes begin at once.
     void CompleteAtOnce();

@@ -62,12 +62,13 @@ TEST_F(PortPipeTraces, AClientThatDoesNotRead)
     Make(64);
     Connect();
     for (int packet = 0; packet < 3; ++packet) {
-        SendToClient(std::string(60, 'x'));
+        SendToClient(std::string(60'000, 'x'));
     }
     ASSERT_TRUE(RecordingTrace::WaitForLine("Write permission denied"));
-    EXPECT_TRUE(Traced("CCDevicePortPipe::PipeProcessThread(" + fullName +
-                           ") Write permission denied, 1 To-Device packets, 0 From-Device packets",
-                       3, PipeClass));
+    // Windows may give the pipe a buffer larger than asked for, which takes the first.
+    const std::string denied = "CCDevicePortPipe::PipeProcessThread(" + fullName + ") Write permission denied, ";
+    EXPECT_TRUE(Traced(denied + "1 To-Device packets, 0 From-Device packets", 3, PipeClass) ||
+                Traced(denied + "2 To-Device packets, 0 From-Device packets", 3, PipeClass));
 }
 
 } // namespace

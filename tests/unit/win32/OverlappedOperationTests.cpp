@@ -41,7 +41,7 @@ protected:
         OverlappedOperation write;
         DWORD written = 0;
         ASSERT_TRUE(write.Write(m_client.Get(), text.data(), static_cast<DWORD>(text.size())));
-        ASSERT_TRUE(WaitFor(write.EventHandle()));
+        ASSERT_TRUE(write.CompletedAtStart() || WaitFor(write.EventHandle()));
         ASSERT_TRUE(write.Finish(m_client.Get(), written));
     }
 
@@ -103,7 +103,7 @@ TEST_F(OverlappedOperationTest, AReadBehindTheDataGetsItToo)
     ClientSays("early");
     OverlappedOperation read;
     ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
-    ASSERT_TRUE(WaitFor(read.EventHandle()));
+    ASSERT_TRUE(read.CompletedAtStart() || WaitFor(read.EventHandle()));
     ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
     EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "early");
 }
@@ -122,7 +122,6 @@ TEST_F(OverlappedOperationTest, TellsWhetherItWasCompleteAtItsStart)
     ClientSays("early");
     ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
     EXPECT_TRUE(read.CompletedAtStart());
-    EXPECT_TRUE(WaitFor(read.EventHandle(), std::chrono::milliseconds(0)));
     ASSERT_TRUE(read.Finish(m_server.Get(), m_transferred));
     EXPECT_FALSE(read.CompletedAtStart());
     EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "early");
@@ -217,7 +216,7 @@ TEST_F(OverlappedOperationTest, DestructionEndsWhatIsUnderWay)
     // The message was not eaten by a read that nobody owns.
     OverlappedOperation read;
     ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
-    ASSERT_TRUE(WaitFor(read.EventHandle()));
+    ASSERT_TRUE(read.CompletedAtStart() || WaitFor(read.EventHandle()));
     EXPECT_TRUE(read.Finish(m_server.Get(), m_transferred));
     EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "late");
 }

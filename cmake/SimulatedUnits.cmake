@@ -1,0 +1,21 @@
+# The unit tests of the core in the simulated Windows, from the same sources as for Windows.
+morvane_simulated(simulated_tests FOLDER tests/unit/win32 SOURCES
+    HandleTests.cpp OnDemandEventTests.cpp OverlappedOperationTests.cpp TextTests.cpp ThreadTests.cpp
+    WaitSetTests.cpp)
+morvane_simulated(simulated_tests FOLDER tests/unit/trace SOURCES PacketTextTests.cpp)
+morvane_simulated(simulated_tests FOLDER tests/unit/ports SOURCES
+    CommandTests.cpp PortPipeFixture.cpp PortPipeLimitTests.cpp PortPipeRecreateTests.cpp PortPipeStopTests.cpp
+    PortPipeTests.cpp PortPipeTraceTests.cpp)
+morvane_simulated(simulated_tests FOLDER tests/unit/transport SOURCES
+    DispatchTests.cpp SimulationTests.cpp SubmitTests.cpp)
+morvane_simulated(simulated_tests FOLDER tests/support SOURCES
+    PipeClient.cpp RecordingTrace.cpp UniqueName.cpp WaitUntil.cpp)
+morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Main.cpp)
+
+add_executable(simulated_units ${simulated_tests})
+target_link_libraries(simulated_units PRIVATE simulated_product simulation_kernel morvane_googletest)
+morvane_unity(simulated_units)
+
+set(MORVANE_SIMULATED_UNIT_SEEDS 100 CACHE STRING "Seeds of each unit test of the core in the test run")
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_units COMMAND simulated_units --seeds ${MORVANE_SIMULATED_UNIT_SEEDS})
+set_tests_properties(${MORVANE_TEST_PREFIX}simulated_units PROPERTIES LABELS simulation TIMEOUT 900 COST 300)

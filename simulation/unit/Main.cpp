@@ -1,0 +1,232 @@
+// The unit tests of the core in the simulated Windows: each test in a process of its own, once for each seed.
+#include "simulation/kernel/Scheduler.h"
+#include "simulation/kernel/Switches.h"
+#include "simulation/kernel/World.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+struct Arguments
+{
+    std::uint64_t first = 1, count = 100;
+    std::string only; // part of the names of the tests to run
+    bool prints = false;
+};
+
+struct LeftOut
+{
+    std::string_view test, why;
+};
+
+constexpr std::string_view Import = "it replaces an import, and here is no import table";
+constexpr LeftOut AllLeftOut[] = {
+    {"OverlappedOperationTest.ACancelThatFindsNothingStillWaitsForTheResult", Import},
+    {"SimulationAtOnce.ReadsAndWritesHaveTheirEnd", Import},
+    {"PipeReadThread.HasTheEndOfReadsThatAreDoneAtOnce", Import},
+    {"Simulation.AWriteThatIsRefusedIsTracedAndANewConnectionMade", Import},
+    {"Submit.ThreadsThatCannotStartAreTraced", Import},
+    {"Dispatch.EveryGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists",
+     "it writes a file, and here are none"},
+    {"UniqueHandle.ResetSaysWhetherTheCloseWorked", "it closes a handle twice, which here ends the run"},
+    {"ModulePath.NamesTheRunningProgram", "here the program has the router's path"},
+    {"Thread.JoinWaitsForTheBodyAndNotForWhatEndsTheThreadLater", "its thread_local object would be all threads'"},
+    {"Thread.JoinCancellingEndsBlockingCallsAgainAndAgain", "it reads a pipe synchronously"},
+    {"OverlappedOperationTest.AControlIsPendingUntilItIsAnswered", "it sends a control to a pipe"},
+    {"OverlappedOperationTest.ARefusedControlTellsWhyAtItsFinish", "it sends a control to a pipe"},
+};
+
+struct Assumption
+{
+    std::string_view test;
+    sim::Switch never;
+};
+
+/// What a test takes for granted and Windows does not promise; the product does not.
+constexpr Assumption Assumptions[] = {
+    {"OverlappedOperationTest.TellsWhetherItWasCompleteAtItsStart", sim::Switch::PendingThoughDone},
+    {"OverlappedOperationTest.CancellingTakesWhatWasDoneAtOnce", sim::Switch::PendingThoughDone},
+    {"Simulation.ASimulatorThatWritesAndVanishesAtOnceIsNoticedEveryTime", sim::Switch::NameBusyWhileOpen},
+    {"Simulation.AFailedAttemptIsFollowedByTheNextAfterTenMilliseconds", sim::Switch::TimeoutEarly},
+};
+
+/// Says what failed, and nothing else.
+class FailuresOnly final : public testing::EmptyTestEventListener
+{
+    void OnTestPartResult(const testing::TestPartResult& result) override
+    {
+        if (result.failed()) {
+            std::printf("  %s:%d: %s\n", result.file_name() != nullptr ? result.file_name() : "?",
+                        result.line_number(), result.message());
+        }
+    }
+};
+
+bool RunOnce(const std::string& test, std::uint64_t seed, bool prints)
+{
+    sim::Options options;
+    options.seed = seed;
+    options.faults = sim::FaultLevel::None;
+    options.countsMemory = false; // recorded traces outlive the run
+    options.prints = prints;
+    bool passed = false;
+    const sim::Outcome outcome = sim::Run(options, [&] {
+        // Tests write before they read.
+        sim::TheWorld().switches.Fix(sim::Switch::QuotaIsZero);
+        for (const Assumption& assumption : Assumptions) {
+            if (assumption.test == test) {
+                sim::TheWorld().switches.Fix(assumption.never);
+            }
+        }
+        passed = RUN_ALL_TESTS() == 0;
+    });
+    if (passed && outcome.fault.empty()) {
+        return true;
+    }
+    std::printf("%s, seed %llu: %s\n  replay it: ./simulate --units --only %s --seed %llu --trace\n", test.c_str(),
+                static_cast<unsigned long long>(seed), outcome.fault.empty() ? "failed" : outcome.fault.c_str(),
+                test.c_str(), static_cast<unsigned long long>(seed));
+    return false;
+}
+
+bool RunTest(const std::string& test, const Arguments& arguments)
+{
+    GTEST_FLAG_SET(filter, test);
+    for (std::uint64_t i = 0; i < arguments.count; ++i) {
+        if (!RunOnce(test, arguments.first + i, arguments.prints)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// A process of its own: what a test leaves in static variables, and a crash, is no other's.
+bool RunInChild(const std::string& test, const Arguments& arguments)
+{
+    std::fflush(stdout);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool passed = RunTest(test, arguments);
+        std::fflush(stdout);
+        std::_Exit(passed ? 0 : 1);
+    }
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child) {
+        std::perror("simulate");
+        return false;
+    }
+    if (WIFSIGNALED(status)) {
+        std::printf("%s: ended by signal %d\n", test.c_str(), WTERMSIG(status));
+    }
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/// Null when it is not.
+const LeftOut* WhyLeftOut(std::string_view test)
+{
+    const auto* const at = std::ranges::find(AllLeftOut, test, &LeftOut::test);
+    return at != std::end(AllLeftOut) ? at : nullptr;
+}
+
+std::vector<std::string> NamesWith(const std::string& part)
+{
+    std::vector<std::string> names;
+    const testing::UnitTest& all = *testing::UnitTest::GetInstance();
+    for (int i = 0; i < all.total_test_suite_count(); ++i) {
+        const testing::TestSuite& suite = *all.GetTestSuite(i);
+        for (int j = 0; j < suite.total_test_count(); ++j) {
+            const testing::TestInfo& test = *suite.GetTestInfo(j);
+            std::string name = std::string(suite.name()) + "." + test.name();
+            if (name.find(part) != std::string::npos) {
+                names.push_back(std::move(name));
+            }
+        }
+    }
+    return names;
+}
+
+int RunTests(const Arguments& arguments)
+{
+    std::size_t run = 0, failed = 0;
+    for (const std::string& name : NamesWith(arguments.only)) {
+        if (const LeftOut* const leftOut = WhyLeftOut(name); leftOut != nullptr) {
+            std::printf("left out: %s: %s\n", name.c_str(), leftOut->why.data());
+            continue;
+        }
+        ++run;
+        failed += RunInChild(name, arguments) ? 0 : 1;
+    }
+    std::printf("%zu tests with %llu seeds each: %zu failed\n", run,
+                static_cast<unsigned long long>(arguments.count), failed);
+    return run != 0 && failed == 0 ? 0 : 1;
+}
+
+bool Parse(int count, char** words, Arguments& arguments)
+{
+    for (int i = 1; i < count; ++i) {
+        const std::string_view word = words[i];
+        if (word == "--trace") {
+            arguments.prints = true;
+            continue;
+        }
+        if (i + 1 == count) {
+            return false;
+        }
+        if (word == "--only") {
+            arguments.only = words[++i];
+            continue;
+        }
+        char* end = nullptr;
+        const std::uint64_t number = std::strtoull(words[i + 1], &end, 10);
+        if (number == 0 || *end != '\0') {
+            return false;
+        }
+        if (word == "--seeds") {
+            arguments.count = number;
+        } else if (word == "--seed") {
+            arguments.first = number;
+            arguments.count = 1;
+        } else {
+            return false;
+        }
+        ++i;
+    }
+    return true;
+}
+
+[[noreturn]] void OnTerminate()
+{
+    if (sim::IsRunning()) {
+        sim::Fault("the process ends by an exception that nobody catches");
+    }
+    std::abort();
+}
+
+} // namespace
+
+int main(int count, char** words)
+{
+    testing::InitGoogleTest(&count, words);
+    Arguments arguments;
+    if (!Parse(count, words, arguments)) {
+        std::fputs("usage: ./simulate --units [--seeds N | --seed K [--trace]] [--only PART_OF_A_NAME]\n", stderr);
+        return 2;
+    }
+    std::set_terminate(OnTerminate);
+    testing::TestEventListeners& listeners = testing::UnitTest::GetInstance()->listeners();
+    delete listeners.Release(listeners.default_result_printer());
+    listeners.Append(new FailuresOnly);
+    return RunTests(arguments);
+}
