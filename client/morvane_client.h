@@ -2,9 +2,9 @@
  * MorvaneClient.dll: a client of the port router in ten lines. docs/clients.md explains how to use it.
  *
  * Every function may be called from any thread, for several ports at once. Functions return MORVANE_OK or a
- * negative MORVANE_E_... code; morvane_error_text says what to do about it, and GetLastError() then holds the
- * Windows error or HRESULT, 0 when there is none. Timeouts are in milliseconds. Texts have a terminating zero; the
- * library's are ASCII, names are UTF-8.
+ * negative MORVANE_E_... code; morvane_error_text says what to do about it. After an error GetLastError() holds
+ * the Windows error or HRESULT, 0 when there is none. Timeouts are in milliseconds. Texts have a terminating zero;
+ * the library's are ASCII, names are UTF-8.
  */
 #ifndef MORVANE_CLIENT_H
 #define MORVANE_CLIENT_H
@@ -84,7 +84,7 @@ typedef struct morvane_options
     uint32_t port;             /* 0 to 254; 0, 0 is the firmware downloader's */
     uint32_t flags;            /* MORVANE_QUEUE, ... */
     uint32_t read_size;        /* longest message to send; 0 is 65,535 */
-    uint32_t write_size;       /* buffer of the pipe for messages to send; 0 is 65,535 */
+    uint32_t write_size;       /* what the pipe holds of messages to send; 0 is 65,535 */
     uint32_t open_timeout;     /* 0 is 10,000; see morvane_open */
     uint32_t queue_limit;      /* messages that may wait in each queue; 0 is 1,000 */
     const char* name;          /* of the pipe, without "\\.\pipe\"; null: a name that no other program uses */

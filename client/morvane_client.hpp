@@ -1,5 +1,5 @@
-// MorvaneClient.dll for C++20: a port as an object. Header only, so the DLL's interface stays plain C. Each call
-// comes twice: with an `int& error` it does not throw, without one it throws morvane::Error.
+// MorvaneClient.dll for C++20: a port as an object. Header only, so the DLL's interface stays plain C. A call
+// with an `int& error` does not throw; one without it throws morvane::Error. The commonest have both forms.
 #pragma once
 
 #include "morvane_client.h"
