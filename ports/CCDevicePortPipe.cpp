@@ -26,7 +26,8 @@ CCDevicePortPipe::~CCDevicePortPipe()
     if (m_flushLimitMs == 0) {
         m_Worker.Join();
     } else {
-        // FlushFileBuffers has no timeout: it blocks until the client has read everything or is gone.
+        // "FlushFileBuffers function": on a pipe it returns only when the client has read everything, without a
+        // timeout.
         const ULONGLONG passed = ::GetTickCount64() - m_stopBegan;
         m_Worker.JoinCancelling(passed < m_flushLimitMs ? static_cast<DWORD>(m_flushLimitMs - passed) : 0);
     }
@@ -51,6 +52,8 @@ void CCDevicePortPipe::PipeProcessThread()
             OnPipePacket(message);
         }).Run();
     } catch (...) {
+        m_state.IsPipeConnected = false; // or Send would queue without end for a client that nothing serves
+        m_state.OutQueue.DestroyAll();
         Trace(DeviceType(), trace::DevicePipe, "CCDevicePortPipe::PipeProcessThread failed, port not served");
     }
 }

@@ -104,9 +104,9 @@ TEST_F(PortPipeStopped, SaysSoAndEmptiesItsQueue)
     });
     Connect();
     ASSERT_TRUE(client.Write("last request"));
-    EXPECT_TRUE(support::WaitUntil([&] { return port->IsStopping(); }));
+    ASSERT_TRUE(RecordingTrace::WaitForLine("PipeProcessThread Ended"));
+    EXPECT_EQ(destroyed, 1) << "by the worker; the port's own end comes later";
     port.reset();
-    EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(RecordingTrace::Count("(" + fullName + ") PipeProcessThread shutting down..."), 1u);
     EXPECT_EQ(RecordingTrace::Count("CCDevicePortPipe::PipeProcessThread Ended (" + fullName + ")"), 1u);
     EXPECT_EQ(RecordingTrace::Count("DEV<-PCR"), 0u) << "the packet was not written";

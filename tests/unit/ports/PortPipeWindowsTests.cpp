@@ -5,6 +5,7 @@
 #include <process.h>
 
 #include <atomic>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -272,8 +273,26 @@ TEST_F(PortPipeOnWindows, AWorkerWithoutEventsIsTraced)
     RecordingTrace::Clear();
     const PatchedImport patch("CreateEventW", reinterpret_cast<void*>(RefuseEvent));
     Make();
-    EXPECT_TRUE(RecordingTrace::WaitForLine("has no events, port not served (" + fullName + ")"));
+    const std::string text =
+        "CCDevicePortPipe::PipeProcessThread has no events, port not served (" + fullName + ")";
+    EXPECT_TRUE(RecordingTrace::WaitForLine(text));
+    EXPECT_TRUE(Traced(text, 3, 0x40004));
     port.reset();
+}
+
+TEST_F(PortPipe, AWorkerThatFailsIsTracedAndNothingIsQueuedForIt)
+{
+    Make();
+    transport.OnSend([] { throw std::runtime_error("thrown by the test"); });
+    Connect();
+    ASSERT_TRUE(client.Write("request"));
+    const std::string text = "CCDevicePortPipe::PipeProcessThread failed, port not served";
+    ASSERT_TRUE(RecordingTrace::WaitForLine(text));
+    EXPECT_TRUE(Traced(text, 3, 0x40004));
+    EXPECT_TRUE(client.WaitForBreak());
+    SendToClient("for a client that is gone");
+    EXPECT_EQ(port->Queue().GetCount(), 0);
+    EXPECT_TRUE(Traced("DEV<-PCR[03,01] ** NO_CONNECTION **", 3, 0x20002));
 }
 
 } // namespace

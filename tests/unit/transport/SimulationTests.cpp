@@ -382,6 +382,15 @@ TEST_F(PipeReadThread, WithoutAPipeEndsAtOnce)
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 0u);
 }
 
+TEST_F(PipeReadThread, TracesAReadThatIsRefused)
+{
+    simulator.reset(); // from now on the pipe is broken
+    ASSERT_TRUE(reader.Start([this] { Read(pipe.Get()); }));
+    EXPECT_TRUE(RecordingTrace::WaitForLine("Reply-receive failed(109), reconnecting..."));
+    path.connection.m_hStopRead.Set();
+    reader.Join();
+}
+
 TEST_F(PipeReadThread, HasTheEndOfReadsThatAreDoneAtOnce)
 {
     hooks::atOnceWithoutEvent = true;

@@ -1,4 +1,5 @@
 #include "tests/support/AllocationCount.h"
+#include "tests/support/PatchedImport.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
@@ -167,6 +168,21 @@ TEST_F(Submit, ThreadsThatCannotStartAreTraced)
     EXPECT_EQ(hooks::refusedThreads.exchange(0), 0);
     EXPECT_EQ(RecordingTrace::Count("the command thread cannot be started(8)"), 1u);
     EXPECT_EQ(RecordingTrace::Count("the reply thread cannot be started(8)"), 1u);
+}
+
+HANDLE WINAPI RefuseEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR)
+{
+    return nullptr;
+}
+
+TEST_F(Submit, CommandThreadsWithoutEventsAreTraced)
+{
+    const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(RefuseEvent));
+    for (const bool simulation : {true, false}) {
+        const CCyUSBDriver other(simulation, host);
+    }
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationCommandProcessThread() cannot run"), 1u);
+    EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::USBCommandProcessThread() cannot run"), 1u);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // Finding the instrument among the devices, and letting go of it.
+#include "tests/support/PatchedImport.h"
 #include "tests/unit/transport/Hooks.h"
 #include "tests/unit/transport/UsbFixture.h"
 #include "usb/ControlCodes.h"
@@ -35,7 +36,8 @@ protected:
         ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed", support::DefaultTimeout, before + 2));
         EXPECT_FALSE(driver->IsConnected());
     }
-    /// Starts, and of ten times from a line with `from` to the next one with `to` returns the shortest.
+    static constexpr int Procedures = 10;
+    /// Starts, and of so many times from a line with `from` to the next one with `to` returns the shortest.
     std::chrono::steady_clock::duration ShortestTime(std::string_view from, std::string_view to)
     {
         using Clock = std::chrono::steady_clock;
@@ -58,7 +60,7 @@ protected:
         Start();
         EXPECT_TRUE(support::WaitUntil([&] {
             const std::lock_guard guard(times.lock);
-            return times.count >= 10;
+            return times.count >= Procedures;
         }));
         driver.reset();
         return times.shortest;
@@ -300,17 +302,16 @@ TEST_F(UsbConnect, AFirstReadThatFailsIsFollowedByTheNextProcedureAfterTenMillis
 TEST_F(UsbConnect, ALaterReadThatFailsIsFollowedByTheNextProcedureAtOnce)
 {
     bus.Plug(0, Instrument());
-    Rule refuses = For(In, Action::Fail);
-    refuses.status = StatusIoDeviceError;
-    refuses.skip = 1;
-    bus.SetRule(refuses);
-    for (int block = 0; block < 200; ++block) {
+    // The second read of each connection fails. A rule does not count what those before it were applied to.
+    for (std::uint32_t connection = 1; connection <= 3 * Procedures; ++connection) {
+        Rule refuses = For(In, Action::Fail, 1);
+        refuses.status = StatusIoDeviceError;
+        refuses.skip = connection;
+        bus.SetRule(refuses);
+        Feed("a block");
         Feed("a block");
     }
-    Start();
-    ASSERT_TRUE(RecordingTrace::WaitForLine("Reply-receive failed("));
-    ASSERT_NO_FATAL_FAILURE(AwaitLoss());
-    EXPECT_FALSE(driver->m_connection.m_bFirstReadFailed);
+    EXPECT_LT(ShortestTime("Reply-receive failed(", "NotifyState(Not Connected)"), TenMilliseconds);
 }
 
 TEST_F(UsbConnect, AReadThreadThatCannotStartIsTracedAndTriedAgain)
@@ -326,6 +327,44 @@ TEST_F(UsbConnect, AReadThreadThatCannotStartIsTracedAndTriedAgain)
     ASSERT_NO_FATAL_FAILURE(AwaitConnection());
     Send("served");
     EXPECT_TRUE(NextIs("served"));
+}
+
+// Replaces CreateEventW, which only the read thread is refused.
+const support::PatchedImport* replacedEvents = nullptr;
+std::atomic<DWORD> testThread{0};
+std::atomic<DWORD> commandThread{0}; // 0: no thread is refused one
+std::atomic<int> refusedEvents{0};
+
+HANDLE WINAPI RefuseReadThread(LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL set, LPCWSTR name)
+{
+    const DWORD thread = ::GetCurrentThreadId();
+    if (commandThread != 0 && thread != commandThread && thread != testThread) {
+        ++refusedEvents;
+        commandThread = 0;
+        return nullptr;
+    }
+    return replacedEvents->Original<decltype(::CreateEventW)>()(security, manual, set, name);
+}
+
+TEST_F(UsbConnect, AReadThreadWithoutAnEventIsTracedAndTriedAgain)
+{
+    const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(RefuseReadThread));
+    replacedEvents = &patch;
+    testThread = ::GetCurrentThreadId();
+    refusedEvents = 0;
+    bus.Plug(0, Instrument());
+    onLine = [done = false](const std::string& line) mutable {
+        if (line == "CCyUSBDriver::NotifyState(Connected)" && !std::exchange(done, true)) {
+            commandThread = ::GetCurrentThreadId();
+        }
+    };
+    Start();
+    ASSERT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() cannot run: "));
+    EXPECT_EQ(refusedEvents, 1);
+    ASSERT_NO_FATAL_FAILURE(AwaitConnection());
+    Send("served");
+    EXPECT_TRUE(NextIs("served"));
+    driver.reset(); // before the replacement
 }
 
 TEST_F(UsbConnect, AnExceptionInTheCommandThreadIsTracedAndANewConnectionMade)

@@ -1,6 +1,7 @@
 // Aborted transfers: the driver may let go of them late, or never, and must never write into memory in other
 // hands.
 #include "tests/support/AllocationCount.h"
+#include "tests/support/PatchedImport.h"
 #include "tests/unit/usb/UsbFixture.h"
 #include "usb/ControlCodes.h"
 
@@ -46,6 +47,24 @@ TEST_F(Aborts, OnAnIdleEndpointIsHarmlessWhenTheDriverRefuses)
     EXPECT_FALSE(Endpoint(Out)->Abort());
     ASSERT_TRUE(Write(write, Pattern(10)));
     EXPECT_TRUE(End(write).worked);
+}
+
+HANDLE WINAPI RefuseEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR)
+{
+    return nullptr;
+}
+
+TEST_F(Aborts, WithoutAnEventAreNotAsked)
+{
+    Connect();
+    {
+        const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(RefuseEvent));
+        EXPECT_FALSE(Endpoint(Out)->Abort());
+        EXPECT_EQ(::GetLastError(), DWORD{ERROR_NO_SYSTEM_RESOURCES});
+    }
+    EXPECT_EQ(bus.Count(0).aborts, 0u);
+    EXPECT_TRUE(Endpoint(Out)->Abort());
+    EXPECT_EQ(bus.Count(0).aborts, 1u);
 }
 
 TEST_F(Aborts, OfATransferObjectThatHasNothingUnderWayAsksNobody)

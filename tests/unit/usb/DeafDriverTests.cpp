@@ -84,6 +84,12 @@ TEST_F(DeafDriver, AnAbortThatIsKeptIsGivenUp)
 TEST_F(DeafDriver, AllCallsTogetherHaveASecondWhileStopping)
 {
     UsbDevice kept(nullptr, InstrumentInterface, true, stoppable);
+    // With a second for each call these would take longer than a busy machine does.
+    std::vector<std::unique_ptr<UsbDevice>> further;
+    for (ULONGLONG ms = 0; ms < SoonMs; ms += usb::CallLimits::StopMs) {
+        further.push_back(std::make_unique<UsbDevice>(nullptr, InstrumentInterface, true, stoppable));
+        ASSERT_TRUE(further.back()->IsOpen());
+    }
     usb::BulkTransfer write;
     bus.SetRule(For(Out, Deaf));
     HoldFor(kept, Out, write);
@@ -96,6 +102,10 @@ TEST_F(DeafDriver, AllCallsTogetherHaveASecondWhileStopping)
                   write.Abandon();
                   kept.ResetParentPort();
                   kept.Close();
+                  for (const auto& each : further) {
+                      each->ResetParentPort();
+                      each->Close();
+                  }
               }),
               SoonMs);
     EXPECT_EQ(kept.KeptByDrivers(), 4u);
