@@ -16,8 +16,8 @@ bool CDebugOptionDlg::Create(HINSTANCE program, IDebugOptionsHost& host)
     ::CreateDialogParamW(program, MAKEINTRESOURCEW(IDD_DEBUG_OPTIONS), nullptr, &DialogProc,
                          reinterpret_cast<LPARAM>(this));
     m_exists = m_window != nullptr;
-    // The shell that starts again tells everybody, but Windows keeps that from a router with more rights than the
-    // shell.
+    // A shell that starts again broadcasts this message ("The Taskbar"). Without the filter's leave it does not
+    // reach a router with more rights than the shell ("ChangeWindowMessageFilterEx function").
     ::ChangeWindowMessageFilterEx(m_window, m_taskbarCreated, MSGFLT_ALLOW, nullptr);
     return m_exists;
 }
@@ -62,13 +62,15 @@ bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_WINDOWPOSCHANGED: OnPositionChanged(*reinterpret_cast<const WINDOWPOS*>(lParam)); return false;
     case WM_TIMER: OnTimer(); return true;
     case TrayIcon::CallbackMessage:
-        // DM_GETDEFID has the same number and no parameters; a message of the icon has the mouse message.
+        // DM_GETDEFID has the same number and no parameters ("DM_GETDEFID message"); a message of the icon has the
+        // mouse message ("Shell_NotifyIconW function").
         if (lParam == 0) {
             return false;
         }
         OnTrayCallback(lParam);
         return true;
     case WM_CONTEXTMENU: return true;
+    // "WM_QUERYENDSESSION message": answer TRUE, and end only with WM_ENDSESSION.
     case WM_QUERYENDSESSION: ::SetWindowLongPtrW(m_window, DWLP_MSGRESULT, TRUE); return true;
     case WM_ENDSESSION: OnEndSession(wParam != FALSE); return true;
     case WM_COMMAND: return OnCommand(LOWORD(wParam), HIWORD(wParam));

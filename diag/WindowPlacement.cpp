@@ -15,7 +15,7 @@ struct Placement
     std::uint32_t height = 500;
 };
 
-/// Where Windows keeps a minimised window, which is no place to show one.
+/// Where Windows keeps a minimised window, on no screen. No page promises the number.
 constexpr auto MinimisedOrigin = static_cast<std::uint32_t>(-32000);
 
 RECT ToRectangle(const Placement& placement)

@@ -87,8 +87,8 @@ bool UsbLink::Query(std::uint8_t index)
 }
 
 // A foreign device after the chosen one made the scan close the chosen one, whose endpoints are gone. Each Open
-// enumerates again, and Windows promises no order: another device at that index, even one of the same product, is
-// left to the next scan.
+// enumerates again, and no order of the devices is promised ("SetupDiEnumDeviceInterfaces function"): another
+// device at that index, even one of the same product, is left to the next scan.
 void UsbLink::ReopenChosen(const Choice& chosen)
 {
     m_endpoints = {};

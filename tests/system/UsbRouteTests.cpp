@@ -1,9 +1,11 @@
 // The whole road over USB: clients, the built router, the kernel driver, the built InstrumentBus.
+#include "tests/instrument/InstrumentControl.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/BusProcess.h"
 #include "tests/system/ServedPort.h"
+#include "usb/ControlCodes.h"
 
 #include <gtest/gtest.h>
 
@@ -102,6 +104,31 @@ TEST_F(UsbRoute, AnInstrumentThatIsUnpluggedAndPluggedAgainIsServedAgainWithFres
         Plug();
         ASSERT_TRUE(served::Open(client, name));
     }
+}
+
+TEST_F(UsbRoute, ADriverThatKeepsItsRequestsDoesNotKeepTheRouter)
+{
+    Plug();
+    ASSERT_TRUE(session.Activate());
+    PipeClient client;
+    Open(client, 3, 1);
+    instrumentbus::InstrumentControl driver;
+    instrumentbus::Rule deaf{};
+    deaf.actions = instrumentbus::Hold | instrumentbus::Stubborn;
+    constexpr std::uint8_t In = 0x86;
+    deaf.endpoint = In;
+    driver.SetRule(deaf);
+    ASSERT_TRUE(client.Write("the read after its answer is kept"));
+    ASSERT_TRUE(driver.WaitFor(0, In, [](const instrumentbus::Counters& c) { return c.held == 1; }));
+    for (const std::uint32_t control : {usb::ControlAbortPipe, usb::ControlResetParentPort}) {
+        deaf.code = control;
+        driver.SetRule(deaf);
+    }
+    client.Close();
+    session.Release();
+    EXPECT_EQ(session.WaitForEnd(), 0u);
+    EXPECT_EQ(driver.Count(0, In).held, 1u) << "the driver has it still";
+    driver.Release(0);
 }
 
 TEST_F(UsbRoute, ARouterThatIsThereBeforeTheInstrumentServesItOnceItIsPlugged)

@@ -192,8 +192,10 @@ TEST_F(LogFileTest, FullDiskLosesLinesAndNothingElse)
     file.Close();
     const Lines lines = ReadLines(m_path);
     ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(WithoutStamp(lines.at(0)), "******** Begin Logging ********") << "it is still the same file";
     EXPECT_EQ(lines.at(1), "room again");
     EXPECT_EQ(WithoutStamp(lines.at(2)), "********* End Logging *********");
+    EXPECT_FALSE(Exists(m_backup));
 }
 
 /// A log whose rotation has moved the full file aside and could not open the next one.

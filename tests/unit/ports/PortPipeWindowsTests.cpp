@@ -90,6 +90,23 @@ TEST_F(PortPipeCreation, RestrictedRejectsRemoteClientsAndHasSecurity)
     EXPECT_TRUE(support::WaitUntil([&] { return transport.Count() == 1; }));
 }
 
+BOOL WINAPI RefuseToken(HANDLE, DWORD, PHANDLE)
+{
+    ::SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+TEST_F(PortPipeCreation, RestrictedIsNotMadeWithoutItsSecurity)
+{
+    const PatchedImport patch("OpenProcessToken", reinterpret_cast<void*>(RefuseToken));
+    Make(1000, 2000, {.restrictPipe = true});
+    const std::string text = "(" + fullName + ") Pipe cannot be restricted (5), not created";
+    ASSERT_TRUE(RecordingTrace::WaitForLine(text));
+    EXPECT_TRUE(Traced(text, 3, 0x40004));
+    EXPECT_FALSE(isCreated);
+    port.reset();
+}
+
 TEST_F(PortPipeCreation, ControlCharactersAreShownInTracesOnly)
 {
     const std::string odd = name + "\n\x1F";
