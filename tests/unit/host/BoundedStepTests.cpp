@@ -1,10 +1,16 @@
 #include "host/BoundedStep.h"
 
+#include "host/CDebugOptionsLock.h"
+#include "host/TraceFrontEnd.h"
+#include "tests/support/PatchedImport.h"
 #include "tests/support/TestSupport.h"
+#include "tests/unit/host/RecordingOutput.h"
+#include "trace/Trace.h"
 #include "win32/Event.h"
 
 #include <gtest/gtest.h>
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 
@@ -33,6 +39,27 @@ TEST(BoundedStep, AStepThatHangsIsLeftToItselfAfterItsLimit)
     EXPECT_FALSE(*ended);
     release->Set();
     EXPECT_TRUE(support::WaitUntil([&] { return ended->load(); })) << "it goes on";
+}
+
+std::uintptr_t __cdecl RefuseThread(void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned, unsigned*)
+{
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return 0;
+}
+
+TEST(BoundedStep, AStepWithoutAThreadRunsOnTheCallersAndIsTraced)
+{
+    RecordingOutput output;
+    TraceFrontEnd frontEnd(output);
+    {
+        const CDebugOptionsLock lock(frontEnd.Gate());
+        frontEnd.Publish(OptionsFor(trace::RouterChannel, trace::General));
+    }
+    const support::PatchedImport patch("_beginthreadex", reinterpret_cast<void*>(RefuseThread));
+    DWORD thread = 0;
+    EXPECT_TRUE(EndsWithin(60'000, [&] { thread = ::GetCurrentThreadId(); }));
+    EXPECT_EQ(thread, ::GetCurrentThreadId());
+    EXPECT_EQ(output.Count("EndsWithin() no thread, error 8"), 1U);
 }
 
 TEST(BoundedStep, AStepThatThrowsHasEnded)

@@ -76,6 +76,23 @@ TEST_F(RouterObject, GivesEachPortTheOptionsOfPorts)
     EXPECT_EQ(router->Unregister(3, 1), S_OK) << "returns although the client does not read";
 }
 
+TEST_F(RouterObject, TheReadSizeBoundsAMessageTheWriteSizeDoesNot)
+{
+    const auto router = Create();
+    const std::wstring name = support::UniqueName(L"Sizes");
+    ASSERT_EQ(router->Register(3, 1, 16, 3000, Bstr(name).Get()), S_OK);
+    support::PipeClient client;
+    ASSERT_TRUE(support::WaitUntil([&] {
+        return client.Open(win32::ToAnsi(name)) &&
+               support::WaitUntil([&] { return m_host.ports.FindPort({3, 1})->IsPipeConnected(); },
+                                  std::chrono::seconds(1));
+    }));
+    ASSERT_TRUE(client.Write(std::string(40, 'x')));
+    ASSERT_TRUE(support::WaitUntil([&] { return m_host.transport.Count() == 3; }));
+    EXPECT_EQ(m_host.transport.TheSent()[0].payload, std::string(16, 'x'));
+    EXPECT_EQ(m_host.transport.TheSent()[2].payload, std::string(8, 'x'));
+}
+
 TEST_F(RouterObject, RegistersAPortOnce)
 {
     const auto router = Create();
