@@ -38,6 +38,7 @@ constexpr LeftOut AllLeftOut[] = {
     {"PipeReadThread.HasTheEndOfReadsThatAreDoneAtOnce", Import},
     {"Simulation.AWriteThatIsRefusedIsTracedAndANewConnectionMade", Import},
     {"Submit.ThreadsThatCannotStartAreTraced", Import},
+    {"Submit.CommandThreadsWithoutEventsAreTraced", Import},
     {"Dispatch.EveryGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists",
      "it writes a file, and here are none"},
     {"UniqueHandle.ResetSaysWhetherTheCloseWorked", "it closes a handle twice, which here ends the run"},

@@ -170,7 +170,7 @@ TEST_F(Submit, ThreadsThatCannotStartAreTraced)
     EXPECT_EQ(RecordingTrace::Count("the reply thread cannot be started(8)"), 1u);
 }
 
-HANDLE WINAPI RefuseEvent(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR)
+HANDLE WINAPI RefuseEvent(SECURITY_ATTRIBUTES*, BOOL, BOOL, const wchar_t*)
 {
     return nullptr;
 }
