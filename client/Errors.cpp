@@ -40,8 +40,9 @@ constexpr std::array Entries = {
                                "morvane_reopen before the next one."),
     ENTRY(MORVANE_E_OUT_OF_STEP, "The reply to an earlier request may still come: call morvane_resync or "
                                  "morvane_reopen, then send again."),
-    ENTRY(MORVANE_E_LOST, "The connection broke before the reply came, and the instrument may have carried the "
-                          "request out or not: call morvane_wait_ready, ask for its state, then decide."),
+    ENTRY(MORVANE_E_LOST,
+          "The connection broke before the reply came, and the instrument may have carried the "
+          "request out or not: call morvane_wait_ready and morvane_resync, ask for its state, then decide."),
     ENTRY(MORVANE_E_QUEUE_FULL, "Too many messages wait to be written: call morvane_flush or send more slowly."),
     ENTRY(MORVANE_E_NO_PIPE, "The port's pipe does not exist: connect the instrument and switch it on, wait until "
                              "its firmware is loaded, or find the other client that has registered the same port "

@@ -37,9 +37,11 @@ Result Port::Open()
     const Call call(*this, m_settings.openTimeout);
     while (m_link == Link::Down) {
         const bool isFinal = m_why.code == MORVANE_E_HELD || m_why.code == MORVANE_E_NOT_REGISTERED;
-        if (call.IsOver() && m_why.code == MORVANE_E_NO_PIPE && !m_events.HasReason()) {
-            // The first try is still pending and will end within a second: only then is it known whether another
-            // client holds the port.
+        const bool mayTryFirst =
+            m_why.code == MORVANE_E_NO_PIPE || (m_why.code == MORVANE_E_TIMEOUT && m_settings.Has(MORVANE_ATTACH));
+        if (call.IsOver() && mayTryFirst && !m_events.HasReason()) {
+            // The first try has not begun, or is still pending and will end within a second: only then is it known
+            // whether another client holds the port.
             m_changed.Wait(m_lock, INFINITE);
             continue;
         }
@@ -93,6 +95,7 @@ Result Port::Reopen(std::uint32_t timeout)
 {
     {
         const win32::SectionScope scope(m_lock);
+        m_step = Step::InWhenReopened;
         if (m_link == Link::Up && !m_closing) {
             ++m_epoch;
             m_reopening = true;

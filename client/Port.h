@@ -8,7 +8,6 @@
 #include "client/ReadySignal.h"
 #include "client/RouterHold.h"
 #include "client/Settings.h"
-
 #include "win32/Broadcast.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
@@ -43,7 +42,6 @@ public:
     bool IsInCallback();
 
     enum class Kind { Expected, Unsolicited };
-
     Result Send(View message, std::uint32_t timeout);
     Result Flush(std::uint32_t timeout);
     Result Receive(Kind kind, Room room, std::uint32_t timeout);
@@ -64,6 +62,7 @@ private:
     class Turn;
     using Clock = std::chrono::steady_clock;
     enum class Link { Down, Up };
+    enum class Step { In, Out, InWhenReopened }; // Out: the reply to an earlier request may still come
 
     // Calls; PortCalls.cpp.
     Result Refusal(const Call& call, View message) REQUIRES(m_lock);
@@ -76,6 +75,7 @@ private:
     Result AwaitQueue(const Call& call) REQUIRES(m_lock);
     Result WriteNow(const Call& call, View message) REQUIRES(m_lock);
     bool MustWaitToWrite() REQUIRES(m_lock) { return m_writing || m_outbox.MustWait(); }
+    void LeaveStep() REQUIRES(m_lock);
     Result AwaitReply(const Call& call, morvane_match match, void* context, Room room) REQUIRES(m_lock);
     bool TakeReply(morvane_match match, void* context) REQUIRES(m_lock);
     Result Give(Inbox::Queue& queue, Room room) REQUIRES(m_lock);
@@ -128,7 +128,7 @@ private:
     bool m_reopening GUARDED_BY(m_lock) = false;
     bool m_interrupted GUARDED_BY(m_lock) = false; // m_interrupt is set
     bool m_workerAsleep GUARDED_BY(m_lock) = false;
-    bool m_outOfStep GUARDED_BY(m_lock) = false;
+    Step m_step GUARDED_BY(m_lock) = Step::In;
 
     // Roles; each is one thread's at a time, which leaves the lock while it plays it.
     bool m_reading GUARDED_BY(m_lock) = false;

@@ -51,7 +51,7 @@ Result Port::Refusal(const Call& call, View message)
     if (m_link == Link::Down) {
         return m_why;
     }
-    return {m_outOfStep ? MORVANE_E_OUT_OF_STEP : MORVANE_OK, ERROR_SUCCESS};
+    return {m_step != Step::In ? MORVANE_E_OUT_OF_STEP : MORVANE_OK, ERROR_SUCCESS};
 }
 
 Result Port::Send(View message, std::uint32_t timeout)
@@ -185,16 +185,24 @@ Result Port::AwaitReply(const Call& call, morvane_match match, void* context, Ro
             return ended;
         }
         if (m_connection != connection || m_link == Link::Down) {
+            LeaveStep(); // the instrument may answer on the next connection
             return {MORVANE_E_LOST, m_events.LostBy()};
         }
         if (ended.IsOk() && call.IsOver()) {
             ended.code = MORVANE_E_TIMEOUT;
         }
         if (!ended.IsOk()) {
-            m_outOfStep = !m_settings.Has(MORVANE_RAW);
+            LeaveStep();
             return ended;
         }
         WaitForMessage(call.Left());
+    }
+}
+
+void Port::LeaveStep()
+{
+    if (!m_settings.Has(MORVANE_RAW) && m_step == Step::In) {
+        m_step = Step::Out;
     }
 }
 
@@ -338,7 +346,7 @@ Result Port::Resync(std::uint32_t quiet, std::uint32_t timeout)
         if (std::exchange(received, m_received) != m_received) {
             quietSince = Clock::now();
         } else if (Clock::now() - quietSince >= std::chrono::milliseconds(quiet)) {
-            m_outOfStep = false;
+            m_step = Step::In;
             return {};
         }
         if (call.IsOver()) {

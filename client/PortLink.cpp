@@ -109,7 +109,7 @@ void Port::OnConnected()
 {
     ++m_connection;
     m_link = Link::Up;
-    m_outOfStep = false;
+    m_step = m_step == Step::InWhenReopened ? Step::In : m_step;
     m_outbox.OnConnected();
     m_events.Connected();
     m_senderWake.WakeOne();
@@ -277,7 +277,7 @@ void Port::SendNext()
 /// it.
 void Port::ReopenAfterPart()
 {
-    m_outOfStep = true;
+    m_step = Step::InWhenReopened;
     if (m_link == Link::Up && !m_closing) {
         m_reopening = true;
         Interrupt();

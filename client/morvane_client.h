@@ -146,9 +146,9 @@ MORVANE_API int MORVANE_CALL morvane_receive(morvane_port port, void* buffer, ui
 MORVANE_API int MORVANE_CALL morvane_receive_unsolicited(morvane_port port, void* buffer, uint32_t capacity,
                                                          uint32_t* length, uint32_t timeout);
 /* Sends and waits for the reply: the next message, or the next that `match` accepts. Requests of several threads
-   take turns. After MORVANE_E_TIMEOUT or MORVANE_E_CANCELLED the reply may still come, so the port is out of step:
-   sending gives MORVANE_E_OUT_OF_STEP until morvane_resync or morvane_reopen. With MORVANE_E_BUFFER *reply_length
-   is the length of the reply, which morvane_receive returns. */
+   take turns. After MORVANE_E_TIMEOUT, MORVANE_E_CANCELLED or MORVANE_E_LOST the reply may still come, so the
+   port is out of step: sending gives MORVANE_E_OUT_OF_STEP until morvane_resync or morvane_reopen. With
+   MORVANE_E_BUFFER *reply_length is the length of the reply, which morvane_receive returns. */
 MORVANE_API int MORVANE_CALL morvane_request(morvane_port port, const void* message, uint32_t length, void* reply,
                                              uint32_t capacity, uint32_t* reply_length, uint32_t timeout);
 MORVANE_API int MORVANE_CALL morvane_request_match(morvane_port port, const void* message, uint32_t length,

@@ -19,7 +19,7 @@ morvane_packages=(
     libwine-dev wine64 wine libwine fonts-wine xvfb xauth googletest
 )
 # What the tests and the linter need besides.
-morvane_test_packages=(libboost-context-dev xdotool imagemagick clang-19 clang-format-19 clang-tidy-19 tshark unzip relacy-dev)
+morvane_test_packages=(libboost-context-dev patch xdotool imagemagick clang-19 clang-format-19 clang-tidy-19 tshark unzip relacy-dev)
 # What ./package needs besides.
 morvane_package_packages=(msitools gcab zip unzip cmark-gfm)
 

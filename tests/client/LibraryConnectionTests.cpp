@@ -32,6 +32,9 @@ TEST_F(LibraryBrokenPipe, ARequestThatBreaksIsReportedAndNotRepeated)
     EXPECT_EQ(gone->unanswered, 1u);
     EXPECT_EQ(gone->windows_error, static_cast<std::uint32_t>(ERROR_BROKEN_PIPE));
     EXPECT_TRUE(AwaitEvent(port, MORVANE_EVENT_INSTRUMENT_BACK));
+    EXPECT_EQ(Ask("too soon"), "MORVANE_E_OUT_OF_STEP") << "the instrument may answer on the new connection";
+    port.Resync(Timeout(0), Patient, error);
+    EXPECT_EQ(error, MORVANE_OK);
     EXPECT_EQ(Ask("three"), "three");
     port.Close();
     server.reset();
