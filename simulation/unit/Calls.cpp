@@ -95,7 +95,8 @@ namespace hooks {
 thread_local int naps = 0;
 std::atomic<bool> shortNaps{false};
 std::atomic<int> refusedWrites{0};
-std::atomic<bool> atOnceWithoutEvent{false};
+std::atomic<bool> writesWithoutEvent{false};
+std::atomic<bool> readsWithoutEvent{false};
 std::atomic<int> refusedThreads{0};
 std::atomic<int> throttlingCleared{0};
 

@@ -9,7 +9,8 @@ namespace hooks {
 thread_local int naps = 0;
 std::atomic<bool> shortNaps{false};
 std::atomic<int> refusedWrites{0};
-std::atomic<bool> atOnceWithoutEvent{false};
+std::atomic<bool> writesWithoutEvent{false};
+std::atomic<bool> readsWithoutEvent{false};
 std::atomic<int> refusedThreads{0};
 std::atomic<int> throttlingCleared{0};
 
@@ -29,9 +30,9 @@ void WINAPI CountingSleep(DWORD milliseconds)
     }
 }
 
-BOOL WithoutEvent(BOOL done, OVERLAPPED* overlapped)
+BOOL WithoutEvent(BOOL done, OVERLAPPED* overlapped, bool isWanted)
 {
-    if (done != FALSE && atOnceWithoutEvent && overlapped != nullptr) {
+    if (done != FALSE && isWanted && overlapped != nullptr) {
         ::ResetEvent(overlapped->hEvent);
     }
     return done;
@@ -46,20 +47,20 @@ BOOL WINAPI Write(HANDLE file, const void* data, DWORD length, DWORD* written, O
         ::SetLastError(ERROR_IO_DEVICE);
         return FALSE;
     }
-    return WithoutEvent(original(file, data, length, written, overlapped), overlapped);
+    return WithoutEvent(original(file, data, length, written, overlapped), overlapped, writesWithoutEvent);
 }
 
 BOOL WINAPI Read(HANDLE file, void* buffer, DWORD length, DWORD* read, OVERLAPPED* overlapped)
 {
     static const auto original = Original<decltype(&::ReadFile)>("kernel32.dll", "ReadFile");
-    if (overlapped != nullptr && atOnceWithoutEvent) {
+    if (overlapped != nullptr && readsWithoutEvent) {
         support::WaitUntil([file] {
             DWORD available = 0;
-            return !atOnceWithoutEvent ||
+            return !readsWithoutEvent ||
                    ::PeekNamedPipe(file, nullptr, 0, nullptr, &available, nullptr) == FALSE || available != 0;
         });
     }
-    return WithoutEvent(original(file, buffer, length, read, overlapped), overlapped);
+    return WithoutEvent(original(file, buffer, length, read, overlapped), overlapped, readsWithoutEvent);
 }
 
 uintptr_t BeginThread(void* security, unsigned stack, unsigned(__stdcall* entry)(void*), void* argument,

@@ -15,9 +15,10 @@ extern std::atomic<bool> shortNaps;
 
 /// So many of the next overlapped writes are refused with ERROR_IO_DEVICE.
 extern std::atomic<int> refusedWrites;
-/// Overlapped reads and writes that are done at once leave their event unset, as Windows allows. A read waits for
-/// its data first, so that it is done at once.
-extern std::atomic<bool> atOnceWithoutEvent;
+/// Overlapped writes that are done at once leave their event unset, as Windows allows.
+extern std::atomic<bool> writesWithoutEvent;
+/// The same for reads, which wait for their data first, so that they are done at once.
+extern std::atomic<bool> readsWithoutEvent;
 
 /// So many of the next threads are refused.
 extern std::atomic<int> refusedThreads;

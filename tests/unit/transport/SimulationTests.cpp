@@ -153,20 +153,32 @@ class SimulationAtOnce : public Simulation
 protected:
     ~SimulationAtOnce() override
     {
-        hooks::atOnceWithoutEvent = false;
+        hooks::readsWithoutEvent = false;
+        hooks::writesWithoutEvent = false;
         driver.reset();
     }
 };
 
-TEST_F(SimulationAtOnce, ReadsAndWritesHaveTheirEnd)
+TEST_F(SimulationAtOnce, ReadsHaveTheirEnd)
 {
     StartBoth();
-    hooks::atOnceWithoutEvent = true;
+    hooks::readsWithoutEvent = true;
     // From the second on the data is there before the transport's read.
     for (std::size_t round = 1; round <= 5; ++round) {
         ASSERT_TRUE(simulator->Write(Frame(static_cast<std::uint8_t>(round), 1, 3, 1, "reply")));
         ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
     }
+}
+
+TEST_F(SimulationAtOnce, WritesHaveTheirEnd)
+{
+    StartBoth();
+    hooks::writesWithoutEvent = true;
+    for (const char* const request : {"one", "two", "three", "four", "five"}) {
+        Send(request);
+        ASSERT_TRUE(simulator->NextRequestIs(request)) << request;
+    }
+    EXPECT_EQ(RecordingTrace::Count("incomplete"), 0u) << "a write that was done counts as pending";
 }
 
 TEST_F(Simulation, WithoutASimulatorTheTransportStaysNotConnectedAndDropsWhatIsSent)
@@ -393,13 +405,13 @@ TEST_F(PipeReadThread, TracesAReadThatIsRefused)
 
 TEST_F(PipeReadThread, HasTheEndOfReadsThatAreDoneAtOnce)
 {
-    hooks::atOnceWithoutEvent = true;
+    hooks::readsWithoutEvent = true;
     ASSERT_TRUE(reader.Start([this] { Read(pipe.Get()); }));
     for (std::size_t round = 1; round <= 3; ++round) {
         ASSERT_TRUE(simulator->Write(Frame(static_cast<std::uint8_t>(round), 1, 3, 1, "reply")));
         EXPECT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == round; })) << round;
     }
-    hooks::atOnceWithoutEvent = false;
+    hooks::readsWithoutEvent = false;
     path.connection.m_hStopRead.Set();
     reader.Join();
 }
