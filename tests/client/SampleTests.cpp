@@ -1,4 +1,5 @@
 // The samples as a user runs them: they ask, print the reply, survive an unplug, and end cleanly.
+#include "tests/support/Programs32.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/SimulatorProcess.h"
@@ -118,6 +119,15 @@ protected:
 TEST_F(Samples, InCSurvivesAnUnplug)
 {
     ExpectThatItSurvivesAnUnplug(L"SampleC.exe");
+}
+
+TEST_F(Samples, InCFor32BitsSurvivesAnUnplug)
+{
+    if (!support::Runs32BitPrograms()) {
+        ASSERT_FALSE(support::Needs32BitPrograms()) << "there is no 32-bit Wine";
+        GTEST_SKIP() << "there is no 32-bit Wine";
+    }
+    ExpectThatItSurvivesAnUnplug(L"x86\\SampleC.exe");
 }
 
 TEST_F(Samples, InCppSurvivesAnUnplug)

@@ -1,6 +1,7 @@
 // A 32-bit client and the built 64-bit router: the registration serves both kinds of client. Skipped where 32-bit
 // programs can't run, unless MORVANE_NEEDS_WINE32 is set.
 #include "tests/support/KilledServer.h"
+#include "tests/support/Programs32.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
 #include "tests/system/SimulatorProcess.h"
@@ -8,25 +9,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
 std::filesystem::path Client()
 {
-    return support::ProgramFolder() / L"x86" / L"Client32.exe";
-}
-
-support::ChildProcess RunClient(const std::wstring& arguments)
-{
-    return {Client(), arguments};
-}
-
-/// Whether this Windows, or Wine, runs 32-bit programs. Wine may have their libraries and yet not run them, so it
-/// is tried: without arguments the client ends with the code of a wrong command line.
-bool Runs32BitPrograms()
-{
-    return std::filesystem::exists(Client()) && RunClient({}).WaitForExit() == 2u;
+    return support::Program32(L"Client32.exe");
 }
 
 class Client32 : public testing::Test
@@ -34,11 +22,9 @@ class Client32 : public testing::Test
 protected:
     void SetUp() override
     {
-        if (!Runs32BitPrograms()) {
-            if (std::getenv("MORVANE_NEEDS_WINE32") == nullptr) {
-                GTEST_SKIP() << "there is no 32-bit Wine";
-            }
-            FAIL() << "there is no 32-bit Wine";
+        if (!support::Runs32BitPrograms()) {
+            ASSERT_FALSE(support::Needs32BitPrograms()) << "there is no 32-bit Wine";
+            GTEST_SKIP() << "there is no 32-bit Wine";
         }
         session.emplace(RouterSession::Transport::Simulation);
         RouterSession::SetMask(3, 0x00020000);
@@ -59,8 +45,7 @@ protected:
         DWORD binary = 0;
         ASSERT_TRUE(::GetBinaryTypeW(Client().c_str(), &binary));
         ASSERT_EQ(binary, static_cast<DWORD>(SCS_32BIT_BINARY));
-        const support::ChildProcess client =
-            RunClient(std::wstring(kind) + L" " + support::UniqueName(L"Client32"));
+        const support::ChildProcess client(Client(), std::wstring(kind) + L" " + support::UniqueName(L"Client32"));
         EXPECT_EQ(client.WaitForExit(std::chrono::seconds(60)), 0u) << client.Output();
         EXPECT_NE(client.Output().find("registered, answered and unregistered"), std::string::npos)
             << client.Output();
@@ -86,7 +71,7 @@ TEST_F(Client32, IsServedThroughDispatch)
 // Its keyboard is at its end, so the sample closes its port as soon as it is open.
 TEST_F(Client32, OpensAPortThroughTheLibrary)
 {
-    const support::ChildProcess client(support::ProgramFolder() / L"x86" / L"SampleC.exe", {});
+    const support::ChildProcess client(support::Program32(L"SampleC.exe"), {});
     EXPECT_EQ(client.WaitForExit(std::chrono::seconds(60)), 0u) << client.Output();
     EXPECT_TRUE(support::WaitUntil([] { return FindProgram(L"MorvanePortRouter.exe") == 0; }))
         << "the router goes on";
