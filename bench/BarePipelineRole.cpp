@@ -4,17 +4,15 @@
 // -> reply thread -> port thread -> client.
 #include "bench/Roles.h"
 
-#include "console/Console.h"
-#include "tests/support/UniqueName.h"
-#include "tests/support/WaitUntil.h"
+#include "tests/support/PipeClient.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
 #include "win32/OverlappedOperation.h"
 #include "win32/Thread.h"
 #include "win32/WaitSet.h"
 
+#include <functional>
 #include <utility>
-#include <vector>
 
 namespace bench {
 
@@ -49,36 +47,54 @@ private:
     Event m_filled{Event::Kind::ManualReset};
 };
 
-class BarePipeline
+/// The loop of a thread that reads from a pipe into one mailbox and writes to it what is in another.
+class PipeLoop
 {
 public:
-    explicit BarePipeline(const RoleCall& call) : m_call(call), m_ready(console::Utf8(call.ready)) {}
-
-    int Run()
+    PipeLoop(HANDLE pipe, Mailbox& toWrite, Mailbox& received, HANDLE readEnable)
+        : m_pipe(pipe),
+          m_toWrite(toWrite),
+          m_received(received),
+          m_waits(m_write.EventHandle(), readEnable, m_read.EventHandle(), toWrite.Filled())
     {
-        support::WaitUntil([this] {
-            m_simulator.Reset(::CreateFileW(support::PipePath(m_call.other).c_str(), GENERIC_READ | GENERIC_WRITE,
-                                            0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-            return static_cast<bool>(m_simulator);
-        });
-        m_port.Reset(
-            ::CreateNamedPipeW(support::PipePath(m_call.pipe).c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                               PIPE_TYPE_MESSAGE | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
-        if (!m_simulator || !m_port) {
-            return 1;
+    }
+
+    std::function<void()> afterRead = [] {};
+    std::function<void()> afterWrite = [] {}; // its start
+
+    void StartReading() { m_read.Read(m_pipe, m_buffer.data(), static_cast<DWORD>(m_buffer.size())); }
+
+    /// Until the other end of the pipe is gone.
+    void Run()
+    {
+        for (;;) {
+            DWORD length = 0;
+            switch (m_waits.Any(INFINITE)) {
+            case Slot::Written:
+                m_write.ResetEvent();
+                m_write.Finish(m_pipe, length);
+                break;
+            case Slot::ReadEnabled: StartReading(); break;
+            case Slot::ReadDone:
+                m_read.ResetEvent();
+                if (!m_read.Finish(m_pipe, length)) {
+                    return;
+                }
+                m_received.Put({m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(length)});
+                afterRead();
+                break;
+            case Slot::Queued:
+                m_written = m_toWrite.Take();
+                m_write.Write(m_pipe, m_written.data(), static_cast<DWORD>(m_written.size()));
+                afterWrite();
+                break;
+            default: return;
+            }
         }
-        win32::Thread command;
-        command.Start([this] { CommandThread(); });
-        command.SetPriority(THREAD_PRIORITY_ABOVE_NORMAL);
-        win32::Thread reply;
-        reply.Start([this] { ReplyThread(); });
-        PortThread();
-        return 1;
     }
 
 private:
-    enum class PortSlot : DWORD {
-        Connected,
+    enum class Slot : DWORD {
         Written,
         ReadEnabled,
         ReadDone,
@@ -86,105 +102,55 @@ private:
         TimedOut = WAIT_TIMEOUT,
         Failed = WAIT_FAILED
     };
-    enum class CommandSlot : DWORD { ReadDone, Written, Queued, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
 
-    /// Serves one client until it leaves; then the process has done its part.
-    void PortThread()
-    {
-        Bytes buffer(65536);
-        Bytes written;
-        win32::OverlappedOperation connect;
-        win32::OverlappedOperation read;
-        win32::OverlappedOperation write;
-        const win32::WaitSet<PortSlot, 5> waits(connect.EventHandle(), write.EventHandle(), m_readEnable.Get(),
-                                                read.EventHandle(), m_replies.Filled());
-        connect.ConnectPipe(m_port.Get());
-        m_ready.Set();
-        for (;;) {
-            DWORD length = 0;
-            switch (waits.Any(INFINITE)) {
-            case PortSlot::Connected:
-                connect.ResetEvent();
-                connect.Finish(m_port.Get(), length);
-                m_readEnable.Set();
-                break;
-            case PortSlot::Written:
-                write.ResetEvent();
-                write.Finish(m_port.Get(), length);
-                break;
-            case PortSlot::ReadEnabled: read.Read(m_port.Get(), buffer.data(), 65536); break;
-            case PortSlot::ReadDone:
-                read.ResetEvent();
-                if (!read.Finish(m_port.Get(), length)) {
-                    ::ExitProcess(0);
-                }
-                m_requests.Put(Bytes(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(length)));
-                break;
-            case PortSlot::Queued:
-                written = m_replies.Take();
-                write.Write(m_port.Get(), written.data(), static_cast<DWORD>(written.size()));
-                break;
-            default: return;
-            }
-        }
-    }
-
-    void CommandThread()
-    {
-        Bytes buffer(65536);
-        Bytes written;
-        win32::OverlappedOperation read;
-        win32::OverlappedOperation write;
-        const win32::WaitSet<CommandSlot, 3> waits(read.EventHandle(), write.EventHandle(), m_requests.Filled());
-        read.Read(m_simulator.Get(), buffer.data(), 65535);
-        for (;;) {
-            DWORD length = 0;
-            switch (waits.Any(INFINITE)) {
-            case CommandSlot::ReadDone:
-                read.ResetEvent();
-                if (!read.Finish(m_simulator.Get(), length)) {
-                    return;
-                }
-                m_blocks.Put(Bytes(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(length)));
-                read.Read(m_simulator.Get(), buffer.data(), 65535);
-                break;
-            case CommandSlot::Written:
-                write.ResetEvent();
-                write.Finish(m_simulator.Get(), length);
-                break;
-            case CommandSlot::Queued:
-                written = m_requests.Take();
-                write.Write(m_simulator.Get(), written.data(), static_cast<DWORD>(written.size()));
-                m_readEnable.Set();
-                break;
-            default: return;
-            }
-        }
-    }
-
-    void ReplyThread()
-    {
-        const HANDLE blocks = m_blocks.Filled();
-        while (::WaitForMultipleObjects(1, &blocks, FALSE, INFINITE) == WAIT_OBJECT_0) {
-            m_replies.Put(m_blocks.Take());
-        }
-    }
-
-    const RoleCall& m_call;
-    const console::ReadySignal m_ready;
-    win32::FileHandle m_simulator; // command thread
-    win32::FileHandle m_port;      // port thread
-    Mailbox m_requests;
-    Mailbox m_blocks;
-    Mailbox m_replies;
-    Event m_readEnable{Event::Kind::AutoReset};
+    const HANDLE m_pipe;
+    Mailbox& m_toWrite;
+    Mailbox& m_received;
+    Bytes m_buffer = Bytes(65535);
+    Bytes m_written;
+    win32::OverlappedOperation m_read;
+    win32::OverlappedOperation m_write;
+    const win32::WaitSet<Slot, 4> m_waits;
 };
 
 } // namespace
 
-int PlayBarePipeline(const RoleCall& call)
+/// Serves one client until it leaves; then the process has done its part.
+void PlayBarePipeline(const std::string& pipe, const std::string& instrumentPipe,
+                      const console::ReadySignal& ready)
 {
-    return BarePipeline(call).Run();
+    support::PipeClient instrument;
+    instrument.Open(instrumentPipe);
+    const win32::FileHandle port = MakePipe(pipe, PIPE_TYPE_MESSAGE);
+    Mailbox requests;
+    Mailbox blocks;
+    Mailbox replies;
+    const Event readEnable(Event::Kind::AutoReset);
+    const Event never(Event::Kind::AutoReset);
+    PipeLoop portLoop(port.Get(), replies, requests, readEnable.Get());
+    PipeLoop commandLoop(instrument.Handle(), requests, blocks, never.Get());
+    commandLoop.afterRead = [&] { commandLoop.StartReading(); };
+    commandLoop.afterWrite = [&] { readEnable.Set(); };
+    win32::Thread command;
+    command.Start([&] {
+        commandLoop.StartReading();
+        commandLoop.Run();
+    });
+    command.SetPriority(THREAD_PRIORITY_ABOVE_NORMAL);
+    win32::Thread reply;
+    reply.Start([&] {
+        const HANDLE filled = blocks.Filled();
+        while (::WaitForMultipleObjects(1, &filled, FALSE, INFINITE) == WAIT_OBJECT_0) {
+            replies.Put(blocks.Take());
+        }
+    });
+    win32::OverlappedOperation connect;
+    connect.ConnectPipe(port.Get());
+    ready.Set();
+    ::WaitForSingleObject(connect.EventHandle(), INFINITE);
+    readEnable.Set();
+    portLoop.Run();
+    ::ExitProcess(0); // the other threads wait without end
 }
 
 } // namespace bench

@@ -1,21 +1,14 @@
 // Rows that are counted instead of timed, from the Wine server's log.
-#include "bench/DataPath.h"
+#include "bench/Ends.h"
 #include "bench/Rows.h"
 #include "bench/ServerLog.h"
-#include "bench/Tracer.h"
-#include "tests/support/UniqueName.h"
-#include "trace/Trace.h"
-
-#include <fstream>
-#include <iomanip>
-#include <numeric>
+#include "tests/support/ProcessUsage.h"
 
 namespace bench {
 
 namespace {
 
 constexpr std::size_t MessageSize = 64;
-constexpr int TraceCalls = 1000;
 constexpr int Ports = 8;
 
 /// The command thread's look for an instrument that is not there. The sleep that follows is no request itself.
@@ -45,147 +38,81 @@ constexpr std::array<IdleState, 3> IdleStates{{
     {"8 ports, no instrument", false, false, Tray + Ports + 100},
 }};
 
-/// A part of the counted threads, with the name of its program.
-struct Program
+/// Requests for one round trip to that pipe.
+double RoundTripRequests(const RunSize& run, ServerLog& log, const std::string& pipe,
+                         std::vector<Program> programs)
 {
-    const char* name;
-    std::vector<DWORD> threads;
-};
+    Client client(pipe);
+    const std::vector<std::uint8_t> message(MessageSize, 'c');
+    const auto trips = [&](std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            client.RoundTrip(message);
+        }
+    };
+    trips(WarmUps);
+    const std::string title = std::string(programs.front().name) + ", requests for one round trip";
+    programs.push_back({"client", {::GetCurrentThreadId()}});
+    const std::size_t count = run.Times(200);
+    return Sum(log.Count(title, programs, static_cast<double>(count), [&] { trips(count); }));
+}
 
-class Counting
+void AddRoundTripRow(Table& table, const RunSize& run, RouterSession& session, ServerLog& log)
 {
-public:
-    Counting(const RunSize& run, const std::filesystem::path& serverLog, const std::filesystem::path& calls)
-        : m_run(run), m_log(serverLog), m_calls(calls)
+    double bare = 0;
     {
+        const RoleProcess instrument = BareInstrument();
+        const RoleProcess pipeline = BarePipeline(instrument);
+        bare = RoundTripRequests(
+            run, log, pipeline.Pipe(),
+            {{"barePipeline", ThreadsOf(pipeline.Id())}, {"instrument", ThreadsOf(instrument.Id())}});
     }
-
-    /// Requests for one round trip over that path.
-    double RoundTrips(const char* name, PipeEnd& client, std::vector<Program> programs)
-    {
-        const std::vector<std::uint8_t> message(MessageSize, 'c');
-        const std::size_t count = m_run.Times(200);
-        RoundTrip(client, message, WarmUps, nullptr);
-        const auto counted = m_log.During([&] { RoundTrip(client, message, count, nullptr); });
-        programs.push_back({"client", {::GetCurrentThreadId()}});
-        return List(std::string(name) + ", requests for one round trip", counted, programs,
-                    static_cast<double>(count));
-    }
-
-    void AddIdleRows(Table& table, RouterSession& session, const IdleState& state)
-    {
-        const auto simulator = state.hasInstrument ? std::make_unique<Instrument>() : nullptr;
-        RunningRouter router(session);
-        std::vector<std::unique_ptr<PipeEnd>> clients;
-        for (ULONG port = 1; port <= Ports; ++port) {
-            if (state.hasClients) {
-                clients.push_back(router.OpenPort(3, port));
-            } else {
-                session.RegisterPort(3, port, support::UniqueName(L"BenchIdle"));
-            }
-        }
-        const std::vector<DWORD> threads = ThreadsOf(router.Id());
-        ::Sleep(500); // for what the start leaves to be done
-        const double before = m_log.ProcessorSeconds(threads.front());
-        const Stopwatch watch;
-        auto counted = m_log.During(
-            [&] { ::Sleep(static_cast<DWORD>(m_run.Time(std::chrono::milliseconds(5000)).count())); });
-        const double seconds = watch.Seconds();
-        const double processor = m_log.ProcessorSeconds(threads.front()) - before;
-        List(std::string(state.name) + ", requests in a second", counted, {{"router", threads}}, seconds);
-        const std::uint64_t woken = std::accumulate(
-            threads.begin(), threads.end(), std::uint64_t{0}, [&](std::uint64_t sum, DWORD thread) {
-                return sum + counted[thread][Slept] + counted[thread][LookForInstrument];
-            });
-        table.Add({std::string("wake-ups, ") + state.name, "the waits with a time in them",
-                   static_cast<double>(woken) / seconds, state.wakeUps, "/s", AtMost(1.03), ""});
-        table.Add({std::string("processor, ") + state.name, "one processor", 100 * processor / seconds,
-                   std::nullopt, "%", Told, ""});
-    }
-
-    /// Requests of calls that nobody wants.
-    std::uint64_t UnwantedTraces() const
-    {
-        const Tracer tracer;
-        auto counted = m_log.During([] {
-            for (int i = 0; i < TraceCalls; ++i) {
-                Trace(Tracer::UnwantedChannel, trace::Usb, "%d", i);
-            }
-        });
-        return Sum(counted[::GetCurrentThreadId()]);
-    }
-
-private:
-    /// Lists the requests of each thread per trip (or second), and returns the sum.
-    double List(const std::string& title, const std::map<DWORD, Requests>& counted,
-                const std::vector<Program>& programs, double per)
-    {
-        double sum = 0;
-        m_calls << title << '\n';
-        for (const Program& program : programs) {
-            for (const DWORD thread : program.threads) {
-                if (const auto found = counted.find(thread); found != counted.end()) {
-                    sum += static_cast<double>(Sum(found->second)) / per;
-                    ListThread(program.name, thread, found->second, per);
-                }
-            }
-        }
-        m_calls << "  together " << sum << "\n\n";
-        return sum;
-    }
-
-    void ListThread(const char* program, DWORD thread, const Requests& requests, double per)
-    {
-        const double sum = static_cast<double>(Sum(requests)) / per;
-        if (sum < 0.05) {
-            return;
-        }
-        m_calls << "  " << std::setw(10) << std::left << program << " thread " << std::hex << thread << std::dec
-                << std::fixed << std::setprecision(2) << ": " << sum << " =";
-        for (const auto& [name, count] : requests) {
-            const double each = static_cast<double>(count) / per;
-            if (each >= 0.01) {
-                m_calls << ' ' << name << ' ' << each;
-            }
-        }
-        m_calls << '\n';
-    }
-
-    const RunSize& m_run;
-    const ServerLog m_log;
-    std::ofstream m_calls;
-};
-
-void AddRoundTripRow(Table& table, Counting& counting, RouterSession& session)
-{
-    double barePipeline = 0;
-    {
-        BarePipelinePath path;
-        barePipeline = counting.RoundTrips(
-            "barePipeline", path.Client(),
-            {{"barePipeline", ThreadsOf(path.Id())}, {"instrument", ThreadsOf(path.InstrumentId())}});
-    }
-    const Instrument simulator;
-    RunningRouter router(session);
-    const auto client = router.OpenPort(3, 1);
-    const double routed = counting.RoundTrips(
-        "router", *client, {{"router", ThreadsOf(router.Id())}, {"instrument", ThreadsOf(simulator.Id())}});
-    client->Close();
+    const RoleProcess simulator = Simulator();
+    const RunningRouter router(session);
+    const std::string port = router.RegisterPort(1); // whose thread is one of those that are listed next
+    const double routed = RoundTripRequests(
+        run, log, port, {{"router", ThreadsOf(router.Id())}, {"instrument", ThreadsOf(simulator.Id())}});
     table.Add({"requests to the Wine server for a routed round trip", "seven wake-ups and nothing else", routed,
-               barePipeline, "requests", AtMost(1.5), ""});
+               bare, "requests", AtMost(1.5), ""});
+}
+
+void AddIdleRows(Table& table, const RunSize& run, RouterSession& session, ServerLog& log, const IdleState& state)
+{
+    // The router does not find the bare one.
+    const RoleProcess instrument = state.hasInstrument ? Simulator() : BareInstrument();
+    const RunningRouter router(session);
+    std::vector<Client> clients;
+    for (ULONG port = 1; port <= Ports; ++port) {
+        const std::string pipe = router.RegisterPort(port);
+        if (state.hasClients) {
+            clients.emplace_back(pipe);
+        }
+    }
+    const Program program{"router", ThreadsOf(router.Id())};
+    const DWORD firstThread = program.threads.front();
+    ::Sleep(500); // for what the start leaves to be done
+    const auto time = run.Time(std::chrono::milliseconds(5000));
+    const double seconds = std::chrono::duration<double>(time).count();
+    const double before = log.ProcessorSeconds(firstThread);
+    Requests requests = log.Count(std::string(state.name) + ", requests in a second", {program}, seconds,
+                                  [&] { ::Sleep(static_cast<DWORD>(time.count())); });
+    const double processor = log.ProcessorSeconds(firstThread) - before;
+    table.Add({std::string("wake-ups, ") + state.name, "the waits with a time in them",
+               requests[Slept] + requests[LookForInstrument], state.wakeUps, "/s", AtMost(1.03), ""});
+    table.Add({std::string("processor, ") + state.name, "one processor", 100 * processor / seconds, std::nullopt,
+               "%", Told, ""});
 }
 
 } // namespace
 
-void AddCountedRows(Table& table, const RunSize& run, RouterSession& session,
-                    const std::filesystem::path& serverLog, const std::filesystem::path& calls)
+void AddCountedRows(Table& table, const RunSize& run, const std::filesystem::path& serverLog,
+                    const std::filesystem::path& calls)
 {
-    Counting counting(run, serverLog, calls);
-    AddRoundTripRow(table, counting, session);
-    table.Add({"kernel calls of " + std::to_string(TraceCalls) + " trace calls that nobody wants", "",
-               static_cast<double>(counting.UnwantedTraces()), std::nullopt, "calls", AtMost(0), ""});
+    RouterSession session(RouterSession::Transport::Simulation);
+    ServerLog log(serverLog, calls);
+    AddRoundTripRow(table, run, session, log);
+    AddCountedTraceRow(table, log);
     for (const IdleState& state : IdleStates) {
-        counting.AddIdleRows(table, session, state);
+        AddIdleRows(table, run, session, log, state);
     }
 }
 

@@ -1,6 +1,5 @@
 // The product's parser: CCyUSBDriver::DispatchToDevice with a module that only looks on.
 #include "bench/Rows.h"
-#include "bench/WireRows.h"
 #include "transport/CCyUSBDriver.h"
 
 namespace bench {

@@ -1,130 +1,132 @@
-// The instruments of the benchmark: at a pipe, with the router in between or without, and with the
-// simulated instrument's driver.
-#include "bench/PipeEnd.h"
+// The instruments of the benchmark: at a pipe, with the router in between or without, and with the simulated
+// instrument's driver. They do less than the scripted one, so that a figure is about the path and not about its
+// end.
 #include "bench/Roles.h"
-#include "console/Console.h"
-#include "ports/packet/ReceiveBuffer.h"
-#include "ports/packet/WireFormat.h"
+#include "bench/Rows.h"
+#include "ports/packet/FrameReader.h"
 #include "tests/instrument/InstrumentControl.h"
+#include "win32/OverlappedOperation.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace bench {
 
 namespace {
 
-constexpr std::size_t FloodPayload = 512;
-constexpr std::size_t LongestBlock = 65535;
-
 class PipeInstrument
 {
 public:
-    explicit PipeInstrument(const RoleCall& call) : m_framed(call.role == L"framed"), m_shared(call.other) {}
+    PipeInstrument(win32::FileHandle pipe, bool framed, InstrumentTask task)
+        : m_pipe(std::move(pipe)), m_framed(framed), m_task(task), m_buffer(65536)
+    {
+    }
 
     /// Serves one client after the other.
-    int Run(const RoleCall& call)
+    void Run()
     {
-        const console::ReadySignal ready(console::Utf8(call.ready));
-        if (!m_pipe.Make(call.pipe, m_framed ? PIPE_TYPE_BYTE : PIPE_TYPE_MESSAGE)) {
-            return 1;
-        }
-        ready.Set();
-        while (m_pipe.AwaitClient()) {
-            auto bytes = m_pipe.Read();
-            while (!bytes.empty() && Treat(bytes)) {
-                bytes = m_pipe.Read();
+        while (m_operation.ConnectPipe(m_pipe.Get()) && Complete()) {
+            while (Read() && Treat(std::span(m_buffer).first(m_length))) {
             }
-            m_pipe.DropClient();
-            m_received.Clear();
+            m_operation.Cancel();
+            ::DisconnectNamedPipe(m_pipe.Get());
+            m_frames = {};
         }
-        return 1;
     }
 
 private:
+    bool Read()
+    {
+        return m_operation.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())) && Complete();
+    }
+    bool Write(std::span<const std::uint8_t> bytes)
+    {
+        return m_operation.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size())) && Complete();
+    }
+    bool Complete()
+    {
+        while (!m_operation.Finish(m_pipe.Get(), m_length)) {
+            if (::GetLastError() != ERROR_IO_INCOMPLETE) {
+                return false;
+            }
+            ::WaitForSingleObject(m_operation.EventHandle(), INFINITE);
+        }
+        return true;
+    }
+
     bool Treat(std::span<const std::uint8_t> bytes)
     {
-        switch (m_shared.Record().mode.load()) {
-        case Mode::Echo: return m_pipe.Write(bytes);
-        case Mode::Sink: Count(PayloadIn(bytes)); return true;
-        case Mode::Flood: return PayloadIn(bytes) == 0 || Flood();
+        if (m_task.mode == Mode::Echo) {
+            return Write(bytes);
         }
-        return false;
-    }
-
-    /// Payload bytes; the router's own packets, which it sends when nothing else goes on, have none.
-    std::size_t PayloadIn(std::span<const std::uint8_t> bytes)
-    {
-        InstrumentRecord& record = m_shared.Record();
         if (!m_framed) {
-            ++record.packets;
-            return bytes.size();
+            return TreatPayload(bytes);
         }
-        std::size_t payload = 0;
-        m_received.Append(bytes);
-        while (const auto frame = wire::ParseFrame(m_received.Bytes())) {
-            payload += frame->payload.size();
-            record.packets += frame->payload.empty() ? 0 : 1;
-            m_received.Consume(frame->Length());
-        }
-        return payload;
+        bool written = true;
+        m_frames.Append(bytes);
+        m_frames.TakeFrames([&](const wire::Frame& frame) {
+            // The router's own packets, which it sends when nothing else goes on, have no payload.
+            written = (frame.payload.empty() || TreatPayload(frame.payload)) && written;
+        });
+        return written;
     }
 
-    void Count(std::size_t payload)
+    bool TreatPayload(std::span<const std::uint8_t> payload)
     {
+        return m_task.mode == Mode::Flood ? Flood() : Count(payload.size());
+    }
+
+    bool Count(std::size_t payload)
+    {
+        ++m_packets;
         m_counted += payload;
-        const std::uint64_t goal = m_shared.Record().goal;
-        if (goal != 0 && m_counted >= goal) {
-            m_counted -= goal;
-            ::SetEvent(m_shared.Reached());
+        if (m_counted < m_task.bytes) {
+            return true;
         }
+        m_counted -= m_task.bytes;
+        const std::string answer = std::to_string(std::exchange(m_packets, 0));
+        const Bytes bytes(answer.begin(), answer.end());
+        return Write(m_framed ? FrameOf(0, bytes) : bytes);
     }
 
     /// A write for each payload, or framed, for as many as a block holds.
     bool Flood()
     {
-        const std::vector<std::uint8_t> payload(FloodPayload, 'f');
-        const std::size_t most = m_framed ? LongestBlock / (FloodPayload + wire::FrameOverhead) : 1;
+        constexpr std::size_t Framed = FloodPayload + wire::FrameOverhead;
+        const Bytes block = m_framed ? BlockOf(Framed) : Bytes(FloodPayload, 'f');
+        const std::size_t each = m_framed ? Framed : FloodPayload;
         bool written = true;
-        for (std::uint64_t left = m_shared.Record().goal / FloodPayload; left != 0 && written;) {
-            std::vector<std::uint8_t> block;
-            for (std::size_t room = most; room != 0 && left != 0; --room, --left) {
-                Append(block, payload);
-            }
-            written = m_pipe.Write(block);
+        for (std::size_t left = m_task.bytes / FloodPayload; left != 0 && written;) {
+            const std::size_t count = std::min(left, block.size() / each);
+            written = Write(std::span(block).first(count * each));
+            left -= count;
         }
         return written;
     }
 
-    void Append(std::vector<std::uint8_t>& block, std::span<const std::uint8_t> payload)
-    {
-        if (!m_framed) {
-            block.insert(block.end(), payload.begin(), payload.end());
-            return;
-        }
-        const wire::Header header = wire::BuildHeader(m_number++, wire::PortTraffic, 3, 1, payload.size());
-        const wire::Trailer trailer = wire::BuildTrailer(payload);
-        block.insert(block.end(), header.begin(), header.end());
-        block.insert(block.end(), payload.begin(), payload.end());
-        block.insert(block.end(), trailer.begin(), trailer.end());
-    }
-
+    const win32::FileHandle m_pipe;
     const bool m_framed;
-    const SharedInstrument m_shared;
-    PipeEnd m_pipe;
-    ReceiveBuffer m_received;
-    std::uint64_t m_counted = 0;
-    std::uint8_t m_number = 1;
+    const InstrumentTask m_task;
+    Bytes m_buffer;
+    win32::OverlappedOperation m_operation; // one at a time
+    DWORD m_length = 0;                     // of the last
+    FrameReader m_frames;
+    std::uint64_t m_counted = 0; // bytes
+    std::uint64_t m_packets = 0;
 };
 
 } // namespace
 
-int PlayInstrument(const RoleCall& call)
+void PlayInstrument(const std::string& pipe, bool framed, InstrumentTask task, const console::ReadySignal& ready)
 {
-    return PipeInstrument(call).Run(call);
+    PipeInstrument instrument(MakePipe(pipe, framed ? PIPE_TYPE_BYTE : PIPE_TYPE_MESSAGE), framed, task);
+    ready.Set();
+    instrument.Run();
 }
 
-int PlayBusInstrument(const RoleCall& call)
+void PlayBusInstrument(const console::ReadySignal& ready)
 {
     instrumentbus::InstrumentControl bus;
-    const console::ReadySignal ready(console::Utf8(call.ready));
     ready.Set();
     for (;;) {
         if (const auto written = bus.TakeWritten(0, 0x02)) {

@@ -81,6 +81,23 @@ double NanosecondsEach(std::size_t count, Function&& function)
     return watch.Nanoseconds() / static_cast<double>(count);
 }
 
+/// Round trips are started with so many that don't count, so that nothing of a just opened path is measured.
+inline constexpr int WarmUps = 5;
+
+/// Microseconds of each of `count` trips.
+template <class Trip>
+std::vector<double> Microseconds(std::size_t count, Trip&& trip)
+{
+    NanosecondsEach(WarmUps, [&](std::size_t) { trip(); });
+    std::vector<double> times(count);
+    for (double& time : times) {
+        const Stopwatch watch;
+        trip();
+        time = watch.Nanoseconds() / 1000;
+    }
+    return times;
+}
+
 /// Keeps the compiler from leaving out the computation of what `value` points to.
 inline void Keep(const void* value)
 {

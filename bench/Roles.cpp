@@ -1,45 +1,79 @@
 #include "bench/Roles.h"
 
-#include "console/Console.h"
 #include "tests/support/UniqueName.h"
 
 #include <stdexcept>
 
 namespace bench {
 
-SharedInstrument::SharedInstrument(const std::wstring& name)
-    : m_memory(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(InstrumentRecord),
-                                    (name + L"-record").c_str())),
-      m_record(static_cast<InstrumentRecord*>(
-          ::MapViewOfFile(m_memory.Get(), FILE_MAP_ALL_ACCESS, 0, 0, sizeof(InstrumentRecord)))),
-      m_reached(::CreateEventW(nullptr, FALSE, FALSE, (name + L"-reached").c_str()))
+namespace {
+
+std::string Words(InstrumentTask task)
 {
-    if (m_record == nullptr || !m_reached) {
-        throw std::runtime_error("no shared memory for the instrument");
+    return std::to_string(static_cast<int>(task.mode)) + " " + std::to_string(task.bytes);
+}
+
+std::string OwnPipe()
+{
+    return support::UniqueName(std::string_view("Bench"));
+}
+
+} // namespace
+
+RoleProcess::RoleProcess(const std::string& role, std::string pipe, const std::string& task)
+    : m_pipe(std::move(pipe)),
+      m_readyName(support::UniqueName(L"BenchReady")),
+      m_ready(::CreateEventW(nullptr, TRUE, FALSE, m_readyName.c_str())),
+      m_process(support::ProgramFolder() / L"bench.exe",
+                L"--role " + m_readyName + console::Wide(" " + role + " " + m_pipe + " " + task))
+{
+    if (!support::WaitFor(m_ready.Get())) {
+        throw std::runtime_error("a child process does not get ready: " + role);
     }
+}
+
+RoleProcess Simulator(InstrumentTask task)
+{
+    return {"framed", "UsbPipeSimulator", Words(task)};
+}
+
+RoleProcess BareInstrument(InstrumentTask task)
+{
+    return {"bare", OwnPipe(), Words(task)};
+}
+
+RoleProcess BarePipeline(const RoleProcess& instrument)
+{
+    return {"pipeline", OwnPipe(), instrument.Pipe()};
+}
+
+RoleProcess BusInstrument()
+{
+    return {"bus", "-"};
 }
 
 int PlayRole(const std::vector<std::string>& arguments)
 {
-    if (arguments.size() != 5) {
-        return console::UsageError;
+    const console::ReadySignal ready(arguments.at(1));
+    const std::string& role = arguments.at(2);
+    const std::string& pipe = arguments.at(3);
+    if (role == "bus") {
+        PlayBusInstrument(ready);
+    } else if (role == "pipeline") {
+        PlayBarePipeline(pipe, arguments.at(4), ready);
+    } else {
+        const InstrumentTask task{static_cast<Mode>(std::stoi(arguments.at(4))), std::stoull(arguments.at(5))};
+        PlayInstrument(pipe, role == "framed", task, ready);
     }
-    const auto word = [&](std::size_t at) { return console::Wide(arguments[at]); };
-    const RoleCall call{word(1), word(2), word(3), word(4)};
-    return call.role == L"bus"      ? PlayBusInstrument(call)
-         : call.role == L"pipeline" ? PlayBarePipeline(call)
-                                    : PlayInstrument(call);
+    return 1;
 }
 
-RoleProcess::RoleProcess(const std::wstring& role, const std::wstring& pipe, const std::wstring& other)
-    : m_readyName(support::UniqueName(L"BenchReady")),
-      m_ready(::CreateEventW(nullptr, TRUE, FALSE, m_readyName.c_str())),
-      m_process(support::ProgramFolder() / L"bench.exe",
-                L"--role " + role + L" " + m_readyName + L" " + pipe + L" " + other)
+win32::FileHandle MakePipe(const std::string& name, DWORD type)
 {
-    if (!support::WaitFor(m_ready.Get())) {
-        throw std::runtime_error("a child process does not get ready: " + console::Utf8(role));
-    }
+    win32::FileHandle pipe(::CreateNamedPipeW(support::PipePath(console::Wide(name)).c_str(),
+                                              PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                              type | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
+    return pipe ? std::move(pipe) : throw std::runtime_error("the pipe " + name + " can't be made");
 }
 
 } // namespace bench

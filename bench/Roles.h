@@ -1,10 +1,10 @@
-// The parts that bench.exe plays as a child process of itself.
+// The parts that bench.exe plays as a child process of itself, which serve a pipe each.
 #pragma once
 
+#include "console/Console.h"
 #include "tests/support/ChildProcess.h"
 #include "win32/Handle.h"
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -12,70 +12,54 @@
 namespace bench {
 
 /// How an instrument treats what it gets.
-enum class Mode : std::uint32_t {
+enum class Mode {
     Echo,  // gives it back as it came
-    Sink,  // counts payload bytes; sets the event at every `goal` of them
-    Flood, // answers with `goal` payload bytes in packets of 512
+    Sink,  // answers every `bytes` of payload with the count of packets that they came in, as a decimal number
+    Flood, // answers each packet with `bytes` of payload in packets of FloodPayload
 };
 
-/// Lies in memory that the benchmark and the instrument it plays both see.
-struct InstrumentRecord
+inline constexpr std::size_t FloodPayload = 512;
+
+struct InstrumentTask
 {
-    std::atomic<Mode> mode;
-    std::atomic<std::uint64_t> goal;
-    std::atomic<std::uint64_t> packets; // so many came, with a payload; what is not framed counts as read
+    Mode mode = Mode::Echo;
+    std::uint64_t bytes = 0;
 };
-
-/// The record of that name and its auto-reset event; made by whoever comes first.
-class SharedInstrument
-{
-public:
-    /// Throws std::runtime_error.
-    explicit SharedInstrument(const std::wstring& name);
-    ~SharedInstrument() { ::UnmapViewOfFile(m_record); }
-    SharedInstrument(const SharedInstrument&) = delete;
-    SharedInstrument& operator=(const SharedInstrument&) = delete;
-
-    InstrumentRecord& Record() const noexcept { return *m_record; }
-    HANDLE Reached() const noexcept { return m_reached.Get(); }
-
-private:
-    win32::KernelHandle m_memory;
-    InstrumentRecord* m_record;
-    win32::KernelHandle m_reached;
-};
-
-/// What a role is called with: its own name, of the event that says it may be used, and what the role wants.
-struct RoleCall
-{
-    std::wstring role;
-    std::wstring ready;
-    std::wstring pipe;  // that it serves
-    std::wstring other; // instruments: the shared record; bare pipeline: the pipe that it opens
-};
-
-// Each runs for as long as its parent lets it; returns the exit code.
-int PlayInstrument(const RoleCall& call);    // "framed": packets at the simulator's pipe; "bare": at any pipe
-int PlayBusInstrument(const RoleCall& call); // "bus": with the simulated instrument's driver
-int PlayBarePipeline(const RoleCall& call);  // "pipeline"
-
-/// Plays the role that `arguments` ("--role ROLE READY PIPE OTHER") call for.
-int PlayRole(const std::vector<std::string>& arguments);
 
 /// A child process in a role, ready for use once constructed; ended by the destructor.
 class RoleProcess
 {
 public:
     /// Throws std::runtime_error when it does not get ready.
-    explicit RoleProcess(const std::wstring& role, const std::wstring& pipe = L"-",
-                         const std::wstring& other = L"-");
+    RoleProcess(const std::string& role, std::string pipe, const std::string& task = {});
 
+    /// The pipe that it serves.
+    const std::string& Pipe() const noexcept { return m_pipe; }
     DWORD Id() const noexcept { return m_process.Id(); }
 
 private:
+    const std::string m_pipe;
     const std::wstring m_readyName;
     const win32::KernelHandle m_ready;
     const support::ChildProcess m_process;
 };
+
+RoleProcess Simulator(InstrumentTask task = {});      // takes packets at the simulator's pipe of the router
+RoleProcess BareInstrument(InstrumentTask task = {}); // takes messages: without the router the path is one pipe
+RoleProcess BarePipeline(const RoleProcess& instrument);
+RoleProcess BusInstrument(); // echoes with the simulated instrument's driver, and serves no pipe
+
+/// Plays the role that a RoleProcess called this program for; returns the exit code.
+int PlayRole(const std::vector<std::string>& arguments);
+
+// Each sets `ready` when it can be used and runs for as long as its parent lets it.
+void PlayInstrument(const std::string& pipe, bool framed, InstrumentTask task, const console::ReadySignal& ready);
+void PlayBusInstrument(const console::ReadySignal& ready);
+void PlayBarePipeline(const std::string& pipe, const std::string& instrumentPipe,
+                      const console::ReadySignal& ready);
+
+/// The only instance of a pipe, made as the router makes its own; `type` is PIPE_TYPE_MESSAGE or PIPE_TYPE_BYTE.
+/// Throws std::runtime_error.
+win32::FileHandle MakePipe(const std::string& name, DWORD type);
 
 } // namespace bench

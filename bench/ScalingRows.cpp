@@ -1,5 +1,5 @@
 // 1 to 64 ports, each with a client that does round trips.
-#include "bench/DataPath.h"
+#include "bench/Ends.h"
 #include "bench/Rows.h"
 #include "tests/support/ProcessUsage.h"
 #include "tests/support/WaitUntil.h"
@@ -13,8 +13,6 @@ namespace bench {
 namespace {
 
 constexpr std::size_t MessageSize = 64;
-
-using Clients = std::vector<std::unique_ptr<PipeEnd>>;
 
 double PrivateKilobytes(DWORD process)
 {
@@ -42,23 +40,20 @@ double BareThreadKilobytes()
 }
 
 /// Round trips a second of the first `count` clients together.
-double TotalRate(const Clients& clients, std::size_t count, std::chrono::milliseconds time)
+double TotalRate(std::vector<Client>& clients, std::size_t count, std::chrono::milliseconds time)
 {
     std::atomic<bool> stop{false};
-    std::atomic<bool> broken{false};
     std::atomic<std::uint64_t> trips{0};
+    std::atomic<std::size_t> unbroken{0};
     std::vector<win32::Thread> threads(count);
     const Stopwatch watch;
     for (std::size_t i = 0; i < count; ++i) {
-        threads[i].Start([&, client = clients[i].get()] {
+        threads[i].Start([&, &client = clients[i]] {
             const std::vector<std::uint8_t> message(MessageSize, 'p');
-            while (!stop && !broken) {
-                if (client->Write(message) && client->ReadExactly(message.size())) {
-                    ++trips;
-                } else {
-                    broken = true;
-                }
+            for (; !stop; ++trips) {
+                client.RoundTrip(message); // what it throws ends the thread
             }
+            ++unbroken;
         });
     }
     ::Sleep(static_cast<DWORD>(time.count()));
@@ -67,43 +62,46 @@ double TotalRate(const Clients& clients, std::size_t count, std::chrono::millise
     for (win32::Thread& thread : threads) {
         thread.Join();
     }
-    Demand(!broken, "a pipe broke");
+    Demand(unbroken == count, "a client was not answered");
     return rate;
 }
 
 } // namespace
 
-void AddScalingRows(Table& table, const RunSize& run, RouterSession& session)
+void AddScalingRows(Table& table, const RunSize& run)
 {
-    const Instrument simulator;
-    RunningRouter router(session);
-    const auto time = run.Time(std::chrono::milliseconds(1000));
+    RouterSession session(RouterSession::Transport::Simulation);
     constexpr std::size_t Most = 64;
-    Clients clients;
-    clients.push_back(router.OpenPort(3, 1));
+    const RoleProcess simulator = Simulator();
+    const RunningRouter router(session);
+    const auto time = run.Time(std::chrono::milliseconds(1000));
+    std::vector<Client> clients;
+    const auto openTo = [&](std::size_t count) {
+        while (clients.size() < count) {
+            clients.emplace_back(router.RegisterPort(static_cast<ULONG>(clients.size() + 1)));
+        }
+    };
+    openTo(1);
     TotalRate(clients, 1, time);
     const ProcessUsage one = UsageOf(router.Id());
     for (const std::size_t ports : {std::size_t{4}, std::size_t{16}, Most}) {
-        while (clients.size() < ports) {
-            clients.push_back(router.OpenPort(3, static_cast<ULONG>(clients.size() + 1)));
-        }
-        const int rounds = run.quick ? 1 : 5;
+        openTo(ports);
         const auto [single, all] = InTurn(
-            rounds, [&] { return TotalRate(clients, 1, time); }, [&] { return TotalRate(clients, ports, time); });
+            run.quick ? 1 : 5, [&] { return TotalRate(clients, 1, time); },
+            [&] { return TotalRate(clients, ports, time); });
         table.Add({"round trips of " + std::to_string(ports) + " ports together", "1 port", all, single, "/s",
                    AtLeast(1), ""});
     }
     const ProcessUsage many = UsageOf(router.Id());
+    const auto perPort = [](auto first, auto last) {
+        return (static_cast<double>(last) - static_cast<double>(first)) / (Most - 1);
+    };
     const double bare = BareThreadKilobytes();
-    const double port =
-        (static_cast<double>(many.privateBytes) - static_cast<double>(one.privateBytes)) / 1024 / (Most - 1);
-    table.Add({"private memory per port, beyond its bare thread", "", port - bare, std::nullopt, "KB", AtMost(300),
+    table.Add({"private memory per port, beyond its bare thread", "",
+               perPort(one.privateBytes, many.privateBytes) / 1024 - bare, std::nullopt, "KB", AtMost(300),
                "a thread takes " + std::to_string(static_cast<int>(bare)) + " KB in any program here"});
-    const double threads = (static_cast<double>(many.threads) - static_cast<double>(one.threads)) / (Most - 1);
-    table.Add({"threads per port", "", threads, std::nullopt, "threads", AtMost(1), ""});
-    for (const auto& client : clients) {
-        client->Close();
-    }
+    table.Add(
+        {"threads per port", "", perPort(one.threads, many.threads), std::nullopt, "threads", AtMost(1), ""});
 }
 
 } // namespace bench

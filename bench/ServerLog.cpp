@@ -4,9 +4,8 @@
 #include "tests/support/UniqueName.h"
 #include "win32/Handle.h"
 
-#include <tlhelp32.h>
-
-#include <fstream>
+#include <iomanip>
+#include <sstream>
 #include <stdexcept>
 
 namespace bench {
@@ -52,9 +51,24 @@ void Mark(const std::string& name)
     const win32::KernelHandle none(::OpenEventA(SYNCHRONIZE, FALSE, name.c_str()));
 }
 
+/// A thread's line in the list of calls.
+std::string LineOf(const char* program, DWORD thread, const Requests& requests)
+{
+    std::ostringstream line;
+    line << "  " << std::setw(10) << std::left << program << " thread " << std::hex << thread << std::dec
+         << std::fixed << std::setprecision(2) << ": " << Sum(requests) << " =";
+    for (const auto& [name, count] : requests) {
+        if (count >= 0.01) {
+            line << ' ' << name << ' ' << count;
+        }
+    }
+    return line.str() + '\n';
+}
+
 } // namespace
 
-ServerLog::ServerLog(std::filesystem::path path) : m_path(std::move(path))
+ServerLog::ServerLog(std::filesystem::path log, const std::filesystem::path& calls)
+    : m_path(std::move(log)), m_calls(calls)
 {
     // The server logs requests from the moment that any program of this session wants it to.
     ::SetEnvironmentVariableW(L"WINEDEBUG", L"+server");
@@ -65,10 +79,30 @@ ServerLog::ServerLog(std::filesystem::path path) : m_path(std::move(path))
     }
 }
 
+Requests ServerLog::Count(const std::string& title, const std::vector<Program>& programs, double count,
+                          const std::function<void()>& action)
+{
+    std::map<DWORD, Requests> counted = During(action);
+    Requests together;
+    m_calls << title << '\n';
+    for (const Program& program : programs) {
+        for (const DWORD thread : program.threads) {
+            for (auto& [name, number] : counted[thread]) {
+                number /= count;
+                together[name] += number;
+            }
+            if (Sum(counted[thread]) >= 0.05) {
+                m_calls << LineOf(program.name, thread, counted[thread]);
+            }
+        }
+    }
+    m_calls << "  together " << Sum(together) << "\n\n";
+    return together;
+}
+
 std::map<DWORD, Requests> ServerLog::During(const std::function<void()>& action) const
 {
-    const std::wstring unique = support::UniqueName(L"bench-mark");
-    const std::string mark(unique.begin(), unique.end());
+    const std::string mark = support::UniqueName(std::string_view("bench-mark"));
     Mark(mark + "-begin");
     action();
     Mark(mark + "-end");
@@ -99,29 +133,13 @@ double ServerLog::ProcessorSeconds(DWORD firstThread) const
     throw std::runtime_error("the Wine server's log does not show the start of a process");
 }
 
-std::uint64_t Sum(const Requests& requests)
+double Sum(const Requests& requests)
 {
-    std::uint64_t sum = 0;
+    double sum = 0;
     for (const auto& [name, count] : requests) {
         sum += name != Slept ? count : 0;
     }
     return sum;
-}
-
-std::vector<DWORD> ThreadsOf(DWORD processId)
-{
-    std::vector<DWORD> threads;
-    const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = ::Thread32First(snapshot.Get(), &entry); more != FALSE;
-         more = ::Thread32Next(snapshot.Get(), &entry))
-    {
-        if (entry.th32OwnerProcessID == processId) {
-            threads.push_back(entry.th32ThreadID);
-        }
-    }
-    return threads;
 }
 
 } // namespace bench

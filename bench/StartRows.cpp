@@ -1,13 +1,15 @@
-#include "bench/DataPath.h"
+#include "bench/Ends.h"
 #include "bench/Rows.h"
 #include "client/RouterAutomation.h"
+#include "tests/support/PipeClient.h"
 #include "tests/support/UniqueName.h"
 
 namespace bench {
 
 namespace {
 
-/// Milliseconds from the activation to the object, and to a port's open pipe.
+/// Milliseconds from the activation to the object, and to a port's open pipe. A port of the client library would
+/// be open a little later: it watches a new pipe for 20 ms.
 struct StartTimes
 {
     double activation = 0;
@@ -16,16 +18,16 @@ struct StartTimes
 
 StartTimes StartRouter()
 {
-    const std::wstring name = support::UniqueName(L"BenchStart");
+    using Result = RouterAutomation::Result;
+    const std::string name = support::UniqueName(std::string_view("BenchStart"));
     RouterAutomation automation;
-    PipeEnd client;
+    support::PipeClient client;
     StartTimes times;
     const Stopwatch watch;
-    Demand(automation.Create(RouterAutomation::Binding::Early) == RouterAutomation::Result::Done,
-           "the router does not start");
+    Demand(automation.Create(RouterAutomation::Binding::Early) == Result::Done, "the router does not start");
     times.activation = 1000 * watch.Seconds();
-    Demand(automation.Register(3, 1, UsualReadSize, UsualReadSize, name) == RouterAutomation::Result::Done &&
-               client.Open(name, std::chrono::seconds(20)),
+    constexpr LONG Size = RunningRouter::UsualReadSize;
+    Demand(automation.Register(3, 1, Size, Size, console::Wide(name)) == Result::Done && client.Open(name),
            "the router serves no pipe");
     times.served = 1000 * watch.Seconds();
     RouterProcess process;
@@ -38,10 +40,10 @@ StartTimes StartRouter()
 
 } // namespace
 
-// The session has registered the router; COM is initialised by it too.
-void AddStartRows(Table& table, const RunSize& run, RouterSession&)
+void AddStartRows(Table& table, const RunSize& run)
 {
-    const Instrument simulator;
+    const RouterSession session(RouterSession::Transport::Simulation); // registers the router, initialises COM
+    const RoleProcess simulator = Simulator();
     std::vector<double> activation;
     std::vector<double> served;
     for (int round = 0; round < run.Rounds(); ++round) {

@@ -1,82 +1,81 @@
 // One-way streams: requests without waiting, and replies that come many to a block.
-#include "bench/DataPath.h"
+#include "bench/Ends.h"
 #include "bench/Rows.h"
+#include "tests/support/PipeClient.h"
 
 namespace bench {
 
 namespace {
 
-constexpr std::size_t FloodMessage = 512;
+constexpr std::chrono::minutes StreamTimeout{2};
+/// An idle port recreates its pipe every 50 ms and throws out a client that has just opened it.
+constexpr std::chrono::milliseconds RecreationTime{60};
 
-/// One end of a stream.
-struct Stream
+/// The sender of a stream. Not the client library: that waits until the router has read a message before it writes
+/// the next, so that nothing merges; these rows are about what is written without waiting.
+class Sender
 {
-    PipeEnd& client;
-    const Instrument& instrument;
+public:
+    explicit Sender(const std::string& pipe)
+    {
+        Demand(support::WaitUntil([&] { return m_pipe.Open(pipe) && !m_pipe.WaitForBreak(RecreationTime); }),
+               "the stream's pipe does not stay open");
+    }
+
+    /// Messages a second until the instrument, a sink of `size` * `count` bytes, has the last byte. Adds the
+    /// packets in which they came to `packets`.
+    double Rate(std::size_t size, std::size_t count, std::uint64_t& packets)
+    {
+        const std::string message(size, 's');
+        const Stopwatch watch;
+        for (std::size_t i = 0; i < count; ++i) {
+            Demand(m_pipe.Write(message), "the stream's pipe broke");
+        }
+        const auto answer = m_pipe.Read(StreamTimeout);
+        const double seconds = watch.Seconds();
+        Demand(answer.has_value(), "the stream does not arrive");
+        packets += std::stoull(*answer);
+        return static_cast<double>(count) / seconds;
+    }
+
+private:
+    support::PipeClient m_pipe;
 };
 
-/// Messages a second until the last byte is with the instrument.
-double RequestRate(const Stream& stream, std::size_t size, std::size_t count)
-{
-    const std::vector<std::uint8_t> message(size, 's');
-    stream.instrument.Set(Mode::Sink, size * count);
-    const Stopwatch watch;
-    for (std::size_t i = 0; i < count; ++i) {
-        Demand(stream.client.Write(message), "the stream's pipe broke");
-    }
-    stream.instrument.AwaitGoal();
-    return static_cast<double>(count) / watch.Seconds();
-}
-
-/// Messages a second from the request for them to the last one.
-double ReplyRate(const Stream& stream, std::size_t count)
-{
-    const std::vector<std::uint8_t> request(64, 'r');
-    stream.instrument.Set(Mode::Flood, FloodMessage * count);
-    const Stopwatch watch;
-    Demand(stream.client.Write(request) && stream.client.ReadExactly(FloodMessage * count),
-           "the replies' pipe broke");
-    return static_cast<double>(count) / watch.Seconds();
-}
-
-/// Adds a row about a port of `router` against one pipe. `measure(direct, routed)` returns the row.
-template <class Measure>
-void AddRow(Table& table, const Instrument& simulator, RunningRouter& router, LONG readSize, Measure&& measure)
-{
-    DirectPath direct;
-    const auto client = router.OpenPort(3, 1, readSize);
-    Row row = measure(Stream{direct.Client(), direct.TheInstrument()}, Stream{*client, simulator});
-    simulator.Set(Mode::Echo);
-    client->Close();
-    router.Session().UnregisterPort(3, 1);
-    table.Add(std::move(row));
-}
-
-Row MeasureRequests(const RunSize& run, const Stream& direct, const Stream& routed, std::size_t size,
-                    bool wholeMessages)
+void AddRequestRow(Table& table, const RunSize& run, RouterSession& session, std::size_t size, bool wholeMessages)
 {
     const std::size_t count = run.Times(5000);
     const std::size_t routedCount = wholeMessages ? count / 5 : count;
+    const RoleProcess bareSink = BareInstrument({Mode::Sink, size * count});
+    const RoleProcess sink = Simulator({Mode::Sink, size * routedCount});
+    const RunningRouter router(session);
+    const LONG readSize = wholeMessages ? static_cast<LONG>(size) : RunningRouter::UsualReadSize;
+    Sender direct(bareSink.Pipe());
+    Sender routed(router.RegisterPort(1, readSize));
     std::uint64_t packets = 0;
+    std::uint64_t unused = 0;
     const auto [bare, path] = InTurn(
-        run.Rounds(), [&] { return RequestRate(direct, size, count); },
-        [&] {
-            routed.instrument.Record().packets = 0;
-            const double rate = RequestRate(routed, size, routedCount);
-            packets += routed.instrument.Record().packets;
-            return rate;
-        });
+        run.Rounds(), [&] { return direct.Rate(size, count, unused); },
+        [&] { return routed.Rate(size, routedCount, packets); });
     const double messages = static_cast<double>(routedCount) * run.Rounds();
-    std::string merged = std::to_string(packets != 0 ? messages / static_cast<double>(packets) : 0);
+    std::string merged = std::to_string(messages / static_cast<double>(packets));
     merged.resize(merged.find('.') + 2);
-    return {"requests without waiting, " + std::to_string(size) + " B" +
-                (wholeMessages ? ", one packet each" : ""),
-            "one-way stream on one pipe",
-            path,
-            bare,
-            "msg/s",
-            wholeMessages ? Told : AtLeast(0.5),
-            merged + " messages to a packet"};
+    table.Add(
+        {"requests without waiting, " + std::to_string(size) + " B" + (wholeMessages ? ", one packet each" : ""),
+         "one-way stream on one pipe", path, bare, "msg/s", wholeMessages ? Told : AtLeast(0.5),
+         merged + " messages to a packet"});
+}
+
+/// Messages a second from the request for them to the last one.
+double ReplyRate(Client& client, std::size_t count)
+{
+    const std::vector<std::uint8_t> request(64, 'r');
+    const Stopwatch watch;
+    client.Send(request);
+    for (std::size_t i = 0; i < count; ++i) {
+        Demand(client.Receive() == FloodPayload, "a reply is cut");
+    }
+    return static_cast<double>(count) / watch.Seconds();
 }
 
 /// How often a port has slept its 100 ms because its last write was not through, by its own trace.
@@ -91,38 +90,33 @@ std::size_t Naps(const RouterSession& session)
     return naps;
 }
 
-Row MeasureReplies(const RunSize& run, const Stream& direct, const Stream& routed, const RouterSession& session)
+void AddReplyRow(Table& table, const RunSize& run, RouterSession& session)
 {
     const std::size_t count = run.Times(5000);
+    const std::size_t napsBefore = Naps(session);
+    const RoleProcess bareSource = BareInstrument({Mode::Flood, FloodPayload * count});
+    const RoleProcess source = Simulator({Mode::Flood, FloodPayload * count});
+    const RunningRouter router(session);
+    Client direct(bareSource.Pipe());
+    Client routed(router.RegisterPort(1));
     const auto [bare, path] =
         InTurn(run.Rounds(), [&] { return ReplyRate(direct, count); }, [&] { return ReplyRate(routed, count); });
-    return {"replies to one client, 512 B, many to a block",
-            "one-way stream on one pipe",
-            path,
-            bare,
-            "msg/s",
-            AtLeast(0.5),
-            std::to_string(Naps(session)) + " sleeps of 100 ms in all rounds"};
+    table.Add({"replies to one client, 512 B, many to a block", "one-way stream on one pipe", path, bare, "msg/s",
+               AtLeast(0.5), std::to_string(Naps(session) - napsBefore) + " sleeps of 100 ms in all rounds"});
 }
 
 } // namespace
 
-void AddStreamRows(Table& table, const RunSize& run, RouterSession& session)
+void AddStreamRows(Table& table, const RunSize& run)
 {
-    const Instrument simulator;
+    RouterSession session(RouterSession::Transport::Simulation);
     RouterSession::SetMask(3, 0x00040000); // a port's life and its naps, into the log
-    RunningRouter router(session);
     for (const bool wholeMessages : {false, true}) {
         for (const std::size_t size : {std::size_t{64}, std::size_t{1024}}) {
-            AddRow(table, simulator, router, wholeMessages ? static_cast<LONG>(size) : UsualReadSize,
-                   [&](const Stream& direct, const Stream& routed) {
-                       return MeasureRequests(run, direct, routed, size, wholeMessages);
-                   });
+            AddRequestRow(table, run, session, size, wholeMessages);
         }
     }
-    AddRow(table, simulator, router, UsualReadSize, [&](const Stream& direct, const Stream& routed) {
-        return MeasureReplies(run, direct, routed, session);
-    });
+    AddReplyRow(table, run, session);
 }
 
 } // namespace bench

@@ -13,14 +13,15 @@ namespace {
 
 using Bound = Target::Bound;
 
-// Of a row's JSON: what Continue looks for, which reads nothing but what Json wrote.
+// Of a row's JSON: what is looked for in rows that were read, which is nothing but what Json wrote.
 constexpr std::string_view RowBegin = "  {\"measured\": ";
 constexpr std::string_view NotMet = ", \"met\": false";
 
-std::string Format(const char* format, int precision, double value)
+template <class... Values>
+std::string Format(const char* format, Values... values)
 {
-    std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), format, precision, value);
+    std::array<char, 300> text{};
+    std::snprintf(text.data(), text.size(), format, values...);
     return text.data();
 }
 
@@ -36,23 +37,36 @@ std::string TargetText(const Target& target)
                                        : (target.bound == Bound::AtMost ? "<= " : ">= ") + Number(target.value);
 }
 
-std::string Joined(const std::array<std::string, 7>& cells)
+/// The figure in units of the reference, or the figure itself.
+double Judged(const Row& row)
 {
-    constexpr std::array<std::size_t, 6> widths{52, 34, 13, 13, 7, 9};
-    std::string line;
-    for (std::size_t i = 0; i < widths.size(); ++i) {
-        line += cells[i] + std::string(widths[i] - std::min(widths[i], cells[i].size()) + 1, ' ');
-    }
-    return line + cells[widths.size()];
+    const double against = row.referenceFigure.value_or(1);
+    return against != 0 ? row.figure / against : 0;
 }
+
+/// None for rows that are just told.
+std::optional<bool> IsMet(const Row& row)
+{
+    if (row.target.bound == Bound::None) {
+        return std::nullopt;
+    }
+    const bool compared = row.referenceFigure != 0.0; // else nothing was measured to compare with
+    const double judged = Judged(row);
+    return compared &&
+           (row.target.bound == Bound::AtMost ? judged <= row.target.value : judged >= row.target.value);
+}
+
+constexpr const char* Columns = "%-52s %-34s %-13s %-13s %-7s %-9s %s";
 
 std::string LineOf(const Row& row)
 {
-    const std::optional<bool> met = row.IsMet();
+    const std::optional<bool> met = IsMet(row);
+    const std::string figure = Number(row.figure) + " " + row.unit;
     const std::string reference = row.referenceFigure ? Number(*row.referenceFigure) + " " + row.unit : "-";
-    const std::string ratio = row.referenceFigure ? Number(row.Judged()) : "-";
-    const std::string line = Joined({row.measured, row.reference, Number(row.figure) + " " + row.unit, reference,
-                                     ratio, TargetText(row.target), !met ? "-" : (*met ? "yes" : "NO")});
+    const std::string ratio = row.referenceFigure ? Number(Judged(row)) : "-";
+    const std::string line =
+        Format(Columns, row.measured.c_str(), row.reference.c_str(), figure.c_str(), reference.c_str(),
+               ratio.c_str(), TargetText(row.target).c_str(), !met ? "-" : (*met ? "yes" : "NO"));
     return row.note.empty() ? line : line + "  (" + row.note + ")";
 }
 
@@ -67,76 +81,63 @@ std::string Quoted(const std::string& text)
 
 std::string JsonOf(const Row& row)
 {
-    const auto exact = [](double value) { return Format("%.*g", 6, value); };
+    const auto exact = [](double value) { return Format("%g", value); };
     std::string json = std::string(RowBegin) + Quoted(row.measured) + ", \"reference\": " + Quoted(row.reference) +
                        ", \"figure\": " + exact(row.figure) + ", \"unit\": " + Quoted(row.unit);
     if (row.referenceFigure) {
         json += ", \"reference figure\": " + exact(*row.referenceFigure) +
-                ", \"reference unit\": " + Quoted(row.unit) + ", \"ratio\": " + exact(row.Judged());
+                ", \"reference unit\": " + Quoted(row.unit) + ", \"ratio\": " + exact(Judged(row));
     }
-    if (const std::optional<bool> met = row.IsMet()) {
+    if (const std::optional<bool> met = IsMet(row)) {
         json +=
             ", \"target\": " + Quoted(TargetText(row.target)) + (*met ? ", \"met\": true" : std::string(NotMet));
     }
     return json + ", \"note\": " + Quoted(row.note) + "}";
 }
 
+void Print(const std::string& line)
+{
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
 } // namespace
 
-double Row::Judged() const
+void Table::PrintHead()
 {
-    const double against = referenceFigure.value_or(1);
-    return against != 0 ? figure / against : 0;
+    const std::string line =
+        Format(Columns, "measured", "reference", "figure", "reference", "ratio", "target", "met");
+    Print(line + "\n" + std::string(line.size(), '-'));
 }
 
-std::optional<bool> Row::IsMet() const
+void Table::Add(const Row& row)
 {
-    if (target.bound == Bound::None) {
-        return std::nullopt;
-    }
-    const bool compared = referenceFigure != 0.0; // else nothing was measured to compare with
-    return compared && (target.bound == Bound::AtMost ? Judged() <= target.value : Judged() >= target.value);
-}
-
-void Table::Add(Row row)
-{
-    if (announce != nullptr) {
-        announce(LineOf(row));
-    }
-    m_rows.push_back(std::move(row));
-}
-
-std::string Table::Head()
-{
-    const std::string line = Joined({"measured", "reference", "figure", "reference", "ratio", "target", "met"});
-    return line + "\n" + std::string(line.size(), '-');
+    Print(LineOf(row));
+    m_rows.push_back(JsonOf(row));
 }
 
 void Table::Continue(std::istream& json)
 {
     for (std::string line; std::getline(json, line);) {
         if (line.starts_with(RowBegin)) {
-            m_earlier.push_back(line.substr(0, line.rfind('}') + 1));
+            m_rows.push_back(line.substr(0, line.rfind('}') + 1));
         }
     }
 }
 
-std::size_t Table::MissedTargets() const
-{
-    const auto missed = [](const std::string& row) { return row.find(NotMet) != std::string::npos; };
-    return static_cast<std::size_t>(std::ranges::count_if(m_earlier, missed) +
-                                    std::ranges::count_if(m_rows, missed, &JsonOf));
-}
-
 std::string Table::Json() const
 {
-    std::vector<std::string> rows = m_earlier;
-    std::ranges::transform(m_rows, std::back_inserter(rows), &JsonOf);
     std::string json;
-    for (const std::string& row : rows) {
+    for (const std::string& row : m_rows) {
         json += (json.empty() ? "[\n" : ",\n") + row;
     }
     return json + "\n]\n";
+}
+
+std::size_t Table::MissedTargets() const
+{
+    return static_cast<std::size_t>(
+        std::ranges::count_if(m_rows, [](const std::string& row) { return row.find(NotMet) != row.npos; }));
 }
 
 } // namespace bench

@@ -37,33 +37,25 @@ struct Row
     std::string unit;                      // of both
     Target target;
     std::string note;
-
-    /// The figure in units of the reference, or the figure itself.
-    double Judged() const;
-    /// None for rows that are just told.
-    std::optional<bool> IsMet() const;
 };
 
 class Table
 {
 public:
-    void Add(Row row);
+    /// The column heads, ruled off.
+    static void PrintHead();
+    /// Prints the row.
+    void Add(const Row& row);
+
     /// Begins with the rows of another run of the benchmark, given as its Json().
     void Continue(std::istream& json);
-
-    std::size_t RowCount() const noexcept { return m_earlier.size() + m_rows.size(); }
-    std::size_t MissedTargets() const;
-
-    /// The column heads as one line, ruled off.
-    static std::string Head();
     std::string Json() const;
 
-    /// Called with each row, as one line, when it is added.
-    void (*announce)(const std::string& line) = nullptr;
+    std::size_t RowCount() const noexcept { return m_rows.size(); }
+    std::size_t MissedTargets() const;
 
 private:
-    std::vector<std::string> m_earlier; // rows of another run, each as its JSON
-    std::vector<Row> m_rows;
+    std::vector<std::string> m_rows; // each as its JSON
 };
 
 } // namespace bench

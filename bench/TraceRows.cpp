@@ -1,6 +1,9 @@
 #include "bench/Rows.h"
-#include "bench/Tracer.h"
+#include "bench/ServerLog.h"
+#include "diag/CDebugThread.h"
 #include "diag/TimeStamp.h"
+#include "host/TraceFrontEnd.h"
+#include "tests/support/TempFolder.h"
 #include "tests/support/WaitUntil.h"
 #include "trace/Trace.h"
 
@@ -12,6 +15,7 @@ namespace bench {
 
 namespace {
 
+constexpr int CountedCalls = 1000;
 constexpr const char* TracedLine = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
 
 std::wstring g_program; // written before the tracer starts, read by its thread
@@ -24,6 +28,54 @@ CDebugThread::Owner NewTracer(const std::filesystem::path& folder)
     return CDebugThread::Create(surroundings);
 }
 
+constexpr std::int32_t UnwantedChannel = 7; // that nobody has asked to trace
+
+/// The product's trace front end and tracer, writing into a log of their own. The trace calls of this process go
+/// here while it lives; one at a time. Everything that channel -1 traces is wanted by the file, nothing of other
+/// channels.
+class Tracer
+{
+public:
+    Tracer() : m_tracer(NewTracer(m_folder.Path())), m_output(*m_tracer), m_frontEnd(m_output)
+    {
+        CDebugOption option(trace::RouterChannel);
+        option.SetMask(0xFFFF0000);
+        m_frontEnd.Publish({{option.DeviceNumber, option}});
+        m_tracer->SetOptions(0xFFFF0000, L"Bench.log", 1000, true);
+        if (!m_tracer->Start()) {
+            throw std::runtime_error("the tracer does not start");
+        }
+    }
+
+    /// Lines in the log that contain `text`.
+    std::size_t LinesWith(const std::string& text) const
+    {
+        std::ifstream log(m_folder.Path() / L"Log" / L"Bench.log", std::ios::binary);
+        std::size_t count = 0;
+        for (std::string line; std::getline(log, line);) {
+            count += line.find(text) != std::string::npos ? 1 : 0;
+        }
+        return count;
+    }
+
+private:
+    /// As the module's own, without its dialog.
+    struct Output final : ITraceOutput
+    {
+        explicit Output(CDebugThread& thread) : tracer(thread) {}
+        bool TracerExists() const noexcept override { return true; }
+        bool DialogExists() const noexcept override { return true; }
+        bool DialogIsVisible() const noexcept override { return false; }
+        void AddTrace(std::uint32_t mask, std::string text) override { tracer.AddTrace(mask, std::move(text)); }
+        CDebugThread& tracer;
+    };
+
+    support::TempFolder m_folder;
+    CDebugThread::Owner m_tracer;
+    Output m_output;
+    TraceFrontEnd m_frontEnd;
+};
+
 void Nothing(int) {}
 
 void AddUnwantedRow(Table& table, const RunSize& run)
@@ -34,7 +86,7 @@ void AddUnwantedRow(Table& table, const RunSize& run)
         run.Rounds(), [&] { return NanosecondsEach(times, [&](std::size_t i) { empty(static_cast<int>(i)); }); },
         [&] {
             return NanosecondsEach(times, [](std::size_t i) {
-                Trace(Tracer::UnwantedChannel, trace::Usb, TracedLine, static_cast<int>(i), 1);
+                Trace(UnwantedChannel, trace::Usb, TracedLine, static_cast<int>(i), 1);
             });
         });
     table.Add({"trace call that nobody wants", "call of an empty function by pointer", trace, call, "ns",
@@ -89,27 +141,17 @@ void AddWantedRows(Table& table, const RunSize& run, const Tracer& tracer)
 
 } // namespace
 
-Tracer::Tracer() : m_tracer(NewTracer(m_folder.Path())), m_output(*m_tracer), m_frontEnd(m_output)
+void AddCountedTraceRow(Table& table, ServerLog& log)
 {
-    CDebugOption option(trace::RouterChannel);
-    option.SetMask(0xFFFF0000);
-    DebugOptionsMap options;
-    options.emplace(option.DeviceNumber, option);
-    m_frontEnd.Publish(options);
-    m_tracer->SetOptions(0xFFFF0000, L"Bench.log", 1000, true);
-    if (!m_tracer->Start()) {
-        throw std::runtime_error("the tracer does not start");
-    }
-}
-
-std::size_t Tracer::LinesWith(const std::string& text) const
-{
-    std::ifstream log(m_folder.Path() / L"Log" / L"Bench.log", std::ios::binary);
-    std::size_t count = 0;
-    for (std::string line; std::getline(log, line);) {
-        count += line.find(text) != std::string::npos ? 1 : 0;
-    }
-    return count;
+    const Tracer tracer;
+    const std::string measured =
+        "kernel calls of " + std::to_string(CountedCalls) + " trace calls that nobody wants";
+    const Requests requests = log.Count(measured, {{"bench", {::GetCurrentThreadId()}}}, 1, [] {
+        for (int i = 0; i < CountedCalls; ++i) {
+            Trace(UnwantedChannel, trace::Usb, "%d", i);
+        }
+    });
+    table.Add({measured, "", Sum(requests), std::nullopt, "calls", AtMost(0), ""});
 }
 
 void AddTraceRows(Table& table, const RunSize& run)

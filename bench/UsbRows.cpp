@@ -1,13 +1,11 @@
 // Round trips over the simulated instrument's driver, with the router and without.
-#include "bench/DataPath.h"
+#include "bench/Ends.h"
 #include "bench/Rows.h"
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/instrument/InstrumentDriver.h"
 #include "usb/ControlCodes.h"
 #include "usb/RequestBlock.h"
 #include "usb/UsbDevice.h"
-
-#include <stdexcept>
 
 namespace bench {
 
@@ -54,56 +52,37 @@ private:
     win32::OverlappedOperation m_write;
 };
 
-double DirectMedian(std::size_t size, std::size_t count)
-{
-    DirectUsbClient client;
-    std::vector<std::uint8_t> message(size, 'u');
-    std::vector<double> times;
-    for (std::size_t i = 0; i < count + WarmUps; ++i) {
-        const Stopwatch watch;
-        client.RoundTrip(message);
-        times.push_back(watch.Nanoseconds() / 1000);
-    }
-    return Median({times.begin() + WarmUps, times.end()});
-}
-
-double RoutedMedian(PipeEnd& client, std::size_t size, std::size_t count)
-{
-    const std::vector<std::uint8_t> message(size, 'u');
-    std::vector<double> times;
-    RoundTrip(client, message, WarmUps, nullptr);
-    RoundTrip(client, message, count, &times);
-    return Median(times);
-}
-
 } // namespace
 
 // A device has one owner at a time: in each round the client opens it first, then the router is started.
-void AddUsbRows(Table& table, const RunSize& run, RouterSession& session)
+void AddUsbRows(Table& table, const RunSize& run)
 {
+    RouterSession session(RouterSession::Transport::Usb);
     const std::string fault =
         instrumentbus::InstallDriver(instrumentbus::DriverBesideProgram(), std::chrono::seconds(30));
-    if (!fault.empty()) {
-        throw std::runtime_error("the simulated instrument's driver is not installed: " + fault);
-    }
+    Demand(fault.empty(), ("the simulated instrument's driver is not installed: " + fault).c_str());
     instrumentbus::InstrumentControl bus;
     bus.Clear();
     bus.Plug(0, instrumentbus::Instrument());
-    const RoleProcess instrument(L"bus");
+    const RoleProcess instrument = BusInstrument();
     constexpr std::array<std::size_t, 2> Sizes{64, 1024};
     std::array<std::vector<double>, 2> direct;
     std::array<std::vector<double>, 2> routed;
     const std::size_t count = run.Times(150);
+    const auto measure = [&](auto& client, std::array<std::vector<double>, 2>& medians) {
+        for (std::size_t i = 0; i < Sizes.size(); ++i) {
+            std::vector<std::uint8_t> message(Sizes[i], 'u');
+            medians[i].push_back(Median(Microseconds(count, [&] { client.RoundTrip(message); })));
+        }
+    };
     for (int round = 0; round < (run.quick ? 1 : 5); ++round) {
-        for (std::size_t i = 0; i < Sizes.size(); ++i) {
-            direct[i].push_back(DirectMedian(Sizes[i], count));
+        {
+            DirectUsbClient client;
+            measure(client, direct);
         }
-        RunningRouter router(session);
-        const auto client = router.OpenPort(3, 1);
-        for (std::size_t i = 0; i < Sizes.size(); ++i) {
-            routed[i].push_back(RoutedMedian(*client, Sizes[i], count));
-        }
-        client->Close();
+        const RunningRouter router(session);
+        Client client(router.RegisterPort(1));
+        measure(client, routed);
     }
     for (std::size_t i = 0; i < Sizes.size(); ++i) {
         table.Add({"round trip, " + std::to_string(Sizes[i]) + " B, USB", "write and read by DeviceIoControl",

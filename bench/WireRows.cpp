@@ -1,4 +1,5 @@
-#include "bench/WireRows.h"
+// Rows about bytes alone: packet text, framing, parsing.
+#include "bench/Rows.h"
 
 #include "ports/packet/WireFormat.h"
 #include "trace/PacketText.h"
@@ -11,8 +12,6 @@ namespace bench {
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 constexpr std::size_t LongestBlock = 65535;
 constexpr std::size_t Page = 4096;
 
@@ -23,30 +22,6 @@ Bytes Pattern(std::size_t count)
         bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
     }
     return bytes;
-}
-
-Bytes FrameOf(std::uint8_t number, const Bytes& payload)
-{
-    const wire::Trailer trailer = wire::BuildTrailer(payload);
-    const wire::Header header = wire::BuildHeader(number, wire::PortTraffic, 3, 1, payload.size());
-    Bytes frame;
-    frame.reserve(payload.size() + wire::FrameOverhead);
-    frame.insert(frame.end(), header.begin(), header.end());
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    frame.insert(frame.end(), trailer.begin(), trailer.end());
-    return frame;
-}
-
-/// As many packets of that length as fit into one read. Each has number 0, after which the next one's number is
-/// not checked: the report of a gap is no part of parsing.
-Bytes BlockOf(std::size_t frameLength)
-{
-    const Bytes frame = FrameOf(0, Bytes(frameLength - wire::FrameOverhead, 'x'));
-    Bytes block;
-    while (block.size() + frameLength <= LongestBlock) {
-        block.insert(block.end(), frame.begin(), frame.end());
-    }
-    return block;
 }
 
 double CopyTime(Span from, std::size_t times)
@@ -148,6 +123,28 @@ void AddSpeedRow(Table& table, const RunSize& run, const BlockParser& parse, con
 }
 
 } // namespace
+
+Bytes FrameOf(std::uint8_t number, const Bytes& payload)
+{
+    const wire::Trailer trailer = wire::BuildTrailer(payload);
+    const wire::Header header = wire::BuildHeader(number, wire::PortTraffic, 3, 1, payload.size());
+    Bytes frame;
+    frame.reserve(payload.size() + wire::FrameOverhead);
+    frame.insert(frame.end(), header.begin(), header.end());
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    frame.insert(frame.end(), trailer.begin(), trailer.end());
+    return frame;
+}
+
+Bytes BlockOf(std::size_t frameLength)
+{
+    const Bytes frame = FrameOf(0, Bytes(frameLength - wire::FrameOverhead, 'x'));
+    Bytes block;
+    while (block.size() + frameLength <= LongestBlock) {
+        block.insert(block.end(), frame.begin(), frame.end());
+    }
+    return block;
+}
 
 void AddDumpAndFramingRows(Table& table, const RunSize& run)
 {

@@ -1,10 +1,12 @@
 #include "tests/support/ProcessUsage.h"
 
+#include "win32/Handle.h"
+
+#include <tlhelp32.h>
 #include <winternl.h>
 
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
 // From the list of all processes: GetProcessHandleCount and GetProcessMemoryInfo tell nothing of another process
 // under Wine, while the list is right there and on Windows.
@@ -33,4 +35,20 @@ ProcessUsage UsageOf(DWORD processId)
         }
         at += process.NextEntryOffset;
     }
+}
+
+std::vector<DWORD> ThreadsOf(DWORD processId)
+{
+    std::vector<DWORD> threads;
+    const win32::FileHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = ::Thread32First(snapshot.Get(), &entry); more != FALSE;
+         more = ::Thread32Next(snapshot.Get(), &entry))
+    {
+        if (entry.th32OwnerProcessID == processId) {
+            threads.push_back(entry.th32ThreadID);
+        }
+    }
+    return threads;
 }

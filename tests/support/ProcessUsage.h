@@ -4,6 +4,7 @@
 #include "win32/Windows.h"
 
 #include <cstddef>
+#include <vector>
 
 struct ProcessUsage
 {
@@ -14,3 +15,6 @@ struct ProcessUsage
 
 /// All 0 when no such process runs.
 ProcessUsage UsageOf(DWORD processId);
+
+/// Ids of its threads, the first one first.
+std::vector<DWORD> ThreadsOf(DWORD processId);

@@ -1,0 +1,67 @@
+#include "bench/Ends.h"
+
+#include "tests/support/UniqueName.h"
+
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+morvane_options AttachTo(const std::string& pipe)
+{
+    morvane_options options = morvane::Options(3, 1);
+    options.flags = MORVANE_ATTACH;
+    options.name = pipe.c_str();
+    options.open_timeout = static_cast<std::uint32_t>(support::DefaultTimeout.count());
+    return options;
+}
+
+} // namespace
+
+void Demand(bool holds, const char* what)
+{
+    if (!holds) {
+        throw std::runtime_error(what);
+    }
+}
+
+Client::Client(const std::string& pipe) : m_room(MORVANE_LONGEST_MESSAGE), m_port(AttachTo(pipe)) {}
+
+std::size_t Client::Receive()
+{
+    int error = MORVANE_OK;
+    const std::size_t length = m_port.Receive(m_room, support::DefaultTimeout, error);
+    Demand(error == MORVANE_OK, morvane_error_text(error));
+    return length;
+}
+
+void Client::RoundTrip(morvane::View message)
+{
+    int error = MORVANE_OK;
+    const std::size_t length = m_port.Request(message, m_room, support::DefaultTimeout, error);
+    Demand(error == MORVANE_OK, morvane_error_text(error));
+    Demand(length == message.size(), "an answer is not as long as its request");
+}
+
+RunningRouter::RunningRouter(RouterSession& session) : m_session(session)
+{
+    Demand(m_session.Activate(), "the router does not start");
+}
+
+RunningRouter::~RunningRouter()
+{
+    m_session.Release();
+    if (m_session.WaitForEnd() != 0u) {
+        console::Say("FAILED: the router did not end with code 0");
+    }
+}
+
+std::string RunningRouter::RegisterPort(ULONG port, LONG readSize) const
+{
+    std::string name = support::UniqueName(std::string_view("BenchPort"));
+    Demand(m_session.RegisterPort(3, port, console::Wide(name), readSize) == S_OK, "a port is not registered");
+    return name;
+}
+
+} // namespace bench
