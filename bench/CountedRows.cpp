@@ -1,18 +1,24 @@
-// Rows that are counted instead of timed, from the Wine server's log.
+// Rows that are counted instead of timed. What is counted is played first, under a Wine server that logs; the
+// script count-requests counts; then the rows are added.
 #include "bench/Ends.h"
 #include "bench/Rows.h"
-#include "bench/ServerLog.h"
 #include "tests/support/ProcessUsage.h"
+
+#include <fstream>
+#include <iomanip>
+#include <map>
 
 namespace bench {
 
 namespace {
 
-constexpr std::size_t MessageSize = 64;
+constexpr int TraceCalls = 1000;
 constexpr int Ports = 8;
 
-/// The command thread's look for an instrument that is not there. The sleep that follows is no request itself.
-constexpr const char* LookForInstrument = "open_file_object";
+// Sections of the plan.
+constexpr const char* BarePipelineTrips = "round trips through the bare pipeline";
+constexpr const char* RouterTrips = "round trips through the router";
+constexpr const char* UnwantedTraces = "trace calls that nobody wants";
 
 /// A way of a router with eight ports to have nothing to do.
 struct IdleState
@@ -38,44 +44,68 @@ constexpr std::array<IdleState, 3> IdleStates{{
     {"8 ports, no instrument", false, false, Tray + Ports + 100},
 }};
 
-/// Requests for one round trip to that pipe.
-double RoundTripRequests(const RunSize& run, ServerLog& log, const std::string& pipe,
-                         std::vector<Program> programs)
+/// A program, or a part of it, whose threads are counted.
+struct Program
+{
+    const char* name;
+    std::vector<DWORD> threads;
+};
+
+/// Asks for an event that does not exist: the question is in the log.
+void Mark(const std::string& what)
+{
+    const win32::KernelHandle none(::OpenEventA(SYNCHRONIZE, FALSE, ("bench " + what).c_str()));
+}
+
+/// What is played, for count-requests.
+class Plan
+{
+public:
+    explicit Plan(const std::filesystem::path& results) : m_plan(results / "plan.tsv")
+    {
+        // The server logs requests from the moment that any program of this session wants it to.
+        ::SetEnvironmentVariableW(L"WINEDEBUG", L"+server");
+        const support::ChildProcess any(support::ProgramFolder() / L"bench.exe", L"--help");
+        ::SetEnvironmentVariableW(L"WINEDEBUG", L"-all");
+        Demand(any.WaitForExit().has_value(), "the Wine server can't be asked to log");
+    }
+
+    /// What the threads of `programs` ask for meanwhile counts for `section`, for one of `count` trips or seconds.
+    void Play(const std::string& section, const std::vector<Program>& programs, double count,
+              const std::function<void()>& action)
+    {
+        for (const Program& program : programs) {
+            for (const DWORD thread : program.threads) {
+                m_plan << section << '\t' << count << '\t' << std::hex << std::setw(4) << std::setfill('0')
+                       << thread << std::dec << '\t' << program.name << '\n';
+            }
+        }
+        m_plan.flush(); // measure looks into it as soon as the section begins
+        Mark("begin: " + section);
+        action();
+        Mark("end: " + section);
+    }
+
+private:
+    std::ofstream m_plan;
+};
+
+void PlayRoundTrips(Plan& plan, const RunSize& run, const char* section, const std::string& pipe,
+                    const std::vector<Program>& programs)
 {
     Client client(pipe);
-    const std::vector<std::uint8_t> message(MessageSize, 'c');
+    const std::vector<std::uint8_t> message(64, 'c');
     const auto trips = [&](std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) {
             client.RoundTrip(message);
         }
     };
-    trips(WarmUps);
-    const std::string title = std::string(programs.front().name) + ", requests for one round trip";
-    programs.push_back({"client", {::GetCurrentThreadId()}});
     const std::size_t count = run.Times(200);
-    return Sum(log.Count(title, programs, static_cast<double>(count), [&] { trips(count); }));
+    trips(WarmUps);
+    plan.Play(section, programs, static_cast<double>(count), [&] { trips(count); });
 }
 
-void AddRoundTripRow(Table& table, const RunSize& run, RouterSession& session, ServerLog& log)
-{
-    double bare = 0;
-    {
-        const RoleProcess instrument = BareInstrument();
-        const RoleProcess pipeline = BarePipeline(instrument);
-        bare = RoundTripRequests(
-            run, log, pipeline.Pipe(),
-            {{"barePipeline", ThreadsOf(pipeline.Id())}, {"instrument", ThreadsOf(instrument.Id())}});
-    }
-    const RoleProcess simulator = Simulator();
-    const RunningRouter router(session);
-    const std::string port = router.RegisterPort(1); // whose thread is one of those that are listed next
-    const double routed = RoundTripRequests(
-        run, log, port, {{"router", ThreadsOf(router.Id())}, {"instrument", ThreadsOf(simulator.Id())}});
-    table.Add({"requests to the Wine server for a routed round trip", "seven wake-ups and nothing else", routed,
-               bare, "requests", AtMost(1.5), ""});
-}
-
-void AddIdleRows(Table& table, const RunSize& run, RouterSession& session, ServerLog& log, const IdleState& state)
+void PlayIdleState(Plan& plan, const RunSize& run, RouterSession& session, const IdleState& state)
 {
     // The router does not find the bare one.
     const RoleProcess instrument = state.hasInstrument ? Simulator() : BareInstrument();
@@ -87,32 +117,77 @@ void AddIdleRows(Table& table, const RunSize& run, RouterSession& session, Serve
             clients.emplace_back(pipe);
         }
     }
-    const Program program{"router", ThreadsOf(router.Id())};
-    const DWORD firstThread = program.threads.front();
     ::Sleep(500); // for what the start leaves to be done
     const auto time = run.Time(std::chrono::milliseconds(5000));
-    const double seconds = std::chrono::duration<double>(time).count();
-    const double before = log.ProcessorSeconds(firstThread);
-    Requests requests = log.Count(std::string(state.name) + ", requests in a second", {program}, seconds,
-                                  [&] { ::Sleep(static_cast<DWORD>(time.count())); });
-    const double processor = log.ProcessorSeconds(firstThread) - before;
-    table.Add({std::string("wake-ups, ") + state.name, "the waits with a time in them",
-               requests[Slept] + requests[LookForInstrument], state.wakeUps, "/s", AtMost(1.03), ""});
-    table.Add({std::string("processor, ") + state.name, "one processor", 100 * processor / seconds, std::nullopt,
-               "%", Told, ""});
+    plan.Play(state.name, {{"router", ThreadsOf(router.Id())}}, std::chrono::duration<double>(time).count(),
+              [&] { ::Sleep(static_cast<DWORD>(time.count())); });
+}
+
+/// What count-requests and measure found for a section, for one trip or second.
+struct Counted
+{
+    double requests = 0;
+    double wakeUps = 0;
+    double processor = 0; // seconds; negative: not known
+};
+
+std::map<std::string, Counted> ReadCounted(const std::filesystem::path& results)
+{
+    std::map<std::string, Counted> sections;
+    std::ifstream file(results / "counted.tsv");
+    for (std::string section; std::getline(file, section, '\t');) {
+        Counted& counted = sections[section];
+        file >> counted.requests >> counted.wakeUps >> counted.processor >> std::ws;
+    }
+    return sections;
 }
 
 } // namespace
 
-void AddCountedRows(Table& table, const RunSize& run, const std::filesystem::path& serverLog,
-                    const std::filesystem::path& calls)
+void PlayCountedSections(const RunSize& run, const std::filesystem::path& results)
 {
     RouterSession session(RouterSession::Transport::Simulation);
-    ServerLog log(serverLog, calls);
-    AddRoundTripRow(table, run, session, log);
-    AddCountedTraceRow(table, log);
+    Plan plan(results);
+    {
+        const RoleProcess instrument = BareInstrument();
+        const RoleProcess pipeline = BarePipeline(instrument);
+        PlayRoundTrips(plan, run, BarePipelineTrips, pipeline.Pipe(),
+                       {{"pipeline", ThreadsOf(pipeline.Id())},
+                        {"instrument", ThreadsOf(instrument.Id())},
+                        {"client", {::GetCurrentThreadId()}}});
+    }
+    {
+        const RoleProcess simulator = Simulator();
+        const RunningRouter router(session);
+        const std::string port = router.RegisterPort(1); // whose thread is one of those that are listed next
+        PlayRoundTrips(plan, run, RouterTrips, port,
+                       {{"router", ThreadsOf(router.Id())},
+                        {"instrument", ThreadsOf(simulator.Id())},
+                        {"client", {::GetCurrentThreadId()}}});
+    }
+    TraceUnwanted(TraceCalls, [&](const auto& calls) {
+        plan.Play(UnwantedTraces, {{"tracer", {::GetCurrentThreadId()}}}, 1, calls);
+    });
     for (const IdleState& state : IdleStates) {
-        AddIdleRows(table, run, session, log, state);
+        PlayIdleState(plan, run, session, state);
+    }
+}
+
+void AddCountedRows(Table& table, const std::filesystem::path& results)
+{
+    const std::map<std::string, Counted> counted = ReadCounted(results);
+    table.Add({"requests to the Wine server for a routed round trip", "seven wake-ups and nothing else",
+               counted.at(RouterTrips).requests, counted.at(BarePipelineTrips).requests, "requests", AtMost(1.5),
+               ""});
+    table.Add({"kernel calls of " + std::to_string(TraceCalls) + " trace calls that nobody wants", "",
+               counted.at(UnwantedTraces).requests, std::nullopt, "calls", AtMost(0), ""});
+    for (const IdleState& state : IdleStates) {
+        const Counted& idle = counted.at(state.name);
+        Demand(idle.processor >= 0, "the processor time of a router is not known");
+        table.Add({std::string("wake-ups, ") + state.name, "the waits with a time in them", idle.wakeUps,
+                   state.wakeUps, "/s", AtMost(1.03), ""});
+        table.Add({std::string("processor, ") + state.name, "one processor", 100 * idle.processor, std::nullopt,
+                   "%", Told, ""});
     }
 }
 

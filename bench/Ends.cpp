@@ -2,31 +2,16 @@
 
 #include "tests/support/UniqueName.h"
 
-#include <stdexcept>
-
 namespace bench {
 
-namespace {
-
-morvane_options AttachTo(const std::string& pipe)
+Client::Client(const std::string& pipe) : m_room(MORVANE_LONGEST_MESSAGE)
 {
     morvane_options options = morvane::Options(3, 1);
     options.flags = MORVANE_ATTACH;
     options.name = pipe.c_str();
     options.open_timeout = static_cast<std::uint32_t>(support::DefaultTimeout.count());
-    return options;
+    m_port = morvane::Port(options);
 }
-
-} // namespace
-
-void Demand(bool holds, const char* what)
-{
-    if (!holds) {
-        throw std::runtime_error(what);
-    }
-}
-
-Client::Client(const std::string& pipe) : m_room(MORVANE_LONGEST_MESSAGE), m_port(AttachTo(pipe)) {}
 
 std::size_t Client::Receive()
 {

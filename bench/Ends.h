@@ -1,14 +1,12 @@
 // The two ends of what most rows measure: a running router, and a client at the pipe of a port or at a bare one.
 #pragma once
 
+#include "bench/Measure.h"
 #include "bench/Roles.h"
 #include "client/morvane_client.hpp"
 #include "tests/support/RouterSession.h"
 
 namespace bench {
-
-/// Throws std::runtime_error with `what` unless `holds`.
-void Demand(bool holds, const char* what);
 
 /// A client program at a served pipe, whichever path is behind it: a port of the client library. Throws
 /// std::runtime_error when the pipe does not open or an answer does not come.

@@ -92,9 +92,8 @@ private:
     /// A write for each payload, or framed, for as many as a block holds.
     bool Flood()
     {
-        constexpr std::size_t Framed = FloodPayload + wire::FrameOverhead;
-        const Bytes block = m_framed ? BlockOf(Framed) : Bytes(FloodPayload, 'f');
-        const std::size_t each = m_framed ? Framed : FloodPayload;
+        const std::size_t each = FloodPayload + (m_framed ? wire::FrameOverhead : 0);
+        const Bytes block = m_framed ? BlockOf(each) : Bytes(each, 'f');
         bool written = true;
         for (std::size_t left = m_task.bytes / FloodPayload; left != 0 && written;) {
             const std::size_t count = std::min(left, block.size() / each);

@@ -3,7 +3,6 @@
 #include "bench/Rows.h"
 #include "console/CommandLine.h"
 
-#include <fstream>
 #include <functional>
 #include <sstream>
 
@@ -14,11 +13,9 @@ using bench::Table;
 
 constexpr const char* Help = R"(usage: bench [switches]
   --quick             a few of everything: whether it runs, not how fast
-  --only GROUP[,...]  wire, dispatch, trace, usb, start, trips, streams, ports, counted
-  --results FOLDER    the rows as JSON go to bench.json there, after those of one-processor.json if it is there; with
-                      server.log, which gets what the Wine server prints, its requests are counted into calls.txt
-  --one-processor     only the round trips that want everything on one processor, which the caller sees to; as JSON
-                      to one-processor.json
+  --only GROUP[,...]  wire, dispatch, trace, usb, start, trips, streams, ports; and for bench/measure, which provides
+                      what they want: one-processor, plan, counted
+  --results FOLDER    the rows are added to rows.tsv there
 Registers the router of its own folder and removes the router's settings: for a Windows of its own only.
 )";
 
@@ -27,32 +24,19 @@ struct Options
     RunSize run;
     std::string only;
     std::string results;
-    bool oneProcessor = false;
     bool help = false;
-
-    std::filesystem::path Result(const char* name) const
-    {
-        return std::filesystem::path(console::Wide(results)) / name;
-    }
 };
 
 struct Group
 {
     std::string name;
     std::function<void(Table&, const RunSize&)> measure;
+    bool onlyByName = false;
 };
 
-std::vector<Group> GroupsOf(const Options& options)
+std::vector<Group> GroupsIn(const std::filesystem::path& results)
 {
     using namespace bench;
-    if (options.oneProcessor) {
-        return {{"trips", &AddOneProcessorRoundTripRows}};
-    }
-    const auto count = [&options](Table& table, const RunSize& run) {
-        if (const auto log = options.Result("server.log"); std::filesystem::exists(log)) {
-            AddCountedRows(table, run, log, options.Result("calls.txt"));
-        }
-    };
     return {{"wire", &AddDumpAndFramingRows},
             {"dispatch", &AddDispatchRows},
             {"trace", &AddTraceRows},
@@ -61,59 +45,47 @@ std::vector<Group> GroupsOf(const Options& options)
             {"trips", &AddRoundTripRows},
             {"streams", &AddStreamRows},
             {"ports", &AddScalingRows},
-            {"counted", count}};
-}
-
-/// Keeps the groups that `only` names, all of them when it is empty.
-std::optional<commandline::Error> Select(std::vector<Group>& groups, const std::string& only)
-{
-    std::vector<std::string> names;
-    std::istringstream in(only);
-    for (std::string name; std::getline(in, name, ',');) {
-        if (!std::ranges::count(groups, name, &Group::name)) {
-            return "unknown group '" + name + "'";
-        }
-        names.push_back(name);
-    }
-    std::erase_if(groups,
-                  [&](const Group& group) { return !names.empty() && !std::ranges::count(names, group.name); });
-    return std::nullopt;
+            {"one-processor", &AddOneProcessorRoundTripRows, true},
+            {"plan", [=](Table&, const RunSize& run) { PlayCountedSections(run, results); }, true},
+            {"counted", [=](Table& table, const RunSize&) { AddCountedRows(table, results); }, true}};
 }
 
 std::optional<commandline::Error> Read(const std::vector<std::string>& arguments, Options& options)
 {
     using namespace commandline;
-    return Parse(arguments, {{"--quick", false, Set(options.run.quick)},
-                             {"--only", true, Store(options.only)},
-                             {"--results", true, Store(options.results)},
-                             {"--one-processor", false, Set(options.oneProcessor)},
-                             {"--help", false, Set(options.help)}});
+    const auto error = Parse(arguments, {{"--quick", false, Set(options.run.quick)},
+                                         {"--only", true, Store(options.only)},
+                                         {"--results", true, Store(options.results)},
+                                         {"--help", false, Set(options.help)}});
+    std::istringstream names(options.only);
+    for (std::string name; !error && std::getline(names, name, ',');) {
+        if (!std::ranges::count(GroupsIn({}), name, &Group::name)) {
+            return "unknown group '" + name + "'";
+        }
+    }
+    return error;
 }
 
 /// Measures one group after the other. A group that fails is reported and makes the program fail; the others go
 /// on.
-int Run(const Options& options, const std::vector<Group>& groups)
+int Run(const Options& options)
 {
-    const std::filesystem::path oneProcessorRows = options.Result("one-processor.json");
-    Table table;
-    if (std::ifstream earlier(oneProcessorRows); earlier && !options.oneProcessor) {
-        table.Continue(earlier);
-    } else {
-        Table::PrintHead();
-    }
+    const std::filesystem::path results(console::Wide(options.results));
+    const std::string only = "," + options.only + ",";
+    Table table(results);
     int failed = 0;
-    for (const Group& group : groups) {
+    for (const Group& group : GroupsIn(results)) {
+        const bool isNamed = only.find("," + group.name + ",") != only.npos;
         try {
-            group.measure(table, options.run);
+            if (isNamed || (options.only.empty() && !group.onlyByName)) {
+                group.measure(table, options.run);
+            }
         } catch (const std::exception& fault) {
             ++failed;
             console::Say("FAILED: " + group.name + ": " + fault.what());
         }
     }
-    if (!options.results.empty()) {
-        std::ofstream(options.oneProcessor ? oneProcessorRows : options.Result("bench.json")) << table.Json();
-    }
-    if (!options.oneProcessor) {
+    if (results.empty()) {
         console::Say(std::to_string(table.RowCount()) + " rows, " + std::to_string(table.MissedTargets()) +
                      " targets missed, " + std::to_string(failed) + " groups failed");
     }
@@ -130,17 +102,14 @@ int wmain(int count, wchar_t** arguments)
             return bench::PlayRole(words);
         }
         Options options;
-        auto fault = Read(words, options);
-        std::vector<Group> groups = GroupsOf(options);
-        fault = fault ? fault : Select(groups, options.only);
-        if (fault) {
+        if (const auto fault = Read(words, options)) {
             return console::Fail("bench", *fault + " (--help tells more)", console::UsageError);
         }
         if (options.help) {
             console::Say(Help);
             return 0;
         }
-        return Run(options, groups);
+        return Run(options);
     } catch (const std::exception& fault) {
         return console::Fail("bench", fault.what(), 1);
     }

@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <stdexcept>
 #include <vector>
 
 namespace bench {
@@ -25,6 +26,14 @@ struct RunSize
         return quick ? whole / 8 : whole;
     }
 };
+
+/// Throws std::runtime_error with `what` unless `holds`.
+inline void Demand(bool holds, const char* what)
+{
+    if (!holds) {
+        throw std::runtime_error(what);
+    }
+}
 
 class Stopwatch
 {

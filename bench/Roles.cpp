@@ -6,20 +6,6 @@
 
 namespace bench {
 
-namespace {
-
-std::string Words(InstrumentTask task)
-{
-    return std::to_string(static_cast<int>(task.mode)) + " " + std::to_string(task.bytes);
-}
-
-std::string OwnPipe()
-{
-    return support::UniqueName(std::string_view("Bench"));
-}
-
-} // namespace
-
 RoleProcess::RoleProcess(const std::string& role, std::string pipe, const std::string& task)
     : m_pipe(std::move(pipe)),
       m_readyName(support::UniqueName(L"BenchReady")),
@@ -34,17 +20,17 @@ RoleProcess::RoleProcess(const std::string& role, std::string pipe, const std::s
 
 RoleProcess Simulator(InstrumentTask task)
 {
-    return {"framed", "UsbPipeSimulator", Words(task)};
+    return {"framed", "UsbPipeSimulator", task.Words()};
 }
 
 RoleProcess BareInstrument(InstrumentTask task)
 {
-    return {"bare", OwnPipe(), Words(task)};
+    return {"bare", support::UniqueName(std::string_view("BenchInstrument")), task.Words()};
 }
 
 RoleProcess BarePipeline(const RoleProcess& instrument)
 {
-    return {"pipeline", OwnPipe(), instrument.Pipe()};
+    return {"pipeline", support::UniqueName(std::string_view("BenchPipeline")), instrument.Pipe()};
 }
 
 RoleProcess BusInstrument()

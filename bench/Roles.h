@@ -24,6 +24,8 @@ struct InstrumentTask
 {
     Mode mode = Mode::Echo;
     std::uint64_t bytes = 0;
+
+    std::string Words() const { return std::to_string(static_cast<int>(mode)) + " " + std::to_string(bytes); }
 };
 
 /// A child process in a role, ready for use once constructed; ended by the destructor.

@@ -6,7 +6,6 @@ namespace bench {
 namespace {
 
 constexpr std::array<std::size_t, 3> Sizes{64, 1024, 16384};
-constexpr double MostOfOnePipe = 3.3;
 
 enum Path { OnePipe, ThroughBarePipeline, ThroughRouter, PathCount };
 
@@ -69,7 +68,7 @@ void AddAgainstOnePipe(Table& table, std::size_t size, const Latencies& latencie
 {
     const double onePipe = Median(latencies[OnePipe]);
     table.Add({Name(size) + ", simulation" + when, "same ends on one pipe", Median(latencies[ThroughRouter]),
-               onePipe, "us", AtMost(MostOfOnePipe), ""});
+               onePipe, "us", AtMost(3.3), ""});
     table.Add({Name(size) + ", seven wake-ups only" + when, "same ends on one pipe",
                Median(latencies[ThroughBarePipeline]), onePipe, "us", Told, "a bare path"});
 }

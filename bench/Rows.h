@@ -29,9 +29,10 @@ using BlockParser = std::function<void(Span block, const PacketWatch& watch)>;
 void AddDumpAndFramingRows(Table& table, const RunSize& run);
 /// `name` tells whose parser it is.
 void AddParsingRows(Table& table, const RunSize& run, const BlockParser& parse, const std::string& name);
-/// The parser of the product, which is the transport's dispatch.
 void AddDispatchRows(Table& table, const RunSize& run);
 void AddTraceRows(Table& table, const RunSize& run);
+/// Lets `play` make `count` trace calls that nobody wants.
+void TraceUnwanted(int count, const std::function<void(const std::function<void()>& calls)>& play);
 void AddUsbRows(Table& table, const RunSize& run);
 void AddStartRows(Table& table, const RunSize& run);
 /// On a single processor, which the caller sees to, the Wine server's too.
@@ -39,10 +40,9 @@ void AddOneProcessorRoundTripRows(Table& table, const RunSize& run);
 void AddRoundTripRows(Table& table, const RunSize& run);
 void AddStreamRows(Table& table, const RunSize& run);
 void AddScalingRows(Table& table, const RunSize& run);
-/// Counts instead of timing, from what the Wine server logs into `serverLog`; from here on everything is slow. The
-/// idle router too: what it takes of a processor is not the server's.
-/// `calls` gets the list of calls, thread by thread.
-void AddCountedRows(Table& table, const RunSize& run, const std::filesystem::path& serverLog,
-                    const std::filesystem::path& calls);
+/// Counts instead of timing: plays what is counted and says so in plan.tsv of the folder `results`; adds what was
+/// found, from counted.tsv there.
+void PlayCountedSections(const RunSize& run, const std::filesystem::path& results);
+void AddCountedRows(Table& table, const std::filesystem::path& results);
 
 } // namespace bench

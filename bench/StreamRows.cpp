@@ -7,7 +7,6 @@ namespace bench {
 
 namespace {
 
-constexpr std::chrono::minutes StreamTimeout{2};
 /// An idle port recreates its pipe every 50 ms and throws out a client that has just opened it.
 constexpr std::chrono::milliseconds RecreationTime{60};
 
@@ -22,24 +21,27 @@ public:
                "the stream's pipe does not stay open");
     }
 
-    /// Messages a second until the instrument, a sink of `size` * `count` bytes, has the last byte. Adds the
-    /// packets in which they came to `packets`.
-    double Rate(std::size_t size, std::size_t count, std::uint64_t& packets)
+    /// Messages a second until the instrument, a sink of `size` * `count` bytes, has the last byte.
+    double Rate(std::size_t size, std::size_t count)
     {
         const std::string message(size, 's');
         const Stopwatch watch;
         for (std::size_t i = 0; i < count; ++i) {
             Demand(m_pipe.Write(message), "the stream's pipe broke");
         }
-        const auto answer = m_pipe.Read(StreamTimeout);
+        const auto answer = m_pipe.Read(std::chrono::minutes(2));
         const double seconds = watch.Seconds();
         Demand(answer.has_value(), "the stream does not arrive");
-        packets += std::stoull(*answer);
+        m_packets += std::stoull(*answer);
         return static_cast<double>(count) / seconds;
     }
 
+    /// In which the messages came, all together.
+    double Packets() const noexcept { return static_cast<double>(m_packets); }
+
 private:
     support::PipeClient m_pipe;
+    std::uint64_t m_packets = 0;
 };
 
 void AddRequestRow(Table& table, const RunSize& run, RouterSession& session, std::size_t size, bool wholeMessages)
@@ -52,13 +54,10 @@ void AddRequestRow(Table& table, const RunSize& run, RouterSession& session, std
     const LONG readSize = wholeMessages ? static_cast<LONG>(size) : RunningRouter::UsualReadSize;
     Sender direct(bareSink.Pipe());
     Sender routed(router.RegisterPort(1, readSize));
-    std::uint64_t packets = 0;
-    std::uint64_t unused = 0;
     const auto [bare, path] = InTurn(
-        run.Rounds(), [&] { return direct.Rate(size, count, unused); },
-        [&] { return routed.Rate(size, routedCount, packets); });
+        run.Rounds(), [&] { return direct.Rate(size, count); }, [&] { return routed.Rate(size, routedCount); });
     const double messages = static_cast<double>(routedCount) * run.Rounds();
-    std::string merged = std::to_string(messages / static_cast<double>(packets));
+    std::string merged = std::to_string(messages / routed.Packets());
     merged.resize(merged.find('.') + 2);
     table.Add(
         {"requests without waiting, " + std::to_string(size) + " B" + (wholeMessages ? ", one packet each" : ""),

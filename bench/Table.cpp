@@ -1,21 +1,12 @@
 #include "bench/Table.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <istream>
-#include <string_view>
 
 namespace bench {
 
 namespace {
-
-using Bound = Target::Bound;
-
-// Of a row's JSON: what is looked for in rows that were read, which is nothing but what Json wrote.
-constexpr std::string_view RowBegin = "  {\"measured\": ";
-constexpr std::string_view NotMet = ", \"met\": false";
 
 template <class... Values>
 std::string Format(const char* format, Values... values)
@@ -31,68 +22,16 @@ std::string Number(double value)
     return Format("%.*f", size >= 100 ? 0 : size >= 10 ? 1 : 2, value);
 }
 
-std::string TargetText(const Target& target)
+/// Whether the target is met, or "-" for rows that are just told. `ratio`: none without a reference.
+const char* Verdict(const Row& row, std::optional<double> ratio)
 {
-    return target.bound == Bound::None ? "-"
-                                       : (target.bound == Bound::AtMost ? "<= " : ">= ") + Number(target.value);
-}
-
-/// The figure in units of the reference, or the figure itself.
-double Judged(const Row& row)
-{
-    const double against = row.referenceFigure.value_or(1);
-    return against != 0 ? row.figure / against : 0;
-}
-
-/// None for rows that are just told.
-std::optional<bool> IsMet(const Row& row)
-{
-    if (row.target.bound == Bound::None) {
-        return std::nullopt;
-    }
+    const double judged = ratio.value_or(row.figure);
     const bool compared = row.referenceFigure != 0.0; // else nothing was measured to compare with
-    const double judged = Judged(row);
-    return compared &&
-           (row.target.bound == Bound::AtMost ? judged <= row.target.value : judged >= row.target.value);
-}
-
-constexpr const char* Columns = "%-52s %-34s %-13s %-13s %-7s %-9s %s";
-
-std::string LineOf(const Row& row)
-{
-    const std::optional<bool> met = IsMet(row);
-    const std::string figure = Number(row.figure) + " " + row.unit;
-    const std::string reference = row.referenceFigure ? Number(*row.referenceFigure) + " " + row.unit : "-";
-    const std::string ratio = row.referenceFigure ? Number(Judged(row)) : "-";
-    const std::string line =
-        Format(Columns, row.measured.c_str(), row.reference.c_str(), figure.c_str(), reference.c_str(),
-               ratio.c_str(), TargetText(row.target).c_str(), !met ? "-" : (*met ? "yes" : "NO"));
-    return row.note.empty() ? line : line + "  (" + row.note + ")";
-}
-
-std::string Quoted(const std::string& text)
-{
-    std::string quoted = "\"";
-    for (const char c : text) {
-        quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+    switch (row.target.relation) {
+    case '<': return compared && judged <= row.target.value ? "yes" : "NO";
+    case '>': return compared && judged >= row.target.value ? "yes" : "NO";
+    default: return "-";
     }
-    return quoted + "\"";
-}
-
-std::string JsonOf(const Row& row)
-{
-    const auto exact = [](double value) { return Format("%g", value); };
-    std::string json = std::string(RowBegin) + Quoted(row.measured) + ", \"reference\": " + Quoted(row.reference) +
-                       ", \"figure\": " + exact(row.figure) + ", \"unit\": " + Quoted(row.unit);
-    if (row.referenceFigure) {
-        json += ", \"reference figure\": " + exact(*row.referenceFigure) +
-                ", \"reference unit\": " + Quoted(row.unit) + ", \"ratio\": " + exact(Judged(row));
-    }
-    if (const std::optional<bool> met = IsMet(row)) {
-        json +=
-            ", \"target\": " + Quoted(TargetText(row.target)) + (*met ? ", \"met\": true" : std::string(NotMet));
-    }
-    return json + ", \"note\": " + Quoted(row.note) + "}";
 }
 
 void Print(const std::string& line)
@@ -101,43 +40,43 @@ void Print(const std::string& line)
     std::fflush(stdout);
 }
 
+constexpr const char* Columns = "%-52s %-34s %-13s %-13s %-7s %-9s %s";
+
 } // namespace
 
-void Table::PrintHead()
+Table::Table(const std::filesystem::path& results)
 {
-    const std::string line =
-        Format(Columns, "measured", "reference", "figure", "reference", "ratio", "target", "met");
-    Print(line + "\n" + std::string(line.size(), '-'));
+    if (!results.empty()) {
+        m_file.open(results / "rows.tsv", std::ios::binary | std::ios::app | std::ios::ate);
+    }
 }
 
 void Table::Add(const Row& row)
 {
-    Print(LineOf(row));
-    m_rows.push_back(JsonOf(row));
-}
-
-void Table::Continue(std::istream& json)
-{
-    for (std::string line; std::getline(json, line);) {
-        if (line.starts_with(RowBegin)) {
-            m_rows.push_back(line.substr(0, line.rfind('}') + 1));
-        }
+    if (m_count == 0 && m_file.tellp() <= 0) {
+        const std::string heads =
+            Format(Columns, "measured", "reference", "figure", "reference", "ratio", "target", "met");
+        Print(heads + "\n" + std::string(heads.size(), '-'));
     }
-}
-
-std::string Table::Json() const
-{
-    std::string json;
-    for (const std::string& row : m_rows) {
-        json += (json.empty() ? "[\n" : ",\n") + row;
+    std::optional<double> ratio;
+    if (row.referenceFigure) {
+        ratio = *row.referenceFigure != 0 ? row.figure / *row.referenceFigure : 0;
     }
-    return json + "\n]\n";
-}
-
-std::size_t Table::MissedTargets() const
-{
-    return static_cast<std::size_t>(
-        std::ranges::count_if(m_rows, [](const std::string& row) { return row.find(NotMet) != row.npos; }));
+    const std::string met = Verdict(row, ratio);
+    const std::string target =
+        row.target.relation == '-' ? "-" : std::string{row.target.relation} + "= " + Number(row.target.value);
+    const auto withUnit = [&](double value) { return Number(value) + " " + row.unit; };
+    const std::string line =
+        Format(Columns, row.measured.c_str(), row.reference.c_str(), withUnit(row.figure).c_str(),
+               row.referenceFigure ? withUnit(*row.referenceFigure).c_str() : "-",
+               ratio ? Number(*ratio).c_str() : "-", target.c_str(), met.c_str());
+    Print(row.note.empty() ? line : line + "  (" + row.note + ")");
+    const auto exact = [](std::optional<double> value) { return value ? Format("%g", *value) : std::string(); };
+    m_file << row.measured << '\t' << row.reference << '\t' << exact(row.figure) << '\t' << row.unit << '\t'
+           << exact(row.referenceFigure) << '\t' << exact(ratio) << '\t' << target << '\t' << met << '\t'
+           << row.note << std::endl;
+    ++m_count;
+    m_missed += met == "NO" ? 1 : 0;
 }
 
 } // namespace bench

@@ -1,32 +1,23 @@
 // The rows of the benchmark and how they are shown. Portable.
 #pragma once
 
-#include <iosfwd>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace bench {
 
 /// What is asked of a row's ratio, or of its figure when there is no reference.
 struct Target
 {
-    enum class Bound { AtMost, AtLeast, None };
-    Bound bound = Bound::None; // None: the row is just told
+    char relation = '-'; // '<' or '>', or equal; '-': the row is just told
     double value = 0;
 };
 
 inline constexpr Target Told{};
-
-constexpr Target AtMost(double value)
-{
-    return {Target::Bound::AtMost, value};
-}
-
-constexpr Target AtLeast(double value)
-{
-    return {Target::Bound::AtLeast, value};
-}
+inline constexpr auto AtMost = [](double value) { return Target{'<', value}; };
+inline constexpr auto AtLeast = [](double value) { return Target{'>', value}; };
 
 struct Row
 {
@@ -39,23 +30,22 @@ struct Row
     std::string note;
 };
 
+/// Prints the rows.
 class Table
 {
 public:
-    /// The column heads, ruled off.
-    static void PrintHead();
-    /// Prints the row.
+    /// `results`: a folder where each row is added to rows.tsv, its values divided by tabs; empty for none. The
+    /// rows of several runs so form one table.
+    explicit Table(const std::filesystem::path& results = {});
     void Add(const Row& row);
 
-    /// Begins with the rows of another run of the benchmark, given as its Json().
-    void Continue(std::istream& json);
-    std::string Json() const;
-
-    std::size_t RowCount() const noexcept { return m_rows.size(); }
-    std::size_t MissedTargets() const;
+    int RowCount() const noexcept { return m_count; }
+    int MissedTargets() const noexcept { return m_missed; }
 
 private:
-    std::vector<std::string> m_rows; // each as its JSON
+    std::ofstream m_file;
+    int m_count = 0;
+    int m_missed = 0;
 };
 
 } // namespace bench

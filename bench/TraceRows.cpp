@@ -1,5 +1,4 @@
 #include "bench/Rows.h"
-#include "bench/ServerLog.h"
 #include "diag/CDebugThread.h"
 #include "diag/TimeStamp.h"
 #include "host/TraceFrontEnd.h"
@@ -9,13 +8,11 @@
 
 #include <cstdio>
 #include <fstream>
-#include <stdexcept>
 
 namespace bench {
 
 namespace {
 
-constexpr int CountedCalls = 1000;
 constexpr const char* TracedLine = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
 
 std::wstring g_program; // written before the tracer starts, read by its thread
@@ -42,9 +39,7 @@ public:
         option.SetMask(0xFFFF0000);
         m_frontEnd.Publish({{option.DeviceNumber, option}});
         m_tracer->SetOptions(0xFFFF0000, L"Bench.log", 1000, true);
-        if (!m_tracer->Start()) {
-            throw std::runtime_error("the tracer does not start");
-        }
+        Demand(m_tracer->Start(), "the tracer does not start");
     }
 
     /// Lines in the log that contain `text`.
@@ -76,11 +71,9 @@ private:
     TraceFrontEnd m_frontEnd;
 };
 
-void Nothing(int) {}
-
 void AddUnwantedRow(Table& table, const RunSize& run)
 {
-    void (*volatile empty)(int) = &Nothing;
+    void (*volatile empty)(int) = [](int) {};
     const std::size_t times = run.Times(3'000'000);
     const auto [call, trace] = InTurn(
         run.Rounds(), [&] { return NanosecondsEach(times, [&](std::size_t i) { empty(static_cast<int>(i)); }); },
@@ -141,17 +134,14 @@ void AddWantedRows(Table& table, const RunSize& run, const Tracer& tracer)
 
 } // namespace
 
-void AddCountedTraceRow(Table& table, ServerLog& log)
+void TraceUnwanted(int count, const std::function<void(const std::function<void()>&)>& play)
 {
     const Tracer tracer;
-    const std::string measured =
-        "kernel calls of " + std::to_string(CountedCalls) + " trace calls that nobody wants";
-    const Requests requests = log.Count(measured, {{"bench", {::GetCurrentThreadId()}}}, 1, [] {
-        for (int i = 0; i < CountedCalls; ++i) {
-            Trace(UnwantedChannel, trace::Usb, "%d", i);
+    play([count] {
+        for (int i = 0; i < count; ++i) {
+            Trace(UnwantedChannel, trace::Usb, TracedLine, i, 1);
         }
     });
-    table.Add({measured, "", Sum(requests), std::nullopt, "calls", AtMost(0), ""});
 }
 
 void AddTraceRows(Table& table, const RunSize& run)

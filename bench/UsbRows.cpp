@@ -60,7 +60,7 @@ void AddUsbRows(Table& table, const RunSize& run)
     RouterSession session(RouterSession::Transport::Usb);
     const std::string fault =
         instrumentbus::InstallDriver(instrumentbus::DriverBesideProgram(), std::chrono::seconds(30));
-    Demand(fault.empty(), ("the simulated instrument's driver is not installed: " + fault).c_str());
+    Demand(fault.empty(), fault.c_str());
     instrumentbus::InstrumentControl bus;
     bus.Clear();
     bus.Plug(0, instrumentbus::Instrument());

@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <numeric>
-#include <stdexcept>
 
 namespace bench {
 
@@ -18,9 +17,8 @@ constexpr std::size_t Page = 4096;
 Bytes Pattern(std::size_t count)
 {
     Bytes bytes(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 256);
-    }
+    std::ranges::generate(
+        bytes, [value = std::uint8_t{0}]() mutable { return value = static_cast<std::uint8_t>(value + 7); });
     return bytes;
 }
 
@@ -79,9 +77,7 @@ void AddTenthsRow(Table& table, const RunSize& run, const BlockParser& parse, co
     for (std::size_t i = 0; i < run.Times(1000); ++i) {
         seen = 0;
         parse(block, watch);
-        if (seen != packets) {
-            throw std::runtime_error("packets are missing");
-        }
+        Demand(seen == packets, "packets are missing");
         first.push_back(between(0));
         last.push_back(between(2));
     }
@@ -114,9 +110,8 @@ void AddSpeedRow(Table& table, const RunSize& run, const BlockParser& parse, con
             const Span placed = place(round++ * Page / 8 % Page);
             return NanosecondsEach(times, [&](std::size_t) { parse(placed, watch); });
         });
-    if (seen != static_cast<std::size_t>(run.Rounds()) * times * (block.size() / frameLength)) {
-        throw std::runtime_error("packets are missing");
-    }
+    Demand(seen == static_cast<std::size_t>(run.Rounds()) * times * (block.size() / frameLength),
+           "packets are missing");
     const auto size = static_cast<double>(block.size());
     table.Add({name + ": " + std::to_string(frameLength) + "-byte packets, a full block",
                "memcpy of the same bytes", size / parsing, size / copy, "GB/s", target, ""});

@@ -2,11 +2,11 @@
 # simulated instrument; so it takes what it needs of theirs, none of which needs GoogleTest.
 set(bench_sources
     BarePipelineRole.cpp CountedRows.cpp DispatchRows.cpp Ends.cpp InstrumentRole.cpp Main.cpp Roles.cpp
-    RoundTripRows.cpp ScalingRows.cpp ServerLog.cpp StartRows.cpp StreamRows.cpp Table.cpp TraceRows.cpp UsbRows.cpp
-    WireRows.cpp)
+    RoundTripRows.cpp RouterRows.cpp StreamRows.cpp Table.cpp TraceRows.cpp UsbRows.cpp WireRows.cpp)
 list(TRANSFORM bench_sources PREPEND ${PROJECT_SOURCE_DIR}/bench/)
 set(bench_support
-    ChildProcess.cpp KilledServer.cpp PipeClient.cpp ProcessUsage.cpp RouterSession.cpp TempFolder.cpp UniqueName.cpp WaitUntil.cpp)
+    ChildProcess.cpp KilledServer.cpp PipeClient.cpp ProcessUsage.cpp RouterSession.cpp TempFolder.cpp UniqueName.cpp
+    WaitUntil.cpp)
 list(TRANSFORM bench_support PREPEND ${PROJECT_SOURCE_DIR}/tests/support/)
 morvane_add_console_program(bench SOURCES ${bench_sources} ${bench_support}
     LIBRARIES ${MORVANE_KIT_LIBRARIES} morvane_clientcalls morvane_host morvane_testdriver)

@@ -12,7 +12,6 @@ int main(int count, char** arguments)
     bench::RunSize run;
     run.quick = count > 1 && std::strcmp(arguments[1], "--quick") == 0;
     bench::Table table;
-    table.PrintHead();
     bench::AddDumpAndFramingRows(table, run);
     FrameReader reader; // the reply path's
     const auto parse = [&](bench::Span block, const bench::PacketWatch& watch) {

@@ -16,5 +16,5 @@ struct ProcessUsage
 /// All 0 when no such process runs.
 ProcessUsage UsageOf(DWORD processId);
 
-/// Ids of its threads, the first one first.
+/// Ids of its threads.
 std::vector<DWORD> ThreadsOf(DWORD processId);

@@ -1,8 +1,10 @@
-// 1 to 64 ports, each with a client that does round trips.
+// What a router takes: its start, and 1 to 64 ports, each with a client that does round trips.
 #include "bench/Ends.h"
 #include "bench/Rows.h"
+#include "client/RouterAutomation.h"
+#include "tests/support/PipeClient.h"
 #include "tests/support/ProcessUsage.h"
-#include "tests/support/WaitUntil.h"
+#include "tests/support/UniqueName.h"
 #include "win32/Event.h"
 #include "win32/Thread.h"
 
@@ -12,13 +14,6 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t MessageSize = 64;
-
-double PrivateKilobytes(DWORD process)
-{
-    return static_cast<double>(UsageOf(process).privateBytes) / 1024;
-}
-
 /// Private memory of a thread that does nothing, in this process: what any program pays for a thread here.
 double BareThreadKilobytes()
 {
@@ -26,7 +21,10 @@ double BareThreadKilobytes()
     const win32::Event stop(win32::Event::Kind::ManualReset);
     std::vector<win32::Thread> threads(Count);
     std::atomic<std::size_t> running{0};
-    const double before = PrivateKilobytes(::GetCurrentProcessId());
+    const auto kilobytes = [] {
+        return static_cast<double>(UsageOf(::GetCurrentProcessId()).privateBytes) / 1024;
+    };
+    const double before = kilobytes();
     for (win32::Thread& thread : threads) {
         thread.Start([&] {
             ++running;
@@ -34,7 +32,7 @@ double BareThreadKilobytes()
         });
     }
     support::WaitUntil([&] { return running == Count; });
-    const double each = (PrivateKilobytes(::GetCurrentProcessId()) - before) / Count;
+    const double each = (kilobytes() - before) / Count;
     stop.Set();
     return each;
 }
@@ -49,7 +47,7 @@ double TotalRate(std::vector<Client>& clients, std::size_t count, std::chrono::m
     const Stopwatch watch;
     for (std::size_t i = 0; i < count; ++i) {
         threads[i].Start([&, &client = clients[i]] {
-            const std::vector<std::uint8_t> message(MessageSize, 'p');
+            const std::vector<std::uint8_t> message(64, 'p');
             for (; !stop; ++trips) {
                 client.RoundTrip(message); // what it throws ends the thread
             }
@@ -67,6 +65,35 @@ double TotalRate(std::vector<Client>& clients, std::size_t count, std::chrono::m
 }
 
 } // namespace
+
+// The pipe is opened by the raw client: the library watches a new pipe for 20 ms before it calls it open.
+void AddStartRows(Table& table, const RunSize& run)
+{
+    using Result = RouterAutomation::Result;
+    constexpr LONG Size = RunningRouter::UsualReadSize;
+    const RouterSession session(RouterSession::Transport::Simulation); // registers the router, initialises COM
+    const RoleProcess simulator = Simulator();
+    std::vector<double> activation; // milliseconds
+    std::vector<double> served;
+    for (int round = 0; round < run.Rounds(); ++round) {
+        const std::string name = support::UniqueName(std::string_view("BenchStart"));
+        RouterAutomation automation;
+        support::PipeClient client;
+        const Stopwatch watch;
+        Demand(automation.Create(RouterAutomation::Binding::Early) == Result::Done, "the router does not start");
+        activation.push_back(1000 * watch.Seconds());
+        Demand(automation.Register(3, 1, Size, Size, console::Wide(name)) == Result::Done && client.Open(name),
+               "the router serves no pipe");
+        served.push_back(1000 * watch.Seconds());
+        RouterProcess process;
+        process.Find();
+        client.Close();
+        automation.Release();
+        Demand(process.WaitForEnd(20'000).has_value(), "the router does not end");
+    }
+    table.Add({"activation to the first served pipe", "the same activation, to the object alone", Median(served),
+               Median(activation), "ms", AtMost(1.5), ""});
+}
 
 void AddScalingRows(Table& table, const RunSize& run)
 {
