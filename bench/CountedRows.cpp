@@ -70,20 +70,22 @@ public:
         Demand(any.WaitForExit().has_value(), "the Wine server can't be asked to log");
     }
 
-    /// What the threads of `programs` ask for meanwhile counts for `section`, for one of `count` trips or seconds.
-    void Play(const std::string& section, const std::vector<Program>& programs, double count,
-              const std::function<void()>& action)
+    /// What the threads of `programs` ask for during `action` counts for `section`, for one of so many trips or
+    /// seconds as `action` returns.
+    void Play(const std::string& section, const std::vector<Program>& programs,
+              const std::function<double()>& action)
     {
         for (const Program& program : programs) {
             for (const DWORD thread : program.threads) {
-                m_plan << section << '\t' << count << '\t' << std::hex << std::setw(4) << std::setfill('0')
-                       << thread << std::dec << '\t' << program.name << '\n';
+                m_plan << section << '\t' << std::hex << std::setw(4) << std::setfill('0') << thread << std::dec
+                       << '\t' << program.name << '\n';
             }
         }
         m_plan.flush(); // measure looks into it as soon as the section begins
         Mark("begin: " + section);
-        action();
+        const double count = action();
         Mark("end: " + section);
+        m_plan << section << '\t' << count << '\n';
     }
 
 private:
@@ -99,10 +101,10 @@ void PlayRoundTrips(Plan& plan, const RunSize& run, const char* section, const s
         for (std::size_t i = 0; i < count; ++i) {
             client.RoundTrip(message);
         }
+        return static_cast<double>(count);
     };
-    const std::size_t count = run.Times(200);
     trips(WarmUps);
-    plan.Play(section, programs, static_cast<double>(count), [&] { trips(count); });
+    plan.Play(section, programs, [&] { return trips(run.Times(200)); });
 }
 
 void PlayIdleState(Plan& plan, const RunSize& run, RouterSession& session, const IdleState& state)
@@ -118,9 +120,11 @@ void PlayIdleState(Plan& plan, const RunSize& run, RouterSession& session, const
         }
     }
     ::Sleep(500); // for what the start leaves to be done
-    const auto time = run.Time(std::chrono::milliseconds(5000));
-    plan.Play(state.name, {{"router", ThreadsOf(router.Id())}}, std::chrono::duration<double>(time).count(),
-              [&] { ::Sleep(static_cast<DWORD>(time.count())); });
+    plan.Play(state.name, {{"router", ThreadsOf(router.Id())}}, [&] {
+        const Stopwatch watch;
+        ::Sleep(static_cast<DWORD>(run.Time(std::chrono::milliseconds(5000)).count()));
+        return watch.Seconds();
+    });
 }
 
 /// What count-requests and measure found for a section, for one trip or second.
@@ -166,7 +170,10 @@ void PlayCountedSections(const RunSize& run, const std::filesystem::path& result
                         {"client", {::GetCurrentThreadId()}}});
     }
     TraceUnwanted(TraceCalls, [&](const auto& calls) {
-        plan.Play(UnwantedTraces, {{"tracer", {::GetCurrentThreadId()}}}, 1, calls);
+        plan.Play(UnwantedTraces, {{"tracer", {::GetCurrentThreadId()}}}, [&] {
+            calls();
+            return 1.0;
+        });
     });
     for (const IdleState& state : IdleStates) {
         PlayIdleState(plan, run, session, state);

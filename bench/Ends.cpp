@@ -4,21 +4,21 @@
 
 namespace bench {
 
-Client::Client(const std::string& pipe) : m_room(MORVANE_LONGEST_MESSAGE)
+Client::Client(const std::string& pipe, std::uint32_t flags) : m_room(MORVANE_LONGEST_MESSAGE)
 {
     morvane_options options = morvane::Options(3, 1);
-    options.flags = MORVANE_ATTACH;
+    options.flags = MORVANE_ATTACH | flags;
     options.name = pipe.c_str();
     options.open_timeout = static_cast<std::uint32_t>(support::DefaultTimeout.count());
     m_port = morvane::Port(options);
 }
 
-std::size_t Client::Receive()
+morvane::View Client::Receive()
 {
     int error = MORVANE_OK;
     const std::size_t length = m_port.Receive(m_room, support::DefaultTimeout, error);
     Demand(error == MORVANE_OK, morvane_error_text(error));
-    return length;
+    return morvane::View(m_room).first(length);
 }
 
 void Client::RoundTrip(morvane::View message)

@@ -13,11 +13,12 @@ namespace bench {
 class Client
 {
 public:
-    explicit Client(const std::string& pipe);
+    /// `flags`: of the library, besides MORVANE_ATTACH.
+    explicit Client(const std::string& pipe, std::uint32_t flags = 0);
 
     void Send(morvane::View message) const { m_port.Send(message, support::DefaultTimeout); }
-    /// The length of the next message.
-    std::size_t Receive();
+    /// The next message; valid until the next call.
+    morvane::View Receive();
     /// Asks, and waits for an answer that is as long.
     void RoundTrip(morvane::View message);
 

@@ -1,38 +1,29 @@
 // One-way streams: requests without waiting, and replies that come many to a block.
 #include "bench/Ends.h"
 #include "bench/Rows.h"
-#include "tests/support/PipeClient.h"
 
 namespace bench {
 
 namespace {
 
-/// An idle port recreates its pipe every 50 ms and throws out a client that has just opened it.
-constexpr std::chrono::milliseconds RecreationTime{60};
-
-/// The sender of a stream. Not the client library: that waits until the router has read a message before it writes
+/// The sender of a stream. Raw: otherwise the library waits until the router has read a message before it writes
 /// the next, so that nothing merges; these rows are about what is written without waiting.
 class Sender
 {
 public:
-    explicit Sender(const std::string& pipe)
-    {
-        Demand(support::WaitUntil([&] { return m_pipe.Open(pipe) && !m_pipe.WaitForBreak(RecreationTime); }),
-               "the stream's pipe does not stay open");
-    }
+    explicit Sender(const std::string& pipe) : m_client(pipe, MORVANE_RAW) {}
 
     /// Messages a second until the instrument, a sink of `size` * `count` bytes, has the last byte.
     double Rate(std::size_t size, std::size_t count)
     {
-        const std::string message(size, 's');
+        const std::vector<std::uint8_t> message(size, 's');
         const Stopwatch watch;
         for (std::size_t i = 0; i < count; ++i) {
-            Demand(m_pipe.Write(message), "the stream's pipe broke");
+            m_client.Send(message);
         }
-        const auto answer = m_pipe.Read(std::chrono::minutes(2));
+        const morvane::View answer = m_client.Receive();
         const double seconds = watch.Seconds();
-        Demand(answer.has_value(), "the stream does not arrive");
-        m_packets += std::stoull(*answer);
+        m_packets += std::stoull(std::string(answer.begin(), answer.end()));
         return static_cast<double>(count) / seconds;
     }
 
@@ -40,7 +31,7 @@ public:
     double Packets() const noexcept { return static_cast<double>(m_packets); }
 
 private:
-    support::PipeClient m_pipe;
+    Client m_client;
     std::uint64_t m_packets = 0;
 };
 
@@ -72,7 +63,7 @@ double ReplyRate(Client& client, std::size_t count)
     const Stopwatch watch;
     client.Send(request);
     for (std::size_t i = 0; i < count; ++i) {
-        Demand(client.Receive() == FloodPayload, "a reply is cut");
+        Demand(client.Receive().size() == FloodPayload, "a reply is cut");
     }
     return static_cast<double>(count) / watch.Seconds();
 }
