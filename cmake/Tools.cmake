@@ -52,9 +52,9 @@ function(morvane_tool name)
     morvane_release(${name})
 endfunction()
 
-morvane_tool(RouterProbe LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES
+morvane_tool(RouterProbe LIBRARIES morvane_clientcalls ${MORVANE_KIT_LIBRARIES} SOURCES
     ListenJob.cpp Main.cpp MeasureJob.cpp PortJob.cpp PortWorker.cpp Probe.cpp ProbeHelp.cpp ProbeOptions.cpp
-    ProbeSession.cpp RoundTrips.cpp SendJob.cpp)
+    Refusal.cpp RoundTrips.cpp RouterWatch.cpp SendJob.cpp)
 morvane_tool(InstrumentSimulator LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES Main.cpp)
 morvane_tool(InstrumentBus LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES Main.cpp)
 morvane_tool(RouterLog LIBRARIES morvane_routerlog SOURCES

@@ -6,17 +6,13 @@ namespace {
 
 constexpr std::chrono::milliseconds Round{1000};
 
-/// While messages come without a pause nobody waits, so the stop signal is asked now and then.
-constexpr std::uint64_t AskEvery = 64;
-
 } // namespace
 
-PortJob::End ListenJob::DoRun(ClientPipe& pipe)
+PortJob::End ListenJob::DoRun(const morvane::Port& pipe)
 {
     m_first = true;
-    Bytes message;
     while (m_options.count == 0 || Done() < m_options.count) {
-        const Outcome outcome = ReadMessage(pipe, message, Round);
+        const Outcome outcome = IsStopped() ? Outcome::Stopped : ReadMessage(pipe, Round);
         if (outcome == Outcome::TimedOut) {
             continue;
         }
@@ -25,19 +21,16 @@ PortJob::End ListenJob::DoRun(ClientPipe& pipe)
         }
         CountDone();
         if (m_options.check) {
-            Check(message);
+            Check(Message());
         }
         if (!m_options.quiet) {
-            PrintMessage("got", message);
-        }
-        if (Done() % AskEvery == 0 && m_stop.IsSet()) {
-            return End::Stopped;
+            PrintMessage("got", Message());
         }
     }
     return End::Finished;
 }
 
-void ListenJob::Check(const Bytes& message)
+void ListenJob::Check(morvane::View message)
 {
     const auto number = sequenced::NumberIn(message, m_port.Mark());
     if (!number) {

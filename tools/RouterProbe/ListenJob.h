@@ -13,10 +13,10 @@ public:
     std::string Summary() const override;
 
 protected:
-    End DoRun(ClientPipe& pipe) override;
+    End DoRun(const morvane::Port& pipe) override;
 
 private:
-    void Check(const Bytes& message);
+    void Check(morvane::View message);
 
     std::uint64_t m_expected = 0;
     bool m_first = true; // of an opening: the numbers before it are not missed

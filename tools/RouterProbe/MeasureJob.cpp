@@ -23,11 +23,11 @@ MeasureJob::MeasureJob(const ProbeOptions& options, const ProbePort& port, const
     m_times.Reserve(static_cast<std::size_t>(std::min<std::uint64_t>(options.count, MostReserved)));
 }
 
-PortJob::End MeasureJob::DoRun(ClientPipe& pipe)
+PortJob::End MeasureJob::DoRun(const morvane::Port& pipe)
 {
     while (m_options.count == 0 || Done() + m_lost < m_options.count) {
         const bool pause = m_number != 0 && m_options.interval.count() != 0;
-        if (pause && m_stop.Wait(static_cast<DWORD>(m_options.interval.count()))) {
+        if (IsStopped() || (pause && m_stop.Wait(static_cast<DWORD>(m_options.interval.count())))) {
             return End::Stopped;
         }
         if (const auto end = Round(pipe)) {
@@ -38,47 +38,50 @@ PortJob::End MeasureJob::DoRun(ClientPipe& pipe)
             return *end;
         }
     }
+    JudgeOthers(pipe);
     return Linger(pipe);
 }
 
-std::optional<PortJob::End> MeasureJob::Round(ClientPipe& pipe)
+std::optional<PortJob::End> MeasureJob::Round(const morvane::Port& pipe)
 {
     sequenced::Fill(m_request, ++m_number, m_port.Mark());
+    bool hasOthers = m_options.interval.count() != 0;
+    const auto isReply = [&](morvane::View message) {
+        const bool isEcho = std::ranges::equal(message, m_request);
+        hasOthers = hasOthers || !isEcho;
+        return isEcho;
+    };
+    int error = MORVANE_OK;
     const auto start = console::Now();
-    if (const Outcome outcome = pipe.Write(m_request, m_options.replyTimeout); outcome != Outcome::Done) {
+    const std::size_t length = pipe.RequestMatch(m_request, isReply, Room(), m_options.replyTimeout, error);
+    const auto time = console::Now() - start;
+    const Outcome outcome = OutcomeOf(error);
+    CountBytes(outcome != Outcome::NotRead ? m_request.size() : 0);
+    if (hasOthers) {
+        JudgeOthers(pipe);
+    }
+    switch (outcome) {
+    case Outcome::Done:
+        TakeMessage(length);
+        OnReply(time);
+        return std::nullopt;
+    case Outcome::TimedOut: return OnLate();
+    default:
         return EndOf(outcome,
                      "request " + std::to_string(m_number) + " can't be written: the router does not read");
     }
-    CountBytes(m_request.size());
-    return AwaitReply(pipe, start);
 }
 
-std::optional<PortJob::End> MeasureJob::AwaitReply(ClientPipe& pipe, std::chrono::microseconds start)
+void MeasureJob::OnReply(std::chrono::microseconds time)
 {
-    const auto end = start + m_options.replyTimeout;
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - console::Now());
-        const Outcome outcome = left.count() > 0 ? ReadMessage(pipe, m_reply, left) : Outcome::TimedOut;
-        if (outcome == Outcome::TimedOut) {
-            return OnLate();
-        }
-        if (outcome != Outcome::Done) {
-            return EndOf(outcome, "");
-        }
-        if (Judge(m_reply) == Reply::Awaited) {
-            break;
-        }
-    }
-    const auto time = console::Now() - start;
     m_times.Add(time);
     CountDone();
     if (m_options.command == ProbeOptions::Command::Ping && !m_options.quiet) {
         std::array<char, 100> line{};
         std::snprintf(line.data(), line.size(), " reply %llu: %zu bytes in %.3f ms",
-                      static_cast<unsigned long long>(m_number), m_reply.size(), Milliseconds(time));
+                      static_cast<unsigned long long>(m_number), Message().size(), Milliseconds(time));
         console::Say(m_port.Label() + line.data());
     }
-    return std::nullopt;
 }
 
 std::optional<PortJob::End> MeasureJob::OnLate()
@@ -94,13 +97,21 @@ std::optional<PortJob::End> MeasureJob::OnLate()
     return std::nullopt;
 }
 
-MeasureJob::Reply MeasureJob::Judge(const Bytes& message)
+void MeasureJob::JudgeOthers(const morvane::Port& pipe)
 {
-    if (message == m_request) {
-        return Reply::Awaited;
+    int error = MORVANE_OK;
+    for (auto message = pipe.ReceiveUnsolicited({}, error); error == MORVANE_OK;
+         message = pipe.ReceiveUnsolicited({}, error))
+    {
+        CountBytes(message.size());
+        Judge(message);
     }
+}
+
+void MeasureJob::Judge(morvane::View message)
+{
     const auto number = sequenced::NumberIn(message, m_port.Mark());
-    if (number && *number < m_number && message.size() == m_request.size()) {
+    if (number && *number <= m_number && message.size() == m_request.size()) {
         m_open.erase(*number) != 0 ? ++m_late : ++m_duplicate;
     } else if (message.size() == m_request.size()) {
         ++m_wrong;
@@ -111,7 +122,6 @@ MeasureJob::Reply MeasureJob::Judge(const Bytes& message)
             PrintMessage("unsolicited:", message);
         }
     }
-    return Reply::Other;
 }
 
 std::optional<ProbeFault> MeasureJob::Fault() const

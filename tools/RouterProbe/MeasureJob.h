@@ -17,19 +17,18 @@ public:
     const RoundTrips& Times() const noexcept { return m_times; }
 
 protected:
-    End DoRun(ClientPipe& pipe) override;
+    End DoRun(const morvane::Port& pipe) override;
 
 private:
-    enum class Reply { Awaited, Other };
-
-    std::optional<End> Round(ClientPipe& pipe);
-    std::optional<End> AwaitReply(ClientPipe& pipe, std::chrono::microseconds start);
+    std::optional<End> Round(const morvane::Port& pipe);
+    void OnReply(std::chrono::microseconds time);
     std::optional<End> OnLate();
-    Reply Judge(const Bytes& message);
+    /// What has come beside the replies.
+    void JudgeOthers(const morvane::Port& pipe);
+    void Judge(morvane::View message);
 
     RoundTrips m_times;
-    Bytes m_request;
-    Bytes m_reply;
+    ProbeOptions::Bytes m_request;
     std::uint64_t m_number = 0;      // of the request under way
     std::set<std::uint64_t> m_open;  // numbers whose reply did not come in time or before the pipe broke
     std::uint64_t m_lost = 0;        // not in time

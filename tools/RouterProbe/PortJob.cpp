@@ -2,41 +2,76 @@
 
 #include "console/HexDump.h"
 
-PortJob::End PortJob::Run(ClientPipe& pipe)
+#include <stdexcept>
+
+namespace {
+
+/// Of any pipe's message: a packet's payload has at most 65,535 bytes.
+constexpr std::size_t LongestMessage = 65536;
+
+} // namespace
+
+PortJob::PortJob(const ProbeOptions& options, const ProbePort& port, const console::StopSignal& stop)
+    : m_options(options), m_port(port), m_stop(stop), m_room(LongestMessage)
+{
+}
+
+PortJob::End PortJob::Run(const morvane::Port& pipe)
 {
     m_heard = false;
     return DoRun(pipe);
 }
 
-PortJob::Outcome PortJob::ReadMessage(ClientPipe& pipe, Bytes& message, std::chrono::milliseconds timeout)
+PortJob::Outcome PortJob::OutcomeOf(int error)
 {
-    const Outcome outcome = pipe.Read(message, timeout);
+    const auto windowsError = static_cast<std::uint32_t>(::GetLastError());
+    switch (error) {
+    case MORVANE_OK: return Outcome::Done;
+    case MORVANE_E_TIMEOUT: return windowsError == ERROR_SEM_TIMEOUT ? Outcome::NotRead : Outcome::TimedOut;
+    case MORVANE_E_CANCELLED: return Outcome::Stopped;
+    case MORVANE_E_ARGUMENT:
+    case MORVANE_E_MEMORY:
+    case MORVANE_E_INTERNAL: throw std::runtime_error(morvane_error_text(error));
+    default: m_brokenBy = windowsError; return Outcome::Broken;
+    }
+}
+
+PortJob::Outcome PortJob::ReadMessage(const morvane::Port& pipe, std::chrono::milliseconds timeout)
+{
+    int error = MORVANE_OK;
+    const std::size_t length = pipe.Receive(Room(), timeout, error);
+    const Outcome outcome = OutcomeOf(error);
     if (outcome == Outcome::Done) {
-        m_heard = true;
-        CountBytes(message.size());
+        TakeMessage(length);
     }
     return outcome;
 }
 
-PortJob::End PortJob::Linger(ClientPipe& pipe)
+void PortJob::TakeMessage(std::size_t length) noexcept
+{
+    m_length = length;
+    m_heard = true;
+    CountBytes(length);
+}
+
+PortJob::End PortJob::Linger(const morvane::Port& pipe)
 {
     const auto end = console::Now() + m_options.linger;
-    Bytes message;
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - console::Now());
         if (left.count() <= 0) {
             return End::Finished;
         }
-        const Outcome outcome = ReadMessage(pipe, message, left);
+        const Outcome outcome = IsStopped() ? Outcome::Stopped : ReadMessage(pipe, left);
         if (outcome == Outcome::Done) {
-            PrintMessage("got", message);
+            PrintMessage("got", Message());
         } else if (outcome != Outcome::TimedOut) {
             return EndOf(outcome, "");
         }
     }
 }
 
-void PortJob::PrintMessage(const std::string& what, const Bytes& message) const
+void PortJob::PrintMessage(const std::string& what, morvane::View message) const
 {
     console::Say(m_port.Label() + " " + what + " " + std::to_string(message.size()) + " bytes\n" +
                  hexdump::Lines(message));
@@ -52,7 +87,8 @@ PortJob::End PortJob::EndOf(Outcome outcome, const std::string& whenTimedOut)
 {
     switch (outcome) {
     case Outcome::Stopped: return End::Stopped;
-    case Outcome::TimedOut: return FailWith(ExitCode::ReplyLate, whenTimedOut);
+    case Outcome::TimedOut:
+    case Outcome::NotRead: return FailWith(ExitCode::ReplyLate, whenTimedOut);
     default: return End::Broken;
     }
 }

@@ -3,38 +3,41 @@
 
 #include "ProbeOptions.h"
 
-#include "client/ClientPipe.h"
+#include "client/morvane_client.hpp"
 #include "console/Console.h"
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
-/// Runs on the thread of its port's worker; Progress may be asked by any thread, the rest is for after its end.
+/// Runs on the thread of its port's worker. Stop and the counters are any thread's, the rest is for after its end.
 class PortJob
 {
 public:
     enum class End {
         Finished,
         Stopped,
-        Broken, // the pipe broke; Run may be called again with a new one and goes on where it was
+        Broken, // the pipe broke; Run may be called again once there is a new one and goes on where it was
         Failed, // and Fault() says how
     };
 
-    PortJob(const ProbeOptions& options, const ProbePort& port, const console::StopSignal& stop)
-        : m_options(options), m_port(port), m_stop(stop)
-    {
-    }
+    PortJob(const ProbeOptions& options, const ProbePort& port, const console::StopSignal& stop);
     virtual ~PortJob() = default;
     PortJob(const PortJob&) = delete;
     PortJob& operator=(const PortJob&) = delete;
 
-    End Run(ClientPipe& pipe);
+    End Run(const morvane::Port& pipe);
 
-    /// True when anything was read since the pipe was opened: the router really serves it.
+    /// The job ends before its next call of the library. A call that is pending is the caller's to cancel.
+    void Stop() noexcept { m_stopped.store(true); }
+
+    /// True when anything was read since Run: the router really serves the pipe.
     bool HasHeard() const noexcept { return m_heard; }
+    /// The Windows error of the last Broken.
+    std::uint32_t BrokenBy() const noexcept { return m_brokenBy; }
 
     /// Rounds (or messages) done and bytes moved both ways so far.
     std::uint64_t Done() const noexcept { return m_done.load(std::memory_order_relaxed); }
@@ -46,21 +49,28 @@ public:
     virtual std::string Summary() const { return {}; }
 
 protected:
-    using Bytes = ProbeOptions::Bytes;
-    using Outcome = ClientPipe::Outcome;
+    enum class Outcome { Done, Stopped, TimedOut, NotRead, Broken };
 
-    virtual End DoRun(ClientPipe& pipe) = 0;
+    virtual End DoRun(const morvane::Port& pipe) = 0;
 
-    /// Reads one message, counts it and says what the end of the job would be otherwise.
-    Outcome ReadMessage(ClientPipe& pipe, Bytes& message, std::chrono::milliseconds timeout);
+    /// What a call of the library came to. Throws what no job can go on after.
+    Outcome OutcomeOf(int error);
+    /// Reads the next message into Message().
+    Outcome ReadMessage(const morvane::Port& pipe, std::chrono::milliseconds timeout);
+    /// The room for a message, and the first `length` bytes of it once they have come.
+    std::span<std::uint8_t> Room() noexcept { return m_room; }
+    morvane::View Message() const noexcept { return {m_room.data(), m_length}; }
+    void TakeMessage(std::size_t length) noexcept;
+
     /// Prints whatever comes for the time of --linger.
-    End Linger(ClientPipe& pipe);
-    void PrintMessage(const std::string& what, const Bytes& message) const;
+    End Linger(const morvane::Port& pipe);
+    void PrintMessage(const std::string& what, morvane::View message) const;
 
     End FailWith(ExitCode code, const std::string& text);
     /// The end of a job whose step ended with `outcome`, which is not Done.
     End EndOf(Outcome outcome, const std::string& whenTimedOut);
 
+    bool IsStopped() const noexcept { return m_stopped.load(std::memory_order_relaxed); }
     void CountDone() noexcept { m_done.fetch_add(1, std::memory_order_relaxed); }
     void CountBytes(std::size_t count) noexcept { m_bytes.fetch_add(count, std::memory_order_relaxed); }
 
@@ -70,7 +80,11 @@ protected:
 
 private:
     std::optional<ProbeFault> m_fault;
+    ProbeOptions::Bytes m_room;
+    std::size_t m_length = 0; // of the message in m_room
     std::atomic<std::uint64_t> m_done{0};
     std::atomic<std::uint64_t> m_bytes{0};
+    std::atomic<bool> m_stopped{false};
+    std::uint32_t m_brokenBy = 0;
     bool m_heard = false;
 };

@@ -1,4 +1,4 @@
-// One port's thread: keeps the pipe open and runs the job on it.
+// One port's thread: waits for the pipe and runs the job on it.
 #pragma once
 
 #include "PortJob.h"
@@ -10,24 +10,30 @@
 #include <optional>
 #include <string>
 
+/// The library keeps the port registered and its pipe open; the worker says how that goes. Start, Cancel and Join
+/// are the main thread's.
 class PortWorker
 {
 public:
-    /// What the worker tells, from its thread.
+    enum class Opening { First, Again };
+
+    /// What the worker reports, from its thread.
     struct Listener
     {
-        std::function<void()> opened; // the first time
-        std::function<void()>
-            unserved; // with --keep-going: the pipe broke or could not be opened, and is tried again
-        std::function<void()> ended;
+        std::function<void(Opening)> opened;
+        std::function<void()> ended; // the port is still registered
     };
 
     /// All references must outlive the worker.
     PortWorker(const ProbeOptions& options, const ProbePort& port, const console::StopSignal& stop,
                std::unique_ptr<PortJob> job, Listener listener);
 
+    /// False when there is no port or no thread, and Fault says why.
     bool Start();
-    /// Waits for the thread's end; the pipe is closed by then.
+    /// Ends the call that is pending, once the stop signal is set. A call that begins at this moment is missed: to
+    /// be repeated until the worker has ended.
+    void Cancel();
+    /// Waits for the thread's end; the pipe is closed and the port released by then.
     void Join() { m_thread.Join(); }
 
     const PortJob& Job() const noexcept { return *m_job; }
@@ -35,8 +41,14 @@ public:
     std::optional<ProbeFault> Fault() const;
 
 private:
+    enum class Next { Wait, GoOn, End };
+
+    bool OpenPort();
     void Work();
-    bool Open();
+    bool AwaitPipe();
+    Next OnEvent(const morvane_event& event);
+    void OnOpened();
+    Next OnRefused();
     bool GoesOnAfterBreak();
 
     const ProbeOptions& m_options;
@@ -44,11 +56,11 @@ private:
     const console::StopSignal& m_stop;
     const std::unique_ptr<PortJob> m_job;
     const Listener m_listener;
+    morvane::Port m_pipe; // set before the thread starts, and destroyed after its end
     // Of the worker's thread until Join:
-    ClientPipe m_pipe;
     std::optional<ProbeFault> m_fault;
-    std::chrono::microseconds
-        m_openUntil{}; // a pipe that breaks before it served anything is opened again so long
+    std::optional<morvane_event> m_refusal; // why there is no pipe at present, once that is known
+    std::chrono::microseconds m_openUntil{};
     bool m_wasOpen = false;
     bool m_saidGone = false;
     std::string m_lastRefusal; // as printed; said once until the pipe opens or the reason changes

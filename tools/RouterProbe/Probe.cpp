@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -16,7 +17,9 @@ using Command = ProbeOptions::Command;
 using std::chrono::microseconds;
 
 constexpr microseconds ProgressPeriod = std::chrono::seconds(1);
-constexpr DWORD RouterRetryPause = 500;
+
+/// Between two cancels of the workers' calls.
+constexpr DWORD CancelPauseMs = 10;
 
 double Seconds(microseconds time)
 {
@@ -30,27 +33,23 @@ Probe::Probe(const ProbeOptions& options)
       m_stop(options.stopEvent),
       m_ready(options.readyEvent),
       m_notOpened(options.ports.size()),
-      m_running(options.ports.size()),
-      m_session(options, m_stop)
+      m_running(options.ports.size())
 {
 }
 
 std::optional<ProbeFault> Probe::Run()
 {
-    if (auto fault = m_session.Begin()) {
-        m_session.End();
-        return fault;
-    }
     m_start = console::Now();
     m_lastProgress = m_start;
     StartWorkers();
     Watch();
+    const microseconds time = console::Now() - m_start;
     for (const auto& worker : m_workers) {
         worker->Join();
     }
-    PrintSummary();
-    m_session.End();
-    const auto routerFault = m_session.WaitForRouterEnd();
+    PrintSummary(time);
+    const auto routerFault =
+        m_options.waitExit && !m_options.attach ? m_router.WaitForEnd(*m_options.waitExit) : std::nullopt;
     const auto fault = FirstFault();
     return fault ? fault : routerFault;
 }
@@ -69,98 +68,119 @@ std::unique_ptr<PortJob> Probe::MakeJob(const ProbePort& port) const
 void Probe::StartWorkers()
 {
     for (const ProbePort& port : m_options.ports) {
-        m_workers.push_back(
-            std::make_unique<PortWorker>(m_options, port, m_stop, MakeJob(port),
-                                         PortWorker::Listener{.opened = [this] { OnOpened(); },
-                                                              .unserved = [this] { m_unserved = true; },
-                                                              .ended = [this] { OnEnded(); }}));
+        m_workers.push_back(std::make_unique<PortWorker>(
+            m_options, port, m_stop, MakeJob(port),
+            PortWorker::Listener{.opened = [this](PortWorker::Opening opening) { OnOpened(opening); },
+                                 .ended = [this] { OnEnded(); }}));
     }
     for (const auto& worker : m_workers) {
         if (!worker->Start()) {
-            m_fault = ProbeFault{ExitCode::Unexpected, "no thread for a port"};
             m_stop.Set();
             OnEnded();
         }
     }
 }
 
-void Probe::OnOpened()
+void Probe::OnOpened(PortWorker::Opening opening)
 {
-    if (m_notOpened.fetch_sub(1) == 1) {
+    FindRouter();
+    m_opened.Set();
+    if (opening == PortWorker::Opening::First && m_notOpened.fetch_sub(1) == 1) {
         m_ready.Set();
     }
 }
 
 void Probe::OnEnded()
 {
+    FindRouter();
     if (m_running.fetch_sub(1) == 1) {
         m_allEnded.Set();
     }
 }
 
+void Probe::FindRouter()
+{
+    if (!m_options.attach) {
+        m_router.Find();
+    }
+}
+
+std::optional<microseconds> Probe::End() const
+{
+    if (!m_options.duration) {
+        return std::nullopt;
+    }
+    return m_start + *m_options.duration + (m_hasBegun ? microseconds{} : m_options.openTimeout);
+}
+
 void Probe::Watch()
 {
     for (;;) {
-        const HANDLE router = m_session.ProcessHandle();
-        const win32::WaitSet<Slot, 3> wait(m_allEnded.Get(), m_stop.Get(),
+        const HANDLE router = m_router.ProcessHandle();
+        const win32::WaitSet<Slot, 4> wait(m_allEnded.Get(), m_stop.Get(), m_opened.Get(),
                                            router != nullptr ? router : m_never.Get());
-        auto wakeAt = m_lastProgress + ProgressPeriod;
-        if (m_options.duration) {
-            wakeAt = std::min<microseconds>(wakeAt, m_start + *m_options.duration);
-        }
+        const auto wakeAt = std::min(m_lastProgress + ProgressPeriod, End().value_or(microseconds::max()));
         const auto timeout = std::chrono::ceil<std::chrono::milliseconds>(wakeAt - console::Now());
         switch (wait.Any(static_cast<DWORD>(std::max<std::int64_t>(timeout.count(), 0)))) {
-        case Slot::RouterEnded: OnRouterEnded(); break;
         case Slot::AllEnded: return;
-        case Slot::Stop: m_allEnded.Wait(INFINITE); return;
+        case Slot::Opened: OnFirstOpening(); break;
+        case Slot::RouterEnded:
+            if (OnRouterEnded()) {
+                break;
+            }
+            [[fallthrough]];
+        case Slot::Failed: m_stop.Set(); [[fallthrough]];
+        case Slot::Stop: EndWorkers(); return;
         case Slot::TimedOut: break;
-        case Slot::Failed: m_stop.Set(); break;
         }
-        if (m_options.duration && console::Now() >= m_start + *m_options.duration) {
+        if (const auto end = End(); end && console::Now() >= *end) {
             m_stop.Set();
         }
         PrintProgress();
-        RegisterUnservedPorts();
+        SayWhenRouterIsBack();
     }
 }
 
-void Probe::RegisterUnservedPorts()
+void Probe::EndWorkers()
 {
-    // A port that another client registered first is removed with that client's object and must be registered to
-    // be served again. A router that does not answer is reported by its end.
-    if (m_unserved.exchange(false)) {
-        m_session.RegisterPorts();
+    do {
+        for (const auto& worker : m_workers) {
+            worker->Cancel();
+        }
+    } while (!m_allEnded.Wait(CancelPauseMs));
+}
+
+void Probe::OnFirstOpening()
+{
+    if (!std::exchange(m_hasBegun, true)) {
+        m_start = console::Now();
+        m_lastProgress = m_start;
     }
 }
 
-void Probe::OnRouterEnded()
+bool Probe::OnRouterEnded()
 {
-    const std::string text = m_session.EndText();
-    if (m_options.keepGoing) {
-        console::Say(text + "; starting it again");
-        BringRouterBack();
+    const std::string text = m_router.EndText();
+    if (!m_options.keepGoing) {
+        m_fault = ProbeFault{ExitCode::PipeBroke, text + " while it was in use"};
+        return false;
+    }
+    console::Say(text + "; starting it again");
+    m_router.Forget();
+    m_routerAwaited = true;
+    return true;
+}
+
+void Probe::SayWhenRouterIsBack()
+{
+    if (!m_routerAwaited) {
         return;
     }
-    m_fault = ProbeFault{ExitCode::PipeBroke, text + " while it was in use"};
-    m_stop.Set();
-    m_allEnded.Wait(INFINITE);
-}
-
-void Probe::BringRouterBack()
-{
-    const auto end = m_options.duration ? std::optional(m_start + *m_options.duration) : std::nullopt;
-    while (const auto fault = m_session.Begin(end)) {
-        if (end && console::Now() >= *end) {
-            m_stop.Set();
-        }
-        const std::array<HANDLE, 2> ends = {m_allEnded.Get(), m_stop.Get()};
-        if (::WaitForMultipleObjects(static_cast<DWORD>(ends.size()), ends.data(), FALSE, RouterRetryPause) !=
-            WAIT_TIMEOUT)
-        {
-            return;
-        }
+    m_router.Find();
+    if (m_router.ProcessHandle() != nullptr) {
+        m_routerAwaited = false;
+        console::Say("router started again");
     }
-    console::Say("router started again");
 }
 
 void Probe::PrintProgress()
@@ -191,9 +211,9 @@ void Probe::PrintProgress()
     m_lastBytes = bytes;
 }
 
-void Probe::PrintSummary() const
+void Probe::PrintSummary(microseconds time) const
 {
-    const double seconds = Seconds(console::Now() - m_start);
+    const double seconds = Seconds(time);
     std::uint64_t done = 0;
     std::uint64_t bytes = 0;
     std::string text;

@@ -1,5 +1,6 @@
 #include "SendJob.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -14,10 +15,13 @@ std::string MillisecondsText(std::chrono::microseconds time)
 
 } // namespace
 
-PortJob::End SendJob::DoRun(ClientPipe& pipe)
+PortJob::End SendJob::DoRun(const morvane::Port& pipe)
 {
     const auto& requests = m_options.requests;
     while (m_options.count == 0 || m_next / requests.size() < m_options.count) {
+        if (IsStopped()) {
+            return End::Stopped;
+        }
         if (m_next != 0 && m_options.interval.count() != 0 &&
             m_stop.Wait(static_cast<DWORD>(m_options.interval.count())))
         {
@@ -36,36 +40,69 @@ PortJob::End SendJob::DoRun(ClientPipe& pipe)
     return Linger(pipe);
 }
 
-std::optional<PortJob::End> SendJob::SendOne(ClientPipe& pipe, const Bytes& request)
+std::optional<PortJob::End> SendJob::SendOne(const morvane::Port& pipe, morvane::View request)
 {
-    const std::string name = "request " + std::to_string(m_next + 1);
-    const auto start = console::Now();
-    if (const Outcome outcome = pipe.Write(request, m_options.replyTimeout); outcome != Outcome::Done) {
-        return EndOf(outcome, name + " can't be written: the router does not read");
+    if (!m_options.noWait) {
+        return Request(pipe, request);
+    }
+    int error = MORVANE_OK;
+    pipe.Send(request, m_options.replyTimeout, error);
+    if (const Outcome outcome = OutcomeOf(error); outcome != Outcome::Done) {
+        return EndOf(outcome, RequestName() + " can't be written: the router does not read");
     }
     CountBytes(request.size());
-    if (m_options.noWait) {
+    return std::nullopt;
+}
+
+std::optional<PortJob::End> SendJob::Request(const morvane::Port& pipe, morvane::View request)
+{
+    int error = MORVANE_OK;
+    const auto start = console::Now();
+    const std::size_t length = pipe.Request(request, Room(), m_options.replyTimeout, error);
+    const auto time = console::Now() - start;
+    const Outcome outcome = OutcomeOf(error);
+    if (outcome == Outcome::NotRead) {
+        return EndOf(outcome, RequestName() + " can't be written: the router does not read");
+    }
+    CountBytes(request.size());
+    PrintUnsolicited(pipe);
+    if (outcome == Outcome::Done) {
+        TakeMessage(length);
+        JudgeReply(request, time);
         return std::nullopt;
     }
-    Bytes reply;
-    if (const Outcome outcome = ReadMessage(pipe, reply, m_options.replyTimeout); outcome != Outcome::Done) {
-        const std::string late = "no reply to " + name + " within " + MillisecondsText(m_options.replyTimeout);
-        if (outcome == Outcome::TimedOut && m_options.keepGoing) {
-            ++m_unanswered;
-            console::Say(m_port.Label() + " " + late);
-            return std::nullopt;
-        }
-        return EndOf(outcome, late);
+    const std::string late =
+        "no reply to " + RequestName() + " within " + MillisecondsText(m_options.replyTimeout);
+    if (outcome == Outcome::TimedOut && m_options.keepGoing) {
+        ++m_unanswered;
+        console::Say(m_port.Label() + " " + late);
+        return std::nullopt;
     }
+    return EndOf(outcome, late);
+}
+
+void SendJob::PrintUnsolicited(const morvane::Port& pipe) const
+{
+    int error = MORVANE_OK;
+    for (auto message = pipe.ReceiveUnsolicited({}, error); error == MORVANE_OK;
+         message = pipe.ReceiveUnsolicited({}, error))
+    {
+        if (!m_options.quiet) {
+            PrintMessage("unsolicited:", message);
+        }
+    }
+}
+
+void SendJob::JudgeReply(morvane::View request, std::chrono::microseconds time)
+{
     CountDone();
-    const bool wrong = m_options.check && reply != request;
+    const bool wrong = m_options.check && !std::ranges::equal(Message(), request);
     m_wrong += wrong ? 1 : 0;
     if (!m_options.quiet || wrong) {
-        PrintMessage((wrong ? "wrong reply to " : "reply to ") + name + " after " +
-                         MillisecondsText(console::Now() - start) + ",",
-                     reply);
+        PrintMessage((wrong ? "wrong reply to " : "reply to ") + RequestName() + " after " +
+                         MillisecondsText(time) + ",",
+                     Message());
     }
-    return std::nullopt;
 }
 
 std::optional<ProbeFault> SendJob::Fault() const

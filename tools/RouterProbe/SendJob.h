@@ -11,11 +11,16 @@ public:
     std::optional<ProbeFault> Fault() const override;
 
 protected:
-    End DoRun(ClientPipe& pipe) override;
+    End DoRun(const morvane::Port& pipe) override;
 
 private:
-    /// Done, or how the job ends.
-    std::optional<End> SendOne(ClientPipe& pipe, const Bytes& request);
+    /// None, or how the job ends.
+    std::optional<End> SendOne(const morvane::Port& pipe, morvane::View request);
+    std::optional<End> Request(const morvane::Port& pipe, morvane::View request);
+    /// What came before the request.
+    void PrintUnsolicited(const morvane::Port& pipe) const;
+    void JudgeReply(morvane::View request, std::chrono::microseconds time);
+    std::string RequestName() const { return "request " + std::to_string(m_next + 1); }
 
     std::size_t m_next = 0; // of all requests, each counted as often as it is sent
     std::uint64_t m_wrong = 0;
