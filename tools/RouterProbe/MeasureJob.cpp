@@ -99,13 +99,10 @@ std::optional<PortJob::End> MeasureJob::OnLate()
 
 void MeasureJob::JudgeOthers(const morvane::Port& pipe)
 {
-    int error = MORVANE_OK;
-    for (auto message = pipe.ReceiveUnsolicited({}, error); error == MORVANE_OK;
-         message = pipe.ReceiveUnsolicited({}, error))
-    {
+    ForEachUnsolicited(pipe, [this](morvane::View message) {
         CountBytes(message.size());
         Judge(message);
-    }
+    });
 }
 
 void MeasureJob::Judge(morvane::View message)

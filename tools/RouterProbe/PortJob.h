@@ -62,6 +62,16 @@ protected:
     morvane::View Message() const noexcept { return {m_room.data(), m_length}; }
     void TakeMessage(std::size_t length) noexcept;
 
+    /// Takes what the library has set aside: messages that were no replies.
+    template <class Body>
+    static void ForEachUnsolicited(const morvane::Port& pipe, Body body)
+    {
+        int error = MORVANE_OK;
+        auto message = pipe.ReceiveUnsolicited({}, error);
+        for (; error == MORVANE_OK; message = pipe.ReceiveUnsolicited({}, error)) {
+            body(message);
+        }
+    }
     /// Prints whatever comes for the time of --linger.
     End Linger(const morvane::Port& pipe);
     void PrintMessage(const std::string& what, morvane::View message) const;

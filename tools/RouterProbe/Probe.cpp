@@ -199,7 +199,9 @@ void Probe::PrintProgress()
         ports += " " + std::to_string(job.Done());
     }
     const double period = Seconds(now - m_lastProgress);
-    if (m_options.command == Command::Measure || (m_options.command == Command::Listen && m_options.quiet)) {
+    const bool isMeasured =
+        m_options.command == Command::Measure || (m_options.command == Command::Listen && m_options.quiet);
+    if (m_hasBegun && isMeasured) {
         std::array<char, 120> line{};
         std::snprintf(line.data(), line.size(), "%8.1f s %10.0f/s %8.3f MB/s, so far", Seconds(now - m_start),
                       static_cast<double>(done - m_lastDone) / period,

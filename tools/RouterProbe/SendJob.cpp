@@ -65,7 +65,11 @@ std::optional<PortJob::End> SendJob::Request(const morvane::Port& pipe, morvane:
         return EndOf(outcome, RequestName() + " can't be written: the router does not read");
     }
     CountBytes(request.size());
-    PrintUnsolicited(pipe);
+    ForEachUnsolicited(pipe, [this](morvane::View message) {
+        if (!m_options.quiet) {
+            PrintMessage("unsolicited:", message);
+        }
+    });
     if (outcome == Outcome::Done) {
         TakeMessage(length);
         JudgeReply(request, time);
@@ -79,18 +83,6 @@ std::optional<PortJob::End> SendJob::Request(const morvane::Port& pipe, morvane:
         return std::nullopt;
     }
     return EndOf(outcome, late);
-}
-
-void SendJob::PrintUnsolicited(const morvane::Port& pipe) const
-{
-    int error = MORVANE_OK;
-    for (auto message = pipe.ReceiveUnsolicited({}, error); error == MORVANE_OK;
-         message = pipe.ReceiveUnsolicited({}, error))
-    {
-        if (!m_options.quiet) {
-            PrintMessage("unsolicited:", message);
-        }
-    }
 }
 
 void SendJob::JudgeReply(morvane::View request, std::chrono::microseconds time)

@@ -17,8 +17,6 @@ private:
     /// None, or how the job ends.
     std::optional<End> SendOne(const morvane::Port& pipe, morvane::View request);
     std::optional<End> Request(const morvane::Port& pipe, morvane::View request);
-    /// What came before the request.
-    void PrintUnsolicited(const morvane::Port& pipe) const;
     void JudgeReply(morvane::View request, std::chrono::microseconds time);
     std::string RequestName() const { return "request " + std::to_string(m_next + 1); }
 
