@@ -149,9 +149,13 @@ TEST_F(LibraryAndRouter, ARouterThatIsKilledStaysEndedOnRequest)
 TEST_F(LibraryAndRouter, ALateBoundPortNeedsNoTypeLibrary)
 {
     StartInstrument();
-    // What early binding is marshalled by.
-    ASSERT_EQ(::RegDeleteTreeW(HKEY_CLASSES_ROOT, L"TypeLib\\{B58E0F3C-61D2-4A7E-8C19-5D0A3E6B9F24}"),
-              ERROR_SUCCESS);
+    // What early binding is marshalled by; the next test registers it again.
+    constexpr wchar_t Nowhere[] = L"C:\\nowhere.tlb";
+    ASSERT_EQ(
+        ::RegSetKeyValueW(HKEY_LOCAL_MACHINE,
+                          L"Software\\Classes\\TypeLib\\{B58E0F3C-61D2-4A7E-8C19-5D0A3E6B9F24}\\1.0\\0\\win64",
+                          nullptr, REG_SZ, Nowhere, sizeof Nowhere),
+        ERROR_SUCCESS);
     morvane_options options = Options();
     options.flags = MORVANE_BACKGROUND;
     Open(options);
