@@ -61,7 +61,8 @@ void Mark(const std::string& what)
 class Plan
 {
 public:
-    explicit Plan(const std::filesystem::path& results) : m_plan(results / "plan.tsv")
+    explicit Plan(const std::filesystem::path& results)
+        : m_plan(results / "plan.tsv"), m_processor(results / "processor.tsv")
     {
         // The server logs requests from the moment that any program of this session wants it to.
         ::SetEnvironmentVariableW(L"WINEDEBUG", L"+server");
@@ -86,10 +87,17 @@ public:
         const double count = action();
         Mark("end: " + section);
         m_plan << section << '\t' << count << '\n';
+        // measure reads the processor time at the mark; the program may end only after that.
+        support::WaitUntil([&] {
+            std::ifstream marks(m_processor);
+            return std::string(std::istreambuf_iterator<char>(marks), {}).find("end: " + section) !=
+                   std::string::npos;
+        });
     }
 
 private:
     std::ofstream m_plan;
+    const std::filesystem::path m_processor;
 };
 
 void PlayRoundTrips(Plan& plan, const RunSize& run, const char* section, const std::string& pipe,
@@ -170,10 +178,7 @@ void PlayCountedSections(const RunSize& run, const std::filesystem::path& result
                         {"client", {::GetCurrentThreadId()}}});
     }
     TraceUnwanted(TraceCalls, [&](const auto& calls) {
-        plan.Play(UnwantedTraces, {{"tracer", {::GetCurrentThreadId()}}}, [&] {
-            calls();
-            return 1.0;
-        });
+        plan.Play(UnwantedTraces, {{"tracer", {::GetCurrentThreadId()}}}, calls);
     });
     for (const IdleState& state : IdleStates) {
         PlayIdleState(plan, run, session, state);

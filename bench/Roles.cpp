@@ -1,8 +1,7 @@
 #include "bench/Roles.h"
 
+#include "bench/Measure.h"
 #include "tests/support/UniqueName.h"
-
-#include <stdexcept>
 
 namespace bench {
 
@@ -13,9 +12,7 @@ RoleProcess::RoleProcess(const std::string& role, std::string pipe, const std::s
       m_process(support::ProgramFolder() / L"bench.exe",
                 L"--role " + m_readyName + console::Wide(" " + role + " " + m_pipe + " " + task))
 {
-    if (!support::WaitFor(m_ready.Get())) {
-        throw std::runtime_error("a child process does not get ready: " + role);
-    }
+    Demand(support::WaitFor(m_ready.Get()), ("a child process does not get ready: " + role).c_str());
 }
 
 RoleProcess Simulator(InstrumentTask task)
@@ -59,7 +56,8 @@ win32::FileHandle MakePipe(const std::string& name, DWORD type)
     win32::FileHandle pipe(::CreateNamedPipeW(support::PipePath(console::Wide(name)).c_str(),
                                               PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
                                               type | PIPE_READMODE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr));
-    return pipe ? std::move(pipe) : throw std::runtime_error("the pipe " + name + " can't be made");
+    Demand(static_cast<bool>(pipe), ("the pipe " + name + " can't be made").c_str());
+    return pipe;
 }
 
 } // namespace bench

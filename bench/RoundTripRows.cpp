@@ -49,12 +49,11 @@ Latencies MeasureBackToBack(const RunSize& run, Paths& paths, std::size_t size)
 /// every path.
 Latencies MeasureNowAndThen(const RunSize& run, Paths& paths, std::size_t size)
 {
-    constexpr DWORD PauseMs = 3;
     const std::vector<std::uint8_t> message(size, 'm');
     Latencies latencies;
     for (std::size_t turn = 0; turn < run.Times(250); ++turn) {
         for (std::size_t path = 0; path < PathCount; ++path) {
-            ::Sleep(PauseMs);
+            ::Sleep(3);
             const Stopwatch watch;
             paths.clients[path].RoundTrip(message);
             latencies[path].push_back(watch.Nanoseconds() / 1000);
@@ -73,11 +72,14 @@ void AddAgainstOnePipe(Table& table, std::size_t size, const Latencies& latencie
                Median(latencies[ThroughBarePipeline]), onePipe, "us", Told, "a bare path"});
 }
 
-void AddPercentile(Table& table, std::size_t size, const Latencies& latencies, const std::string& when)
+Latencies AddBackToBack(Table& table, const RunSize& run, Paths& paths, std::size_t size, const std::string& when)
 {
+    Latencies latencies = MeasureBackToBack(run, paths, size);
+    AddAgainstOnePipe(table, size, latencies, when);
     const std::vector<double>& routed = latencies[ThroughRouter];
     table.Add({Name(size) + ", simulation" + when + ", 99th percentile", "its own median", Percentile(routed, 99),
                Median(routed), "us", AtMost(4), ""});
+    return latencies;
 }
 
 } // namespace
@@ -89,9 +91,7 @@ void AddOneProcessorRoundTripRows(Table& table, const RunSize& run)
 {
     Paths paths;
     for (const std::size_t size : Sizes) {
-        const Latencies latencies = MeasureBackToBack(run, paths, size);
-        AddAgainstOnePipe(table, size, latencies, ", one processor");
-        AddPercentile(table, size, latencies, ", one processor");
+        AddBackToBack(table, run, paths, size, ", one processor");
     }
 }
 
@@ -105,11 +105,9 @@ void AddRoundTripRows(Table& table, const RunSize& run)
         // In a tight loop over several processors the bare path itself is above what is asked of one pipe: whether
         // the router adds anything of its own is seen against that.
         const std::string when = ", all processors";
-        const Latencies latencies = MeasureBackToBack(run, paths, size);
-        AddAgainstOnePipe(table, size, latencies, when);
+        const Latencies latencies = AddBackToBack(table, run, paths, size, when);
         table.Add({Name(size) + ", simulation" + when, "seven wake-ups only", Median(latencies[ThroughRouter]),
                    Median(latencies[ThroughBarePipeline]), "us", AtMost(1), ""});
-        AddPercentile(table, size, latencies, when);
     }
 }
 

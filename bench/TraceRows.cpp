@@ -13,6 +13,7 @@ namespace bench {
 
 namespace {
 
+constexpr std::int32_t UnwantedChannel = 7; // that nobody has asked to trace
 constexpr const char* TracedLine = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
 
 std::wstring g_program; // written before the tracer starts, read by its thread
@@ -24,8 +25,6 @@ CDebugThread::Owner NewTracer(const std::filesystem::path& folder)
     surroundings.ProgramPath = [] { return std::optional(g_program); };
     return CDebugThread::Create(surroundings);
 }
-
-constexpr std::int32_t UnwantedChannel = 7; // that nobody has asked to trace
 
 /// The product's trace front end and tracer, writing into a log of their own. The trace calls of this process go
 /// here while it lives; one at a time. Everything that channel -1 traces is wanted by the file, nothing of other
@@ -134,13 +133,14 @@ void AddWantedRows(Table& table, const RunSize& run, const Tracer& tracer)
 
 } // namespace
 
-void TraceUnwanted(int count, const std::function<void(const std::function<void()>&)>& play)
+void TraceUnwanted(int count, const std::function<void(const std::function<double()>&)>& play)
 {
     const Tracer tracer;
     play([count] {
         for (int i = 0; i < count; ++i) {
             Trace(UnwantedChannel, trace::Usb, TracedLine, i, 1);
         }
+        return 1.0;
     });
 }
 
