@@ -3,6 +3,7 @@
 #include "trace/Trace.h"
 
 #include <exception>
+#include <new>
 #include <span>
 #include <utility>
 
@@ -23,6 +24,9 @@ UsbLink::UsbLink(Connection& connection, Replies& replies, IProducts& products, 
       m_device(nullptr, DeviceInterface, true, m_limits),
       m_readThreads(connection, replies)
 {
+    if (connection.m_hStopRead.Get() == nullptr) {
+        throw std::bad_alloc(); // no read thread could run, at each of the connections that would follow
+    }
 }
 
 UsbLink::~UsbLink()
