@@ -60,6 +60,8 @@ constexpr Assumption Assumptions[] = {
     {"OverlappedOperationTest.TellsWhetherItWasCompleteAtItsStart", sim::Switch::PendingThoughDone},
     {"OverlappedOperationTest.CancellingTakesWhatWasDoneAtOnce", sim::Switch::PendingThoughDone},
     {"Simulation.ASimulatorThatWritesAndVanishesAtOnceIsNoticedEveryTime", sim::Switch::NameBusyWhileOpen},
+    {"Simulation.ASimulatorThatVanishesAndComesBackIsConnectedAgainWithNumbersFrom0",
+     sim::Switch::NameBusyWhileOpen},
     {"Simulation.AFailedAttemptIsFollowedByTheNextAfterTenMilliseconds", sim::Switch::TimeoutEarly},
 };
 

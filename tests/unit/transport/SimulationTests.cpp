@@ -120,10 +120,11 @@ protected:
         driver.emplace(true, host);
         driver->Reconnect();
     }
+    /// In this order: a driver that has found its simulator before it is told to connect connects once more.
     void StartBoth()
     {
-        simulator.emplace();
         StartDriver();
+        simulator.emplace();
         AwaitConnection();
     }
     /// Numbering begins after the transport has said that it is connected. A packet that no port gets, read by the
