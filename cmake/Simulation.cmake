@@ -1,5 +1,5 @@
 # The simulated Windows: the core's own sources compiled natively against simulation/standin, under the scheduler of
-# simulation/kernel. In the trees of the presets simulation, simulation-asan, simulation-tsan, simulation-clang.
+# simulation/kernel. In the trees of the presets simulation, simulation-asan, simulation-clang.
 find_library(MORVANE_BOOST_CONTEXT boost_context REQUIRED)
 
 # morvane_simulated(<variable> FOLDER folder SOURCES file...)
@@ -30,12 +30,12 @@ morvane_simulated(simulated_product FOLDER ports SOURCES
 morvane_simulated(simulated_product FOLDER host SOURCES PortTable.cpp TraceOptionsTable.cpp)
 
 # Around it.
-morvane_simulated(simulation FOLDER console SOURCES HexDump.cpp)
-morvane_simulated(simulation FOLDER instrument SOURCES
+morvane_simulated(surroundings FOLDER console SOURCES HexDump.cpp)
+morvane_simulated(surroundings FOLDER instrument SOURCES
     Bootloader.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp Script.cpp SequencedPayload.cpp)
-morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp Main.cpp)
-morvane_simulated(simulation FOLDER simulation/scenario SOURCES
+morvane_simulated(surroundings FOLDER simulation/scenario SOURCES
     Account.cpp Client.cpp Instrument.cpp Plan.cpp Scenario.cpp Surroundings.cpp)
+morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp EachCall.cpp Main.cpp Unplugging.cpp)
 morvane_simulated(simulation_kernel FOLDER simulation/kernel SOURCES
     Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Events.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Objects.cpp
     PipeData.cpp Pipes.cpp Process.cpp Registry.cpp Requests.cpp Scheduler.cpp Switches.cpp Threads.cpp Waits.cpp
@@ -47,25 +47,30 @@ target_include_directories(morvane_simulated BEFORE INTERFACE ${PROJECT_SOURCE_D
 target_link_libraries(morvane_simulated INTERFACE morvane_flags)
 target_compile_options(morvane_simulated INTERFACE -g1)
 
-# Not instrumented by ThreadSanitizer, which would see the stand-in's own fields touched by all threads.
 add_library(simulation_kernel STATIC ${simulation_kernel})
 target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST_CONTEXT})
+# As one, for what every point of the scheduler needs is best compiled together.
+set_target_properties(simulation_kernel PROPERTIES UNITY_BUILD_BATCH_SIZE 0)
+
+# Archives, so that run-mutants can put a changed object in front of them.
+add_library(simulated_product STATIC ${simulated_product})
+target_link_libraries(simulated_product PUBLIC simulation_kernel)
+add_library(simulation_surroundings STATIC ${surroundings})
+target_link_libraries(simulation_surroundings PUBLIC simulated_product)
+add_executable(simulate_seeds ${simulation})
+target_link_libraries(simulate_seeds PRIVATE simulation_surroundings)
 
 # GCC 12, optimising for this machine, takes the vector of an empty optional for one that is used.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/instrument/Output.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
-add_library(simulated_product OBJECT ${simulated_product})
-target_link_libraries(simulated_product PUBLIC morvane_simulated)
-add_executable(simulate_seeds ${simulation})
-target_link_libraries(simulate_seeds PRIVATE simulated_product simulation_kernel)
-
-foreach(target simulation_kernel simulated_product simulate_seeds)
+foreach(target simulation_kernel simulated_product simulation_surroundings simulate_seeds)
     morvane_unity(${target})
 endforeach()
 
+# Only the product is instrumented: the others' own fields are touched by all threads, one at a time.
 if(MORVANE_SANITIZE_THREADS)
     target_compile_definitions(simulation_kernel PRIVATE SIMULATION_TSAN)
-    target_compile_options(simulated_product PUBLIC -fsanitize=thread)
+    target_compile_options(simulated_product PRIVATE -fsanitize=thread)
     target_link_options(simulated_product INTERFACE -fsanitize=thread)
 endif()
 
@@ -75,12 +80,21 @@ add_test(NAME ${MORVANE_TEST_PREFIX}simulated_seeds
     COMMAND simulate_seeds --seeds ${MORVANE_SIMULATED_SEEDS} --switches --quiet)
 if(NOT MORVANE_TEST_PREFIX)
     add_test(NAME planted_faults_apply COMMAND ${PROJECT_SOURCE_DIR}/simulation/run-mutants --apply-only)
-    set_tests_properties(planted_faults_apply PROPERTIES LABELS simulation TIMEOUT 120)
+    # Of different kinds and quickly found. The others: ./simulate --mutants
+    foreach(fault number-not-counted no-cancel-at-closing packets-leak)
+        add_test(NAME planted_fault_${fault} COMMAND ${PROJECT_SOURCE_DIR}/simulation/run-mutants --built ${fault})
+        list(APPEND planted_faults planted_fault_${fault})
+    endforeach()
+    set_tests_properties(planted_faults_apply ${planted_faults} PROPERTIES LABELS simulation TIMEOUT 300)
 endif()
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_faults
     COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_FAULTY_SEEDS} --faults all --quiet)
-set_tests_properties(${MORVANE_TEST_PREFIX}simulated_seeds ${MORVANE_TEST_PREFIX}simulated_faults PROPERTIES
-    LABELS simulation TIMEOUT 900 COST 300)
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_session_with_each_call_failing COMMAND simulate_seeds --each-call)
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_unplugging
+    COMMAND simulate_seeds --unplug --hours 4 --every 60)
+set_tests_properties(${MORVANE_TEST_PREFIX}simulated_seeds ${MORVANE_TEST_PREFIX}simulated_faults
+    ${MORVANE_TEST_PREFIX}simulated_session_with_each_call_failing ${MORVANE_TEST_PREFIX}simulated_unplugging
+    PROPERTIES LABELS simulation TIMEOUT 900 COST 300)
 
 if(MORVANE_HAVE_GOOGLETEST)
     include(SimulatedUnits)

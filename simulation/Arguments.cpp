@@ -19,6 +19,13 @@ const char* const HelpText =
   --hashes                  prints the hash of each seed
   --switches                fails unless every switch of Windows was taken both ways
   --quiet                   no progress
+
+  --each-call               a scripted session, repeated with each of its calls failing once in each documented way
+  --path pipe|usb           its way to the instrument (default: both, one after the other)
+  --call N --error E        only with the Nth call failing in the Eth way; --trace prints it
+
+  --unplug                  a cable that is pulled again and again, and how long clients wait for an answer then
+  --hours H --every S       for H hours of virtual time (default 24), every S seconds (default 600)
 )";
 
 namespace {
@@ -58,10 +65,39 @@ bool ParseFlag(std::string_view word, Arguments& arguments)
     if (word == "--quiet") {
         return arguments.quiet = true;
     }
+    if (word == "--each-call") {
+        return arguments.eachCall = true;
+    }
+    if (word == "--unplug") {
+        return arguments.unplugs = true;
+    }
     return (word == "--help" || word == "-h") && (arguments.help = true);
 }
 
 /// Whether the word is known; `good` tells whether its value is.
+bool ParseModeValue(std::string_view word, const char* value, Arguments& arguments, bool& good)
+{
+    std::uint64_t number = 0;
+    if (word == "--path") {
+        const std::string_view path = value;
+        good = path == "pipe" || path == "usb";
+        arguments.path = path == "usb" ? Path::Usb : Path::SimulatorPipe;
+    } else if (word == "--call") {
+        good = ParseNumber(value, arguments.options.injection.call) && arguments.options.injection.call > 0;
+    } else if (word == "--error") {
+        good = ParseNumber(value, number) && number < 100;
+        arguments.options.injection.error = static_cast<unsigned>(number);
+    } else if (word == "--hours") {
+        good = ParseNumber(value, arguments.hours) && arguments.hours > 0 && arguments.hours <= 1000;
+    } else if (word == "--every") {
+        good = ParseNumber(value, arguments.everySeconds) && arguments.everySeconds > 0 &&
+               arguments.everySeconds <= 3600;
+    } else {
+        return false;
+    }
+    return true;
+}
+
 bool ParseValue(std::string_view word, const char* value, Arguments& arguments, bool& good)
 {
     std::uint64_t number = 0;
@@ -86,7 +122,7 @@ bool ParseValue(std::string_view word, const char* value, Arguments& arguments, 
         good = ParseNumber(value, number) && number > 0 && number < 256;
         arguments.options.stackFill = static_cast<int>(number);
     } else {
-        return false;
+        return ParseModeValue(word, value, arguments, good);
     }
     return true;
 }
@@ -110,8 +146,12 @@ Arguments ParseArguments(int count, char** words, std::string& error)
         }
         ++i;
     }
-    if (error.empty() && arguments.prints && !arguments.oneSeed) {
-        error = "--trace needs --seed";
+    const bool isOneRun = arguments.oneSeed || arguments.options.injection.call != 0;
+    if (error.empty() && arguments.prints && !isOneRun) {
+        error = "--trace needs --seed, or --call";
+    }
+    if (error.empty() && arguments.options.injection.call != 0 && !(arguments.eachCall && arguments.path)) {
+        error = "--call needs --each-call and --path";
     }
     return arguments;
 }

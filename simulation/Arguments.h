@@ -2,6 +2,7 @@
 #pragma once
 
 #include "simulation/kernel/Scheduler.h"
+#include "simulation/scenario/Plan.h"
 
 #include <cstdint>
 #include <optional>
@@ -19,6 +20,10 @@ struct Arguments
     bool printsHashes = false;
     bool countsMustBeWhole = false; // a switch that was taken one way only is a failure
     bool quiet = false;
+    bool eachCall = false;
+    std::optional<Path> path; // of --each-call; both otherwise
+    bool unplugs = false;
+    std::uint64_t hours = 24, everySeconds = 600; // of --unplug
     bool help = false;
     Options options;
 };

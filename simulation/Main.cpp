@@ -1,4 +1,6 @@
 #include "simulation/Arguments.h"
+#include "simulation/EachCall.h"
+#include "simulation/Unplugging.h"
 #include "simulation/kernel/Memory.h"
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/Switches.h"
@@ -178,5 +180,8 @@ int main(int count, char** words)
         return 0;
     }
     std::set_terminate(OnTerminate);
-    return RunSeeds(arguments);
+    if (arguments.eachCall) {
+        return sim::RunEachCall(arguments);
+    }
+    return arguments.unplugs ? sim::RunUnplugging(arguments) : RunSeeds(arguments);
 }

@@ -33,6 +33,9 @@ DWORD Call::Injected(std::initializer_list<DWORD> errors)
         return 0;
     }
     const std::uint64_t ordinal = ++world.outcome.productCalls;
+    if (world.options.keepsCalls) {
+        world.outcome.calls.push_back({m_name, static_cast<unsigned>(errors.size())});
+    }
     const Injection& injection = world.options.injection;
     DWORD error = 0;
     if (injection.call != 0) {

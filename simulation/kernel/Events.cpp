@@ -2,6 +2,7 @@
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/World.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -37,7 +38,8 @@ std::uint64_t Random(std::uint64_t below)
     std::uint64_t z = (TheWorld().random += 0x9E3779B97F4A7C15ULL);
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return (z ^ (z >> 31)) % below;
+    // The upper half of the product: without the division, and even.
+    return static_cast<std::uint64_t>(static_cast<unsigned __int128>(z ^ (z >> 31)) * below >> 64);
 }
 
 bool OneIn(std::uint64_t n)
@@ -53,11 +55,12 @@ void HashWord(std::uint64_t word)
 void Note(const char* text)
 {
     const std::size_t length = std::strlen(text);
-    std::uint64_t hash = length;
-    for (std::size_t i = 0; i < length; ++i) {
-        hash = (hash ^ static_cast<unsigned char>(text[i])) * 0x100000001B3ULL;
+    HashWord(length);
+    for (std::size_t at = 0; at < length; at += sizeof(std::uint64_t)) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, text + at, std::min(length - at, sizeof word));
+        HashWord(word);
     }
-    HashWord(hash);
     Tell(text);
 }
 

@@ -111,6 +111,11 @@ void Released(const void* what) noexcept
     sanitizer::Release(what);
 }
 
+std::uint64_t RacesReported() noexcept
+{
+    return sanitizer::Reports();
+}
+
 void BeginUnwatched() noexcept
 {
     sanitizer::IgnoreBegin();
@@ -122,3 +127,13 @@ void EndUnwatched() noexcept
 }
 
 } // namespace sim
+
+#if defined(SIMULATION_TSAN)
+std::uint64_t sim::sanitizer::g_tsanReports = 0;
+
+// Its run-time library calls this with each report.
+extern "C" void __tsan_on_report(void* /*report*/)
+{
+    ++sim::sanitizer::g_tsanReports;
+}
+#endif

@@ -58,6 +58,8 @@ void BeginContexts();
 /// For ThreadSanitizer: what one thread did before Released is seen by another after Acquired.
 void Acquired(const void* what) noexcept;
 void Released(const void* what) noexcept;
+/// How many data races it has reported in this process.
+std::uint64_t RacesReported() noexcept;
 /// ThreadSanitizer looks away while the stand-in works.
 void BeginUnwatched() noexcept;
 void EndUnwatched() noexcept;

@@ -11,10 +11,22 @@ namespace {
 
 constexpr std::uint32_t SectionMagic = 0x5EC71077;
 
-// No hand-over: the first to run gets it, the one that left it included.
-void WakeAll(const void* lock)
+template <class Lock>
+void BlockOn(Lock& lock)
 {
-    ForBlocked(lock, [](Fiber& fiber) {
+    ++lock.waiting;
+    Block(NeverUs, &lock);
+    --lock.waiting;
+}
+
+// No hand-over: the first to run gets it, the one that left it included.
+template <class Lock>
+void WakeAll(const Lock& lock)
+{
+    if (lock.waiting == 0) {
+        return;
+    }
+    ForBlocked(&lock, [](Fiber& fiber) {
         Wake(fiber, WAIT_OBJECT_0);
         return true;
     });
@@ -32,7 +44,7 @@ void Enter(CRITICAL_SECTION& section)
     const int self = Current().id;
     CheckSection(section);
     while (section.owner >= 0 && section.owner != self) {
-        Block(NeverUs, &section);
+        BlockOn(section);
     }
     CheckSection(section);
     section.owner = self;
@@ -44,7 +56,7 @@ void Enter(CRITICAL_SECTION& section)
 
 void InitializeCriticalSection(CRITICAL_SECTION* section)
 {
-    *section = {SectionMagic, -1, 0};
+    *section = {SectionMagic, -1, 0, 0};
 }
 
 void DeleteCriticalSection(CRITICAL_SECTION* section)
@@ -73,7 +85,7 @@ void LeaveCriticalSection(CRITICAL_SECTION* section)
     if (--section->depth == 0) {
         Released(section);
         section->owner = -1;
-        WakeAll(section);
+        WakeAll(*section);
         Point("LeaveCriticalSection done");
     }
 }
@@ -88,7 +100,7 @@ BOOL SleepConditionVariableCS(CONDITION_VARIABLE* condition, CRITICAL_SECTION* s
     section->depth = 0;
     section->owner = -1;
     Released(section);
-    WakeAll(section);
+    WakeAll(*section);
     Switches& switches = TheWorld().switches;
     DWORD result = WAIT_OBJECT_0;
     if (!switches.Take(Switch::ConditionWakesForNothing)) {
@@ -116,7 +128,7 @@ void AcquireSRWLockShared(SRWLOCK* lock)
 {
     Call call("AcquireSRWLockShared");
     while (lock->owner != 0 || lock->writersWaiting > 0) {
-        Block(NeverUs, lock);
+        BlockOn(*lock);
     }
     ++lock->shared;
     Acquired(lock);
@@ -130,7 +142,7 @@ void ReleaseSRWLockShared(SRWLOCK* lock)
     }
     Released(lock);
     --lock->shared;
-    WakeAll(lock);
+    WakeAll(*lock);
     Point("ReleaseSRWLockShared done");
 }
 
@@ -142,7 +154,7 @@ void AcquireSRWLockExclusive(SRWLOCK* lock)
     }
     ++lock->writersWaiting;
     while (lock->owner != 0 || lock->shared > 0) {
-        Block(NeverUs, lock);
+        BlockOn(*lock);
     }
     --lock->writersWaiting;
     lock->owner = Current().id + 1;
@@ -168,6 +180,6 @@ void ReleaseSRWLockExclusive(SRWLOCK* lock)
     }
     Released(lock);
     lock->owner = 0;
-    WakeAll(lock);
+    WakeAll(*lock);
     Point("ReleaseSRWLockExclusive done");
 }

@@ -30,6 +30,10 @@ bool Fails()
     }
     World& world = TheWorld();
     const std::uint64_t ordinal = ++world.outcome.productCalls;
+    if (world.options.keepsCalls) {
+        const OwnMemory own;
+        world.outcome.calls.push_back({"operator new", 1});
+    }
     const Injection& injection = world.options.injection;
     const bool fails = injection.call != 0 ? injection.call == ordinal && injection.error == 0
                                            : OneIn(world.faultOneIn * RarerThanCalls);
@@ -56,6 +60,7 @@ std::size_t Outcome::OwnBlocks() const
     for (const std::string& event : lastEvents) {
         blocks += event.capacity() > 15 ? 1 : 0;
     }
+    blocks += (calls.capacity() != 0 ? 1 : 0) + (replugAnswerUs.capacity() != 0 ? 1 : 0);
     return blocks + (injectedInto.capacity() > 15 ? 1 : 0) + (fault.capacity() > 15 ? 1 : 0);
 }
 

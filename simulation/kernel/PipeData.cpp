@@ -2,6 +2,7 @@
 #include "simulation/kernel/Call.h"
 #include "simulation/kernel/Pipes.h"
 #include "simulation/kernel/Scheduler.h"
+#include "simulation/kernel/Switches.h"
 #include "simulation/kernel/World.h"
 
 #include <algorithm>
@@ -34,6 +35,16 @@ DWORD Fill(Channel& channel, const Request& read, bool wholeMessages, DWORD& cou
         }
     }
     return ERROR_SUCCESS;
+}
+
+// CancelIoEx does not wait for what it cancels.
+void EndCancelled(const Request& request, bool mustEnd)
+{
+    if (!mustEnd && TheWorld().switches.Take(Switch::PipeCancelsLate)) {
+        Defer([request] { Complete(request, ERROR_OPERATION_ABORTED, 0); });
+    } else {
+        Complete(request, ERROR_OPERATION_ABORTED, 0);
+    }
 }
 
 // A write is done when what is unread fits the quota: success never means read.
@@ -98,6 +109,9 @@ void FailAll(Channel& channel, DWORD readError, DWORD writeError)
 
 void WakeFlushes(Pipe& pipe, DWORD result)
 {
+    if (pipe.flushing == 0) {
+        return;
+    }
     ForBlocked(&pipe, [result](Fiber& fiber) {
         Wake(fiber, result);
         return true;
@@ -149,7 +163,9 @@ BOOL FlushPipe(PipeEnd& end)
     {
         Fiber& self = Current();
         self.blocksInFile = true;
+        ++pipe.flushing;
         const DWORD result = Block(NeverUs, &pipe);
+        --pipe.flushing;
         self.blocksInFile = false;
         if (result != ERROR_SUCCESS) {
             return Call::Refuse(result);
@@ -158,12 +174,12 @@ BOOL FlushPipe(PipeEnd& end)
     return TRUE;
 }
 
-bool CancelPipeRequest(Object& object, const OVERLAPPED* record)
+bool CancelPipeRequest(Object& object, const OVERLAPPED* record, bool mustEnd)
 {
     auto& end = static_cast<PipeEnd&>(object);
     Pipe& pipe = *end.pipe;
     if (end.server && pipe.connect && pipe.connect->record == record) {
-        Complete(*std::exchange(pipe.connect, std::nullopt), ERROR_OPERATION_ABORTED, 0);
+        EndCancelled(*std::exchange(pipe.connect, std::nullopt), mustEnd);
         return true;
     }
     std::deque<Request>& reads = end.In().reads;
@@ -172,7 +188,7 @@ bool CancelPipeRequest(Object& object, const OVERLAPPED* record)
     if (read != reads.end()) {
         const Request request = *read;
         reads.erase(read);
-        Complete(request, ERROR_OPERATION_ABORTED, 0);
+        EndCancelled(request, mustEnd);
         return true;
     }
     std::deque<Message>& messages = end.Out().messages;
@@ -183,7 +199,7 @@ bool CancelPipeRequest(Object& object, const OVERLAPPED* record)
     }
     const Request request = *message->writer; // what was read of it stays read, the rest vanishes
     messages.erase(message);
-    Complete(request, ERROR_OPERATION_ABORTED, 0);
+    EndCancelled(request, mustEnd);
     if (messages.empty()) {
         WakeFlushes(pipe, ERROR_SUCCESS);
     }

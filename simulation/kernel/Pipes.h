@@ -44,6 +44,7 @@ struct Pipe : std::enable_shared_from_this<Pipe>
     std::optional<Request> connect;
     Channel toServer, toClient;
     PipeEnd* client = nullptr;
+    int flushing = 0; // threads that wait for the other end to read
 };
 
 /// Hears what happens on pipes, for the account. From inside the calls.

@@ -145,7 +145,7 @@ void CancelRequestsOf(const Fiber& fiber)
         if (lent.file->kind == Object::Kind::Device) {
             CancelDeviceRequest(*lent.file, lent.record, false);
         } else {
-            CancelPipeRequest(*lent.file, lent.record);
+            CancelPipeRequest(*lent.file, lent.record, true);
         }
     }
 }
@@ -192,6 +192,6 @@ BOOL CancelIoEx(HANDLE file, OVERLAPPED* record)
     }
     Object& object = ObjectOf(file);
     const bool found = object.kind == Object::Kind::Device ? CancelDeviceRequest(object, record, false)
-                                                           : CancelPipeRequest(object, record);
+                                                           : CancelPipeRequest(object, record, false);
     return found ? TRUE : Call::Refuse(ERROR_NOT_FOUND);
 }

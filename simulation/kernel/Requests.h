@@ -60,7 +60,7 @@ bool HasRequests(const Fiber& fiber);
 void CancelRequestsOf(const Fiber& fiber);
 
 // Of the kinds of files.
-bool CancelPipeRequest(Object& end, const OVERLAPPED* record);
+bool CancelPipeRequest(Object& end, const OVERLAPPED* record, bool mustEnd);
 bool CancelDeviceRequest(Object& device, const OVERLAPPED* record, bool mustEnd);
 
 } // namespace sim

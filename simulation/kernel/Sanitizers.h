@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define SIMULATION_ASAN 1
@@ -17,6 +18,7 @@
 #endif
 #if defined(SIMULATION_TSAN) // the build says so: the stand-in itself is compiled without it
 #include <sanitizer/tsan_interface.h>
+#include <sys/single_threaded.h>
 extern "C" {
 void __tsan_ignore_thread_begin();
 void __tsan_ignore_thread_end();
@@ -24,6 +26,10 @@ void __tsan_ignore_thread_end();
 #endif
 
 namespace sim::sanitizer {
+
+#if defined(SIMULATION_TSAN)
+extern std::uint64_t g_tsanReports;
+#endif
 
 struct Root
 {
@@ -37,6 +43,17 @@ inline void BeginRoot([[maybe_unused]] Root& root)
 {
 #if defined(SIMULATION_TSAN)
     root.fiber = __tsan_get_current_fiber();
+    // Or the library counts references without atomics, having seen one thread only.
+    __libc_single_threaded = 0;
+#endif
+}
+
+inline std::uint64_t Reports() noexcept
+{
+#if defined(SIMULATION_TSAN)
+    return g_tsanReports;
+#else
+    return 0;
 #endif
 }
 

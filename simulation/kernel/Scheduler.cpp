@@ -14,8 +14,9 @@ namespace sim {
 
 namespace {
 
+// For each hour of virtual time that a run may take. A run as it is usually drawn ends within seconds.
 constexpr std::uint64_t PointLimit = 4'000'000;
-constexpr std::uint64_t TimeLimitUs = 3'600'000'000; // an hour: no client is served any more
+constexpr std::uint64_t TimeLimitUs = 3'600'000'000;
 constexpr std::uint64_t LongestJumpUs = 200'000;
 
 World* g_world = nullptr;
@@ -105,11 +106,12 @@ Fiber* NextFiber(bool mayGoOn)
 void Reschedule(bool mayGoOn)
 {
     World& world = *g_world;
-    if (++world.outcome.points > PointLimit) {
-        ReportHang("no end after four million points");
+    const auto hours = static_cast<std::uint64_t>(world.options.hours);
+    if (++world.outcome.points > PointLimit * hours) {
+        ReportHang("no end after millions of points");
     }
-    if (world.now > TimeLimitUs) {
-        ReportHang("no end after an hour");
+    if (world.now > TimeLimitUs * hours) {
+        ReportHang("no end after hours");
     }
     world.now += Random(4);
     FireTimers();
@@ -140,6 +142,7 @@ void FiberMain()
     self.state = Fiber::State::Done;
     std::erase(g_world->living, &self);
     Released(&g_world); // the stack is used again in the next run
+    EndUnwatched();
     Reschedule(false);
     std::abort();
 }
@@ -150,7 +153,6 @@ void WindowsMain()
     World& world = *g_world;
     Fiber& self = Current();
     ++self.inKernel;
-    BeginUnwatched();
     for (;;) {
         while (world.deferred.empty()) {
             self.lastCall = "Windows";
@@ -158,7 +160,9 @@ void WindowsMain()
         }
         const std::function<void()> work = std::move(world.deferred.front());
         world.deferred.pop_front();
+        BeginUnwatched();
         work();
+        EndUnwatched();
         Point("Windows");
     }
 }
@@ -285,9 +289,9 @@ void ForBlocked(const void* what, const std::function<bool(Fiber&)>& visit)
 {
     const std::vector<Fiber*>& living = g_world->living;
     const std::size_t count = living.size();
-    const std::size_t first = Random(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        Fiber& fiber = *living[(first + i) % count];
+    std::size_t at = Random(count);
+    for (std::size_t i = 0; i < count; ++i, at = at + 1 < count ? at + 1 : 0) {
+        Fiber& fiber = *living[at];
         if (fiber.state == Fiber::State::Blocked && fiber.blockedOn == what && !visit(fiber)) {
             return;
         }
@@ -335,6 +339,7 @@ void Fault(const std::string& rule)
 Outcome Run(const Options& options, const std::function<void()>& main)
 {
     const std::size_t blocksBefore = BlocksInUse();
+    const std::uint64_t racesBefore = RacesReported();
     const std::uint64_t keptBefore = Switches::Total()[static_cast<std::size_t>(Switch::DeviceKeepsRequest)].yes;
     auto world = std::make_unique<World>();
     g_world = world.get();
@@ -363,6 +368,9 @@ Outcome Run(const Options& options, const std::function<void()>& main)
         outcome.fault = "blocks of memory that are left: " + std::to_string(BlocksInUse() - blocksBefore);
     }
     isWarm = true;
+    if (outcome.fault.empty() && RacesReported() != racesBefore) {
+        outcome.fault = "ThreadSanitizer reports a data race, above";
+    }
     return outcome;
 }
 

@@ -21,6 +21,13 @@ struct Injection
     unsigned error = 0;     // which of its documented errors
 };
 
+/// A call of the product that can fail, as a run met it.
+struct CallMet
+{
+    const char* name;
+    unsigned errors; // that are documented for it
+};
+
 struct Options
 {
     std::uint64_t seed = 1;
@@ -32,6 +39,8 @@ struct Options
     bool keepsEvents = false; // the last ones, for a report
     int stackFill = 0;        // byte that fresh stacks and memory hold; 0: whatever was there
     int requests = 0;         // for the scenario; 0: drawn
+    bool keepsCalls = false;  // those that can fail, for the outcome
+    int hours = 1;            // of virtual time at most
 };
 
 struct Outcome
@@ -43,8 +52,10 @@ struct Outcome
     std::string injectedInto; // the last call that was made to fail
     std::size_t fibers = 0;
     std::vector<std::string> lastEvents;
-    std::size_t OwnBlocks() const; // of memory, in this object
-    std::uint64_t requests = 0;    // answered; the scenario's own count
+    std::vector<CallMet> calls;                // when they are kept
+    std::vector<std::uint32_t> replugAnswerUs; // from each plugging to the first answer of each client
+    std::size_t OwnBlocks() const;             // of memory, in this object
+    std::uint64_t requests = 0;                // answered; the scenario's own count
 };
 
 /// Runs `main` as fiber 0 until it and all threads that it started have ended, or a rule was violated.

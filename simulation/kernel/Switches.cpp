@@ -7,14 +7,31 @@ namespace sim {
 namespace {
 
 constexpr std::array<const char*, SwitchCount> Names = {
-    "pending though done",     "event unset at once",  "record pending at once",
-    "refusal in record",       "refusal sets event",   "refusal comes late",
-    "event after record",      "device cancels late",  "device ignores cancel",
-    "device keeps request",    "device answers late",  "write outlives its end",
-    "name busy while open",    "quota rounded up",     "quota is zero",
-    "wait returns waker",      "late waiter misses",   "condition wakes for nothing",
-    "condition swallows wake", "time-out early",       "time-out late",
-    "ticks are coarse",        "thread end held back", "device order changes",
+    "pending though done",
+    "event unset at once",
+    "record pending at once",
+    "refusal in record",
+    "refusal sets event",
+    "refusal comes late",
+    "event after record",
+    "pipe cancels late",
+    "device cancels late",
+    "device ignores cancel",
+    "device keeps request",
+    "device answers late",
+    "write outlives its end",
+    "name busy while open",
+    "quota rounded up",
+    "quota is zero",
+    "wait returns waker",
+    "late waiter misses",
+    "condition wakes for nothing",
+    "condition swallows wake",
+    "time-out early",
+    "time-out late",
+    "ticks are coarse",
+    "thread end held back",
+    "device order changes",
     "device gone at open",
 };
 
@@ -57,7 +74,7 @@ void Switches::Draw()
         if (IsOfTheMachine(static_cast<Switch>(i))) {
             m_oneIn[i] = Random(4) == 0 ? Always : 0;
         } else if (IsRare(static_cast<Switch>(i))) {
-            m_oneIn[i] = Random(2) == 0 ? 0 : 4 << (2 * Random(4));
+            m_oneIn[i] = Random(2) == 0 ? 0 : std::uint64_t{4} << (2 * Random(4));
         } else {
             constexpr std::array<std::uint64_t, 5> inclinations = {0, Always, 2, 8, 64};
             m_oneIn[i] = inclinations[Random(inclinations.size())];

@@ -15,7 +15,8 @@ enum class Switch {
     RefusalSetsEvent,    // and its event set
     RefusalComesLate,    // a device accepts what it refuses, and fails it
     EventAfterRecord,    // other threads see the record before the event
-    DeviceCancelsLate,   // CancelIoEx on a device returns before the request has ended
+    PipeCancelsLate,     // CancelIoEx on a pipe returns before the request has ended
+    DeviceCancelsLate,   // the same on a device
     DeviceIgnoresCancel, // the request ends in success in spite of it
     DeviceKeepsRequest,  // the request stays until the device is unplugged or long after
     DeviceAnswersLate,   // a request that could be answered at once is accepted first

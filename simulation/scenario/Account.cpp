@@ -216,6 +216,14 @@ void Account::OnClientGot(const std::string& pipe, std::string_view message)
     }
 }
 
+void Account::OnTransferFailed()
+{
+    if (m_instrumentStayed && MayLatencyBeJudged()) {
+        Violated("a transfer fails although the instrument is there");
+    }
+    OnLoss();
+}
+
 void Account::CheckEnd() const
 {
     for (const auto& entry : m_ports) {

@@ -56,6 +56,9 @@ public:
     /// The connection to the instrument was lost, a write was given up: what was on its way may be gone.
     void OnLoss() { ++m_losses; }
     std::uint64_t Losses() const { return m_losses; }
+    /// A transfer has failed, which ends the connection: only an instrument that leaves is a reason for it.
+    void OnTransferFailed();
+    void OnInstrumentLeaves() { m_instrumentStayed = false; }
     /// The instrument writes packets in pieces, so the end of a connection may cut one.
     void ExpectCuts() { m_mayCut = true; }
     /// Faults were injected, memory among them: nothing is judged any more.
@@ -98,6 +101,7 @@ private:
     Port* m_submitting = nullptr; // its submit is in hand, by the fiber
     int m_submittingFiber = -1;
     std::uint64_t m_losses = 0;
+    bool m_instrumentStayed = true;
     bool m_mayCut = false;
     bool m_judges = true;
 };

@@ -2,6 +2,7 @@
 
 #include "simulation/kernel/Scheduler.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -9,8 +10,9 @@ namespace sim {
 
 namespace {
 
-constexpr DWORD BetweenTriesMs = 3;
+constexpr DWORD FirstPauseMs = 3, LongestPauseMs = 48; // between two looks for the pipe
 constexpr DWORD AnswerMs = 6000;
+constexpr std::uint64_t AnswerUs = AnswerMs * std::uint64_t{1000};
 constexpr std::uint64_t LongestSearchUs = 15'000'000;
 // A packet that finds the write before it pending costs the command thread a millisecond.
 std::uint64_t PausesUs(int requests)
@@ -18,6 +20,7 @@ std::uint64_t PausesUs(int requests)
     return 10'000 + 2000 * static_cast<std::uint64_t>(requests);
 }
 
+constexpr std::uint64_t LongestUnnoticedUs = 20'000;
 constexpr int GreedyRequests = 620;       // more than may be pending
 constexpr std::size_t LastWords = 20'000; // more than a port's pipe holds
 constexpr int MostVisits = 400;
@@ -32,7 +35,7 @@ Client::Client(const PortPlan& port, std::string pipe, ClientWorld& world)
 // While the instrument is there and quiet a port is served within the stated waits.
 void Client::CheckService()
 {
-    const std::uint64_t trouble = m_world.account.Losses() + m_world.instrument.Pulls();
+    const std::uint64_t trouble = Troubles();
     if (trouble != m_trouble || !m_world.instrument.IsThere()) {
         m_trouble = trouble;
         m_triesSince = NowUs();
@@ -45,16 +48,22 @@ void Client::CheckService()
 bool Client::Open()
 {
     m_triesSince = NowUs();
+    DWORD pause = FirstPauseMs;
     while (!m_world.ends && !m_world.portsEnd) {
         m_pipe.Reset(::CreateFileA(m_pipeName.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                    FILE_FLAG_OVERLAPPED, nullptr));
         if (m_pipe) {
             DWORD mode = PIPE_READMODE_MESSAGE;
             ::SetNamedPipeHandleState(m_pipe.Get(), &mode, nullptr, nullptr);
+            m_troubleAtOpen = Troubles();
+            m_idleAtOpen = IdleUs();
+            m_pluggedAtOpen = m_world.instrument.PluggedAt();
+            m_answersOnOldPipe = 0;
             return true;
         }
         CheckService();
-        ::Sleep(BetweenTriesMs);
+        ::Sleep(pause);
+        pause = std::min(2 * pause, LongestPauseMs);
     }
     return false;
 }
@@ -64,6 +73,9 @@ void Client::Run()
     for (int visits = 0; m_answered < m_port.client.requests && visits < MostVisits && Open(); ++visits) {
         m_settled = false;
         const Visit end = Stay();
+        if (end == Visit::Broken) {
+            CheckExpulsion();
+        }
         if (end != Visit::Broken && m_world.plan.leavesTogether && Random(2) == 0) {
             m_world.instrument.Pull();
         }
@@ -75,6 +87,16 @@ void Client::Run()
         if (Random(2) == 0 && m_port.client.leaves) {
             ::Sleep(static_cast<DWORD>(Random(60)));
         }
+    }
+}
+
+// A port that recreates its pipe for want of a client may meet one that comes just then; it does not let it wait.
+void Client::CheckExpulsion() const
+{
+    if (MayLatencyBeJudged() && Troubles() == m_troubleAtOpen && IdleUs() - m_idleAtOpen > LongestUnnoticedUs &&
+        !m_settled && !m_world.ends && !m_world.portsEnd && !m_world.plan.stopsEarly)
+    {
+        Fault("a client waits for its port and is thrown out, although the instrument is there");
     }
 }
 
@@ -97,15 +119,41 @@ Client::Visit Client::Stay()
         if (const Visit end = Ask(together); end != Visit::Done) {
             return end;
         }
+        if (plan.pauseMs != 0 && !Pause()) {
+            return Visit::Broken;
+        }
     }
     return Visit::Done;
+}
+
+// Waits for what comes by itself, the end of its pipe included.
+bool Client::Pause()
+{
+    for (;;) {
+        bool late = false;
+        std::string message;
+        if (!ReadMessage(m_port.client.pauseMs, message, late)) {
+            return late;
+        }
+        m_world.account.OnClientGot(m_pipeName, message);
+    }
+}
+
+void Client::NoteFirstAnswer()
+{
+    const std::uint64_t pluggedAt = m_world.instrument.PluggedAt();
+    if (m_pluggedAt != 0 && m_pluggedAt != pluggedAt) {
+        TheOutcome().replugAnswerUs.push_back(static_cast<std::uint32_t>(NowUs() - pluggedAt));
+    }
+    m_pluggedAt = pluggedAt;
 }
 
 Client::Visit Client::Ask(int together)
 {
     const std::uint64_t idle = IdleUs();
     m_firstAwaited = m_serial;
-    m_trouble = m_world.account.Losses() + m_world.instrument.Pulls();
+    m_pluggedAtAsking = m_world.instrument.PluggedAt();
+    m_trouble = Troubles();
     for (int i = 0; i < together; ++i) {
         if (!WriteRequest(m_serial++)) {
             return Visit::Broken;
@@ -125,22 +173,25 @@ bool Client::IsJudged() const
 // Requests written in one go may arrive merged: the answers are counted by the ends of the requests in them.
 Client::Visit Client::AwaitAnswers(int together, std::uint64_t idleBefore)
 {
+    const std::uint64_t askedAt = NowUs();
     int missing = together;
     while (missing > 0) {
         bool late = false;
         std::string message;
-        if (!ReadMessage(AnswerMs, message, late)) {
-            if (!late) {
-                return Visit::Broken;
-            }
-            if (m_trouble == m_world.account.Losses() + m_world.instrument.Pulls() && MayLatencyBeJudged() &&
-                !m_world.ends && !m_world.plan.MayCut())
-            {
+        const bool read = ReadMessage(AnswerMs, message, late);
+        if (!read && !late) {
+            return Visit::Broken;
+        }
+        if (read) {
+            m_world.account.OnClientGot(m_pipeName, message);
+        }
+        // Old answers and repeated ones may come all the time.
+        if (late || NowUs() - askedAt > AnswerUs) {
+            if (m_trouble == Troubles() && MayLatencyBeJudged() && !m_world.ends && !m_world.plan.MayCut()) {
                 Fault("no answer in 6 s");
             }
             return Visit::Left;
         }
-        m_world.account.OnClientGot(m_pipeName, message);
         for (std::size_t at = message.find('#'); at != std::string::npos; at = message.find('#', at + 1)) {
             missing -= std::atoi(message.c_str() + at + 1) >= m_firstAwaited ? 1 : 0; // else of an earlier visit
         }
@@ -151,7 +202,17 @@ Client::Visit Client::AwaitAnswers(int together, std::uint64_t idleBefore)
     m_answered += m_serial - m_firstAwaited;
     TheOutcome().requests += static_cast<std::uint64_t>(m_serial - m_firstAwaited);
     m_settled = true;
+    NoteFirstAnswer();
+    CheckPipeIsNew();
     return Visit::Done;
+}
+
+// An instrument that comes back finds new pipes. One answer may overtake the end of an old one.
+void Client::CheckPipeIsNew()
+{
+    if (m_pluggedAtAsking != m_pluggedAtOpen && ++m_answersOnOldPipe > 1 && MayLatencyBeJudged()) {
+        Fault("a client keeps its pipe although the instrument was gone");
+    }
 }
 
 // Writes and does not read until it leaves.

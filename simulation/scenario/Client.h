@@ -30,7 +30,7 @@ public:
     Client(const PortPlan& port, std::string pipe, ClientWorld& world);
 
     void Run();
-    int Answered() const { return m_answered; }
+    bool IsServed() const { return m_answered >= m_port.client.requests; }
 
 private:
     enum class Visit { Done, Broken, Left };
@@ -47,7 +47,12 @@ private:
     bool ReadMessage(DWORD milliseconds, std::string& message, bool& late);
     std::string RequestText(int number);
     bool IsJudged() const;
+    void CheckExpulsion() const;
+    void CheckPipeIsNew();
+    std::uint64_t Troubles() const { return m_world.account.Losses() + m_world.instrument.Pulls(); }
     void CheckService();
+    void NoteFirstAnswer();
+    bool Pause();
 
     const PortPlan& m_port;
     const std::string m_pipeName; // in full
@@ -60,9 +65,13 @@ private:
     int m_answered = 0;
     int m_serial = 0; // over all requests ever written: no two are alike
     int m_firstAwaited = 0;
-    bool m_settled = false;         // answered once since it connected
-    std::uint64_t m_trouble = 0;    // losses and pulls when the visit began
+    bool m_settled = false;      // answered once since it connected
+    std::uint64_t m_trouble = 0; // losses and pulls when it asked
+    std::uint64_t m_troubleAtOpen = 0, m_idleAtOpen = 0, m_pluggedAtOpen = 0;
+    std::uint64_t m_pluggedAtAsking = 0;
+    int m_answersOnOldPipe = 0;
     std::uint64_t m_triesSince = 0; // us: it looks for its pipe
+    std::uint64_t m_pluggedAt = 0;  // us: the plugging that was answered last
 };
 
 } // namespace sim

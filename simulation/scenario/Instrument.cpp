@@ -5,6 +5,8 @@
 #include "simulation/scenario/Surroundings.h"
 
 #include <algorithm>
+#include <functional>
+#include <numeric>
 #include <string>
 
 namespace sim {
@@ -14,7 +16,16 @@ namespace {
 constexpr const char* SimulatorPipe = "\\\\.\\pipe\\UsbPipeSimulator";
 constexpr DWORD PipeBuffer = 65536;
 constexpr DWORD StalledPipeBuffer = 256; // the router's next write is soon pending
-constexpr DWORD LongestAwayMs = 300;
+
+// Small pieces cut headers, but a long answer in small pieces is a run of its own length.
+std::size_t PieceOf(const Plan& plan)
+{
+    int longest = 0;
+    for (const PortPlan& port : plan.ports) {
+        longest = std::max(longest, port.client.longest);
+    }
+    return static_cast<std::size_t>(std::max(7, longest / 8));
+}
 
 instrument::Script ScriptOf(const Plan& plan)
 {
@@ -28,7 +39,7 @@ instrument::Script ScriptOf(const Plan& plan)
     using instrument::ResponsePlan;
     using namespace std::chrono_literals;
     if (plan.splits) {
-        every(3, [](ResponsePlan& answer) { answer.splitInto = 7; });
+        every(3, [piece = PieceOf(plan)](ResponsePlan& answer) { answer.splitInto = piece; });
     }
     if (plan.merges) {
         every(2, [](ResponsePlan& answer) { answer.mergeOf = 3, answer.mergeWait = 5ms; });
@@ -88,7 +99,7 @@ void Instrument::Run()
         m_isThere = false;
         m_account.OnLoss();
         if (!m_ends && m_pulled) {
-            ::Sleep(1 + static_cast<DWORD>(Random(LongestAwayMs)));
+            ::Sleep(1 + static_cast<DWORD>(Random(m_plan.longestAwayMs)));
         }
         m_pulled = false;
     }
@@ -97,12 +108,14 @@ void Instrument::Run()
 void Instrument::End()
 {
     m_ends = true;
+    m_account.OnInstrumentLeaves();
     m_wake.Set();
 }
 
 void Instrument::Pull()
 {
     ++m_pulls;
+    m_account.OnInstrumentLeaves();
     m_pulled = true;
     m_wake.Set();
 }
@@ -148,7 +161,9 @@ void Instrument::Receive(std::span<const std::uint8_t> bytes)
 // Numbers count up by one; they restart with a connection, and what was lost leaves a gap.
 void Instrument::OnPacket(const wire::Frame& frame)
 {
-    if (frame.payload.data()[frame.payload.size()] != wire::BuildTrailer(frame.payload)[0]) {
+    const auto sum =
+        std::accumulate(frame.payload.begin(), frame.payload.end(), std::uint8_t{0}, std::bit_xor<std::uint8_t>());
+    if (frame.payload.data()[frame.payload.size()] != sum) {
         Fault("the instrument gets a packet with a wrong checksum");
     }
     const bool numberGap = m_lastNumber && frame.packetNumber != static_cast<std::uint8_t>(*m_lastNumber + 1);
@@ -193,6 +208,7 @@ void Instrument::ServePipe()
         return;
     }
     m_isThere = true;
+    m_pluggedAt = NowUs();
     win32::OverlappedOperation connect;
     const bool accepted = connect.ConnectPipe(pipe.Get());
     while (accepted && !connect.HasCompleted() && !MustLeave()) {
@@ -267,6 +283,7 @@ void Instrument::ServeUsb()
     UsbInstrument& device = TheInstrument();
     Plug(device);
     m_isThere = true;
+    m_pluggedAt = NowUs();
     while (!MustLeave()) {
         if (device.connection != nullptr) {
             BeginConnection();

@@ -32,6 +32,7 @@ public:
 
     bool IsThere() const { return m_isThere; }
     std::uint64_t Pulls() const { return m_pulls; }
+    std::uint64_t PluggedAt() const { return m_pluggedAt; } // us
 
 private:
     void Receive(std::span<const std::uint8_t> bytes);
@@ -69,6 +70,7 @@ private:
     bool m_isThere = false;
     bool m_hasStalled = false;
     std::uint64_t m_pulls = 0;
+    std::uint64_t m_pluggedAt = 0;
     std::uint64_t m_lossesAtFrame = 0;
 };
 

@@ -74,4 +74,33 @@ Plan DrawPlan(int requests)
     return plan;
 }
 
+Plan ScriptedPlan(Path path)
+{
+    Plan plan;
+    plan.path = path;
+    plan.ports = {{3, 1, 4096, {.requests = 15, .pauseMs = 20}},
+                  {5,
+                   2,
+                   4096,
+                   {.manner = Manner::Pipelining, .requests = 24, .together = 3, .leaves = true, .pauseMs = 30}}};
+    plan.pulls = 1;
+    plan.flushLimitMs = 500;
+    plan.broadcasts = true;
+    return plan;
+}
+
+Plan UnpluggingPlan(int pulls, std::uint32_t everyMs)
+{
+    constexpr int Endless = 1 << 30;
+    Plan plan;
+    plan.path = Path::Usb;
+    plan.ports = {{3, 1, 4096, {.requests = Endless, .pauseMs = 10'000}},
+                  {5, 2, 4096, {.requests = Endless, .pauseMs = 7'000}}};
+    plan.pulls = pulls;
+    plan.pullEveryMs = everyMs;
+    plan.longestAwayMs = everyMs / 10;
+    plan.endsWithPulls = true;
+    return plan;
+}
+
 } // namespace sim

@@ -20,10 +20,11 @@ enum class Manner {
 struct ClientPlan
 {
     Manner manner = Manner::WellBehaved;
-    int requests = 0;    // that it wants answered
-    int together = 1;    // written before the first answer is read
-    int longest = 40;    // bytes of a request
-    bool leaves = false; // and comes back, now and then
+    int requests = 0;          // that it wants answered
+    int together = 1;          // written before the first answer is read
+    int longest = 40;          // bytes of a request
+    bool leaves = false;       // and comes back, now and then
+    std::uint32_t pauseMs = 0; // between two requests, in which it waits for what comes
 };
 
 struct PortPlan
@@ -37,8 +38,11 @@ struct Plan
 {
     Path path = Path::SimulatorPipe;
     std::vector<PortPlan> ports;
-    int pulls = 0;               // of the cable, or of the simulator
-    bool leavesTogether = false; // a client that leaves takes the instrument along
+    int pulls = 0;                     // of the cable, or of the simulator
+    std::uint32_t pullEveryMs = 0;     // 0: at any moment
+    std::uint32_t longestAwayMs = 300; // after a pull
+    bool endsWithPulls = false;        // the last pull ends it, whatever the clients have
+    bool leavesTogether = false;       // a client that leaves takes the instrument along
     bool changesTraces = false;
     bool stopsEarly = false; // the router ends while clients are at work
     bool foreignDevice = false;
@@ -57,5 +61,9 @@ struct Plan
 
 /// `requests`: at least so many in all; 0: drawn.
 Plan DrawPlan(int requests);
+/// Two clients, one of which leaves and comes back, a pulled cable, a broadcast: a little of everything.
+Plan ScriptedPlan(Path path);
+/// Two clients that ask now and then, and a cable that is pulled again and again.
+Plan UnpluggingPlan(int pulls, std::uint32_t everyMs);
 
 } // namespace sim

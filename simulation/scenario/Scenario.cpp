@@ -41,6 +41,7 @@ private:
     void AwaitClients();
     void Disturb();
     void EndRouter();
+    void CheckServed() const;
 
     static std::string PipeNameOf(const PortPlan& port) { return "port" + std::to_string(port.deviceType); }
 
@@ -57,6 +58,7 @@ private:
     std::vector<std::unique_ptr<win32::Thread>> m_clientThreads;
     win32::Thread m_disturber;
     win32::Thread m_instrumentThread;
+    bool m_isRefused = false; // who asked for the port was told so
 };
 
 /// The product at work on the main thread: faults strike its calls.
@@ -81,6 +83,7 @@ void Session::AddPorts()
                                                                     port.bufferSize, port.bufferSize, options));
         } catch (const std::bad_alloc&) {
             Note("a port cannot be made");
+            m_isRefused = true;
         }
     }
 }
@@ -98,9 +101,11 @@ void Session::StartClients()
 void Session::Disturb()
 {
     int pulls = m_plan.pulls;
-    while ((pulls > 0 || m_plan.changesTraces) &&
-           !m_disturbed.Wait(static_cast<DWORD>(Random(m_plan.changesTraces ? 20 : DisturbMs))))
-    {
+    const auto pause = [this] {
+        return m_plan.pullEveryMs != 0 ? m_plan.pullEveryMs
+                                       : static_cast<DWORD>(Random(m_plan.changesTraces ? 20 : DisturbMs));
+    };
+    while ((pulls > 0 || m_plan.changesTraces) && !m_disturbed.Wait(pause())) {
         if (m_plan.changesTraces) {
             m_trace.ChangeSettings();
         }
@@ -109,11 +114,17 @@ void Session::Disturb()
             m_instrument.Pull();
         }
     }
+    m_disturbed.Wait(m_plan.pullEveryMs); // for what follows the last pull
 }
 
 void Session::AwaitClients()
 {
-    const ULONGLONG end = ::GetTickCount64() + (MayFaultsStrike() ? LongestFaultyRunMs : LongestRunMs);
+    if (m_plan.endsWithPulls) {
+        m_disturber.Join();
+        m_world.ends = true;
+    }
+    const bool oftenFails = MayFaultsStrike() && TheOptions().injection.call == 0;
+    const ULONGLONG end = ::GetTickCount64() + (oftenFails ? LongestFaultyRunMs : LongestRunMs);
     const std::uint64_t enough = LeastToAnswer + Random(20);
     while (m_plan.stopsEarly && TheOutcome().requests < enough && ::GetTickCount64() < end) {
         ::Sleep(3);
@@ -173,13 +184,32 @@ void Session::Play()
     m_instrument.End();
     m_instrumentThread.Join();
     m_account.CheckEnd();
+    CheckServed();
+}
+
+// One call that failed must not leave a client without answers, unless the router says that it cannot work.
+void Session::CheckServed() const
+{
+    if (TheOptions().injection.call == 0 || m_isRefused || m_trace.HasGivenUp()) {
+        return;
+    }
+    for (const auto& client : m_clients) {
+        if (!client->IsServed()) {
+            Fault("a client is not served in the end, and no line of the trace says why");
+        }
+    }
 }
 
 } // namespace
 
 void PlayScenario()
 {
-    std::make_unique<Session>(DrawPlan(TheOptions().requests))->Play();
+    Play(DrawPlan(TheOptions().requests));
+}
+
+void Play(const Plan& plan)
+{
+    std::make_unique<Session>(plan)->Play();
 }
 
 } // namespace sim

@@ -1,9 +1,12 @@
-// One run: a router with its ports, their clients, an instrument, and those who disturb them.
+// The scenario of a run, played by its fiber 0.
 #pragma once
+
+#include "simulation/scenario/Plan.h"
 
 namespace sim {
 
-/// The main thread of a run; what happens is drawn from its seed.
+/// As drawn from the seed.
 void PlayScenario();
+void Play(const Plan& plan);
 
 } // namespace sim

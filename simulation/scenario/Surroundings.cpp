@@ -5,6 +5,7 @@
 #include "trace/PacketText.h"
 #include "trace/TraceMask.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -13,23 +14,51 @@ namespace sim {
 
 namespace {
 
-bool Says(const char* line, const char* part)
-{
-    return std::strstr(line, part) != nullptr;
-}
+constexpr int VisitsInVain = 10; // to a port without a read buffer, which never counts as connected
 
-// After these something that was on its way may be gone.
-bool IsLoss(const char* line)
+struct KnownLine
 {
-    constexpr std::array<const char*, 6> lines = {"NotifyState(Not Connected)", "Command-sent failed",
-                                                  "Reply-receive failed",       "abort previous Write operation",
-                                                  "Write operation incomplete", "failed, reconnecting"};
-    for (const char* const known : lines) {
-        if (Says(line, known)) {
-            return true;
+    const char* part;
+    LineMeaning meaning;
+};
+
+constexpr std::array KnownLines = {
+    KnownLine{"NotifyState(Not Connected)", LineMeaning::Loss},
+    KnownLine{"Command-sent failed", LineMeaning::TransferFailed},
+    KnownLine{"Reply-receive failed", LineMeaning::TransferFailed},
+    KnownLine{"abort previous Write operation", LineMeaning::Loss},
+    KnownLine{"Write operation incomplete", LineMeaning::Loss},
+    KnownLine{"failed, reconnecting", LineMeaning::Loss},
+    KnownLine{"Packet ignored", LineMeaning::Ignored},
+    KnownLine{"Submit() No connection", LineMeaning::NotConnected},
+    KnownLine{"** NO_CONNECTION **", LineMeaning::NoClient},
+    KnownLine{"Pipe Created", LineMeaning::PipeCreated},
+    KnownLine{"Read Pipe Broken", LineMeaning::ReadBroken},
+    KnownLine{") Connected", LineMeaning::Accepted},
+    KnownLine{") Pipe connected", LineMeaning::Connected},
+    KnownLine{"port not served", LineMeaning::GivenUp},
+    KnownLine{"CommandProcessThread() started", LineMeaning::Started},
+    KnownLine{"CommandProcessThread() cannot run", LineMeaning::CannotRun},
+    KnownLine{"no download can end", LineMeaning::GivenUp},
+    KnownLine{"Pipe cannot be restricted", LineMeaning::GivenUp},
+    KnownLine{"could not be started", LineMeaning::GivenUp},
+    KnownLine{"thread cannot be started", LineMeaning::GivenUp},
+};
+
+LineMeaning MeaningOf(const char* text)
+{
+    for (const KnownLine& known : KnownLines) {
+        if (std::strstr(text, known.part) != nullptr) {
+            return known.meaning;
         }
     }
-    return false;
+    return LineMeaning::None;
+}
+
+// These say what they mean in their arguments.
+bool IsOpenFormat(const char* format)
+{
+    return std::strcmp(format, "%s") == 0 || std::strstr(format, "NotifyState(%s)") != nullptr;
 }
 
 } // namespace
@@ -79,6 +108,12 @@ TraceReader::~TraceReader()
     RemoveTraceSink(*this);
 }
 
+bool TraceReader::HasGivenUp() const
+{
+    return m_hasGivenUp || std::any_of(m_unread.begin(), m_unread.end(),
+                                       [](const auto& port) { return port.second >= VisitsInVain; });
+}
+
 void TraceReader::ChangeSettings()
 {
     const auto device = static_cast<std::int32_t>(Random(300)) - 1;
@@ -103,7 +138,7 @@ void TraceReader::Write(std::int32_t device, std::uint32_t /*effectiveMask*/, co
     line[0] = '\0';
     std::vsnprintf(line.data(), line.size(), format, arguments);
     Note(line.data());
-    Read(device, line.data());
+    Read(device, format, line.data());
     Point("Trace");
 }
 
@@ -118,20 +153,38 @@ bool TraceReader::Dump(std::int32_t device, std::uint32_t effectiveMask, const s
     return true;
 }
 
-void TraceReader::Read(std::int32_t device, const char* line)
+// A format is looked at once: a literal keeps its place.
+TraceReader::Format& TraceReader::Known(const char* format)
 {
-    if (IsLoss(line)) {
-        m_account.OnLoss();
-    } else if (Says(line, "Packet ignored")) {
-        m_account.OnIgnored(device);
-    } else if (Says(line, "Submit() No connection")) {
-        m_account.OnNotConnected();
-    } else if (Says(line, "** NO_CONNECTION **")) {
-        m_account.OnNoClient(device);
-    } else if (Says(line, "Pipe Created")) {
-        m_brokenReads[device] = 0;
-    } else if (Says(line, "Read Pipe Broken") && ++m_brokenReads[device] > 1 && MayLatencyBeJudged()) {
-        Fault("Read Pipe Broken is told twice of one pipe");
+    Format& known = m_formats[reinterpret_cast<std::uintptr_t>(format) / 8 % m_formats.size()];
+    if (known.text != format) {
+        known = {format, IsOpenFormat(format), MeaningOf(format)};
+    }
+    return known;
+}
+
+void TraceReader::Read(std::int32_t device, const char* format, const char* line)
+{
+    const Format& known = Known(format);
+    switch (known.isOpen ? MeaningOf(line) : known.meaning) {
+    case LineMeaning::None: return;
+    case LineMeaning::Loss: return m_account.OnLoss();
+    case LineMeaning::TransferFailed: return m_account.OnTransferFailed();
+    case LineMeaning::Ignored: return m_account.OnIgnored(device);
+    case LineMeaning::NotConnected: return m_account.OnNotConnected();
+    case LineMeaning::NoClient: return m_account.OnNoClient(device);
+    case LineMeaning::PipeCreated: m_brokenReads[device] = 0; return;
+    case LineMeaning::ReadBroken:
+        if (++m_brokenReads[device] > 1 && MayLatencyBeJudged()) {
+            Fault("Read Pipe Broken is told twice of one pipe");
+        }
+        return;
+    case LineMeaning::GivenUp: m_hasGivenUp = true; return;
+    case LineMeaning::Started: m_hasStarted = true; return;
+    // Of a thread that has begun its work no single call is the end.
+    case LineMeaning::CannotRun: m_hasGivenUp = m_hasGivenUp || !m_hasStarted; return;
+    case LineMeaning::Accepted: ++m_unread[device]; return;
+    case LineMeaning::Connected: m_unread[device] = 0; return;
     }
 }
 

@@ -9,6 +9,7 @@
 #include "transport/CCommunicationDriver.h"
 #include "transport/TransportHost.h"
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -70,6 +71,23 @@ private:
     std::map<int, std::uint64_t> m_repeats;
 };
 
+/// What a line of the trace tells the account. After a loss something that was on its way may be gone.
+enum class LineMeaning {
+    None,
+    Loss,
+    TransferFailed,
+    Ignored,
+    NotConnected,
+    NoClient,
+    PipeCreated,
+    ReadBroken,
+    Accepted,
+    Connected,
+    GivenUp,
+    Started,
+    CannotRun
+};
+
 /// Every line goes into the hash and is read for the account; what the settings say of dumps counts as in the
 /// router.
 class TraceReader final : public ITraceSink
@@ -78,6 +96,8 @@ public:
     explicit TraceReader(Account& account);
     ~TraceReader();
 
+    /// The trace has told that a port or the router cannot work.
+    bool HasGivenUp() const;
     /// The settings are changed while the router works.
     void ChangeSettings();
 
@@ -88,11 +108,23 @@ public:
               bool hexOnly, std::string& out) override;
 
 private:
-    void Read(std::int32_t device, const char* line);
+    struct Format
+    {
+        const char* text = nullptr;
+        bool isOpen = false; // the line itself has to be looked at
+        LineMeaning meaning = LineMeaning::None;
+    };
+
+    Format& Known(const char* format);
+    void Read(std::int32_t device, const char* format, const char* line);
 
     Account& m_account;
     TraceOptionsTable m_options;
+    std::array<Format, 256> m_formats{};
     std::map<std::int32_t, int> m_brokenReads; // of the pipe there is, by device type
+    std::map<std::int32_t, int> m_unread;      // clients accepted since one was served, by device type
+    bool m_hasStarted = false;                 // the command thread
+    bool m_hasGivenUp = false;
 };
 
 } // namespace sim

@@ -81,7 +81,7 @@ using LPOVERLAPPED = OVERLAPPED*;
 struct CRITICAL_SECTION
 {
     std::uint32_t magic;
-    int owner, depth;
+    int owner, depth, waiting;
 };
 
 struct CONDITION_VARIABLE
@@ -91,7 +91,7 @@ struct CONDITION_VARIABLE
 
 struct SRWLOCK
 {
-    int owner, shared, writersWaiting;
+    int owner, shared, waiting, writersWaiting;
 };
 
 struct SID_AND_ATTRIBUTES
