@@ -74,8 +74,8 @@ if(MORVANE_SANITIZE_THREADS)
     target_link_options(simulated_product INTERFACE -fsanitize=thread)
 endif()
 
-set(MORVANE_SIMULATED_SEEDS 4000 CACHE STRING "Seeds of the test run")
-set(MORVANE_SIMULATED_FAULTY_SEEDS 600 CACHE STRING "Seeds of the test run in which calls fail")
+set(MORVANE_SIMULATED_SEEDS 20000 CACHE STRING "Seeds of the test run")
+set(MORVANE_SIMULATED_FAULTY_SEEDS 2500 CACHE STRING "Seeds of the test run in which calls fail")
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_seeds
     COMMAND simulate_seeds --seeds ${MORVANE_SIMULATED_SEEDS} --switches --quiet)
 if(NOT MORVANE_TEST_PREFIX)
