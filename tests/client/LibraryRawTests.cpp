@@ -26,12 +26,13 @@ struct LibraryRaw : LibraryCalls
             return FakePort::Replies{};
         });
         options.flags |= flags;
+        options.queue_limit = 1; // a message that was taken is in the pipe when the next but one is taken
         Open();
     }
     void SendAll(int count)
     {
         for (const std::string& message : Numbered(count)) {
-            port.Send(Of(message), Timeout(0), error);
+            port.Send(Of(message), Patient, error);
             ASSERT_EQ(error, MORVANE_OK) << morvane_error_name(error);
             all += message;
         }
@@ -65,7 +66,7 @@ TEST_F(LibraryRaw, QueuedSendsDoNotWaitForTheRouter)
 {
     ServeHeldUp(MORVANE_RAW | MORVANE_QUEUE);
     SendAll(20);
-    // The server takes the first message. It is held up until all others are in the pipe, in one piece.
+    // The server takes the first message. It is held up until nearly all others are in the pipe, in one piece.
     ExpectThatAllArrivedMerged(20);
 }
 
