@@ -21,6 +21,7 @@ struct LibraryRaw : LibraryCalls
     {
         Serve([this](const std::string& message) {
             got += message;
+            bytes += message.size();
             ++reads;
             begin.Wait(INFINITE);
             return FakePort::Replies{};
@@ -32,7 +33,10 @@ struct LibraryRaw : LibraryCalls
     void SendAll(int count)
     {
         for (const std::string& message : Numbered(count)) {
-            port.Send(Of(message), Patient, error);
+            ASSERT_TRUE(support::WaitUntil([&] {
+                port.Send(Of(message), Timeout(0), error);
+                return error != MORVANE_E_QUEUE_FULL;
+            }));
             ASSERT_EQ(error, MORVANE_OK) << morvane_error_name(error);
             all += message;
         }
@@ -43,6 +47,8 @@ struct LibraryRaw : LibraryCalls
         begin.Set();
         port.Flush(Patient, error);
         EXPECT_EQ(error, MORVANE_OK);
+        // What it has read the server may still have to note.
+        EXPECT_TRUE(support::WaitUntil([this] { return bytes == all.size(); }));
         port.Close();
         server.reset();
         EXPECT_EQ(got, all);
@@ -52,6 +58,7 @@ struct LibraryRaw : LibraryCalls
     const win32::Event begin{win32::Event::Kind::ManualReset};
     std::string got; // the server's until its end
     std::string all;
+    std::atomic<std::size_t> bytes{0};
     std::atomic<int> reads{0};
 };
 
