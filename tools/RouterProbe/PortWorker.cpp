@@ -130,6 +130,8 @@ PortWorker::Next PortWorker::OnEvent(const morvane_event& event)
 void PortWorker::OnOpened()
 {
     const bool isFirst = !std::exchange(m_wasOpen, true);
+    // First, so that whoever reads the line finds the router watched already.
+    m_listener.opened(isFirst ? Opening::First : Opening::Again);
     if (isFirst && !m_options.quiet) {
         console::Say(m_port.Label() + " pipe open");
     } else if (!isFirst && m_saidGone) {
@@ -138,7 +140,6 @@ void PortWorker::OnOpened()
     m_saidGone = false;
     m_lastRefusal.clear();
     m_refusal.reset();
-    m_listener.opened(isFirst ? Opening::First : Opening::Again);
 }
 
 PortWorker::Next PortWorker::OnRefused()
