@@ -18,7 +18,7 @@ constexpr int Ports = 8;
 // Sections of the plan.
 constexpr const char* BarePipelineTrips = "round trips through the bare pipeline";
 constexpr const char* RouterTrips = "round trips through the router";
-constexpr const char* UnwantedTraces = "trace calls that nobody wants";
+constexpr const char* UnwantedTraces = "trace calls that are not enabled";
 
 /// A way of a router with eight ports to have nothing to do.
 struct IdleState
@@ -191,7 +191,7 @@ void AddCountedRows(Table& table, const std::filesystem::path& results)
     table.Add({"requests to the Wine server for a routed round trip", "seven wake-ups and nothing else",
                counted.at(RouterTrips).requests, counted.at(BarePipelineTrips).requests, "requests", AtMost(1.5),
                ""});
-    table.Add({"kernel calls of " + std::to_string(TraceCalls) + " trace calls that nobody wants", "",
+    table.Add({"kernel calls of " + std::to_string(TraceCalls) + " trace calls that are not enabled", "",
                counted.at(UnwantedTraces).requests, std::nullopt, "calls", AtMost(0), ""});
     for (const IdleState& state : IdleStates) {
         const Counted& idle = counted.at(state.name);

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-/// A client program at a served pipe, whichever path is behind it: a port of the client library. Throws
+/// A client program at a served pipe, on any path: a port of the client library. Throws
 /// std::runtime_error when the pipe does not open or an answer does not come.
 class Client
 {

@@ -31,7 +31,7 @@ void AddDumpAndFramingRows(Table& table, const RunSize& run);
 void AddParsingRows(Table& table, const RunSize& run, const BlockParser& parse, const std::string& name);
 void AddDispatchRows(Table& table, const RunSize& run);
 void AddTraceRows(Table& table, const RunSize& run);
-/// Lets `play` make `count` trace calls that nobody wants; together they count as one.
+/// Lets `play` make `count` trace calls that are not enabled; together they count as one.
 void TraceUnwanted(int count, const std::function<void(const std::function<double()>& calls)>& play);
 void AddUsbRows(Table& table, const RunSize& run);
 void AddStartRows(Table& table, const RunSize& run);

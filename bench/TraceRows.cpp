@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-constexpr std::int32_t UnwantedChannel = 7; // that nobody has asked to trace
+constexpr std::int32_t UnwantedChannel = 7; // not enabled
 constexpr const char* TracedLine = "CCyUSBDriver::USBCommandProcessThread overlapped write %d bytes, burst %d";
 
 std::wstring g_program; // written before the tracer starts, read by its thread
@@ -81,7 +81,7 @@ void AddUnwantedRow(Table& table, const RunSize& run)
                 Trace(UnwantedChannel, trace::Usb, TracedLine, static_cast<int>(i), 1);
             });
         });
-    table.Add({"trace call that nobody wants", "call of an empty function by pointer", trace, call, "ns",
+    table.Add({"trace call that is not enabled", "call of an empty function by pointer", trace, call, "ns",
                AtMost(10), "its kernel calls are counted below"});
 }
 

@@ -52,7 +52,7 @@ public:
         expected.push_back(std::move(from.front()));
         from.pop_front();
     }
-    /// False when the first message is longer than the room; it stays then.
+    /// False when the first message is longer than the buffer; it stays then.
     static bool Take(Queue& from, Room room)
     {
         const Bytes& message = *from.front();

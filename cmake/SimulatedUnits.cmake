@@ -7,7 +7,7 @@ morvane_simulated(simulated_tests FOLDER tests/unit/ports SOURCES
     CommandTests.cpp PortPipeFixture.cpp PortPipeLimitTests.cpp PortPipeRecreateTests.cpp PortPipeStopTests.cpp
     PortPipeTests.cpp PortPipeTraceTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/unit/transport SOURCES
-    DispatchTests.cpp SimulationTests.cpp SubmitTests.cpp)
+    DispatchTests.cpp HookFlags.cpp SimulationTests.cpp SubmitTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/support SOURCES
     PipeClient.cpp RecordingTrace.cpp UniqueName.cpp WaitUntil.cpp)
 morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Main.cpp)

@@ -52,7 +52,7 @@ target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST
 # As one, for what every point of the scheduler needs is best compiled together.
 set_target_properties(simulation_kernel PROPERTIES UNITY_BUILD_BATCH_SIZE 0)
 
-# Archives, so that run-mutants can put a changed object in front of them.
+# Archives, so that run-mutants can link a changed object before them.
 add_library(simulated_product STATIC ${simulated_product})
 target_link_libraries(simulated_product PUBLIC simulation_kernel)
 add_library(simulation_surroundings STATIC ${surroundings})

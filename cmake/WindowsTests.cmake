@@ -79,7 +79,7 @@ morvane_unit_test(firmware LIBRARIES morvane_recordingtrace morvane_firmware SOU
     AllocationLimit.cpp FirmwareDownloaderTests.cpp FirmwareFileTests.cpp FirmwareFixture.cpp
     FirmwareThreadTests.cpp)
 morvane_unit_test(transport LIBRARIES morvane_recordingtrace morvane_transport SOURCES
-    DispatchTests.cpp Hooks.cpp InstrumentEnvironment.cpp SimulationTests.cpp SubmitTests.cpp UsbConnectTests.cpp
+    DispatchTests.cpp HookFlags.cpp Hooks.cpp InstrumentEnvironment.cpp SimulationTests.cpp SubmitTests.cpp UsbConnectTests.cpp
     UsbDeafTests.cpp UsbFixture.cpp UsbQuietTests.cpp UsbReadTests.cpp UsbStuckWriteTests.cpp UsbUnplugTests.cpp
     UsbWriteTests.cpp)
 morvane_unit_test(ports LIBRARIES morvane_recordingtrace morvane_ports SOURCES

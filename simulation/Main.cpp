@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <exception>
 
 namespace {
 
@@ -157,14 +156,6 @@ int RunSeeds(const Arguments& arguments)
     return 0;
 }
 
-[[noreturn]] void OnTerminate()
-{
-    if (sim::IsRunning()) {
-        sim::Fault("the process ends by an exception that nobody catches");
-    }
-    std::abort();
-}
-
 } // namespace
 
 int main(int count, char** words)
@@ -179,7 +170,7 @@ int main(int count, char** words)
         std::fputs(sim::HelpText, stdout);
         return 0;
     }
-    std::set_terminate(OnTerminate);
+    sim::MakeUncaughtExceptionsFaults();
     if (arguments.eachCall) {
         return sim::RunEachCall(arguments);
     }

@@ -98,8 +98,8 @@ bool CCyUSBEndPoint::FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length,
     DWORD returned = context->returnedAtOnce.value_or(0);
     bool worked = context->returnedAtOnce.has_value();
     m_lastError = context->refusal.value_or(ERROR_SUCCESS);
-    // "GetOverlappedResult function": it tells of a request that is pending or was. In the record of a refused one
-    // any status may stand, also one of success.
+    // "GetOverlappedResult function": it reports a request that is or was pending. The record of a refused one may
+    // hold any status, also success.
     if (context->IsPending()) {
         worked = ::GetOverlappedResult(m_device, overlapped, &returned, FALSE) != FALSE;
         m_lastError = worked ? ERROR_SUCCESS : ::GetLastError();

@@ -51,7 +51,7 @@ bool DeviceControl(HANDLE device, std::uint32_t code, std::span<std::uint8_t> bu
         ::SetLastError(ERROR_BUSY);
         return false;
     }
-    // "DeviceIoControl function": an overlapped call needs an event. Without one nothing tells of the end, and the
+    // "DeviceIoControl function": an overlapped call needs an event. Without one nothing reports the end, and the
     // record would be destroyed while the driver still owns it.
     const win32::Event completed(win32::Event::Kind::ManualReset);
     std::unique_ptr<Transfer> request =

@@ -94,7 +94,7 @@ BOOL CloseHandle(HANDLE handle)
         Fault("a handle that is not open is closed");
     }
     const Ref<Object> object = *slot; // the slots may move meanwhile
-    // Who was let through and has yet to look again does that first.
+    // A waiter that was woken and has yet to look again does that first.
     while (std::ranges::any_of(object->waiters,
                                [](const Fiber* fiber) { return fiber->state == Fiber::State::Runnable; }))
     {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 namespace sim {
 
@@ -334,6 +335,16 @@ void Fault(const std::string& rule)
     g_world->current = nullptr;
     SwitchContext(from, nullptr);
     std::abort();
+}
+
+void MakeUncaughtExceptionsFaults() noexcept
+{
+    std::set_terminate([] {
+        if (IsRunning()) {
+            Fault("the process ends by an exception that is not caught");
+        }
+        std::abort();
+    });
 }
 
 Outcome Run(const Options& options, const std::function<void()>& main)

@@ -58,6 +58,9 @@ struct Outcome
     std::uint64_t requests = 0;                // answered; the scenario's own count
 };
 
+/// An exception that is not caught ends the run with a fault, not the process. Once a process.
+void MakeUncaughtExceptionsFaults() noexcept;
+
 /// Runs `main` as fiber 0 until it and all threads that it started have ended, or a rule was violated.
 Outcome Run(const Options& options, const std::function<void()>& main);
 

@@ -6,7 +6,6 @@
 #include "tests/support/AllocationCount.h"
 #include "tests/support/OwnFolder.h"
 #include "tests/support/PatchedImport.h"
-#include "tests/unit/transport/Hooks.h"
 
 #include <string>
 
@@ -89,15 +88,3 @@ PatchedImport::PatchedImport(const char* /*function*/, void* /*replacement*/)
 PatchedImport::~PatchedImport() = default;
 
 } // namespace support
-
-namespace hooks {
-
-thread_local int naps = 0;
-std::atomic<bool> shortNaps{false};
-std::atomic<int> refusedWrites{0};
-std::atomic<bool> writesWithoutEvent{false};
-std::atomic<bool> readsWithoutEvent{false};
-std::atomic<int> refusedThreads{0};
-std::atomic<int> throttlingCleared{0};
-
-} // namespace hooks

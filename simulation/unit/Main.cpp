@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -209,14 +208,6 @@ bool Parse(int count, char** words, Arguments& arguments)
     return true;
 }
 
-[[noreturn]] void OnTerminate()
-{
-    if (sim::IsRunning()) {
-        sim::Fault("the process ends by an exception that nobody catches");
-    }
-    std::abort();
-}
-
 } // namespace
 
 int main(int count, char** words)
@@ -227,7 +218,7 @@ int main(int count, char** words)
         std::fputs("usage: ./simulate --units [--seeds N | --seed K [--trace]] [--only PART_OF_A_NAME]\n", stderr);
         return 2;
     }
-    std::set_terminate(OnTerminate);
+    sim::MakeUncaughtExceptionsFaults();
     testing::TestEventListeners& listeners = testing::UnitTest::GetInstance()->listeners();
     delete listeners.Release(listeners.default_result_printer());
     listeners.Append(new FailuresOnly);

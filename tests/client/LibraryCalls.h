@@ -41,7 +41,7 @@ struct LibraryCalls : testing::Test
     morvane::Port port;
 };
 
-/// Answers each message with `reply` in front of it.
+/// Answers each message with `reply`, followed by the message.
 inline FakePort::Player Answering(std::string reply)
 {
     return [reply](const std::string& message) { return FakePort::Replies{reply + message}; };

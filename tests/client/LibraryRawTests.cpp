@@ -125,7 +125,7 @@ TEST_F(LibraryRaw, ALateReplyIsToldByTheMatch)
 
 TEST_F(LibraryCalls, ARequestThatIsNotReadSaysSo)
 {
-    // Never reads: a pipe without a thread behind it.
+    // A pipe that no thread serves: nothing is read from it.
     const std::wstring wide = support::UniqueName(L"NoReader");
     const win32::FileHandle pipe(::CreateNamedPipeW(support::PipePath(wide).c_str(),
                                                     PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED, PIPE_TYPE_MESSAGE,

@@ -23,7 +23,7 @@ inline bool Runs32BitPrograms()
            ChildProcess(Program32(L"Client32.exe"), {}).WaitForExit() == 2u;
 }
 
-/// Whether they have to run: set by who has installed 32-bit Wine.
+/// Whether they have to run: check-platforms says so after it has installed 32-bit Wine.
 inline bool Needs32BitPrograms()
 {
     return std::getenv("MORVANE_NEEDS_WINE32") != nullptr;

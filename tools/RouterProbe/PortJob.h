@@ -57,7 +57,7 @@ protected:
     Outcome OutcomeOf(int error);
     /// Reads the next message into Message().
     Outcome ReadMessage(const morvane::Port& pipe, std::chrono::milliseconds timeout);
-    /// The room for a message, and the first `length` bytes of it once they have come.
+    /// The buffer for a message, and the first `length` bytes of it once they have come.
     std::span<std::uint8_t> Room() noexcept { return m_room; }
     morvane::View Message() const noexcept { return {m_room.data(), m_length}; }
     void TakeMessage(std::size_t length) noexcept;

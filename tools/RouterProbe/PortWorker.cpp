@@ -130,7 +130,7 @@ PortWorker::Next PortWorker::OnEvent(const morvane_event& event)
 void PortWorker::OnOpened()
 {
     const bool isFirst = !std::exchange(m_wasOpen, true);
-    // First, so that whoever reads the line finds the router watched already.
+    // Before the line: a reader of it may end the router at once.
     m_listener.opened(isFirst ? Opening::First : Opening::Again);
     if (isFirst && !m_options.quiet) {
         console::Say(m_port.Label() + " pipe open");
@@ -163,7 +163,7 @@ bool PortWorker::GoesOnAfterBreak()
 {
     m_refusal.reset();
     if (!m_job->HasHeard() && console::Now() < m_openUntil) {
-        // The router was making its pipe anew when this one was opened.
+        // The router was recreating its pipe when this one was opened.
         return true;
     }
     const std::string text =

@@ -22,24 +22,7 @@ protected:
         ASSERT_TRUE(support::WaitUntil([&] { return (DebugWindow() != nullptr) == on; }));
     }
 
-    static void TakeKeyboard()
-    {
-        // A window that has just been shown may not be on the display yet; then the click goes past it.
-        const auto hasKeyboard = [] {
-            return ::GetForegroundWindow() == DebugWindow() && desktop::HasKeyboard("Debug Window");
-        };
-        for (int attempt = 0; attempt < 3 && !hasKeyboard(); ++attempt) {
-            if (attempt > 0) {
-                // Wine 10 asks the display for the keyboard only when another window becomes the foreground
-                // window. One that followed a hidden dialog there does not get it by a click.
-                ASSERT_TRUE(desktop::Click({900, 700})) << "the desktop";
-            }
-            const RECT window = Around(DebugWindow());
-            ASSERT_TRUE(desktop::Click({(window.left + window.right) / 2, window.top + 12})) << "the title bar";
-            support::WaitUntil(hasKeyboard, std::chrono::seconds(10));
-        }
-        ASSERT_TRUE(hasKeyboard());
-    }
+    static void TakeKeyboard() { Ui::TakeKeyboard(DebugWindow, "Debug Window"); }
 
     /// The list's first visible line once all that is in it has been painted.
     static LRESULT Top()

@@ -124,21 +124,38 @@ int Ui::FocusedId()
     return ::GetParent(info.hwndFocus) == dialog ? ::GetDlgCtrlID(info.hwndFocus) : 0;
 }
 
+void Ui::TakeKeyboard(HWND (*window)(), const std::string& title)
+{
+    // A window that has just been shown may not be on the display yet; then the click goes past it.
+    const auto hasKeyboard = [&] { return ::GetForegroundWindow() == window() && desktop::HasKeyboard(title); };
+    for (int attempt = 0; attempt < 3 && !hasKeyboard(); ++attempt) {
+        if (attempt > 0 || ::GetForegroundWindow() == window()) {
+            // Wine asks the display for the keyboard only when another window becomes the foreground window. One
+            // that is it already, and has lost the keyboard, does not get it by a click.
+            ASSERT_TRUE(desktop::Click({900, 700})) << "the desktop";
+        }
+        const RECT place = Around(window());
+        ASSERT_TRUE(desktop::Click({(place.left + place.right) / 2, place.top + 12})) << "the title bar";
+        support::WaitUntil(hasKeyboard, std::chrono::seconds(10));
+    }
+    ASSERT_TRUE(hasKeyboard()) << title;
+}
+
 void Ui::OpenDialog()
 {
-    // On a busy machine the second click may come too late for a double click. Then the taskbar has the keyboard,
-    // and a click that comes while the dialog opens would take it away again: so the next attempt does not come
-    // early.
-    const auto hasOpened = [] {
-        return FocusedId() == IDC_DEVICE && ::GetForegroundWindow() == Dialog() &&
-               desktop::HasKeyboard("Debug Options");
-    };
-    for (int attempt = 0; attempt < 3 && !hasOpened(); ++attempt) {
+    // On a busy machine the second click may come too late for a double click.
+    for (int attempt = 0; attempt < 3 && Dialog() == nullptr; ++attempt) {
         ASSERT_TRUE(desktop::DoubleClick(desktop::CenterOf(desktop::TrayIcon())));
-        support::WaitUntil(hasOpened);
+        support::WaitUntil([] { return Dialog() != nullptr; });
     }
-    ASSERT_TRUE(hasOpened()) << "focus " << FocusedId() << ", foreground "
-                             << (::GetForegroundWindow() == Dialog() ? "the dialog" : "another window");
+    ASSERT_NE(Dialog(), nullptr);
+    const auto hasFocus = [] { return FocusedId() == IDC_DEVICE; };
+    const auto hasOpened = [&] { return hasFocus() && desktop::HasKeyboard("Debug Options"); };
+    if (!support::WaitUntil(hasOpened, std::chrono::seconds(10))) {
+        // The taskbar that was clicked may ask the display for the keyboard after the dialog did.
+        ASSERT_NO_FATAL_FAILURE(TakeKeyboard(Dialog, "Debug Options"));
+    }
+    ASSERT_TRUE(support::WaitUntil(hasFocus)) << FocusedId();
 }
 
 void Ui::OpenDialogOfPump()

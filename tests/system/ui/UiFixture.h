@@ -48,6 +48,8 @@ protected:
     /// The id of the control of the dialog that has the keyboard; 0 when none has.
     static int FocusedId();
 
+    /// By clicks on the title bar; `title` is the window's name on the display, or a part of it.
+    static void TakeKeyboard(HWND (*window)(), const std::string& title);
     /// By a double click on the icon; returns when the dialog has the keyboard.
     static void OpenDialog();
     /// The same, and goes to the pump in the list by its first letter.

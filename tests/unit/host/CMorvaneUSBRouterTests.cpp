@@ -310,9 +310,9 @@ TEST_F(RouterObject, DescribesItself)
     ::SysFreeString(help);
 }
 
-// A dual interface has two descriptions. The loader of type libraries takes the automation flag from the one for
-// IDispatch, and the marshaler asks the other one for it ("ITypeInfo::GetRefTypeOfImplType method": -1 leads
-// there).
+// A dual interface has two descriptions. The marshaler asks the one of the vtable for the automation flag
+// ("ITypeInfo::GetRefTypeOfImplType method": -1 leads there). Wine's loader takes the flag from the other one,
+// whatever the type library says.
 TEST_F(RouterObject, ItsInterfaceIsDualNonextensibleAndForAutomation)
 {
     const auto router = Create();

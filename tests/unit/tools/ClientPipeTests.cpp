@@ -175,7 +175,7 @@ TEST_F(ClientPipeTest, ABrokenPipeIsToldWithItsError)
 
 TEST_F(ClientPipeTest, AWriteThatNobodyReadsTimesOut)
 {
-    // Never reads: a pipe of the test's own without a thread behind it.
+    // A pipe of the test's own that no thread serves: nothing is read from it.
     const std::wstring path = support::PipePath(support::UniqueName(L"NoReader"));
     const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
                                                       PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));

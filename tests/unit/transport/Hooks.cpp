@@ -6,14 +6,6 @@
 
 namespace hooks {
 
-thread_local int naps = 0;
-std::atomic<bool> shortNaps{false};
-std::atomic<int> refusedWrites{0};
-std::atomic<bool> writesWithoutEvent{false};
-std::atomic<bool> readsWithoutEvent{false};
-std::atomic<int> refusedThreads{0};
-std::atomic<int> throttlingCleared{0};
-
 namespace {
 
 template <class Call>
@@ -26,7 +18,7 @@ void WINAPI CountingSleep(DWORD milliseconds)
 {
     naps += milliseconds == 1 ? 1 : 0;
     if (milliseconds != 1 || !shortNaps || naps % 2 == 0) {
-        ::SleepEx(milliseconds, FALSE);
+        ::SleepEx(milliseconds, FALSE); // the call that is counted
     }
 }
 
@@ -100,6 +92,7 @@ BOOL(WINAPI* __imp_ReadFile)(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*) = hooks:
 uintptr_t (*__imp__beginthreadex)(void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned,
                                   unsigned*) = // NOLINT
     hooks::BeginThread;
-BOOL(WINAPI* __imp_SetProcessInformation)(HANDLE, PROCESS_INFORMATION_CLASS, void*, DWORD) = // NOLINT
+BOOL(WINAPI* __imp_SetProcessInformation)
+(HANDLE, PROCESS_INFORMATION_CLASS, void*, DWORD) = // NOLINT
     hooks::SetInformation;
 }
