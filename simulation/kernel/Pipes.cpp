@@ -107,6 +107,11 @@ void WatchPipes(IPipeWatch* watch)
     TheWorld().pipes->watch = watch;
 }
 
+void AwaitCreation(DWORD milliseconds)
+{
+    Block(std::uint64_t{milliseconds} * 1000, TheWorld().pipes.get());
+}
+
 void PipeEnd::OnClosed()
 {
     const std::shared_ptr<Pipe> kept = pipe;
@@ -185,6 +190,10 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD 
     pipe->toServer.quota = QuotaOf(inSize);
     pipe->toClient.quota = QuotaOf(outSize);
     known.emplace(key, pipe.get());
+    ForBlocked(TheWorld().pipes.get(), [](Fiber& fiber) {
+        Wake(fiber, WAIT_OBJECT_0);
+        return true;
+    });
     return AddHandle(Ref<Object>(new PipeEnd(pipe, true)));
 }
 

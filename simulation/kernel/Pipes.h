@@ -84,6 +84,9 @@ struct PipeEnd final : Object
 
 void WatchPipes(IPipeWatch* watch);
 
+/// Blocks the thread until a pipe is created, at most for `milliseconds`: for a client that looks without a pause.
+void AwaitCreation(DWORD milliseconds);
+
 /// CreateFile on "\\.\pipe\...".
 HANDLE OpenPipe(const char* name);
 BOOL ReadPipe(PipeEnd& end, const Request& request, DWORD* read);

@@ -140,6 +140,10 @@ void Account::OnSubmitted(std::uint8_t deviceType, std::uint8_t portNumber, std:
     } else {
         Violated("a message is handed over that was not read, twice, or out of order: " + Shown(bytes));
     }
+    // Between two connections the ports are told, before the second one begins.
+    if (m_askedIn[Current().id] > port->createdIn) {
+        Violated("a client of an earlier connection is served in the next: " + Shown(bytes));
+    }
     port->last = bytes;
     port->submitted.push_back({bytes, m_losses});
     m_submitting = port;
@@ -167,10 +171,41 @@ void Account::OnNotConnected()
     }
 }
 
+// The command thread says so right after the beginning of each write, so before the next one.
+void Account::OnPacketCompleted(int deviceType, int portNumber)
+{
+    if (Port* const port = Find(deviceType, portNumber)) {
+        ++port->completed;
+    }
+}
+
+void Account::OnReadinessAsked()
+{
+    m_askedIn[Current().id] = m_connection;
+}
+
+void Account::OnDisconnected()
+{
+    ++m_ends;
+    OnLoss();
+}
+
+void Account::OnPipeCreated(std::int32_t deviceType)
+{
+    for (auto& [key, port] : m_ports) {
+        if (key >> 8 == deviceType) {
+            port.createdIn = m_ends;
+        }
+    }
+}
+
 void Account::OnInstrumentGot(std::uint8_t deviceType, std::uint8_t portNumber,
                               std::span<const std::uint8_t> payload)
 {
     if (Port* const port = Find(deviceType, portNumber)) {
+        if (port->completed < port->got++) {
+            Violated("a port does not hear that its packet is being written");
+        }
         Take(port->submitted, TextOf(payload), m_losses, Row::LostWithInstrument, "the instrument gets a request");
     }
 }

@@ -43,6 +43,9 @@ public:
                      bool atLimit);
     void OnIgnored(std::int32_t deviceType);
     void OnNotConnected(); // of the submit in hand
+    void OnPacketCompleted(int deviceType, int port);
+    /// The worker of a port asks whether what it has read may be sent.
+    void OnReadinessAsked();
 
     // The instrument takes and answers.
     void OnInstrumentGot(std::uint8_t deviceType, std::uint8_t port, std::span<const std::uint8_t> payload);
@@ -56,6 +59,10 @@ public:
     /// The connection to the instrument was lost, a write was given up: what was on its way may be gone.
     void OnLoss() { ++m_losses; }
     std::uint64_t Losses() const { return m_losses; }
+    /// A connection to the instrument begins, or the one before has ended.
+    void OnConnected() { m_connection = m_ends; }
+    void OnDisconnected();
+    void OnPipeCreated(std::int32_t deviceType);
     /// A transfer has failed, which ends the connection: only an instrument that leaves is a reason for it.
     void OnTransferFailed();
     void OnInstrumentLeaves() { m_instrumentStayed = false; }
@@ -86,6 +93,8 @@ private:
         Way sent;         // on the way from the instrument to the port
         Way delivered;    // on the way to the client
         std::uint64_t closings = 0;
+        std::uint64_t createdIn = 0;          // the connection in which its pipe was created, or a later one
+        std::uint64_t got = 0, completed = 0; // packets: at the instrument, and said to be written
     };
 
     static int KeyOf(int deviceType, int port) { return deviceType << 8 | port; }
@@ -100,7 +109,10 @@ private:
     std::map<int, Port> m_ports;
     Port* m_submitting = nullptr; // its submit is in hand, by the fiber
     int m_submittingFiber = -1;
+    std::map<int, std::uint64_t> m_askedIn; // by fiber: the connection in which it asked for readiness
     std::uint64_t m_losses = 0;
+    std::uint64_t m_ends = 0;       // of connections
+    std::uint64_t m_connection = 0; // how many had ended when it began
     bool m_instrumentStayed = true;
     bool m_mayCut = false;
     bool m_judges = true;

@@ -1,5 +1,6 @@
 #include "simulation/scenario/Client.h"
 
+#include "simulation/kernel/Pipes.h"
 #include "simulation/kernel/Scheduler.h"
 
 #include <algorithm>
@@ -62,7 +63,11 @@ bool Client::Open()
             return true;
         }
         CheckService();
-        ::Sleep(pause);
+        if (m_port.client.hurries) {
+            AwaitCreation(pause);
+        } else {
+            ::Sleep(pause);
+        }
         pause = std::min(2 * pause, LongestPauseMs);
     }
     return false;

@@ -58,7 +58,7 @@ private:
     const std::string m_pipeName; // in full
     ClientWorld& m_world;
     win32::FileHandle m_pipe;
-    std::array<char, 8192> m_buffer{};
+    std::array<char, 32768> m_buffer{}; // longer than any message: a port's buffer, echoed
     win32::OverlappedOperation m_read;
     win32::OverlappedOperation m_write;
     std::string m_writing;

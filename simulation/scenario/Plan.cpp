@@ -27,6 +27,7 @@ ClientPlan AnyClient(int requests)
     plan.together = plan.manner == Manner::WellBehaved ? 1 : 2 + static_cast<int>(Random(7));
     plan.longest = 16 << (2 * Random(4));
     plan.leaves = Random(3) == 0;
+    plan.hurries = Random(3) == 0;
     return plan;
 }
 

@@ -25,6 +25,7 @@ struct ClientPlan
     int longest = 40;          // bytes of a request
     bool leaves = false;       // and comes back, now and then
     std::uint32_t pauseMs = 0; // between two requests, in which it waits for what comes
+    bool hurries = false;      // it connects as soon as its pipe exists, which may not be listening yet
 };
 
 struct PortPlan

@@ -23,7 +23,8 @@ struct KnownLine
 };
 
 constexpr std::array KnownLines = {
-    KnownLine{"NotifyState(Not Connected)", LineMeaning::Loss},
+    KnownLine{"NotifyState(Connected)", LineMeaning::Opened},
+    KnownLine{"NotifyState(Not Connected)", LineMeaning::Closed},
     KnownLine{"Command-sent failed", LineMeaning::TransferFailed},
     KnownLine{"Reply-receive failed", LineMeaning::TransferFailed},
     KnownLine{"abort previous Write operation", LineMeaning::Loss},
@@ -81,9 +82,24 @@ void Host::SendToPorts(std::int32_t port, CCommunicationDriver* source, std::spa
     table.SendToPorts(port, source, payload);
 }
 
+void Host::PacketCompleted(PortAddress address)
+{
+    m_account.OnPacketCompleted(address.deviceType, address.port);
+    table.PacketCompleted(address);
+}
+
 void Host::SignalAllPorts()
 {
     table.SignalAllPorts();
+}
+
+bool CountedTransport::IsReady()
+{
+    {
+        const OwnMemory own;
+        m_account.OnReadinessAsked();
+    }
+    return m_inner.IsReady();
 }
 
 void CountedTransport::Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length)
@@ -169,11 +185,13 @@ void TraceReader::Read(std::int32_t device, const char* format, const char* line
     switch (known.isOpen ? MeaningOf(line) : known.meaning) {
     case LineMeaning::None: return;
     case LineMeaning::Loss: return m_account.OnLoss();
+    case LineMeaning::Opened: return m_account.OnConnected();
+    case LineMeaning::Closed: return m_account.OnDisconnected();
     case LineMeaning::TransferFailed: return m_account.OnTransferFailed();
     case LineMeaning::Ignored: return m_account.OnIgnored(device);
     case LineMeaning::NotConnected: return m_account.OnNotConnected();
     case LineMeaning::NoClient: return m_account.OnNoClient(device);
-    case LineMeaning::PipeCreated: m_brokenReads[device] = 0; return;
+    case LineMeaning::PipeCreated: m_brokenReads[device] = 0; return m_account.OnPipeCreated(device);
     case LineMeaning::ReadBroken:
         if (++m_brokenReads[device] > 1 && MayLatencyBeJudged()) {
             Fault("Read Pipe Broken is told twice of one pipe");

@@ -30,7 +30,7 @@ public:
                     std::span<const std::uint8_t> payload) override;
     void SendToPorts(std::int32_t port, CCommunicationDriver* source,
                      std::span<const std::uint8_t> payload) override;
-    void PacketCompleted(PortAddress address) override { table.PacketCompleted(address); }
+    void PacketCompleted(PortAddress address) override;
     void SignalAllPorts() override;
 
     bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const override
@@ -60,7 +60,7 @@ public:
     void Reconnect() override { m_inner.Reconnect(); }
     void Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) override;
     bool IsConnected() override { return m_inner.IsConnected(); }
-    bool IsReady() override { return m_inner.IsReady(); }
+    bool IsReady() override;
     bool IsUpdatingFirmware() override { return m_inner.IsUpdatingFirmware(); }
     std::uint32_t GetTransferredBytes() override { return m_inner.GetTransferredBytes(); }
     void DispatchToDevice(const std::uint8_t*, std::uint32_t) override {}
@@ -75,6 +75,8 @@ private:
 enum class LineMeaning {
     None,
     Loss,
+    Opened,
+    Closed,
     TransferFailed,
     Ignored,
     NotConnected,
