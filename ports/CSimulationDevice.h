@@ -22,6 +22,6 @@ public:
 
 private:
     bool m_Simulation; // false for every port pipe; the branches that test it stay
-    std::int32_t m_BaseDeviceType;
-    std::int32_t m_BasePort;
+    [[maybe_unused]] std::int32_t m_BaseDeviceType;
+    [[maybe_unused]] std::int32_t m_BasePort;
 };

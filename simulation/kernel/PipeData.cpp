@@ -168,10 +168,16 @@ BOOL FlushPipe(PipeEnd& end)
         --pipe.flushing;
         self.blocksInFile = false;
         if (result != ERROR_SUCCESS) {
+            pipe.flushGivenUp = true;
             return Call::Refuse(result);
         }
     }
     return TRUE;
+}
+
+bool HasUnread(HANDLE handle)
+{
+    return !static_cast<PipeEnd&>(ObjectOf(handle, Object::Kind::PipeEnd)).Out().messages.empty();
 }
 
 bool CancelPipeRequest(Object& object, const OVERLAPPED* record, bool mustEnd)

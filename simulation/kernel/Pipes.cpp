@@ -243,6 +243,10 @@ BOOL DisconnectNamedPipe(HANDLE handle)
     if (pipe.connect) {
         Complete(*std::exchange(pipe.connect, std::nullopt), ERROR_PIPE_NOT_CONNECTED, 0);
     }
+    IPipeWatch* const watch = TheWorld().pipes->watch;
+    if (watch != nullptr && pipe.clientOpen && !pipe.toClient.messages.empty() && !pipe.flushGivenUp) {
+        watch->OnUnreadDropped(pipe.name);
+    }
     if (pipe.client != nullptr) {
         pipe.client->detached = true;
         pipe.client = nullptr;

@@ -44,7 +44,8 @@ struct Pipe : std::enable_shared_from_this<Pipe>
     std::optional<Request> connect;
     Channel toServer, toClient;
     PipeEnd* client = nullptr;
-    int flushing = 0; // threads that wait for the other end to read
+    int flushing = 0;          // threads that wait for the other end to read
+    bool flushGivenUp = false; // one of them was cancelled
 };
 
 /// Hears what happens on pipes, for the account. From inside the calls.
@@ -54,6 +55,8 @@ public:
     /// A read of the server's end has completed with these bytes.
     virtual void OnServerRead(const std::string& pipe, const std::uint8_t* bytes, std::size_t length) = 0;
     virtual void OnServerClosed(const std::string& pipe) = 0;
+    /// The server disconnects a client that has not read everything, and has not waited for it.
+    virtual void OnUnreadDropped(const std::string& pipe) = 0;
 
 protected:
     ~IPipeWatch() = default;
@@ -92,6 +95,9 @@ HANDLE OpenPipe(const char* name);
 BOOL ReadPipe(PipeEnd& end, const Request& request, DWORD* read);
 BOOL WritePipe(PipeEnd& end, const Request& request, const void* data, DWORD* written);
 BOOL FlushPipe(PipeEnd& end);
+
+/// Whether the other end has not read all that was written to this one.
+bool HasUnread(HANDLE end);
 
 /// Gives what is there to the reads that wait, and space to the writes.
 void Pump(Pipe& pipe, bool toServer);

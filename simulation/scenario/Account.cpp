@@ -125,6 +125,13 @@ void Account::OnServerClosed(const std::string& pipe)
     ++port->closings;
 }
 
+void Account::OnUnreadDropped(const std::string& pipe)
+{
+    if (FindPipe(pipe) != nullptr) {
+        Violated("what was written for a client is dropped before it could read it");
+    }
+}
+
 void Account::OnSubmitted(std::uint8_t deviceType, std::uint8_t portNumber, std::span<const std::uint8_t> payload,
                           bool atLimit)
 {
@@ -145,7 +152,7 @@ void Account::OnSubmitted(std::uint8_t deviceType, std::uint8_t portNumber, std:
         Violated("a client of an earlier connection is served in the next: " + Shown(bytes));
     }
     port->last = bytes;
-    port->submitted.push_back({bytes, m_losses});
+    port->submitted.push_back({bytes, m_losses, m_receivedIn});
     m_submitting = port;
     m_submittingFiber = Current().id;
 }
@@ -194,9 +201,38 @@ void Account::OnPipeCreated(std::int32_t deviceType)
 {
     for (auto& [key, port] : m_ports) {
         if (key >> 8 == deviceType) {
-            port.createdIn = m_ends;
+            port.createdIn = port.isInTable ? m_ends : Unknown;
         }
     }
+}
+
+void Account::OnPortAdded(std::uint8_t deviceType, std::uint8_t portNumber)
+{
+    if (Port* const port = Find(deviceType, portNumber)) {
+        port->isInTable = true;
+    }
+}
+
+void Account::OnPortsRemoved()
+{
+    for (auto& entry : m_ports) {
+        entry.second.isInTable = false;
+        entry.second.createdIn = Unknown;
+    }
+}
+
+void Account::OnInstrumentConnected()
+{
+    OnLoss(); // what was written to an earlier connection is gone
+    ++m_instrumentConnection;
+    m_lossesAtConnection = m_losses;
+    m_hasRestarted = false;
+}
+
+void Account::OnNumber(std::uint8_t number)
+{
+    m_receivedIn = m_instrumentConnection;
+    m_hasRestarted = m_hasRestarted || number == 0;
 }
 
 void Account::OnInstrumentGot(std::uint8_t deviceType, std::uint8_t portNumber,
@@ -205,6 +241,16 @@ void Account::OnInstrumentGot(std::uint8_t deviceType, std::uint8_t portNumber,
     if (Port* const port = Find(deviceType, portNumber)) {
         if (port->completed < port->got++) {
             Violated("a port does not hear that its packet is being written");
+        }
+        // The numbers begin anew before the first write of a connection, so with what is sent after it at the
+        // latest.
+        const auto packet =
+            std::find_if(port->submitted.begin(), port->submitted.end(),
+                         [text = TextOf(payload)](const Packet& candidate) { return candidate.bytes == text; });
+        if (packet != port->submitted.end() && packet->receivedIn == m_instrumentConnection && !m_hasRestarted &&
+            m_losses == m_lossesAtConnection && MayLatencyBeJudged())
+        {
+            Violated("packet numbers do not begin anew with the connection");
         }
         Take(port->submitted, TextOf(payload), m_losses, Row::LostWithInstrument, "the instrument gets a request");
     }

@@ -39,6 +39,7 @@ public:
     // The port reads and hands over.
     void OnServerRead(const std::string& pipe, const std::uint8_t* bytes, std::size_t length) override;
     void OnServerClosed(const std::string& pipe) override;
+    void OnUnreadDropped(const std::string& pipe) override;
     void OnSubmitted(std::uint8_t deviceType, std::uint8_t port, std::span<const std::uint8_t> payload,
                      bool atLimit);
     void OnIgnored(std::int32_t deviceType);
@@ -48,6 +49,8 @@ public:
     void OnReadinessAsked();
 
     // The instrument takes and answers.
+    void OnInstrumentConnected();
+    void OnNumber(std::uint8_t number); // of the packet in hand
     void OnInstrumentGot(std::uint8_t deviceType, std::uint8_t port, std::span<const std::uint8_t> payload);
     void OnInstrumentSent(std::uint8_t deviceType, std::uint8_t port, std::span<const std::uint8_t> payload);
 
@@ -63,6 +66,9 @@ public:
     void OnConnected() { m_connection = m_ends; }
     void OnDisconnected();
     void OnPipeCreated(std::int32_t deviceType);
+    /// While a port is in the table it is told of the ends of connections. Its worker runs before that and after.
+    void OnPortAdded(std::uint8_t deviceType, std::uint8_t port);
+    void OnPortsRemoved();
     /// A transfer has failed, which ends the connection: only an instrument that leaves is a reason for it.
     void OnTransferFailed();
     void OnInstrumentLeaves() { m_instrumentStayed = false; }
@@ -80,9 +86,12 @@ private:
     struct Packet
     {
         std::string bytes;
-        std::uint64_t losses; // when it set out
+        std::uint64_t losses;         // when it set out
+        std::uint64_t receivedIn = 0; // the connection in which the instrument had got a packet by then
     };
     using Way = std::deque<Packet>;
+
+    static constexpr std::uint64_t Unknown = ~std::uint64_t{0};
 
     struct Port
     {
@@ -93,7 +102,8 @@ private:
         Way sent;         // on the way from the instrument to the port
         Way delivered;    // on the way to the client
         std::uint64_t closings = 0;
-        std::uint64_t createdIn = 0;          // the connection in which its pipe was created, or a later one
+        bool isInTable = false;
+        std::uint64_t createdIn = Unknown;    // the connection in which its pipe was created, or a later one
         std::uint64_t got = 0, completed = 0; // packets: at the instrument, and said to be written
     };
 
@@ -111,8 +121,12 @@ private:
     int m_submittingFiber = -1;
     std::map<int, std::uint64_t> m_askedIn; // by fiber: the connection in which it asked for readiness
     std::uint64_t m_losses = 0;
-    std::uint64_t m_ends = 0;       // of connections
-    std::uint64_t m_connection = 0; // how many had ended when it began
+    std::uint64_t m_ends = 0;                 // of connections
+    std::uint64_t m_connection = 0;           // how many had ended when it began
+    std::uint64_t m_instrumentConnection = 0; // at present, and the last one in which a packet has come
+    std::uint64_t m_receivedIn = 0;
+    std::uint64_t m_lossesAtConnection = 0;
+    bool m_hasRestarted = false; // a packet numbered 0 has come in this connection
     bool m_instrumentStayed = true;
     bool m_mayCut = false;
     bool m_judges = true;

@@ -22,7 +22,8 @@ std::uint64_t PausesUs(int requests)
 }
 
 constexpr std::uint64_t LongestUnnoticedUs = 20'000;
-constexpr int GreedyRequests = 620;       // more than may be pending
+constexpr int GreedyRequests = 620; // more than may be pending
+constexpr int LooksForRead = 40;
 constexpr std::size_t LastWords = 20'000; // more than a port's pipe holds
 constexpr int MostVisits = 400;
 
@@ -98,8 +99,9 @@ void Client::Run()
 // A port that recreates its pipe for want of a client may meet one that comes just then; it does not let it wait.
 void Client::CheckExpulsion() const
 {
-    if (MayLatencyBeJudged() && Troubles() == m_troubleAtOpen && IdleUs() - m_idleAtOpen > LongestUnnoticedUs &&
-        !m_settled && !m_world.ends && !m_world.portsEnd && !m_world.plan.stopsEarly)
+    const bool mayBeUnnoticed = !m_settled && IdleUs() - m_idleAtOpen <= LongestUnnoticedUs;
+    if (MayLatencyBeJudged() && Troubles() == m_troubleAtOpen && !mayBeUnnoticed && !m_write.IsRunning() &&
+        !m_world.ends && !m_world.portsEnd && !m_world.plan.stopsEarly)
     {
         Fault("a client waits for its port and is thrown out, although the instrument is there");
     }
@@ -231,6 +233,10 @@ void Client::BeSilent()
 void Client::BeGreedy()
 {
     for (int i = 0; i < GreedyRequests && !m_world.ends && WriteRequest(m_serial++); ++i) {
+        // Each is to be read by itself, for the port counts reads. It may have stopped reading.
+        for (int looks = 0; looks < LooksForRead && HasUnread(m_pipe.Get()); ++looks) {
+            ::Sleep(0);
+        }
         bool late = false;
         std::string message;
         if (ReadMessage(0, message, late)) {

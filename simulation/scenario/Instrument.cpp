@@ -141,7 +141,7 @@ void Instrument::BeginConnection()
     m_sent.Clear();
     m_received.Clear();
     m_lastNumber.reset();
-    m_account.OnLoss(); // what was written to an earlier connection is gone
+    m_account.OnInstrumentConnected();
     m_lossesAtFrame = m_account.Losses() - 1;
 }
 
@@ -174,6 +174,7 @@ void Instrument::OnPacket(const wire::Frame& frame)
         Fault("the instrument gets a packet with a number out of order");
     }
     m_lossesAtFrame = m_account.Losses();
+    m_account.OnNumber(frame.packetNumber);
     if (frame.packetType == wire::PortTraffic) {
         m_account.OnInstrumentGot(frame.deviceType, frame.port, frame.payload);
     }

@@ -23,6 +23,7 @@ constexpr DWORD LongestRunMs = 60'000;      // then the clients are told to leav
 constexpr DWORD LongestFaultyRunMs = 8'000; // a router without events or memory may never serve
 constexpr std::uint64_t LeastToAnswer = 100;
 constexpr DWORD DisturbMs = 500;
+constexpr std::uint64_t LongestStopUs = 500'000; // idle; the transport's threads wait for a second at a time
 
 /// Everything of one run, in the order of its parts' lives.
 class Session final
@@ -81,6 +82,7 @@ void Session::AddPorts()
             m_host.table.AddPort(address,
                                  std::make_unique<CCDevicePortPipe>(m_transport.get(), address, name,
                                                                     port.bufferSize, port.bufferSize, options));
+            m_account.OnPortAdded(port.deviceType, port.port);
         } catch (const std::bad_alloc&) {
             Note("a port cannot be made");
             m_isRefused = true;
@@ -147,8 +149,14 @@ void Session::EndRouter()
     if (Random(2) == 0) {
         m_host.table.BeginStopAllPorts(m_plan.flushLimitMs);
     }
+    m_account.OnPortsRemoved();
     m_host.table.DeleteAllPorts();
+    const std::uint64_t idle = IdleUs();
     m_driver.reset();
+    // A USB driver may keep the router's requests for its limit.
+    if (m_plan.path == Path::SimulatorPipe && MayLatencyBeJudged() && IdleUs() - idle > LongestStopUs) {
+        Fault("the transport does not hear of its stop: it ends by a timeout");
+    }
 }
 
 void Session::Play()

@@ -28,7 +28,8 @@ constexpr std::array KnownLines = {
     KnownLine{"Command-sent failed", LineMeaning::TransferFailed},
     KnownLine{"Reply-receive failed", LineMeaning::TransferFailed},
     KnownLine{"abort previous Write operation", LineMeaning::Loss},
-    KnownLine{"Write operation incomplete", LineMeaning::Loss},
+    KnownLine{"USBCommandProcessThread() IDLE,  WARNING: Write operation incomplete",
+              LineMeaning::Loss}, // aborted
     KnownLine{"failed, reconnecting", LineMeaning::Loss},
     KnownLine{"Packet ignored", LineMeaning::Ignored},
     KnownLine{"Submit() No connection", LineMeaning::NotConnected},
