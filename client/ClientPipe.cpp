@@ -26,8 +26,8 @@ enum class Slot : DWORD { Completed, Stop, TimedOut = WAIT_TIMEOUT, Failed = WAI
 
 } // namespace
 
-ClientPipe::ClientPipe(std::wstring path, HANDLE stop)
-    : m_path(std::move(path)), m_stop(stop), m_buffer(LongestMessage)
+ClientPipe::ClientPipe(std::wstring path, HANDLE stop, HANDLE stopWriting)
+    : m_path(std::move(path)), m_stop(stop), m_stopWriting(stopWriting), m_buffer(LongestMessage)
 {
 }
 
@@ -78,7 +78,7 @@ bool ClientPipe::TryOpen()
 
 bool ClientPipe::StaysOpen()
 {
-    if (Await(m_read, Settling) != Outcome::Done) {
+    if (Await(m_read, m_stop, Settling) != Outcome::Done) {
         return true;
     }
     DWORD length = 0;
@@ -100,9 +100,9 @@ bool ClientPipe::StartReading()
     return false;
 }
 
-ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operation, Timeout timeout) const
+ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operation, HANDLE stop, Timeout timeout)
 {
-    const win32::WaitSet<Slot, 2> wait(operation.EventHandle(), m_stop);
+    const win32::WaitSet<Slot, 2> wait(operation.EventHandle(), stop);
     switch (wait.Any(static_cast<DWORD>(std::max<Timeout::rep>(timeout.count(), 0)))) {
     case Slot::Completed: return Outcome::Done;
     case Slot::Stop: return Outcome::Stopped;
@@ -110,15 +110,15 @@ ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operatio
     }
 }
 
-ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout,
-                                         DWORD& error)
+ClientPipe::Outcome ClientPipe::Complete(win32::OverlappedOperation& operation, HANDLE stop, DWORD& length,
+                                         Timeout timeout, DWORD& error)
 {
     // Mostly it is over already, and a wait would be a kernel call for nothing.
     if (operation.Finish(m_pipe.Get(), length)) {
         return Outcome::Done;
     }
     if (::GetLastError() == ERROR_IO_INCOMPLETE) {
-        const Outcome outcome = Await(operation, timeout);
+        const Outcome outcome = Await(operation, stop, timeout);
         if (outcome != Outcome::Done) {
             return outcome;
         }
@@ -137,9 +137,9 @@ ClientPipe::Outcome ClientPipe::Write(std::span<const std::uint8_t> message, Tim
         return Outcome::Broken;
     }
     DWORD length = 0;
-    const Outcome outcome = Complete(m_write, length, timeout, m_writeError);
-    m_write.Cancel();
-    return outcome;
+    const Outcome outcome = Complete(m_write, m_stopWriting, length, timeout, m_writeError);
+    // A message that was written before the cancel reached it must not be reported as not written.
+    return m_write.CancelAndFinish(length) ? Outcome::Done : outcome;
 }
 
 ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout timeout)
@@ -150,11 +150,11 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout
         return Outcome::Broken;
     }
     DWORD length = 0;
-    Outcome outcome = Complete(m_read, length, timeout, m_error);
+    Outcome outcome = Complete(m_read, m_stop, length, timeout, m_error);
     // "ExitThread function": a thread's end cancels the operations that it started, and the read may have been
     // started by a thread that has ended. Nothing was read then.
     while (outcome == Outcome::Broken && m_error == ERROR_OPERATION_ABORTED && StartReading()) {
-        outcome = Complete(m_read, length, timeout, m_error);
+        outcome = Complete(m_read, m_stop, length, timeout, m_error);
     }
     if (outcome == Outcome::Done) {
         message.assign(m_buffer.begin(), m_buffer.begin() + length);
@@ -162,6 +162,15 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout
         StartReading();
     }
     return outcome;
+}
+
+ClientPipe::Outcome ClientPipe::Flush() noexcept
+{
+    if (::FlushFileBuffers(m_pipe.Get())) {
+        return Outcome::Done;
+    }
+    m_writeError = ::GetLastError();
+    return m_writeError == ERROR_OPERATION_ABORTED ? Outcome::Stopped : Outcome::Broken;
 }
 
 void ClientPipe::Close()

@@ -8,19 +8,21 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
-/// Open and Close are called while no other member runs; one thread may read while another one writes. The stop
-/// signal ends every wait. The router recreates an unconnected pipe every 50 ms: it may be missing or busy for a
-/// moment, and may break right after it was opened; Open tries again until that is over.
+/// Open and Close are called while no other member runs; one thread may read while another one writes. A stop
+/// signal ends every wait but Flush's. The router recreates an unconnected pipe every 50 ms: it may be missing or
+/// busy for a moment, and may break right after it was opened; Open tries again until that is over.
 class ClientPipe
 {
 public:
     enum class Outcome { Done, Stopped, TimedOut, Busy, Absent, Broken };
     using Timeout = std::chrono::milliseconds;
 
-    /// `path` with its "\\.\pipe\"; `stop` is borrowed.
-    ClientPipe(std::wstring path, HANDLE stop);
+    /// `path` with its "\\.\pipe\". The events are borrowed; `stop` ends opening and reading.
+    ClientPipe(std::wstring path, HANDLE stop, HANDLE stopWriting);
+    ClientPipe(std::wstring path, HANDLE stop) : ClientPipe(std::move(path), stop, stop) {}
     ~ClientPipe() { Close(); }
     ClientPipe(const ClientPipe&) = delete;
     ClientPipe& operator=(const ClientPipe&) = delete;
@@ -37,16 +39,18 @@ public:
     /// TimedOut (nothing is lost; the next Read gets it) or Broken.
     Outcome Read(std::vector<std::uint8_t>& message, Timeout timeout);
 
-    /// Returns when the router has read everything that was written, or the pipe has broken. Has no timeout;
-    /// CancelSynchronousIo ends it. False when it did not wait to the end.
-    bool Flush() noexcept { return ::FlushFileBuffers(m_pipe.Get()) != FALSE; }
+    /// Returns when the router has read everything that was written. Has no timeout; CancelSynchronousIo ends it.
+    /// Done, Stopped or Broken.
+    Outcome Flush() noexcept;
 
     /// Drops what has not been read. The router flushes its end when a port stops and waits for its client to read
     /// or close; so close before the port is unregistered or its object released.
     void Close();
 
+    /// False when Windows could not create what the waits need.
+    bool IsUsable() const noexcept { return m_read.EventHandle() != nullptr && m_write.EventHandle() != nullptr; }
     bool IsOpen() const noexcept { return static_cast<bool>(m_pipe); }
-    /// The Windows error of the last Busy, Absent or Broken of Open and Read, and of Write.
+    /// The Windows error of the last Busy, Absent or Broken of Open and Read, and of Write and Flush.
     DWORD Error() const noexcept { return m_error; }
     DWORD WriteError() const noexcept { return m_writeError; }
 
@@ -54,11 +58,13 @@ private:
     bool TryOpen();
     bool StaysOpen();
     bool StartReading();
-    Outcome Complete(win32::OverlappedOperation& operation, DWORD& length, Timeout timeout, DWORD& error);
-    Outcome Await(const win32::OverlappedOperation& operation, Timeout timeout) const;
+    Outcome Complete(win32::OverlappedOperation& operation, HANDLE stop, DWORD& length, Timeout timeout,
+                     DWORD& error);
+    static Outcome Await(const win32::OverlappedOperation& operation, HANDLE stop, Timeout timeout);
 
     const std::wstring m_path;
     const HANDLE m_stop;
+    const HANDLE m_stopWriting;
     std::vector<std::uint8_t> m_buffer;
     win32::FileHandle m_pipe;
     win32::OverlappedOperation m_read; // under way whenever the pipe is open

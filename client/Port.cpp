@@ -21,19 +21,21 @@ Port::Port(Settings settings, ComThread& com)
       m_router(com, m_settings.registration),
       m_inbox(m_settings.queueLimit),
       m_outbox(m_settings.queueLimit, m_settings.Has(MORVANE_RAW)),
-      m_pipe(PathOf(m_settings.registration.pipeName), m_interrupt.Get())
+      m_pipe(PathOf(m_settings.registration.pipeName), m_stopReading.Get(), m_stopWriting.Get())
 {
 }
 
 Result Port::Open()
 {
-    if (!m_worker.Start([this] { Work(); })) {
+    const win32::SectionScope scope(m_lock);
+    if (!m_closed.Exists() || !m_stopReading.Exists() || !m_stopWriting.Exists() || !m_pipe.IsUsable() ||
+        !m_worker.Start([this] { Work(); }))
+    {
         return {MORVANE_E_MEMORY, ERROR_SUCCESS};
     }
     if (m_settings.Has(MORVANE_BACKGROUND)) {
         return {};
     }
-    const win32::SectionScope scope(m_lock);
     const Call call(*this, m_settings.openTimeout);
     while (m_link == Link::Down) {
         const bool isFinal = m_why.code == MORVANE_E_HELD || m_why.code == MORVANE_E_NOT_REGISTERED;
@@ -110,8 +112,14 @@ Result Port::Cancel()
 {
     const win32::SectionScope scope(m_lock);
     const Call call(*this, 0);
+    if (m_closing) {
+        return {MORVANE_E_CLOSED, ERROR_SUCCESS};
+    }
     ++m_epoch;
-    Interrupt();
+    InterruptReading();
+    if (m_writing && !m_sending) {
+        m_stopWriting.Set(); // a call's message; what is queued is no call's
+    }
     ResetInterrupt();
     return {};
 }
@@ -135,6 +143,9 @@ Result Port::NextEvent(morvane_event& event, std::uint32_t timeout)
 Result Port::WaitHandle(HANDLE& handle)
 {
     const win32::SectionScope scope(m_lock);
+    if (m_closing) {
+        return {MORVANE_E_CLOSED, ERROR_SUCCESS};
+    }
     handle = m_ready.Want();
     UpdateReady();
     m_workerWake.WakeOne();

@@ -3,6 +3,7 @@
 
 #include "client/ClientPipe.h"
 #include "client/Inbox.h"
+#include "client/Interruption.h"
 #include "client/Outbox.h"
 #include "client/PortEvents.h"
 #include "client/ReadySignal.h"
@@ -20,10 +21,10 @@
 
 namespace clientlib {
 
-/// Any thread may call any member; only Close must be the last. Two threads serve the port: the worker connects
-/// and reads, the sender (started when it is needed) flushes and writes what is queued. While a client's thread
-/// waits for a message it reads itself, which saves a wake-up per message; the worker reads again when no client
-/// has done so for a while.
+/// Any thread may call any member. After Close every call returns MORVANE_E_CLOSED. Two threads serve the port:
+/// the worker connects and reads, the sender (started when it is needed) flushes and writes what is queued. While
+/// a client's thread waits for a message it reads itself, which saves a wake-up per message; the worker reads
+/// again when no client has done so for a while.
 class Port
 {
 public:
@@ -67,6 +68,7 @@ private:
     // Calls; PortCalls.cpp.
     Result Refusal(const Call& call, View message) REQUIRES(m_lock);
     Result Ended(const Call& call) const REQUIRES(m_lock);
+    Result NotConnected() const REQUIRES(m_lock);
     Result Wait(const Call& call) REQUIRES(m_lock);
     /// Until no request of another thread waits for its reply.
     Result WaitForTurn(const Call& call) REQUIRES(m_lock);
@@ -82,6 +84,7 @@ private:
     void WaitForMessage(DWORD milliseconds) REQUIRES(m_lock);
     bool Accepts(morvane_match match, void* context, const Inbox::Message& message) REQUIRES(m_lock);
     bool SortNext() REQUIRES(m_lock);
+    void OnSorted() REQUIRES(m_lock);
     void SetAside(Inbox::Queue& from) REQUIRES(m_lock);
 
     // The connection; PortLink.cpp.
@@ -98,10 +101,13 @@ private:
     bool EnsureSender() REQUIRES(m_lock);
     DWORD ReadingPause() REQUIRES(m_lock);
     void ReadOnce(DWORD milliseconds) REQUIRES(m_lock);
+    void TakeIn(Inbox::Bytes bytes) REQUIRES(m_lock);
+    void ReadRest(bool isKept);
     void LoseConnection(DWORD error) REQUIRES(m_lock);
     void NotYet(Result why) REQUIRES(m_lock);
     void ReopenAfterPart() REQUIRES(m_lock);
     void Interrupt() REQUIRES(m_lock);
+    void InterruptReading() REQUIRES(m_lock);
     void ResetInterrupt() REQUIRES(m_lock);
     void WakeAll() REQUIRES(m_lock);
     void UpdateReady() REQUIRES(m_lock);
@@ -113,26 +119,26 @@ private:
     win32::Broadcast m_changed;            // anything that a call may wait for
     win32::ConditionVariable m_workerWake; // of the worker alone, so that a message does not wake it
     win32::ConditionVariable m_senderWake;
-    const win32::Event m_interrupt{win32::Event::Kind::ManualReset}; // ends a pending read, write or opening
-    const win32::Event m_closed{win32::Event::Kind::ManualReset};    // set with m_closing
+    const win32::Event m_closed{win32::Event::Kind::ManualReset}; // set with m_closing
+    Interruption m_stopReading GUARDED_BY(m_lock);                // or opening
+    Interruption m_stopWriting GUARDED_BY(m_lock);
 
     Link m_link GUARDED_BY(m_lock) = Link::Down;
     Result m_why GUARDED_BY(m_lock){MORVANE_E_TIMEOUT}; // what a call gets while the link is down
     std::uint64_t m_connection GUARDED_BY(m_lock) = 0;  // counts connections
     std::uint64_t m_epoch GUARDED_BY(m_lock) = 0;       // counts cancellations
-    std::uint64_t m_received GUARDED_BY(m_lock) = 0;    // messages
     std::uint32_t m_calls GUARDED_BY(m_lock) = 0;
     std::uint32_t m_receivers GUARDED_BY(m_lock) = 0; // calls that read
     Clock::time_point m_lastReceiver GUARDED_BY(m_lock);
     bool m_closing GUARDED_BY(m_lock) = false;
     bool m_reopening GUARDED_BY(m_lock) = false;
-    bool m_interrupted GUARDED_BY(m_lock) = false; // m_interrupt is set
     bool m_workerAsleep GUARDED_BY(m_lock) = false;
     Step m_step GUARDED_BY(m_lock) = Step::In;
 
     // Roles; each is one thread's at a time, which leaves the lock while it plays it.
     bool m_reading GUARDED_BY(m_lock) = false;
     bool m_writing GUARDED_BY(m_lock) = false;
+    bool m_sending GUARDED_BY(m_lock) = false; // m_writing is the sender's
     bool m_sorting GUARDED_BY(m_lock) = false;
     bool m_requesting GUARDED_BY(m_lock) = false;
 

@@ -1,8 +1,6 @@
 // What a client's calls do.
 #include "client/PortScopes.h"
 
-#include <utility>
-
 namespace clientlib {
 
 namespace {
@@ -20,8 +18,17 @@ Result Port::Ended(const Call& call) const
     return {call.epoch != m_epoch ? MORVANE_E_CANCELLED : MORVANE_OK, ERROR_SUCCESS};
 }
 
+// The initial reason is no answer to a call that does not wait.
+Result Port::NotConnected() const
+{
+    return m_why.code != MORVANE_E_TIMEOUT ? m_why : Result{MORVANE_E_NO_PIPE, ERROR_SUCCESS};
+}
+
 Result Port::Wait(const Call& call)
 {
+    if (const Result ended = Ended(call); !ended.IsOk()) {
+        return ended;
+    }
     if (call.IsOver()) {
         return {MORVANE_E_TIMEOUT, ERROR_SUCCESS};
     }
@@ -49,7 +56,7 @@ Result Port::Refusal(const Call& call, View message)
         return ended;
     }
     if (m_link == Link::Down) {
-        return m_why;
+        return NotConnected();
     }
     return {m_step != Step::In ? MORVANE_E_OUT_OF_STEP : MORVANE_OK, ERROR_SUCCESS};
 }
@@ -90,7 +97,7 @@ Result Port::Flush(std::uint32_t timeout)
     const FlushScope flush(*this);
     while (m_writing || m_outbox.HasUnread()) {
         if (m_link == Link::Down) {
-            return m_why;
+            return NotConnected();
         }
         if (const Result ended = AwaitQueue(call); !ended.IsOk()) {
             return ended;
@@ -101,6 +108,9 @@ Result Port::Flush(std::uint32_t timeout)
 
 Result Port::AwaitQueue(const Call& call)
 {
+    if (const Result before = Ended(call); !before.IsOk()) {
+        return before;
+    }
     if (!EnsureSender()) {
         return {MORVANE_E_MEMORY, ERROR_SUCCESS};
     }
@@ -150,7 +160,12 @@ Result Port::WriteNow(const Call& call, View message)
         m_senderWake.WakeOne();
     }
     switch (outcome) {
-    case ClientPipe::Outcome::Done: m_outbox.OnWritten(); return {};
+    case ClientPipe::Outcome::Done:
+        m_outbox.OnWritten();
+        if (m_link == Link::Down) {
+            m_events.AlsoUnanswered(); // the reader saw the end before this thread had the lock again
+        }
+        return {};
     case ClientPipe::Outcome::Broken: LoseConnection(m_pipe.WriteError()); return m_why;
     default: break;
     }
@@ -177,7 +192,9 @@ Result Port::AwaitReply(const Call& call, morvane_match match, void* context, Ro
     const std::uint64_t connection = m_connection;
     for (;;) {
         if (TakeReply(match, context)) {
-            m_outbox.SetUnread(false);
+            if (!m_settings.Has(MORVANE_RAW)) {
+                m_outbox.SetUnread(false); // of a raw port more may have been written after the request
+            }
             return Give(m_inbox.expected, room);
         }
         Result ended = Ended(call);
@@ -249,7 +266,7 @@ bool Port::IsInCallback()
 // One thread at a time, so that the messages keep their order. False when there is nothing to do for this thread.
 bool Port::SortNext()
 {
-    if (m_sorting || m_inbox.fresh.empty()) {
+    if (m_sorting || m_closing || m_inbox.fresh.empty()) {
         return false;
     }
     const Inbox::Message first = m_inbox.fresh.front();
@@ -261,16 +278,27 @@ bool Port::SortNext()
     if (!m_inbox.fresh.empty() && m_inbox.fresh.front() == first) {
         isUnsolicited ? SetAside(m_inbox.fresh) : m_inbox.Expect(m_inbox.fresh);
     }
-    WakeAll();
+    OnSorted();
     return true;
+}
+
+/// Lets all threads look at the queues again.
+void Port::OnSorted()
+{
+    if (m_receivers == 0) {
+        m_workerWake.WakeOne(); // there may be space again
+    } else if (m_reading) {
+        InterruptReading(); // or a call that reads would not see what is its own
+    }
+    WakeAll();
 }
 
 void Port::SetAside(Inbox::Queue& from)
 {
     if (const std::size_t dropped = m_inbox.SetAside(from); dropped != 0) {
         m_events.Dropped(dropped);
-        WakeAll();
     }
+    OnSorted();
 }
 
 void Port::WaitForMessage(DWORD milliseconds)
@@ -309,7 +337,7 @@ Result Port::Receive(Kind kind, Room room, std::uint32_t timeout)
             return ended;
         }
         if (m_link == Link::Down) {
-            return m_why;
+            return NotConnected();
         }
         if (m_connection != connection) {
             // The connection broke and came back before this thread saw it.
@@ -331,27 +359,28 @@ Result Port::Resync(std::uint32_t quiet, std::uint32_t timeout)
     }
     const Turn turn(*this);
     const Receiver receiver(*this);
-    std::uint64_t received = m_received;
     auto quietSince = Clock::now();
-    for (;;) {
-        WaitForMessage(std::min<DWORD>(call.Left(), quiet));
+    for (bool hasWaited = false;; hasWaited = true) {
+        while (SortNext()) {
+        }
         if (const Result ended = Ended(call); !ended.IsOk()) {
             return ended;
         }
         if (m_link == Link::Down) {
-            return m_why;
+            return NotConnected();
         }
-        m_inbox.DiscardExpected();
-        UpdateReady();
-        if (std::exchange(received, m_received) != m_received) {
+        if (!m_inbox.expected.empty() || m_sorting || m_reopening) {
+            m_inbox.expected.clear();
+            UpdateReady();
             quietSince = Clock::now();
-        } else if (Clock::now() - quietSince >= std::chrono::milliseconds(quiet)) {
+        } else if (hasWaited && Clock::now() - quietSince >= std::chrono::milliseconds(quiet)) {
             m_step = Step::In;
             return {};
         }
-        if (call.IsOver()) {
+        if (hasWaited && call.IsOver()) {
             return {MORVANE_E_TIMEOUT, ERROR_SUCCESS};
         }
+        WaitForMessage(std::min<DWORD>(call.Left(), quiet));
     }
 }
 

@@ -37,6 +37,13 @@ void PortEvents::Lost(DWORD error, std::uint32_t unanswered, std::uint32_t unsen
     m_loss->unsent = unsent;
 }
 
+void PortEvents::AlsoUnanswered() noexcept
+{
+    if (m_loss) {
+        ++m_loss->unanswered;
+    }
+}
+
 void PortEvents::RouterGone()
 {
     if (!m_loss && m_gone != Gone::Router) {

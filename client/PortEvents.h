@@ -22,6 +22,8 @@ public:
     void Connected();
     /// The pipe broke. It is reported once it is known whose end that was.
     void Lost(DWORD error, std::uint32_t unanswered, std::uint32_t unsent);
+    /// A message was written to the pipe that Lost has told of. It must not have been reported.
+    void AlsoUnanswered() noexcept;
     /// The error of the last Lost.
     DWORD LostBy() const noexcept { return m_lostBy; }
     void InstrumentGone() { ReportLoss(Gone::Instrument); }

@@ -17,6 +17,9 @@ constexpr ClientPipe::Timeout OpenSlice{1000};
 /// Between two tries to start the router.
 constexpr DWORD StartPauseMs = 250;
 
+/// Messages that are read at the end of a connection: an instrument may send without a pause.
+constexpr int MostRest = 1000;
+
 /// Between two cancels of a flush.
 constexpr DWORD TimeBetweenCancelsMs = 10;
 
@@ -176,10 +179,7 @@ void Port::ReadOnce(DWORD milliseconds)
     }
     ResetInterrupt();
     if (outcome == ClientPipe::Outcome::Done) {
-        ++m_received;
-        m_outbox.OnMessage();
-        (m_settings.unsolicited != nullptr ? m_inbox.fresh : m_inbox.expected)
-            .push_back(std::make_shared<const Inbox::Bytes>(std::move(bytes)));
+        TakeIn(std::move(bytes));
     } else if (outcome == ClientPipe::Outcome::Broken) {
         LoseConnection(m_pipe.Error());
     }
@@ -187,6 +187,13 @@ void Port::ReadOnce(DWORD milliseconds)
         m_workerWake.WakeOne();
     }
     WakeAll();
+}
+
+void Port::TakeIn(Inbox::Bytes bytes)
+{
+    m_outbox.OnMessage();
+    (m_settings.unsolicited != nullptr ? m_inbox.fresh : m_inbox.expected)
+        .push_back(std::make_shared<const Inbox::Bytes>(std::move(bytes)));
 }
 
 void Port::Disconnect()
@@ -200,19 +207,14 @@ void Port::Disconnect()
         m_workerWake.Wait(m_lock, TimeBetweenCancelsMs);
     }
     const bool mayBeUnread = m_link == Link::Up && m_outbox.HasUnread() && m_closing;
+    const bool isLost = !m_closing && !m_reopening; // and not given up on request
     {
         const win32::SectionPause pause(m_lock);
         if (mayBeUnread) {
             // The router drops what it has not read when the port is released. Close limits the wait.
             m_pipe.Flush();
         }
-        // Limited: an instrument may send without a pause.
-        std::vector<std::uint8_t> unread;
-        for (std::uint32_t count = 0; count < m_settings.queueLimit; ++count) {
-            if (m_pipe.Read(unread, ClientPipe::Timeout(0)) != ClientPipe::Outcome::Done) {
-                break;
-            }
-        }
+        ReadRest(isLost);
         m_pipe.Close();
     }
     if (std::exchange(m_reopening, false)) {
@@ -222,6 +224,21 @@ void Port::Disconnect()
     }
     ResetInterrupt();
     WakeAll();
+}
+
+/// What had come when a connection was given up: the sender may have seen its end before the reader.
+void Port::ReadRest(bool isKept)
+{
+    Inbox::Bytes bytes;
+    for (int count = 0; count < MostRest; ++count) {
+        if (m_pipe.Read(bytes, ClientPipe::Timeout(0)) != ClientPipe::Outcome::Done) {
+            return;
+        }
+        if (isKept) {
+            const win32::SectionScope scope(m_lock);
+            TakeIn(std::move(bytes));
+        }
+    }
 }
 
 bool Port::EnsureSender()
@@ -249,23 +266,26 @@ void Port::SendNext()
     const bool flushes = onlyFlush || m_outbox.IsFlushedAtOnce();
     const std::uint64_t connection = m_connection;
     const Outbox::Bytes message = onlyFlush ? Outbox::Bytes() : m_outbox.Next();
-    bool isUnread = true;
     ClientPipe::Outcome outcome = ClientPipe::Outcome::Done;
+    ClientPipe::Outcome flushed = ClientPipe::Outcome::Stopped;
     {
         const Flag writing(m_writing);
+        const Flag sending(m_sending);
         const win32::SectionPause pause(m_lock);
         if (!onlyFlush) {
             outcome = m_pipe.Write(message, ClientPipe::Timeout(INFINITE));
         }
-        isUnread = !(flushes && outcome == ClientPipe::Outcome::Done && m_pipe.Flush());
+        if (flushes && outcome == ClientPipe::Outcome::Done) {
+            flushed = m_pipe.Flush();
+        }
     }
     ResetInterrupt();
-    if (outcome == ClientPipe::Outcome::Broken) {
+    if (outcome == ClientPipe::Outcome::Broken || flushed == ClientPipe::Outcome::Broken) {
         LoseConnection(m_pipe.WriteError());
     } else if (outcome != ClientPipe::Outcome::Done) {
         ReopenAfterPart();
     } else if (m_connection == connection) {
-        m_outbox.SetUnread(isUnread);
+        m_outbox.SetUnread(flushed != ClientPipe::Outcome::Done);
     }
     if (m_closing || m_reopening || m_link == Link::Down) {
         m_workerWake.WakeOne();
@@ -287,17 +307,27 @@ void Port::ReopenAfterPart()
 
 void Port::Interrupt()
 {
-    m_interrupted = true;
-    m_interrupt.Set();
+    m_stopWriting.Set();
+    InterruptReading();
+}
+
+void Port::InterruptReading()
+{
+    m_stopReading.Set();
     m_changed.WakeAll();
 }
 
-/// The last one that an interruption concerns takes it back.
+/// Whoever an interruption concerned takes it back.
 void Port::ResetInterrupt()
 {
-    if (m_interrupted && !m_reading && !m_writing && !m_closing && !m_reopening) {
-        m_interrupted = false;
-        m_interrupt.Reset();
+    if (m_closing || m_reopening) {
+        return;
+    }
+    if (!m_reading) {
+        m_stopReading.Reset();
+    }
+    if (!m_writing) {
+        m_stopWriting.Reset();
     }
 }
 

@@ -104,7 +104,7 @@ public:
         m_port.m_requesting = false;
         // A receiver that reads the pipe looks only at what comes from now on.
         if (m_port.m_reading && !m_port.m_inbox.expected.empty()) {
-            m_port.Interrupt();
+            m_port.InterruptReading();
         }
         m_port.m_changed.WakeAll();
     }

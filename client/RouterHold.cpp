@@ -27,10 +27,14 @@ std::optional<Registration::Outcome> RouterHold::Renew(HANDLE closed)
 {
     const auto job = std::make_shared<RenewJob>();
     const auto work = [registration = m_registration, job] {
-        job->outcome = registration->Renew();
+        try {
+            job->outcome = registration->Renew();
+        } catch (...) {
+            job->outcome.result = {MORVANE_E_MEMORY, ERROR_OUTOFMEMORY};
+        }
         job->done.Set();
     };
-    if (!m_com.Post(work)) {
+    if (!job->done.Exists() || !m_com.Post(work)) {
         job->outcome.result.code = MORVANE_E_MEMORY;
         return job->outcome;
     }

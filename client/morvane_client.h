@@ -101,7 +101,7 @@ enum {
     MORVANE_EVENT_ROUTER_ENDING = 6, /* the router was ending when it was to be started; the library tries again */
     MORVANE_EVENT_NOT_YET = 7,       /* cannot connect at present: `error` says why; once for each reason */
     MORVANE_EVENT_DROPPED = 8,       /* `count` unsolicited messages, the oldest, that were not received */
-    MORVANE_EVENT_REOPENED = 9       /* by morvane_reopen */
+    MORVANE_EVENT_REOPENED = 9       /* by morvane_reopen, or after a message was cut off: see morvane_send */
 };
 
 typedef struct morvane_event
@@ -132,7 +132,8 @@ MORVANE_API int MORVANE_CALL morvane_open_ex(const morvane_options* options, mor
 MORVANE_API int MORVANE_CALL morvane_close(morvane_port port);
 
 /* 1 to 65,535 bytes, at most `read_size`. MORVANE_E_TIMEOUT with the Windows error 121 (ERROR_SEM_TIMEOUT): the
-   message was not written, because the router did not read; also from morvane_request. */
+   message was not written, because the router did not read; also from morvane_request. When a timeout or a cancel
+   cuts a message off that is being written, the library reopens the pipe as morvane_reopen does. */
 MORVANE_API int MORVANE_CALL morvane_send(morvane_port port, const void* message, uint32_t length,
                                           uint32_t timeout);
 /* Waits until the router has read everything that was sent. */
@@ -148,20 +149,22 @@ MORVANE_API int MORVANE_CALL morvane_receive_unsolicited(morvane_port port, void
 /* Sends and waits for the reply: the next message, or the next that `match` accepts. Requests of several threads
    take turns. After MORVANE_E_TIMEOUT, MORVANE_E_CANCELLED or MORVANE_E_LOST the reply may still come, so the
    port is out of step: sending gives MORVANE_E_OUT_OF_STEP until morvane_resync or morvane_reopen. With
-   MORVANE_E_BUFFER *reply_length is the length of the reply, which morvane_receive returns. */
+   MORVANE_E_BUFFER *reply_length is the length of the reply: morvane_receive returns it, until the next request of
+   any thread puts it with the unsolicited ones. */
 MORVANE_API int MORVANE_CALL morvane_request(morvane_port port, const void* message, uint32_t length, void* reply,
                                              uint32_t capacity, uint32_t* reply_length, uint32_t timeout);
 MORVANE_API int MORVANE_CALL morvane_request_match(morvane_port port, const void* message, uint32_t length,
                                                    morvane_match match, void* context, void* reply,
                                                    uint32_t capacity, uint32_t* reply_length, uint32_t timeout);
-/* Discards what comes until nothing has come for `quiet` milliseconds. */
+/* Discards what comes until nothing has come for `quiet` milliseconds. What `unsolicited` accepts is kept and does
+   not count. */
 MORVANE_API int MORVANE_CALL morvane_resync(morvane_port port, uint32_t quiet, uint32_t timeout);
 /* Closes the pipe and opens it again; other calls on the port end with MORVANE_E_CANCELLED. What was not received
    is discarded. */
 MORVANE_API int MORVANE_CALL morvane_reopen(morvane_port port, uint32_t timeout);
 /* Waits until the port is connected. */
 MORVANE_API int MORVANE_CALL morvane_wait_ready(morvane_port port, uint32_t timeout);
-/* Ends the calls of other threads that wait on the port now. */
+/* Ends the calls of other threads that wait on the port now. What is queued is written all the same. */
 MORVANE_API int MORVANE_CALL morvane_cancel(morvane_port port);
 MORVANE_API int MORVANE_CALL morvane_next_event(morvane_port port, morvane_event* event, uint32_t timeout);
 /* A manual-reset event, signalled while a message or an event can be received without waiting. The library's; wait

@@ -28,10 +28,11 @@ inline constexpr Timeout Forever{MORVANE_FOREVER};
 class Error : public std::runtime_error
 {
 public:
-    explicit Error(int error)
+    explicit Error(int error) : Error(error, static_cast<std::uint32_t>(::GetLastError())) {}
+    Error(int error, std::uint32_t lastError)
         : std::runtime_error(std::string(morvane_error_name(error)) + ": " + morvane_error_text(error)),
           code(error),
-          windowsError(static_cast<std::uint32_t>(::GetLastError()))
+          windowsError(lastError)
     {
     }
 
@@ -169,7 +170,17 @@ public:
     }
 
 private:
-    static constexpr std::size_t FirstRoom = 4096;
+    /// For every message at the first try: at a second one another thread may have taken it.
+    struct Room
+    {
+        std::uint8_t
+            data[MORVANE_LONGEST_MESSAGE + 1]; // not filled with zeros, which would cost more than the call
+
+        Bytes Message(int error, std::uint32_t length) const
+        {
+            return error == MORVANE_OK ? Bytes(data, data + length) : Bytes();
+        }
+    };
 
     template <class Match>
     static int MORVANE_CALL Matching(void* context, const void* data, std::uint32_t length)
@@ -207,27 +218,18 @@ private:
     template <class Function>
     Bytes Fetch(Function receive, Timeout timeout, int& error) const
     {
-        Bytes message(FirstRoom);
+        Room room;
         std::uint32_t length = 0;
-        error = receive(m_port, message.data(), Length(message), &length, Milliseconds(timeout));
-        if (error == MORVANE_E_BUFFER) {
-            message.resize(length);
-            error = receive(m_port, message.data(), length, &length, 0);
-        }
-        message.resize(error == MORVANE_OK ? length : 0);
-        return message;
+        error = receive(m_port, room.data, sizeof room.data, &length, Milliseconds(timeout));
+        return room.Message(error, length);
     }
     Bytes Ask(View message, morvane_match match, void* context, Timeout timeout, int& error) const
     {
-        Bytes reply(FirstRoom);
+        Room room;
         std::uint32_t length = 0;
-        error = morvane_request_match(m_port, message.data(), Length(message), match, context, reply.data(),
-                                      Length(reply), &length, Milliseconds(timeout));
-        if (error == MORVANE_E_BUFFER) {
-            return Fetch(morvane_receive, Timeout(0), error);
-        }
-        reply.resize(error == MORVANE_OK ? length : 0);
-        return reply;
+        error = morvane_request_match(m_port, message.data(), Length(message), match, context, room.data,
+                                      sizeof room.data, &length, Milliseconds(timeout));
+        return room.Message(error, length);
     }
 
     morvane_port m_port = 0;

@@ -29,7 +29,43 @@ add_custom_command(
     DEPENDS ${samples}/ask.c ${samples}/ask.cpp ${samples}/ask.vbs ${sample_headers} MorvaneClient
     COMMENT "Compiling the samples"
     VERBATIM)
-add_custom_target(samples ALL DEPENDS ${bin}/SampleC.exe)
+# The other languages where their tools are installed: Go's is run by the tests, the others are only checked.
+find_program(MORVANE_GO NAMES go)
+if(MORVANE_GO AND NOT MORVANE_CHECKED)
+    add_custom_command(
+        OUTPUT ${bin}/SampleGo.exe
+        COMMAND ${CMAKE_COMMAND} -E env GOOS=windows GOARCH=amd64 CGO_ENABLED=0 GOCACHE=${PROJECT_BINARY_DIR}/go
+            ${MORVANE_GO} build -trimpath -o ${bin}/SampleGo.exe ${samples}/ask.go
+        DEPENDS ${samples}/ask.go
+        COMMENT "Compiling the sample in Go"
+        VERBATIM)
+    list(APPEND other_samples ${bin}/SampleGo.exe)
+endif()
+find_program(MORVANE_CSHARP NAMES mcs)
+if(MORVANE_CSHARP)
+    set(sample_csharp ${PROJECT_BINARY_DIR}/samples/Ask.exe)
+    file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/samples)
+    add_custom_command(
+        OUTPUT ${sample_csharp}
+        COMMAND ${MORVANE_CSHARP} -nologo -warn:4 -warnaserror -out:${sample_csharp} ${samples}/Ask.cs
+        DEPENDS ${samples}/Ask.cs
+        COMMENT "Compiling the sample in C#"
+        VERBATIM)
+    list(APPEND other_samples ${sample_csharp})
+endif()
+find_package(Python3 COMPONENTS Interpreter)
+if(Python3_FOUND)
+    set(sample_python ${PROJECT_BINARY_DIR}/samples/ask.pyc)
+    add_custom_command(
+        OUTPUT ${sample_python}
+        COMMAND ${Python3_EXECUTABLE} -c "import py_compile, sys; py_compile.compile(*sys.argv[1:], doraise=True)"
+            ${samples}/ask.py ${sample_python}
+        DEPENDS ${samples}/ask.py
+        COMMENT "Checking the sample in Python"
+        VERBATIM)
+    list(APPEND other_samples ${sample_python})
+endif()
+add_custom_target(samples ALL DEPENDS ${bin}/SampleC.exe ${other_samples})
 
 # The checked tree tests the code, not how it is built for 32 bits.
 if(NOT CMAKE_CROSSCOMPILING OR MORVANE_CHECKED)
@@ -37,7 +73,7 @@ if(NOT CMAKE_CROSSCOMPILING OR MORVANE_CHECKED)
 endif()
 find_program(MORVANE_CXX32 NAMES i686-w64-mingw32-g++-posix REQUIRED)
 find_program(MORVANE_RC32 NAMES i686-w64-mingw32-windres REQUIRED)
-set(client32_folders client/*.h console/*.h win32/*.h)
+set(client32_folders client/*.h console/*.h tests/client/FirstHeader.h win32/*.h)
 list(TRANSFORM client32_folders PREPEND ${PROJECT_SOURCE_DIR}/)
 file(GLOB client32_headers CONFIGURE_DEPENDS ${client32_folders})
 
@@ -89,7 +125,7 @@ add_custom_command(
 
 # A 32-bit client of both kinds: of the automation object and of the library.
 morvane_objects32(client32
-    tests/client32/Main.cpp console/Console.cpp)
+    tests/client32/Main.cpp tests/client/FirstHeader.cpp console/Console.cpp)
 add_custom_command(
     OUTPUT ${bin32}/Client32.exe
     COMMAND ${link32} ${client32} ${shared32} -o ${bin32}/Client32.exe ${windows32}

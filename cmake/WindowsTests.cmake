@@ -156,8 +156,9 @@ endif()
 
 # The client library as its users have it: the DLL.
 morvane_test_sources(client_sources client
-    LibraryCallTests.cpp LibraryConnectionTests.cpp LibraryInterfaceTests.cpp LibraryRawTests.cpp
-    LibraryRouterTests.cpp LibrarySoakTests.cpp SampleTests.cpp)
+    FirstHeader.cpp LibraryBinaryTests.cpp LibraryCallTests.cpp LibraryClosedPortTests.cpp LibraryConnectionTests.cpp
+    LibraryEventTests.cpp LibraryInterfaceTests.cpp LibraryInterruptionTests.cpp LibraryRawTests.cpp
+    LibraryReplyTests.cpp LibraryRouterTests.cpp LibrarySendTests.cpp LibrarySoakTests.cpp SampleTests.cpp)
 morvane_add_gtest(client_tests SOURCES ${client_sources} ${PROJECT_SOURCE_DIR}/tests/unit/tools/FakePort.cpp
     LIBRARIES MorvaneClient morvane_testsupport morvane_recordingtrace)
 # Its files have helpers of the same names.

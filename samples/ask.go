@@ -30,7 +30,7 @@ func say(error int32) {
 }
 
 func main() {
-	message, reply := []byte("hello"), make([]byte, 65535)
+	message, reply := []byte(append(os.Args, "hello")[1]), make([]byte, 65535)
 	var port, length uint32
 	if error := call("morvane_open", 3, 1, 0, 10000, uintptr(unsafe.Pointer(&port))); error != ok {
 		say(error)

@@ -2,12 +2,16 @@
 #pragma once
 
 #include "tests/client/AttachedPort.h"
+#include "win32/Thread.h"
 
 #include <gtest/gtest.h>
+
+#include <atomic>
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct LibraryCalls : testing::Test
 {
@@ -41,6 +45,23 @@ struct LibraryCalls : testing::Test
     morvane::Port port;
 };
 
+/// A pipe that no thread serves, so that sending waits for what the test does.
+struct LibraryUnreadPipe : LibraryCalls
+{
+    LibraryUnreadPipe()
+        : wide(support::UniqueName(L"NoReader")),
+          pipe(::CreateNamedPipeW(support::PipePath(wide).c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                  PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr))
+    {
+        EXPECT_TRUE(pipe);
+        name = Narrow(wide);
+        options = AttachTo(name);
+    }
+
+    const std::wstring wide;
+    const win32::FileHandle pipe;
+};
+
 /// Answers each message with `reply`, followed by the message.
 inline FakePort::Player Answering(std::string reply)
 {
@@ -55,3 +76,52 @@ inline std::vector<std::string> Numbered(int count)
     }
     return messages;
 }
+
+inline FakePort::Replies Silent(const std::string&)
+{
+    return {};
+}
+
+/// A call on a thread of its own, which another thread is to end.
+class BlockedCall
+{
+public:
+    /// Runs `call` and sees that it does not return by itself.
+    template <class Body>
+    explicit BlockedCall(Body call)
+    {
+        EXPECT_TRUE(m_thread.Start([this, call] {
+            m_begins.Set();
+            m_outcome = call();
+            m_ended.Set();
+        }));
+        EXPECT_TRUE(support::WaitFor(m_begins.Get()));
+        EXPECT_FALSE(m_ended.Wait(50));
+    }
+    BlockedCall(const BlockedCall&) = delete;
+    BlockedCall& operator=(const BlockedCall&) = delete;
+
+    /// What it returned.
+    int Outcome()
+    {
+        EXPECT_TRUE(support::WaitFor(m_ended.Get()));
+        m_thread.Join();
+        return m_outcome;
+    }
+
+    /// The same when cancels end it. One alone may come before the call.
+    int OutcomeByCancel(const morvane::Port& port)
+    {
+        EXPECT_TRUE(support::WaitUntil([&] {
+            port.Cancel();
+            return m_ended.Wait(10);
+        }));
+        return Outcome();
+    }
+
+private:
+    std::atomic<int> m_outcome{MORVANE_OK};
+    const win32::Event m_begins{win32::Event::Kind::ManualReset};
+    const win32::Event m_ended{win32::Event::Kind::ManualReset};
+    win32::Thread m_thread;
+};

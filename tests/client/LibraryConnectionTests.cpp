@@ -92,6 +92,98 @@ TEST_F(LibraryBrokenPipe, WhatCameBeforeCanBeReceived)
     EXPECT_TRUE(AwaitEvent(port, MORVANE_EVENT_INSTRUMENT_GONE));
 }
 
+/// The instrument is unplugged and plugged in while the caller's function judges a message, which keeps the thread
+/// that waits from seeing it.
+struct LibraryReplacedConnection : LibraryCalls
+{
+    static int MORVANE_CALL IsStatus(void* context, const void* message, std::uint32_t)
+    {
+        auto& test = *static_cast<LibraryReplacedConnection*>(context);
+        test.judges.Set();
+        test.isBack.Wait(INFINITE);
+        return *static_cast<const char*>(message) == 's' ? 1 : 0;
+    }
+    ~LibraryReplacedConnection() override
+    {
+        isBack.Set();
+        port.Close();
+    }
+    void ServeStatusThenBreak()
+    {
+        Serve([](const std::string&) { return FakePort::Replies{"status"}; },
+              {.breaksAtFirst = 0, .breaksAtMessage = 2, .messages = true, .greeting = {}});
+    }
+    void Replace()
+    {
+        ASSERT_TRUE(support::WaitFor(judges.Get()));
+        // Nothing is read now: the sending sees that the pipe is broken.
+        EXPECT_TRUE(support::WaitUntil([this] {
+            port.Send(Of("x"), Timeout(10), error);
+            return error == MORVANE_E_NO_PIPE;
+        }));
+        port.WaitReady(Patient, error);
+        ASSERT_EQ(error, MORVANE_OK);
+        isBack.Set();
+    }
+
+    const win32::Event judges{win32::Event::Kind::ManualReset};
+    const win32::Event isBack{win32::Event::Kind::ManualReset};
+};
+
+TEST_F(LibraryReplacedConnection, IsNoticedByAReceive)
+{
+    ServeStatusThenBreak();
+    options.unsolicited = IsStatus;
+    options.unsolicited_context = this;
+    Open();
+    port.Send(Of("go"), Patient, error);
+    ASSERT_EQ(error, MORVANE_OK);
+    BlockedCall call([this] {
+        int failed = MORVANE_OK;
+        port.Receive(Patient, failed);
+        return failed;
+    });
+    ASSERT_NO_FATAL_FAILURE(Replace());
+    EXPECT_EQ(call.Outcome(), MORVANE_E_NO_PIPE);
+}
+
+TEST_F(LibraryReplacedConnection, IsNoticedByARequest)
+{
+    ServeStatusThenBreak();
+    options.flags |= MORVANE_QUEUE; // sending does not wait for the request's end
+    Open();
+    BlockedCall call([this] {
+        int failed = MORVANE_OK;
+        const auto isReply = [this](morvane::View message) {
+            return IsStatus(this, message.data(), 0) == 0; // never
+        };
+        port.RequestMatch(Of("go"), isReply, Patient, failed);
+        return failed;
+    });
+    ASSERT_NO_FATAL_FAILURE(Replace());
+    EXPECT_EQ(call.Outcome(), MORVANE_E_LOST);
+}
+
+TEST_F(LibraryBrokenPipe, WhatTheSendingFindsBrokenIsStillRead)
+{
+    // One message fills the queue: the others stay in the pipe.
+    Serve([](const std::string&) { return FakePort::Replies{"one", "two", "three"}; },
+          {.breaksAtFirst = 0, .breaksAtMessage = 2, .messages = true, .greeting = {}});
+    options.queue_limit = 1;
+    Open();
+    port.Send(Of("go"), Patient, error);
+    ASSERT_EQ(error, MORVANE_OK);
+    EXPECT_TRUE(support::WaitUntil([this] {
+        port.Send(Of("x"), Timeout(10), error);
+        return error == MORVANE_E_NO_PIPE;
+    }));
+    port.WaitReady(Patient, error);
+    ASSERT_EQ(error, MORVANE_OK);
+    for (const char* const expected : {"one", "two", "three"}) {
+        EXPECT_EQ(Receive(), expected);
+    }
+}
+
 struct LibraryOpen : LibraryCalls
 {};
 
@@ -151,10 +243,32 @@ TEST_F(LibraryOpen, InTheBackgroundReportsWhatItWaitsFor)
     options = AttachTo(name);
     options.flags |= MORVANE_BACKGROUND;
     Open();
+    EXPECT_EQ(Ask("x"), "MORVANE_E_NO_PIPE") << "no try has failed yet";
     const auto notYet = AwaitEvent(port, MORVANE_EVENT_NOT_YET);
     ASSERT_TRUE(notYet);
     EXPECT_EQ(notYet->error, MORVANE_E_NO_PIPE);
     EXPECT_EQ(Ask("x"), "MORVANE_E_NO_PIPE");
+}
+
+// What another process did in the same time is not counted: the library starts no process here.
+TEST_F(LibraryOpen, LeavesNothingWhenItFails)
+{
+    Serve(Echo);
+    Open();
+    const std::string nobody = Narrow(support::UniqueName(L"Nobody"));
+    morvane_options absent = AttachTo(nobody);
+    absent.open_timeout = 10;
+    const auto fail = [&](const morvane_options& tried) {
+        const morvane::Port refused(tried, error);
+        EXPECT_NE(error, MORVANE_OK);
+    };
+    fail(absent);
+    const DWORD before = CountOfHandles();
+    for (int i = 0; i < 10; ++i) {
+        fail(absent);
+    }
+    fail(options); // held
+    EXPECT_LE(CountOfHandles(), before + 2);
 }
 
 } // namespace

@@ -29,55 +29,6 @@ static_assert(offsetof(morvane_event, kind) == 4 && offsetof(morvane_event, erro
 static_assert(MORVANE_E_HELD == -15 && MORVANE_E_NO_START == -20 && MORVANE_EVENT_REOPENED == 9 &&
               sizeof(morvane_port) == 4);
 
-constexpr std::array<const char*, 18> Names = {"morvane_cancel",        "morvane_close",
-                                               "morvane_error_name",    "morvane_error_text",
-                                               "morvane_flush",         "morvane_next_event",
-                                               "morvane_open",          "morvane_open_ex",
-                                               "morvane_receive",       "morvane_receive_unsolicited",
-                                               "morvane_reopen",        "morvane_request",
-                                               "morvane_request_match", "morvane_resync",
-                                               "morvane_send",          "morvane_version",
-                                               "morvane_wait_handle",   "morvane_wait_ready"};
-
-/// A file of Windows programs, read without running it.
-class Image
-{
-public:
-    explicit Image(const std::filesystem::path& file)
-        : m_module(::LoadLibraryExW(file.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES))
-    {
-    }
-    ~Image() { ::FreeLibrary(m_module); }
-    Image(const Image&) = delete;
-    Image& operator=(const Image&) = delete;
-    bool IsLoaded() const { return m_module != nullptr; }
-
-    std::set<std::string> Exports() const
-    {
-        const auto* const base = reinterpret_cast<const std::uint8_t*>(m_module);
-        const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-        const auto* const headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-        const auto& entry = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
-        const auto* const table = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(base + entry.VirtualAddress);
-        const auto* const names = reinterpret_cast<const DWORD*>(base + table->AddressOfNames);
-        std::set<std::string> found;
-        for (DWORD i = 0; i < table->NumberOfNames; ++i) {
-            found.emplace(reinterpret_cast<const char*>(base + names[i]));
-        }
-        return found;
-    }
-
-private:
-    HMODULE m_module;
-};
-
-TEST(LibraryInterface, ExportsItsFunctionsAndNothingElse)
-{
-    const Image image(support::ProgramFolder() / L"MorvaneClient.dll");
-    ASSERT_TRUE(image.IsLoaded());
-    EXPECT_EQ(image.Exports(), std::set<std::string>(Names.begin(), Names.end()));
-}
-
 TEST(LibraryInterface, TellsItsVersion)
 {
     constexpr std::array<std::uint32_t, 4> numbers = {MORVANE_VERSION_NUMBERS};

@@ -123,19 +123,29 @@ TEST_F(LibraryRaw, ALateReplyIsToldByTheMatch)
     EXPECT_EQ(TextOf(port.ReceiveUnsolicited(Patient, error)), "slow");
 }
 
-TEST_F(LibraryCalls, ARequestThatIsNotReadSaysSo)
+TEST_F(LibraryUnreadPipe, ARequestThatIsNotReadSaysSo)
 {
-    // A pipe that no thread serves: nothing is read from it.
-    const std::wstring wide = support::UniqueName(L"NoReader");
-    const win32::FileHandle pipe(::CreateNamedPipeW(support::PipePath(wide).c_str(),
-                                                    PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED, PIPE_TYPE_MESSAGE,
-                                                    1, 100, 100, 0, nullptr));
-    ASSERT_TRUE(pipe);
-    name = Narrow(wide);
-    options = AttachTo(name);
     Open();
     EXPECT_EQ(Ask(std::string(60'000, 'x'), Timeout(50)), "MORVANE_E_TIMEOUT");
     EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_SEM_TIMEOUT));
+}
+
+TEST_F(LibraryUnreadPipe, AReplyDoesNotSayThatLaterRawMessagesWereRead)
+{
+    options.flags |= MORVANE_RAW | MORVANE_QUEUE;
+    Open();
+    BlockedCall call([this] { return Ask("a") == "re:a" ? MORVANE_OK : MORVANE_E_INTERNAL; });
+    port.Send(Of("later"), Timeout(0), error);
+    ASSERT_EQ(error, MORVANE_OK);
+    DWORD length = 0;
+    EXPECT_TRUE(support::WaitUntil([&] {
+        return ::PeekNamedPipe(pipe.Get(), nullptr, 0, nullptr, &length, nullptr) && length == sizeof "alater" - 1;
+    }));
+    win32::OverlappedOperation reply;
+    EXPECT_TRUE(reply.Write(pipe.Get(), "re:a", 4));
+    EXPECT_EQ(call.Outcome(), MORVANE_OK);
+    port.Flush(Timeout(50), error);
+    EXPECT_EQ(error, MORVANE_E_TIMEOUT);
 }
 
 } // namespace

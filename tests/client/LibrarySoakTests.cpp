@@ -68,16 +68,10 @@ struct Account
     }
 };
 
-/// Wine's own count of a process's handles is the size of its table, which doubles: here they are counted.
 ProcessUsage OwnUsage()
 {
-    constexpr std::uintptr_t Last = 0x10000;
     ProcessUsage usage = UsageOf(::GetCurrentProcessId());
-    usage.handles = 0;
-    for (std::uintptr_t handle = 4; handle < Last; handle += 4) {
-        DWORD flags = 0;
-        usage.handles += ::GetHandleInformation(reinterpret_cast<HANDLE>(handle), &flags) != FALSE ? 1 : 0;
-    }
+    usage.handles = CountOfHandles();
     return usage;
 }
 

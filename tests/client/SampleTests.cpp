@@ -135,6 +135,14 @@ TEST_F(Samples, InCppSurvivesAnUnplug)
     ExpectThatItSurvivesAnUnplug(L"SampleCpp.exe");
 }
 
+TEST_F(Samples, InGoSurvivesAnUnplug)
+{
+    if (!std::filesystem::exists(support::ProgramFolder() / L"SampleGo.exe")) {
+        GTEST_SKIP() << "built without Go";
+    }
+    ExpectThatItSurvivesAnUnplug(L"SampleGo.exe");
+}
+
 // Once: Wine's script host knows no Sleep.
 TEST_F(Samples, InVbScriptAsksAndEnds)
 {

@@ -1,12 +1,15 @@
 // A client compiled for 32-bit Windows: registers a port with the 64-bit router, exchanges a packet over the
-// port's pipe and unregisters the port, through one of the two kinds of call.
+// port's pipe and unregisters the port, through one of the two kinds of call. Or it talks over a pipe by the
+// client library.
 //
-//   Client32.exe vtable|dispatch PIPE_NAME
+//   Client32.exe vtable|dispatch|library PIPE_NAME
 //
 // Exit code 0 when every step worked; otherwise the step that did not is printed.
 #include "client/ClientPipe.h"
 #include "client/RouterAutomation.h"
+#include "client/morvane_client.h"
 #include "console/Console.h"
+#include "tests/client/FirstHeader.h"
 #include "win32/Event.h"
 
 #include <objbase.h>
@@ -14,10 +17,16 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <type_traits>
 
 namespace {
 
 using Binding = RouterAutomation::Binding;
+
+// What 32-bit programs are compiled with: none of it may ever change.
+static_assert(sizeof(morvane_options) == 44 && sizeof(morvane_event) == 28);
+static_assert(std::is_same_v<decltype(&morvane_close), int(__cdecl*)(morvane_port)> &&
+              std::is_same_v<morvane_match, int(__cdecl*)(void*, const void*, std::uint32_t)>);
 
 constexpr std::chrono::seconds DefaultTimeout{20};
 constexpr std::int32_t BufferSize = 4096;
@@ -72,8 +81,13 @@ int Run(Binding binding, const std::wstring& name)
 int wmain(int count, wchar_t** arguments)
 {
     const std::wstring kind = count == 3 ? arguments[1] : L"";
+    if (kind == L"library") {
+        const std::wstring name = arguments[2];
+        const int step = RunFirstProgram(std::string(name.begin(), name.end()).c_str());
+        return step == 0 ? 0 : Fail("talking through the library", static_cast<unsigned long>(step));
+    }
     if (kind != L"vtable" && kind != L"dispatch") {
-        std::printf("usage: Client32 vtable|dispatch PIPE_NAME\n");
+        std::printf("usage: Client32 vtable|dispatch|library PIPE_NAME\n");
         return console::UsageError;
     }
     ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);

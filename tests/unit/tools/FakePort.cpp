@@ -35,8 +35,9 @@ void FakePort::Serve()
 
 bool FakePort::Completed(win32::OverlappedOperation& operation, HANDLE pipe, DWORD& length)
 {
-    const std::array<HANDLE, 2> either = {m_stop.Get(), operation.EventHandle()};
-    return ::WaitForMultipleObjects(2, either.data(), FALSE, INFINITE) == WAIT_OBJECT_0 + 1 &&
+    // The operation first: what a client has sent before the end is still played.
+    const std::array<HANDLE, 2> either = {operation.EventHandle(), m_stop.Get()};
+    return ::WaitForMultipleObjects(2, either.data(), FALSE, INFINITE) == WAIT_OBJECT_0 &&
            operation.Finish(pipe, length);
 }
 
