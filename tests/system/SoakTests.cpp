@@ -15,6 +15,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -59,7 +60,10 @@ private:
     void Visit()
     {
         const support::ChildProcess probe(Program(), L"measure --port 5," + m_id + L" --count 20 --quiet");
-        m_faults += probe.WaitForExit(std::chrono::minutes(2)) == 0u ? 0 : 1;
+        const std::optional<DWORD> code = probe.WaitForExit(std::chrono::minutes(2));
+        if (code != 0u) {
+            AddFault("visit", code, probe);
+        }
         ++m_visits;
     }
     void VisitAndDie()
@@ -69,11 +73,23 @@ private:
         const support::ChildProcess probe(Program(),
                                           L"measure --count 0 --quiet --attach --open-timeout 60 --port 6," +
                                               m_id + L" --pipe-name " + m_pipe + L" --ready-event " + ready);
-        m_faults += support::WaitFor(event.Get(), std::chrono::minutes(2)) ? 0 : 1;
-        probe.WaitForExit(std::chrono::milliseconds(50)); // it does not end, it sends meanwhile
+        const bool isReady = support::WaitFor(event.Get(), std::chrono::minutes(2));
+        // It does not end, it sends meanwhile.
+        const std::optional<DWORD> code = probe.WaitForExit(std::chrono::milliseconds(50));
+        if (!isReady || code) {
+            AddFault("visit to be killed", code, probe);
+        }
         probe.Kill();
         probe.WaitForExit();
         ++m_deaths;
+    }
+    /// Printed at once, with what the client said: a long run goes on, and tells of many clients.
+    void AddFault(const char* what, std::optional<DWORD> code, const support::ChildProcess& probe)
+    {
+        ++m_faults;
+        std::printf("visitor %ls, %s %d: %s: %s\n", m_id.c_str(), what, m_visits + m_deaths + 1,
+                    code ? ("exit code " + std::to_string(*code)).c_str() : "no end", probe.Output().c_str());
+        std::fflush(stdout);
     }
     static std::filesystem::path Program() { return support::ProgramFolder() / L"RouterProbe.exe"; }
 
