@@ -1,6 +1,7 @@
 #include "simulation/kernel/Memory.h"
 
 #include "simulation/kernel/Requests.h"
+#include "simulation/kernel/Sanitizers.h"
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/World.h"
 
@@ -107,3 +108,41 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept
 {
     operator delete(memory);
 }
+
+// A sanitizer's own forms of these would not come here, and a run would not be the same under it.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
+{
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
+{
+    return operator new(size, tag);
+}
+
+void operator delete[](void* memory) noexcept
+{
+    operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t /*size*/) noexcept
+{
+    operator delete(memory);
+}
+
+#if defined(SIMULATION_ASAN)
+// A run counts its blocks by itself, and by design those that a driver keeps are never freed.
+extern "C" const char* __asan_default_options()
+{
+    return "detect_leaks=0";
+}
+#endif
