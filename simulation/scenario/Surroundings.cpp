@@ -151,8 +151,8 @@ void TraceReader::Write(std::int32_t device, std::uint32_t /*effectiveMask*/, co
                         std::va_list arguments) noexcept
 {
     const OwnMemory own;
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): to zero it for each line would cost more than the
-    // line
+    // Not zeroed: that would cost more than the line.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
     std::array<char, 2056> line;
     line[0] = '\0';
     std::vsnprintf(line.data(), line.size(), format, arguments);
