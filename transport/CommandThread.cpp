@@ -97,6 +97,11 @@ void CommandThread::OnStop()
 void CommandThread::OnDisconnected()
 {
     m_timerResolution.Restore();
+    if (m_connection.IsOpen()) {
+        // The event was set late, after the Reset of the procedure that its mirror had started. Until the next
+        // Reset there is no connection: no port may take the closed link for one.
+        m_connection.m_hDisconnected.Set();
+    }
     if (m_connection.m_bFirstReadFailed.exchange(false)) {
         // A device that opens and refuses every read must not be reset on the bus without a pause.
         m_connection.m_hStop.Wait(TimeBetweenAttemptsMs);

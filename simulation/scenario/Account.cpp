@@ -194,6 +194,7 @@ void Account::OnReadinessAsked()
 void Account::OnDisconnected()
 {
     ++m_ends;
+    m_isBetween = true;
     OnLoss();
 }
 

@@ -47,6 +47,10 @@ public:
     void OnPacketCompleted(int deviceType, int port);
     /// The worker of a port asks whether what it has read may be sent.
     void OnReadinessAsked();
+    /// Between two connections: from the report that one has ended until the link is open again.
+    bool IsBetween() const { return m_isBetween; }
+    std::uint64_t Ends() const { return m_ends; }
+    void OnReadyBetween() const { Violated("a port takes the transport for ready between two connections"); }
 
     // The instrument takes and answers.
     void OnInstrumentConnected();
@@ -64,6 +68,7 @@ public:
     std::uint64_t Losses() const { return m_losses; }
     /// A connection to the instrument begins, or the one before has ended.
     void OnConnected() { m_connection = m_ends; }
+    void OnLinkOpened() { m_isBetween = false; }
     void OnDisconnected();
     void OnPipeCreated(std::int32_t deviceType);
     /// While a port is in the table it is told of the ends of connections. Its worker runs before that and after.
@@ -127,6 +132,7 @@ private:
     std::uint64_t m_receivedIn = 0;
     std::uint64_t m_lossesAtConnection = 0;
     bool m_hasRestarted = false; // a packet numbered 0 has come in this connection
+    bool m_isBetween = false;
     bool m_instrumentStayed = true;
     bool m_mayCut = false;
     bool m_judges = true;

@@ -23,6 +23,8 @@ struct KnownLine
 };
 
 constexpr std::array KnownLines = {
+    KnownLine{"Connection to USB-Simulation opened", LineMeaning::LinkOpened},
+    KnownLine{"Connection to USB opened", LineMeaning::LinkOpened},
     KnownLine{"NotifyState(Connected)", LineMeaning::Opened},
     KnownLine{"NotifyState(Not Connected)", LineMeaning::Closed},
     KnownLine{"Command-sent failed", LineMeaning::TransferFailed},
@@ -100,7 +102,14 @@ bool CountedTransport::IsReady()
         const OwnMemory own;
         m_account.OnReadinessAsked();
     }
-    return m_inner.IsReady();
+    const bool wasBetween = m_account.IsBetween();
+    const std::uint64_t ends = m_account.Ends();
+    const bool isReady = m_inner.IsReady();
+    if (isReady && wasBetween && m_account.IsBetween() && m_account.Ends() == ends) {
+        const OwnMemory own;
+        m_account.OnReadyBetween();
+    }
+    return isReady;
 }
 
 void CountedTransport::Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length)
@@ -188,6 +197,7 @@ void TraceReader::Read(std::int32_t device, const char* format, const char* line
     switch (known.isOpen ? MeaningOf(line) : known.meaning) {
     case LineMeaning::None: return;
     case LineMeaning::Loss: return m_account.OnLoss();
+    case LineMeaning::LinkOpened: return m_account.OnLinkOpened();
     case LineMeaning::Opened: return m_account.OnConnected();
     case LineMeaning::Closed: return m_account.OnDisconnected();
     case LineMeaning::TransferFailed: return m_account.OnTransferFailed();

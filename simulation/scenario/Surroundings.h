@@ -75,6 +75,7 @@ private:
 enum class LineMeaning {
     None,
     Loss,
+    LinkOpened,
     Opened,
     Closed,
     TransferFailed,
