@@ -28,9 +28,12 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, const std::wstr
     PROCESS_INFORMATION process{};
     std::wstring commandLine(1, L'"');
     commandLine.append(program.wstring()).append(L"\" ").append(arguments);
-    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
-                          program.parent_path().c_str(), &start, &process))
-    {
+    const auto begin = [&] {
+        return ::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED,
+                                nullptr, program.parent_path().c_str(), &start, &process) != FALSE;
+    };
+    // Wine refuses one start in some thousand with this error while other threads start programs, too.
+    if (!begin() && (::GetLastError() != ERROR_INTERNAL_ERROR || !begin())) {
         return;
     }
     m_process.Reset(process.hProcess);
