@@ -178,7 +178,7 @@ protected:
         bus.emplace();
         bus->Clear();
         bus->Plug(Slot, instrumentbus::Instrument());
-        instrument.emplace();
+        instrument.emplace(EchoInstrument::Payloads::Dropped);
     }
     ~LibrarySoak() override
     {

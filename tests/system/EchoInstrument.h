@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// Echoes every packet to its sender and keeps the payloads.
+/// Echoes every packet to its sender.
 class EchoInstrument
 {
 public:
@@ -19,7 +19,10 @@ public:
     static constexpr std::uint8_t Out = 0x02;
     static constexpr std::uint8_t In = 0x86;
 
-    EchoInstrument()
+    /// A long run needs no payloads: they would show as memory that its process does not give back.
+    enum class Payloads { Kept, Dropped };
+
+    explicit EchoInstrument(Payloads payloads = Payloads::Kept) : m_keeps(payloads == Payloads::Kept)
     {
         m_thread.Start([this] {
             while (m_go) {
@@ -30,7 +33,7 @@ public:
         });
     }
     ~EchoInstrument() { Stop(); }
-    /// Ends it and returns the payloads in the order in which they arrived.
+    /// Ends it and returns the kept payloads in the order in which they arrived.
     const std::vector<std::string>& Stop()
     {
         m_go = false;
@@ -45,12 +48,15 @@ private:
         if (!frame || frame->packetType != wire::PortTraffic) {
             return;
         }
-        m_arrived.emplace_back(frame->payload.begin(), frame->payload.end());
+        const std::string payload(frame->payload.begin(), frame->payload.end());
+        if (m_keeps) {
+            m_arrived.push_back(payload);
+        }
         if (written.connection != m_connection) {
             m_connection = written.connection;
             m_number = 0;
         }
-        const std::string echo = support::Frame(++m_number, 1, frame->deviceType, frame->port, m_arrived.back());
+        const std::string echo = support::Frame(++m_number, 1, frame->deviceType, frame->port, payload);
         try {
             m_control.Feed(Slot, In, {reinterpret_cast<const std::uint8_t*>(echo.data()), echo.size()});
         } catch (const std::runtime_error&) {
@@ -58,6 +64,7 @@ private:
         }
     }
 
+    const bool m_keeps;
     // All of the thread until it is joined.
     instrumentbus::InstrumentControl m_control;
     std::vector<std::string> m_arrived;
