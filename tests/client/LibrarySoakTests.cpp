@@ -110,9 +110,11 @@ private:
         if (error == MORVANE_E_TIMEOUT) {
             m_port.Reopen(Timeout(1000), error);
         } else if (error != MORVANE_OK) {
-            // The reply to what was lost may come on the next connection.
-            m_port.WaitReady(Timeout(1000), error);
-            m_port.Resync(Timeout(50), Timeout(1000), error);
+            // The reply to what was lost may come on the next connection: no request before that is over.
+            do {
+                m_port.WaitReady(Timeout(1000), error);
+                m_port.Resync(Timeout(50), Timeout(1000), error);
+            } while (error != MORVANE_OK && m_go);
         }
     }
 
