@@ -22,6 +22,7 @@ public:
 
 private:
     bool m_Simulation; // false for every port pipe; the branches that test it stay
+    // Set by the constructor. No code reads them, which clang reports as unused fields.
     [[maybe_unused]] std::int32_t m_BaseDeviceType;
     [[maybe_unused]] std::int32_t m_BasePort;
 };

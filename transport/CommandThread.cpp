@@ -98,8 +98,8 @@ void CommandThread::OnDisconnected()
 {
     m_timerResolution.Restore();
     if (m_connection.IsOpen()) {
-        // The event was set late, after the Reset of the procedure that its mirror had started. Until the next
-        // Reset there is no connection: no port may take the closed link for one.
+        // Another thread set the mirror, this thread connected and reset both, and only then did SetEvent arrive.
+        // The link is closed below, so the mirror must say so, or a port takes it for a connection.
         m_connection.m_hDisconnected.Set();
     }
     if (m_connection.m_bFirstReadFailed.exchange(false)) {

@@ -243,15 +243,15 @@ void Account::OnInstrumentGot(std::uint8_t deviceType, std::uint8_t portNumber,
         if (port->completed < port->got++) {
             Violated("a port does not hear that its packet is being written");
         }
-        // The numbers begin anew before the first write of a connection, so with what is sent after it at the
-        // latest.
+        // The numbers are reset before the first write of a connection. A packet that was sent after the
+        // connection began must not arrive before that.
         const auto packet =
             std::find_if(port->submitted.begin(), port->submitted.end(),
                          [text = TextOf(payload)](const Packet& candidate) { return candidate.bytes == text; });
         if (packet != port->submitted.end() && packet->receivedIn == m_instrumentConnection && !m_hasRestarted &&
             m_losses == m_lossesAtConnection && MayLatencyBeJudged())
         {
-            Violated("packet numbers do not begin anew with the connection");
+            Violated("packet numbers are not reset with the connection");
         }
         Take(port->submitted, TextOf(payload), m_losses, Row::LostWithInstrument, "the instrument gets a request");
     }

@@ -184,17 +184,26 @@ TEST_F(LibraryUnreadPipe, ACancelEndsTheSending)
     EXPECT_EQ(call.OutcomeByCancel(port), MORVANE_E_CANCELLED);
 }
 
-TEST_F(LibraryUnreadPipe, ACancelEndsTheFlush)
+struct LibraryUnreadFlush : LibraryUnreadPipe
 {
-    Open();
-    port.Send(Of("x"), Patient, error);
-    ASSERT_EQ(error, MORVANE_OK);
-    BlockedCall call([this] {
-        int failed = MORVANE_OK;
-        port.Flush(morvane::Forever, failed);
-        return failed;
-    });
-    EXPECT_EQ(call.OutcomeByCancel(port), MORVANE_E_CANCELLED);
+    /// Opens the port, sends a message and cancels the flush of it.
+    void CancelFlush()
+    {
+        Open();
+        port.Send(Of("x"), Patient, error);
+        ASSERT_EQ(error, MORVANE_OK);
+        BlockedCall call([this] {
+            int failed = MORVANE_OK;
+            port.Flush(morvane::Forever, failed);
+            return failed;
+        });
+        EXPECT_EQ(call.OutcomeByCancel(port), MORVANE_E_CANCELLED);
+    }
+};
+
+TEST_F(LibraryUnreadFlush, ACancelEndsIt)
+{
+    CancelFlush();
 }
 
 std::chrono::milliseconds TimeOfProcessors()
@@ -209,17 +218,9 @@ std::chrono::milliseconds TimeOfProcessors()
     return milliseconds((ticks(kernel) + ticks(user)) / 10'000);
 }
 
-TEST_F(LibraryUnreadPipe, WaitingAfterACancelledFlushTakesNoProcessor)
+TEST_F(LibraryUnreadFlush, WaitingAfterItsCancelTakesNoProcessor)
 {
-    Open();
-    port.Send(Of("x"), Patient, error);
-    ASSERT_EQ(error, MORVANE_OK);
-    BlockedCall call([this] {
-        int failed = MORVANE_OK;
-        port.Flush(morvane::Forever, failed);
-        return failed;
-    });
-    EXPECT_EQ(call.OutcomeByCancel(port), MORVANE_E_CANCELLED);
+    ASSERT_NO_FATAL_FAILURE(CancelFlush());
     const auto before = TimeOfProcessors();
     EXPECT_EQ(Receive(milliseconds(1000)), "MORVANE_E_TIMEOUT");
     EXPECT_LT(TimeOfProcessors() - before, milliseconds(100));

@@ -129,13 +129,25 @@ int MORVANE_CALL IsBroadcast(void* context, const void* message, std::uint32_t l
     return length != 0 && *static_cast<const char*>(message) == '*' ? 1 : 0;
 }
 
-TEST_F(LibraryCalls, BroadcastsGoTheirOwnWay)
+struct LibraryBroadcasts : LibraryCalls
 {
-    Serve([](const std::string& message) { return FakePort::Replies{"*1", message, "*2"}; });
-    char context[] = "context";
-    options.unsolicited = IsBroadcast;
-    options.unsolicited_context = context;
-    Open();
+    ~LibraryBroadcasts() override { port.Close(); }
+
+    /// At a port that sends one broadcast before each reply and one after it.
+    void OpenBesideBroadcasts()
+    {
+        Serve([](const std::string& message) { return FakePort::Replies{"*1", message, "*2"}; });
+        options.unsolicited = IsBroadcast;
+        options.unsolicited_context = context;
+        Open();
+    }
+
+    char context[8] = "context";
+};
+
+TEST_F(LibraryBroadcasts, GoTheirOwnWay)
+{
+    OpenBesideBroadcasts();
     EXPECT_EQ(Ask("a"), "a");
     EXPECT_EQ(Ask("b"), "b");
     EXPECT_EQ(Receive(Timeout(0)), "MORVANE_E_TIMEOUT");
@@ -201,20 +213,17 @@ TEST_F(LibraryCalls, LongRepliesOfSeveralThreadsReachTheirThreads)
     EXPECT_EQ(right, 80);
 }
 
-TEST_F(LibraryCalls, ResynchronisingKeepsBroadcastsAndIsNotHeldUpByThem)
+TEST_F(LibraryBroadcasts, AreKeptByAResynchronisationAndDoNotDelayIt)
 {
-    Serve([](const std::string& message) { return FakePort::Replies{"*1", message, "*2"}; });
-    char context[] = "context";
-    options.unsolicited = IsBroadcast;
-    options.unsolicited_context = context;
-    Open();
+    OpenBesideBroadcasts();
     std::atomic<bool> sends{true};
     win32::Thread sender;
     port.Send(Of("*"), Patient, error);
     ASSERT_TRUE(sender.Start([&] {
         // Only broadcasts: what is echoed looks like one.
-        for (int ignored = 0; sends; ::Sleep(1)) {
+        for (int ignored = 0; sends;) {
             port.Send(Of("*"), Timeout(10), ignored);
+            ::Sleep(1); // the time between two broadcasts: what is simulated, not what is waited for
         }
     }));
     port.Resync(milliseconds(100), Patient, error);

@@ -19,7 +19,7 @@ public:
     static constexpr std::uint8_t Out = 0x02;
     static constexpr std::uint8_t In = 0x86;
 
-    /// A long run needs no payloads: they would show as memory that its process does not give back.
+    /// A long run drops them: kept payloads would look like a leak of its process.
     enum class Payloads { Kept, Dropped };
 
     explicit EchoInstrument(Payloads payloads = Payloads::Kept) : m_keeps(payloads == Payloads::Kept)

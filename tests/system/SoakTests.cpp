@@ -83,7 +83,7 @@ private:
         probe.WaitForExit();
         ++m_deaths;
     }
-    /// Printed at once, with what the client said: a long run goes on, and tells of many clients.
+    /// Prints the fault with the output of the client. Prints it immediately, because the run continues.
     void AddFault(const char* what, std::optional<DWORD> code, const support::ChildProcess& probe)
     {
         ++m_faults;

@@ -116,8 +116,8 @@ Found RunShortSoak(int seconds, std::string& figures)
             ports.AddPort(address, std::make_unique<CCDevicePortPipe>(&transport, address, pipe, 4096, 4096));
             clients[static_cast<std::size_t>(id)].Start([pipe, &counts] { Converse(pipe, counts); });
         }
-        // The soak's own length; nothing is waited for. What is needed once is there by a quarter.
-        ::Sleep(static_cast<DWORD>(seconds) * 250);
+        // What is allocated once is there after a quarter of the time.
+        ::Sleep(static_cast<DWORD>(seconds) * 250); // the soak's own length: no event ends it
         early = UsageOf(::GetCurrentProcessId());
         ::Sleep(static_cast<DWORD>(seconds) * 750); // the rest of it
         late = UsageOf(::GetCurrentProcessId());
