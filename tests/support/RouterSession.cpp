@@ -41,6 +41,20 @@ win32::KernelHandle OpenRouter()
     return router;
 }
 
+/// A router's last call to Wine's service for COM can be lost, and a router that is started by hand then registers
+/// behind the one that has ended. To be asked before the class is registered: the question must start no router.
+void ForgetServerOfEarlierTest()
+{
+    void* factory = nullptr;
+    const HRESULT result =
+        ::CoGetClassObject(__uuidof(MorvaneUSBRouter), CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory, &factory);
+    if (result == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE)) {
+        ForgetKilledServers();
+    } else if (SUCCEEDED(result)) {
+        static_cast<IClassFactory*>(factory)->Release();
+    }
+}
+
 } // namespace
 
 DWORD FindProgram(const std::wstring& name)
@@ -59,6 +73,7 @@ RouterSession::RouterSession(Transport transport)
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, Settings);
     const auto key = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, support::OptionsKey, KEY_READ | KEY_WRITE);
     key.WriteDword(L"SimulateUSB", transport == Transport::Simulation ? 1 : 0);
+    ForgetServerOfEarlierTest();
     Run(L"/RegServer");
 }
 
