@@ -1,5 +1,5 @@
 # The simulated Windows: the core's own sources compiled natively against simulation/standin, under the scheduler of
-# simulation/kernel. In the trees of the presets simulation, simulation-asan, simulation-clang.
+# simulation/kernel. In the trees of the presets whose names begin with simulation.
 find_library(MORVANE_BOOST_CONTEXT boost_context REQUIRED)
 
 # morvane_simulated(<variable> FOLDER folder SOURCES file...)
@@ -46,6 +46,12 @@ add_library(morvane_simulated INTERFACE)
 target_include_directories(morvane_simulated BEFORE INTERFACE ${PROJECT_SOURCE_DIR}/simulation/standin)
 target_link_libraries(morvane_simulated INTERFACE morvane_flags)
 target_compile_options(morvane_simulated INTERFACE -g1)
+if(MORVANE_SIMULATED_ATOMICS)
+    # Here, so that all see the product's classes alike.
+    target_compile_options(morvane_simulated INTERFACE
+        "SHELL:-include ${PROJECT_SOURCE_DIR}/simulation/atomics/AtomicPoints.h")
+    morvane_simulated(simulation_kernel FOLDER simulation/atomics SOURCES AtomicPoints.cpp)
+endif()
 
 add_library(simulation_kernel STATIC ${simulation_kernel})
 target_link_libraries(simulation_kernel PUBLIC morvane_simulated ${MORVANE_BOOST_CONTEXT})
