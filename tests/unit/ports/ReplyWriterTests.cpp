@@ -43,7 +43,7 @@ protected:
     }
 
     static constexpr DWORD BufferSize = 4096;
-    static constexpr std::size_t Longer = 2 * BufferSize; // than what the pipe keeps
+    static constexpr std::size_t Longer = std::size_t{2} * BufferSize; // than what the pipe keeps
 
     std::wstring m_path;
     win32::FileHandle m_server;
