@@ -93,11 +93,11 @@ bool ClientPipe::StaysOpen()
 
 bool ClientPipe::StartReading()
 {
-    if (m_read.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size()))) {
-        return true;
+    m_isReading = m_read.Read(m_pipe.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size()));
+    if (!m_isReading) {
+        m_error = ::GetLastError();
     }
-    m_error = ::GetLastError();
-    return false;
+    return m_isReading;
 }
 
 ClientPipe::Outcome ClientPipe::Await(const win32::OverlappedOperation& operation, HANDLE stop, Timeout timeout)
@@ -149,6 +149,9 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout
         m_error = ERROR_INVALID_HANDLE;
         return Outcome::Broken;
     }
+    if (!m_isReading && !StartReading()) {
+        return Outcome::Broken;
+    }
     DWORD length = 0;
     Outcome outcome = Complete(m_read, m_stop, length, timeout, m_error);
     // "ExitThread function": a thread's end cancels the operations that it started, and the read may have been
@@ -158,8 +161,9 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout
     }
     if (outcome == Outcome::Done) {
         message.assign(m_buffer.begin(), m_buffer.begin() + length);
-        // A refused start shows at the next Read; the message counts all the same.
-        StartReading();
+        // The next read is started by the next call. A client that asks writes before it, and started here the
+        // read would hold its message up.
+        m_isReading = false;
     }
     return outcome;
 }

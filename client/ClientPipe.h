@@ -67,8 +67,9 @@ private:
     const HANDLE m_stopWriting;
     std::vector<std::uint8_t> m_buffer;
     win32::FileHandle m_pipe;
-    win32::OverlappedOperation m_read; // under way whenever the pipe is open
+    win32::OverlappedOperation m_read;
     win32::OverlappedOperation m_write;
+    bool m_isReading = false;           // m_read is under way, or its message not taken; the reading thread's
     DWORD m_error = ERROR_SUCCESS;      // of the opening and reading thread
     DWORD m_writeError = ERROR_SUCCESS; // of the writing thread
 };
