@@ -122,6 +122,7 @@ void Account::OnServerClosed(const std::string& pipe)
         Violated("a message was read and never handed over: " + Shown(port->read.front().bytes));
         port->read.clear();
     }
+    port->last.clear(); // a kept message goes with its pipe
     ++port->closings;
 }
 
@@ -196,6 +197,13 @@ void Account::OnDisconnected()
     ++m_ends;
     m_isBetween = true;
     OnLoss();
+}
+
+void Account::OnPluggedAgain() const
+{
+    if (m_hasLink && !m_isBetween && MayLatencyBeJudged()) {
+        Violated("the router keeps a connection whose device has gone");
+    }
 }
 
 void Account::OnPipeCreated(std::int32_t deviceType)

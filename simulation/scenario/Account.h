@@ -68,7 +68,13 @@ public:
     std::uint64_t Losses() const { return m_losses; }
     /// A connection to the instrument begins, or the one before has ended.
     void OnConnected() { m_connection = m_ends; }
-    void OnLinkOpened() { m_isBetween = false; }
+    void OnLinkOpened()
+    {
+        m_isBetween = false;
+        m_hasLink = true;
+    }
+    /// The device comes back after a while: the connection that it had must have ended.
+    void OnPluggedAgain() const;
     void OnDisconnected();
     void OnPipeCreated(std::int32_t deviceType);
     /// While a port is in the table it is told of the ends of connections. Its worker runs before that and after.
@@ -133,6 +139,7 @@ private:
     std::uint64_t m_lossesAtConnection = 0;
     bool m_hasRestarted = false; // a packet numbered 0 has come in this connection
     bool m_isBetween = false;
+    bool m_hasLink = false; // or had one
     bool m_instrumentStayed = true;
     bool m_mayCut = false;
     bool m_judges = true;

@@ -24,7 +24,8 @@ std::uint64_t PausesUs(int requests)
 constexpr std::uint64_t LongestUnnoticedUs = 20'000;
 constexpr int GreedyRequests = 620; // more than may be pending
 constexpr int LooksForRead = 40;
-constexpr std::size_t LastWords = 20'000; // more than a port's pipe holds
+constexpr std::uint64_t LongestReturnMs = 2500; // to a port that waits a second for its instrument
+constexpr std::size_t LastWords = 20'000;       // more than a port's pipe holds
 constexpr int MostVisits = 400;
 
 } // namespace
@@ -90,6 +91,9 @@ void Client::Run()
         } else {
             Leave();
         }
+        if (m_world.plan.LeavesStalled()) {
+            ::Sleep(static_cast<DWORD>(Random(LongestReturnMs)));
+        }
         if (Random(2) == 0 && m_port.client.leaves) {
             ::Sleep(static_cast<DWORD>(Random(60)));
         }
@@ -110,6 +114,9 @@ void Client::CheckExpulsion() const
 Client::Visit Client::Stay()
 {
     const ClientPlan& plan = m_port.client;
+    if (m_world.plan.StaysUnanswered(m_port)) {
+        return SayAndLeave();
+    }
     const bool mayLeave = plan.leaves || plan.manner == Manner::Dying || plan.manner == Manner::Silent;
     const int leaveAfter = mayLeave && Random(2) == 0 ? m_answered + 1 + static_cast<int>(Random(20)) : 1 << 30;
     if (plan.manner == Manner::Greedy && m_serial == 0) {
@@ -131,6 +138,16 @@ Client::Visit Client::Stay()
         }
     }
     return Visit::Done;
+}
+
+Client::Visit Client::SayAndLeave()
+{
+    if (!WriteRequest(m_serial++)) {
+        return Visit::Broken;
+    }
+    ++m_answered; // it wants no more
+    ++TheOutcome().requests;
+    return Visit::Left;
 }
 
 // Waits for what comes by itself, the end of its pipe included.

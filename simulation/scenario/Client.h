@@ -37,6 +37,7 @@ private:
 
     bool Open();
     Visit Stay();
+    Visit SayAndLeave();
     Visit Ask(int together);
     Visit AwaitAnswers(int together, std::uint64_t idleBefore);
     void BeSilent();

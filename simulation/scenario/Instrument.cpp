@@ -15,7 +15,8 @@ namespace {
 
 constexpr const char* SimulatorPipe = "\\\\.\\pipe\\UsbPipeSimulator";
 constexpr DWORD PipeBuffer = 65536;
-constexpr DWORD StalledPipeBuffer = 256; // the router's next write is soon pending
+constexpr std::uint64_t LongestOutlivedUs = 100'000; // so long a connection may outlast its device
+constexpr DWORD StalledPipeBuffer = 256;             // the router's next write is soon pending
 
 // Small pieces cut headers, but a long answer in small pieces is a run of its own length.
 std::size_t PieceOf(const Plan& plan)
@@ -57,6 +58,12 @@ instrument::Script ScriptOf(const Plan& plan)
     }
     if (plan.skipsNumbers) {
         every(13, [](ResponsePlan& answer) { answer.skippedNumbers = 1; });
+    }
+    for (const PortPlan& port : plan.ports) {
+        if (plan.StaysUnanswered(port)) {
+            every(1, [](ResponsePlan& answer) { answer.answer = ResponsePlan::Answer::None; });
+            script.rules.back().trigger.from = instrument::Address{port.deviceType, port.port};
+        }
     }
     return script;
 }
@@ -195,6 +202,9 @@ void Instrument::StallNowAndThen()
         m_hasStalled = true;
         TheInstrument().takesWrites = false;
         ::Sleep(400);
+        if (m_plan.LeavesStalled()) {
+            return Pull();
+        }
         TakeWrites(TheInstrument());
     }
 }
@@ -282,11 +292,18 @@ bool Instrument::Write(HANDLE pipe, const instrument::Bytes& bytes)
 void Instrument::ServeUsb()
 {
     UsbInstrument& device = TheInstrument();
+    if (m_unpluggedAt != 0 && NowUs() - m_unpluggedAt > LongestOutlivedUs) {
+        m_account.OnPluggedAgain();
+    }
     Plug(device);
     m_isThere = true;
     m_pluggedAt = NowUs();
     while (!MustLeave()) {
         if (device.connection != nullptr) {
+            if (m_plan.Bounces() && Random(2) == 0) {
+                Pull();
+                break;
+            }
             BeginConnection();
             ServeUsbConnection();
             m_engine.Disconnected();
@@ -295,6 +312,7 @@ void Instrument::ServeUsb()
         }
     }
     Unplug(device);
+    m_unpluggedAt = NowUs();
 }
 
 void Instrument::ServeUsbConnection()

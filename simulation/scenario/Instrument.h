@@ -70,7 +70,7 @@ private:
     bool m_isThere = false;
     bool m_hasStalled = false;
     std::uint64_t m_pulls = 0;
-    std::uint64_t m_pluggedAt = 0;
+    std::uint64_t m_pluggedAt = 0, m_unpluggedAt = 0;
     std::uint64_t m_lossesAtFrame = 0;
 };
 

@@ -9,7 +9,7 @@ namespace sim {
 
 namespace {
 
-constexpr int FewestRequests = 100;
+constexpr int FewestRequests = 104;
 
 Manner AnyManner()
 {

@@ -1,6 +1,7 @@
 // What happens in one run: drawn from its seed.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -53,11 +54,24 @@ struct Plan
     // The instrument's answers.
     bool splits = false, merges = false, doubles = false, delays = false, broadcasts = false, skipsNumbers = false;
 
+    /// A connection may end as soon as it has begun: a plug that bounces.
+    bool Bounces() const { return path == Path::Usb && pulls == 3; }
+    /// The instrument may leave when it has taken nothing for a while, so that a port keeps its last message.
+    bool LeavesStalled() const { return stalls && pulls > 0; }
+    /// The instrument answers nothing to the port, whose client closes its pipe behind each message.
+    bool StaysUnanswered(const PortPlan& port) const
+    {
+        return foreignDevice && !stopsEarly && port.client.manner == Manner::Dying;
+    }
     /// A packet may be cut by the end of a connection. By design the router completes it with what the next one
     /// brings.
     bool MayCut() const { return (splits || merges) && (pulls > 0 || leavesTogether); }
     /// Nothing in it excuses an answer that comes by a timeout only.
-    bool IsSmooth() const { return !leavesTogether && !stopsEarly && !delays && !merges && !stalls; }
+    bool IsSmooth() const
+    {
+        return !leavesTogether && !stopsEarly && !delays && !merges && !stalls &&
+               !std::ranges::any_of(ports, [this](const PortPlan& port) { return StaysUnanswered(port); });
+    }
 };
 
 /// `requests`: at least so many in all; 0: drawn.
