@@ -62,23 +62,35 @@ set_target_properties(simulation_kernel PROPERTIES UNITY_BUILD_BATCH_SIZE 0)
 add_library(simulated_product STATIC ${simulated_product})
 target_link_libraries(simulated_product PUBLIC simulation_kernel)
 add_library(simulation_surroundings STATIC ${surroundings})
-target_link_libraries(simulation_surroundings PUBLIC simulated_product)
-add_executable(simulate_seeds ${simulation})
-target_link_libraries(simulate_seeds PRIVATE simulation_surroundings)
+target_link_libraries(simulation_surroundings PUBLIC morvane_simulated)
+add_library(simulation_modes OBJECT ${simulation})
+target_link_libraries(simulation_modes PUBLIC morvane_simulated)
+set(simulation_programs simulate_seeds)
+
+# A second one in which ThreadSanitizer watches the product. The others' own fields are touched by all threads, one at
+# a time, so they are the same in both. clang's run-time library has an operator new of its own.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT MORVANE_SANITIZE AND NOT MORVANE_SIMULATED_ATOMICS)
+    add_library(simulated_product_watched STATIC ${simulated_product})
+    target_link_libraries(simulated_product_watched PUBLIC simulation_kernel)
+    target_compile_options(simulated_product_watched PRIVATE -fsanitize=thread)
+    target_link_options(simulated_product_watched INTERFACE -fsanitize=thread)
+    morvane_unity(simulated_product_watched)
+    list(APPEND simulation_programs simulate_seeds_watched)
+endif()
+
+foreach(program ${simulation_programs})
+    string(REPLACE simulate_seeds simulated_product product ${program})
+    add_executable(${program} $<TARGET_OBJECTS:simulation_modes>)
+    set_target_properties(${program} PROPERTIES LINKER_LANGUAGE CXX)
+    target_link_libraries(${program} PRIVATE simulation_surroundings ${product})
+endforeach()
 
 # GCC 12, optimising for this machine, takes the vector of an empty optional for one that is used.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/instrument/Output.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
-foreach(target simulation_kernel simulated_product simulation_surroundings simulate_seeds)
+foreach(target simulation_kernel simulated_product simulation_surroundings simulation_modes)
     morvane_unity(${target})
 endforeach()
-
-# Only the product is instrumented: the others' own fields are touched by all threads, one at a time.
-if(MORVANE_SANITIZE_THREADS)
-    target_compile_definitions(simulation_kernel PRIVATE SIMULATION_TSAN)
-    target_compile_options(simulated_product PRIVATE -fsanitize=thread)
-    target_link_options(simulated_product INTERFACE -fsanitize=thread)
-endif()
 
 set(MORVANE_SIMULATED_SEEDS 20000 CACHE STRING "Seeds of the test run")
 set(MORVANE_SIMULATED_FAULTY_SEEDS 2500 CACHE STRING "Seeds of the test run in which calls fail")
@@ -95,6 +107,10 @@ if(NOT MORVANE_TEST_PREFIX)
 endif()
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_faults
     COMMAND simulate_seeds --from 1000001 --seeds ${MORVANE_SIMULATED_FAULTY_SEEDS} --faults all --quiet)
+if(TARGET simulate_seeds_watched)
+    add_test(NAME ${MORVANE_TEST_PREFIX}simulated_data_races COMMAND simulate_seeds_watched --seeds 1000 --quiet)
+    set_tests_properties(${MORVANE_TEST_PREFIX}simulated_data_races PROPERTIES LABELS simulation TIMEOUT 900 COST 200)
+endif()
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_session_with_each_call_failing COMMAND simulate_seeds --each-call)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_unplugging
     COMMAND simulate_seeds --unplug --hours 4 --every 60)

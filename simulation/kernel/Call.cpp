@@ -9,7 +9,7 @@ namespace sim {
 
 Call::Call(const char* name) : m_name(name)
 {
-    BeginUnwatched();
+    BeginUnwatched(Current());
     ++Current().inKernel;
     Point(name);
 }
@@ -17,7 +17,7 @@ Call::Call(const char* name) : m_name(name)
 Call::~Call()
 {
     --Current().inKernel;
-    EndUnwatched();
+    EndUnwatched(Current());
 }
 
 int Call::Refuse(DWORD error)

@@ -50,6 +50,7 @@ void Enter(transfer_t transfer)
 {
     ContextOf(transfer.data) = transfer.fctx;
     sanitizer::FirstEntered(g_root);
+    sanitizer::Acquire(&g_root); // all of the run before
     g_entry();
     std::abort();
 }
@@ -68,6 +69,14 @@ void ExchangeExceptions(void** kept, const void* const* next)
 void BeginContexts()
 {
     sanitizer::BeginRoot(g_root);
+    sanitizer::IgnoreBegin();
+    sanitizer::Release(&g_root);
+}
+
+void EndContexts()
+{
+    sanitizer::Acquire(&g_freeStacks);
+    sanitizer::IgnoreEnd();
 }
 
 void PrepareContext(Fiber& fiber, void (*entry)(), int fill)
@@ -77,7 +86,7 @@ void PrepareContext(Fiber& fiber, void (*entry)(), int fill)
     if (fill != 0) {
         std::memset(fiber.stack + GuardSize + StackSize - FilledSize, fill, FilledSize);
     }
-    fiber.sanitizerFiber = sanitizer::CreateFiber();
+    fiber.sanitizerFiber = sanitizer::CreateFiber(fiber.id);
     fiber.context = boost::context::detail::make_fcontext(fiber.stack + GuardSize + StackSize, StackSize, Enter);
 }
 
@@ -101,39 +110,61 @@ void ReleaseContext(Fiber& fiber, bool hasEnded)
     fiber.stack = nullptr;
 }
 
-void Acquired(const void* what) noexcept
+void Acquired(const Fiber& fiber, const void* what) noexcept
 {
-    sanitizer::Acquire(what);
+    if (fiber.isWatched) {
+        sanitizer::Acquire(what);
+    }
 }
 
-void Released(const void* what) noexcept
+void Released(const Fiber& fiber, const void* what) noexcept
 {
-    sanitizer::Release(what);
+    if (fiber.isWatched) {
+        sanitizer::Release(what);
+    }
+}
+
+void StackIsFree(Fiber& fiber) noexcept
+{
+    sanitizer::Release(&g_freeStacks);
+    while (fiber.unwatched > 0) {
+        EndUnwatched(fiber);
+    }
 }
 
 std::uint64_t RacesReported() noexcept
 {
-    return sanitizer::Reports();
+    return sanitizer::g_tsanReports;
 }
 
-void BeginUnwatched() noexcept
+// Once a fiber, whatever the depth: the library keeps the stack of each beginning, which takes long.
+void BeginUnwatched(Fiber& fiber) noexcept
 {
-    sanitizer::IgnoreBegin();
+    if (fiber.unwatched++ == 0) {
+        sanitizer::IgnoreBegin();
+    }
 }
 
-void EndUnwatched() noexcept
+void EndUnwatched(Fiber& fiber) noexcept
 {
-    sanitizer::IgnoreEnd();
+    if (--fiber.unwatched == 0) {
+        sanitizer::IgnoreEnd();
+    }
 }
 
 } // namespace sim
 
-#if defined(SIMULATION_TSAN)
 std::uint64_t sim::sanitizer::g_tsanReports = 0;
+std::vector<void*> sim::sanitizer::g_tsanFibers;
 
 // Its run-time library calls this with each report.
 extern "C" void __tsan_on_report(void* /*report*/)
 {
     ++sim::sanitizer::g_tsanReports;
 }
-#endif
+
+// A race is told of in each run that has it, so that a run can be repeated. The exit code is that of any fault.
+extern "C" const char* __tsan_default_options()
+{
+    return "suppress_equal_stacks=0:suppress_equal_addresses=0:exitcode=1";
+}

@@ -24,6 +24,8 @@ struct Fiber
     int id = 0;
     std::function<void()> body;
     bool isProduct = false; // started by the product: only such threads meet injected faults
+    bool isWatched = false; // ThreadSanitizer judges its accesses, but for those within calls
+    int unwatched = 0;      // depth of what it looks away from
     State state = State::Runnable;
     std::uint64_t deadline = NeverUs;
     const void* blockedOn = nullptr; // a lock, a condition, a pipe; only compared
@@ -52,16 +54,20 @@ void PrepareContext(Fiber& fiber, void (*entry)(), int fill);
 void SwitchContext(Fiber* from, Fiber* to);
 /// Gives the stack back. Of a run that was left in the middle the fiber's sanitizer state is kept.
 void ReleaseContext(Fiber& fiber, bool hasEnded);
-/// Called once by each run before its first switch.
+/// Around all of a run, on the root: before its first switch, and when it is over.
 void BeginContexts();
+void EndContexts();
 
-/// For ThreadSanitizer: what one thread did before Released is seen by another after Acquired.
-void Acquired(const void* what) noexcept;
-void Released(const void* what) noexcept;
+/// For ThreadSanitizer: what a watched fiber did before Released is seen by another after Acquired. Others carry
+/// nothing over: what a client does is no reason for two threads of the router to see the same.
+void Acquired(const Fiber& fiber, const void* what) noexcept;
+void Released(const Fiber& fiber, const void* what) noexcept;
+/// The last word of a fiber: its stack is used again in the next run.
+void StackIsFree(Fiber& fiber) noexcept;
 /// How many data races it has reported in this process.
 std::uint64_t RacesReported() noexcept;
-/// ThreadSanitizer looks away while the stand-in works.
-void BeginUnwatched() noexcept;
-void EndUnwatched() noexcept;
+/// ThreadSanitizer looks away. These nest.
+void BeginUnwatched(Fiber& fiber) noexcept;
+void EndUnwatched(Fiber& fiber) noexcept;
 
 } // namespace sim

@@ -32,6 +32,14 @@ void WakeAll(const Lock& lock)
     });
 }
 
+// Readers see what writers did, not each other.
+void TakeExclusive(SRWLOCK& lock)
+{
+    lock.owner = Current().id + 1;
+    Acquired(Current(), &lock);
+    Acquired(Current(), &lock.shared);
+}
+
 void CheckSection(const CRITICAL_SECTION& section)
 {
     if (section.magic != SectionMagic) {
@@ -49,7 +57,7 @@ void Enter(CRITICAL_SECTION& section)
     CheckSection(section);
     section.owner = self;
     ++section.depth;
-    Acquired(&section);
+    Acquired(Current(), &section);
 }
 
 } // namespace
@@ -83,7 +91,7 @@ void LeaveCriticalSection(CRITICAL_SECTION* section)
         Fault("a critical section is left by a thread that does not hold it");
     }
     if (--section->depth == 0) {
-        Released(section);
+        Released(Current(), section);
         section->owner = -1;
         WakeAll(*section);
         Point("LeaveCriticalSection done");
@@ -99,7 +107,7 @@ BOOL SleepConditionVariableCS(CONDITION_VARIABLE* condition, CRITICAL_SECTION* s
     }
     section->depth = 0;
     section->owner = -1;
-    Released(section);
+    Released(Current(), section);
     WakeAll(*section);
     Switches& switches = TheWorld().switches;
     DWORD result = WAIT_OBJECT_0;
@@ -131,7 +139,7 @@ void AcquireSRWLockShared(SRWLOCK* lock)
         BlockOn(*lock);
     }
     ++lock->shared;
-    Acquired(lock);
+    Acquired(Current(), lock);
 }
 
 void ReleaseSRWLockShared(SRWLOCK* lock)
@@ -140,7 +148,7 @@ void ReleaseSRWLockShared(SRWLOCK* lock)
     if (lock->shared <= 0) {
         Fault("a slim lock is left that is not held");
     }
-    Released(lock);
+    Released(Current(), &lock->shared);
     --lock->shared;
     WakeAll(*lock);
     Point("ReleaseSRWLockShared done");
@@ -157,8 +165,7 @@ void AcquireSRWLockExclusive(SRWLOCK* lock)
         BlockOn(*lock);
     }
     --lock->writersWaiting;
-    lock->owner = Current().id + 1;
-    Acquired(lock);
+    TakeExclusive(*lock);
 }
 
 BOOL TryAcquireSRWLockExclusive(SRWLOCK* lock)
@@ -167,8 +174,7 @@ BOOL TryAcquireSRWLockExclusive(SRWLOCK* lock)
     if (lock->owner != 0 || lock->shared != 0) {
         return FALSE;
     }
-    lock->owner = Current().id + 1;
-    Acquired(lock);
+    TakeExclusive(*lock);
     return TRUE;
 }
 
@@ -178,7 +184,7 @@ void ReleaseSRWLockExclusive(SRWLOCK* lock)
     if (lock->owner != Current().id + 1) {
         Fault("a slim lock is left by a thread that does not hold it");
     }
-    Released(lock);
+    Released(Current(), lock);
     lock->owner = 0;
     WakeAll(*lock);
     Point("ReleaseSRWLockExclusive done");

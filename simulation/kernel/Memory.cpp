@@ -39,9 +39,9 @@ bool Fails()
     const bool fails = injection.call != 0 ? injection.call == ordinal && injection.error == 0
                                            : OneIn(world.faultOneIn * RarerThanCalls);
     if (fails) {
+        const OwnMemory own;
         ++world.outcome.injectedFaults;
         world.outcome.injectedInto = "operator new";
-        const OwnMemory own;
         Note("injected: operator new fails");
     }
     return fails;
@@ -68,13 +68,25 @@ std::size_t Outcome::OwnBlocks() const
 OwnMemory::OwnMemory() noexcept
 {
     ++Current().inKernel;
-    BeginUnwatched();
+    BeginUnwatched(Current());
 }
 
 OwnMemory::~OwnMemory()
 {
-    EndUnwatched();
+    EndUnwatched(Current());
     --Current().inKernel;
+}
+
+Watched::Watched() noexcept
+{
+    Current().isWatched = true;
+    EndUnwatched(Current());
+}
+
+Watched::~Watched()
+{
+    BeginUnwatched(Current());
+    Current().isWatched = false;
 }
 
 } // namespace sim

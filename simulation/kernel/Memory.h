@@ -19,4 +19,15 @@ public:
     OwnMemory& operator=(const OwnMemory&) = delete;
 };
 
+/// While one of these lives on a fiber that is not the product's, ThreadSanitizer watches it: code of the product
+/// is called.
+class Watched
+{
+public:
+    Watched() noexcept;
+    ~Watched();
+    Watched(const Watched&) = delete;
+    Watched& operator=(const Watched&) = delete;
+};
+
 } // namespace sim

@@ -141,6 +141,7 @@ BOOL ReleaseMutex(HANDLE handle)
     }
     if (--mutex.depth == 0) {
         mutex.owner = -1;
+        Released(Current(), &mutex);
         Signal(mutex);
     }
     return TRUE;
@@ -154,6 +155,7 @@ BOOL SetEvent(HANDLE handle)
     }
     auto& event = static_cast<EventObject&>(ObjectOf(handle, Object::Kind::Event));
     event.set = true;
+    Released(Current(), &event);
     Signal(event);
     Point("SetEvent done");
     return TRUE;

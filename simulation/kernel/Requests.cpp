@@ -60,7 +60,10 @@ Request Accept(OVERLAPPED* record, Object& file, void* buffer, DWORD length)
     if (record->hEvent != nullptr) {
         request.event = Ref<Object>(&ObjectOf(record->hEvent, Object::Kind::Event));
         static_cast<EventObject&>(*request.event).set = false;
+        Released(Current(), request.event.get());
     }
+    // Who sees the end of the request sees what was done before its start, and nothing of who made it end.
+    Released(Current(), record);
     record->Internal = STATUS_PENDING;
     record->InternalHigh = 0;
     All().pending.push_back({record, request.buffer, length, request.fiber, &file});
@@ -69,7 +72,6 @@ Request Accept(OVERLAPPED* record, Object& file, void* buffer, DWORD length)
 
 void Complete(const Request& request, DWORD error, DWORD count)
 {
-    Released(request.record);
     std::erase_if(All().pending, [&](const Lent& lent) { return lent.record == request.record; });
     request.record->InternalHigh = count;
     request.record->Internal = error;
@@ -160,7 +162,7 @@ bool StandInHasCompleted(const OVERLAPPED* record) noexcept
     SetLateEvents(record);
     const bool completed = record->Internal != STATUS_PENDING;
     if (completed) {
-        Acquired(record);
+        Acquired(Current(), record);
     }
     return completed;
 }
@@ -179,7 +181,7 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* record, DWORD* transferred, BO
             Fault("GetOverlappedResult ends although the request is pending: somebody else has set its event");
         }
     }
-    Acquired(record);
+    Acquired(Current(), record);
     *transferred = static_cast<DWORD>(record->InternalHigh);
     return record->Internal == ERROR_SUCCESS ? TRUE : Call::Refuse(static_cast<DWORD>(record->Internal));
 }

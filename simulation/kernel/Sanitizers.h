@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define SIMULATION_ASAN 1
@@ -16,20 +18,33 @@
 #include <sanitizer/asan_interface.h>
 #include <sanitizer/common_interface_defs.h>
 #endif
-#if defined(SIMULATION_TSAN) // the build says so: the stand-in itself is compiled without it
 #include <sanitizer/tsan_interface.h>
 #include <sys/single_threaded.h>
 extern "C" {
 void __tsan_ignore_thread_begin();
 void __tsan_ignore_thread_end();
 }
-#endif
+
+// ThreadSanitizer watches the product alone, so the stand-in is compiled once: whether its run-time library is
+// there shows when the program is linked.
+#pragma weak __tsan_acquire
+#pragma weak __tsan_release
+#pragma weak __tsan_create_fiber
+#pragma weak __tsan_get_current_fiber
+#pragma weak __tsan_switch_to_fiber
+#pragma weak __tsan_set_fiber_name
+#pragma weak __tsan_ignore_thread_begin
+#pragma weak __tsan_ignore_thread_end
 
 namespace sim::sanitizer {
 
-#if defined(SIMULATION_TSAN)
 extern std::uint64_t g_tsanReports;
-#endif
+extern std::vector<void*> g_tsanFibers; // that have ended
+
+inline bool HasTsan() noexcept
+{
+    return &__tsan_acquire != nullptr;
+}
 
 struct Root
 {
@@ -39,46 +54,43 @@ struct Root
     void* fiber = nullptr;
 };
 
-inline void BeginRoot([[maybe_unused]] Root& root)
+inline void BeginRoot(Root& root)
 {
-#if defined(SIMULATION_TSAN)
-    root.fiber = __tsan_get_current_fiber();
-    // Or the library counts references without atomics, having seen one thread only.
-    __libc_single_threaded = 0;
-#endif
+    if (HasTsan()) {
+        root.fiber = __tsan_get_current_fiber();
+        // Or the library counts references without atomics, having seen one thread only.
+        __libc_single_threaded = 0;
+    }
 }
 
-inline std::uint64_t Reports() noexcept
+/// Those that have ended are taken again, for a new one costs a millisecond. What is accessed is judged by threads
+/// of the simulation all the same: nothing of a run is unordered to the next.
+inline void* CreateFiber(int id)
 {
-#if defined(SIMULATION_TSAN)
-    return g_tsanReports;
-#else
-    return 0;
-#endif
-}
-
-inline void* CreateFiber()
-{
-#if defined(SIMULATION_TSAN)
-    return __tsan_create_fiber(0);
-#else
-    return nullptr;
-#endif
+    if (!HasTsan()) {
+        return nullptr;
+    }
+    if (g_tsanFibers.empty()) {
+        g_tsanFibers.push_back(__tsan_create_fiber(0));
+    }
+    void* const fiber = g_tsanFibers.back();
+    g_tsanFibers.pop_back();
+    __tsan_set_fiber_name(fiber, ("simulated thread " + std::to_string(id)).c_str());
+    return fiber;
 }
 
 /// `kept`: where the left stack's state goes; null when that stack has ended. `stack`: null for the root's.
 inline void BeforeSwitch([[maybe_unused]] const Root& root, [[maybe_unused]] void** kept,
-                         [[maybe_unused]] const void* stack, [[maybe_unused]] std::size_t size,
-                         [[maybe_unused]] void* fiber)
+                         [[maybe_unused]] const void* stack, [[maybe_unused]] std::size_t size, void* fiber)
 {
 #if defined(SIMULATION_ASAN)
     __sanitizer_start_switch_fiber(kept, stack != nullptr ? stack : root.stack,
                                    stack != nullptr ? size : root.stackSize);
 #endif
-#if defined(SIMULATION_TSAN)
-    // Without synchronisation: only what the simulated Windows promises orders two threads.
-    __tsan_switch_to_fiber(fiber, __tsan_switch_to_fiber_no_sync);
-#endif
+    if (HasTsan()) {
+        // Without synchronisation: only what the simulated Windows promises orders two threads.
+        __tsan_switch_to_fiber(fiber, __tsan_switch_to_fiber_no_sync);
+    }
 }
 
 inline void AfterSwitch([[maybe_unused]] void* kept)
@@ -103,45 +115,42 @@ inline void FirstEntered([[maybe_unused]] Root& root)
 }
 
 /// The stack will be another fiber's.
-inline void Forget([[maybe_unused]] const void* stack, [[maybe_unused]] std::size_t size,
-                   [[maybe_unused]] void* fiber)
+inline void Forget([[maybe_unused]] const void* stack, [[maybe_unused]] std::size_t size, void* fiber)
 {
 #if defined(SIMULATION_ASAN)
     __asan_unpoison_memory_region(stack, size);
 #endif
-#if defined(SIMULATION_TSAN)
     if (fiber != nullptr) {
-        __tsan_destroy_fiber(fiber);
+        g_tsanFibers.push_back(fiber);
     }
-#endif
 }
 
-inline void Acquire([[maybe_unused]] const void* what) noexcept
+inline void Acquire(const void* what) noexcept
 {
-#if defined(SIMULATION_TSAN)
-    __tsan_acquire(const_cast<void*>(what));
-#endif
+    if (HasTsan()) {
+        __tsan_acquire(const_cast<void*>(what));
+    }
 }
 
-inline void Release([[maybe_unused]] const void* what) noexcept
+inline void Release(const void* what) noexcept
 {
-#if defined(SIMULATION_TSAN)
-    __tsan_release(const_cast<void*>(what));
-#endif
+    if (HasTsan()) {
+        __tsan_release(const_cast<void*>(what));
+    }
 }
 
 inline void IgnoreBegin() noexcept
 {
-#if defined(SIMULATION_TSAN)
-    __tsan_ignore_thread_begin();
-#endif
+    if (HasTsan()) {
+        __tsan_ignore_thread_begin();
+    }
 }
 
 inline void IgnoreEnd() noexcept
 {
-#if defined(SIMULATION_TSAN)
-    __tsan_ignore_thread_end();
-#endif
+    if (HasTsan()) {
+        __tsan_ignore_thread_end();
+    }
 }
 
 } // namespace sim::sanitizer

@@ -20,6 +20,8 @@ constexpr std::uint64_t PointLimit = 4'000'000;
 constexpr std::uint64_t TimeLimitUs = 3'600'000'000;
 constexpr std::uint64_t LongestJumpUs = 200'000;
 
+constexpr const char* DataRace = "ThreadSanitizer reports a data race, above";
+
 World* g_world = nullptr;
 
 void Reschedule(bool mayGoOn);
@@ -135,15 +137,19 @@ void Reschedule(bool mayGoOn)
 void FiberMain()
 {
     Fiber& self = Current();
+    self.isWatched = self.isProduct;
+    Acquired(self, &self);
+    if (!self.isWatched) {
+        BeginUnwatched(self);
+    }
     self.body();
-    BeginUnwatched();
+    BeginUnwatched(self);
     ++self.inKernel;
     self.body = nullptr;
     EndThread(self);
     self.state = Fiber::State::Done;
     std::erase(g_world->living, &self);
-    Released(&g_world); // the stack is used again in the next run
-    EndUnwatched();
+    StackIsFree(self);
     Reschedule(false);
     std::abort();
 }
@@ -157,13 +163,13 @@ void WindowsMain()
     for (;;) {
         while (world.deferred.empty()) {
             self.lastCall = "Windows";
+            EndUnwatched(self); // the run may end here, and no fiber may end unwatched
             Block(NeverUs, &world.deferred);
+            BeginUnwatched(self);
         }
         const std::function<void()> work = std::move(world.deferred.front());
         world.deferred.pop_front();
-        BeginUnwatched();
         work();
-        EndUnwatched();
         Point("Windows");
     }
 }
@@ -260,6 +266,9 @@ void Point(const char* what)
     if (!IsRunning()) {
         return;
     }
+    if (RacesReported() != g_world->racesBefore) {
+        Fault(DataRace);
+    }
     Current().lastCall = what;
     Tell(what);
     Reschedule(true);
@@ -308,7 +317,9 @@ Fiber& StartFiber(std::function<void()> body)
     fiber.body = std::move(body);
     fiber.isProduct = world.current != nullptr && world.current->isProduct;
     PrepareContext(fiber, FiberMain, world.options.stackFill);
-    Released(&fiber);
+    if (world.current != nullptr) {
+        Released(*world.current, &fiber);
+    }
     world.living.push_back(&fiber);
     return fiber;
 }
@@ -350,19 +361,21 @@ void MakeUncaughtExceptionsFaults() noexcept
 Outcome Run(const Options& options, const std::function<void()>& main)
 {
     const std::size_t blocksBefore = BlocksInUse();
-    const std::uint64_t racesBefore = RacesReported();
     const std::uint64_t keptBefore = Switches::Total()[static_cast<std::size_t>(Switch::DeviceKeepsRequest)].yes;
     auto world = std::make_unique<World>();
     g_world = world.get();
     world->options = options;
     world->now = FirstUs;
+    world->racesBefore = RacesReported();
     DrawManners(*world);
     BeginContexts();
     Fiber& first = StartFiber(main);
     world->current = &first;
     SwitchContext(nullptr, &first);
-    Acquired(&g_world);
     EndRun(*world);
+    if (world->outcome.fault.empty() && RacesReported() != world->racesBefore) {
+        world->outcome.fault = DataRace;
+    }
     Outcome outcome = world->outcome;
     if (!outcome.fault.empty()) {
         static_cast<void>(world.release()); // a faulty run is left as it stands
@@ -371,6 +384,7 @@ Outcome Run(const Options& options, const std::function<void()>& main)
     }
     g_world = nullptr;
     world.reset();
+    EndContexts();
     static bool isWarm = false; // what is made once in a process is made in its first run
     const bool mayLeak = Switches::Total()[static_cast<std::size_t>(Switch::DeviceKeepsRequest)].yes != keptBefore;
     if (options.countsMemory && isWarm && !mayLeak && outcome.fault.empty() &&
@@ -379,9 +393,6 @@ Outcome Run(const Options& options, const std::function<void()>& main)
         outcome.fault = "blocks of memory that are left: " + std::to_string(BlocksInUse() - blocksBefore);
     }
     isWarm = true;
-    if (outcome.fault.empty() && RacesReported() != racesBefore) {
-        outcome.fault = "ThreadSanitizer reports a data race, above";
-    }
     return outcome;
 }
 

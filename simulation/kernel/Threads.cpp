@@ -24,6 +24,7 @@ void AbandonMutexes(const Fiber& fiber)
                 mutex.owner = -1;
                 mutex.depth = 0;
                 mutex.abandoned = true;
+                Released(Current(), &mutex);
                 Signal(mutex);
             }
         }
@@ -33,6 +34,7 @@ void AbandonMutexes(const Fiber& fiber)
 void SignalEnd(const Ref<Object>& thread)
 {
     static_cast<ThreadObject&>(*thread).ended = true;
+    Released(Current(), thread.get());
     Signal(*thread);
 }
 
@@ -73,10 +75,7 @@ std::uintptr_t _beginthreadex(void* /*security*/, unsigned /*stack*/, unsigned (
         return 0;
     }
     Fiber& fiber = StartFiber(nullptr);
-    fiber.body = [body, argument, &fiber] {
-        Acquired(&fiber);
-        body(argument);
-    };
+    fiber.body = [body, argument] { body(argument); };
     Ref<Object> thread(new ThreadObject(fiber));
     fiber.thread = thread.get();
     intrusive_ptr_add_ref(fiber.thread);

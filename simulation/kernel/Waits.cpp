@@ -68,7 +68,7 @@ DWORD Poll(Fiber& self, DWORD count)
     for (DWORD i = 0; i < count; ++i) {
         if (self.waits[i]->IsSignalled(self)) {
             self.waits[i]->Consume(self);
-            Acquired(self.waits[i]);
+            Acquired(self, self.waits[i]);
             HashWord(i);
             return ResultOf(*self.waits[i], i);
         }
@@ -97,7 +97,6 @@ std::uint64_t TimeoutUs(DWORD milliseconds)
 
 void Signal(Object& object)
 {
-    Released(&object);
     const bool mayMiss =
         object.kind == Object::Kind::Event && static_cast<EventObject&>(object).manual && !object.waiters.empty();
     if (mayMiss && TheWorld().switches.Take(Switch::LateWaiterMisses)) {
@@ -158,7 +157,7 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds)
             if (self.lateRecheck) {
                 result = FirstOfAll(self, result);
             }
-            Acquired(self.waits[result]);
+            Acquired(self, self.waits[result]);
             result = ResultOf(*self.waits[result], result);
         }
         HashWord(result);

@@ -35,6 +35,7 @@ struct World
     std::uint64_t timeJumpOneIn = 0; // time passes although a thread could run, once in so many points
     std::uint64_t faultOneIn = 0;    // a call of the product fails once in so many
     bool mayJudge = true;
+    std::uint64_t racesBefore = 0;
 
     std::vector<std::unique_ptr<Fiber>> fibers;
     std::vector<Fiber*> living;

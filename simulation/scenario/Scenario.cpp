@@ -68,6 +68,9 @@ class ProductAtWork
 public:
     ProductAtWork() { Current().isProduct = true; }
     ~ProductAtWork() { Current().isProduct = false; }
+
+private:
+    const Watched m_watched;
 };
 
 void Session::AddPorts()

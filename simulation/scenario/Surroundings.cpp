@@ -142,6 +142,7 @@ bool TraceReader::HasGivenUp() const
 
 void TraceReader::ChangeSettings()
 {
+    const Watched watched;
     const auto device = static_cast<std::int32_t>(Random(300)) - 1;
     m_options.Set(
         device, {static_cast<std::uint32_t>(Random(2)) * EveryTrace, 1 + static_cast<std::uint32_t>(Random(100))});
