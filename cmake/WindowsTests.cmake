@@ -17,7 +17,7 @@ endif()
 
 morvane_test_sources(support_sources support
     AllocationCount.cpp ChildProcess.cpp KilledServer.cpp OwnFolder.cpp PatchedImport.cpp PipeClient.cpp
-    ProcessUsage.cpp RegistryRoot.cpp RouterSession.cpp TempFolder.cpp UniqueName.cpp WaitUntil.cpp)
+    ProcessUsage.cpp RegistryRoot.cpp RouterSession.cpp TempFolder.cpp UnderWine.cpp UniqueName.cpp WaitUntil.cpp)
 add_library(morvane_testsupport STATIC ${support_sources})
 target_link_libraries(morvane_testsupport PUBLIC morvane_flags morvane_generated morvane_googletest
     morvane_client morvane_packet morvane_win32 morvane_system)
@@ -66,8 +66,16 @@ function(morvane_unit_test name)
     morvane_add_test(TARGET unit_${name} LABEL unit)
 endfunction()
 
-morvane_unit_test(win32 LIBRARIES morvane_recordingtrace morvane_win32 SOURCES
-    HandleTests.cpp OnDemandEventTests.cpp OverlappedOperationTests.cpp OwnUserSecurityTests.cpp
+# What the calls have to answer: asked by a unit test of win32, here and in the simulated Windows, and by WindowsCheck.
+morvane_test_sources(answer_sources windows
+    Answers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
+add_library(morvane_answers STATIC ${answer_sources})
+target_link_libraries(morvane_answers PUBLIC morvane_testsupport)
+target_compile_options(morvane_answers PRIVATE ${test_options})
+morvane_unity(morvane_answers)
+
+morvane_unit_test(win32 LIBRARIES morvane_answers morvane_recordingtrace morvane_win32 SOURCES
+    AnswerTests.cpp HandleTests.cpp OnDemandEventTests.cpp OverlappedOperationTests.cpp OwnUserSecurityTests.cpp
     RegistryKeyTests.cpp TextTests.cpp ThreadTests.cpp TimerResolutionTests.cpp WaitSetTests.cpp)
 morvane_unit_test(trace LIBRARIES morvane_recordingtrace morvane_trace SOURCES
     PacketTextTests.cpp)
@@ -148,7 +156,7 @@ morvane_add_test(TARGET hostile_tests LABEL system SHARDS 2 TIMEOUT 400)
 morvane_test_sources(check_sources windows
     ComRows.cpp Kit.cpp MachineRows.cpp Main.cpp PipeRows.cpp Rows.cpp ShortSoak.cpp WindowRows.cpp)
 add_executable(WindowsCheck ${check_sources})
-target_link_libraries(WindowsCheck PRIVATE morvane_testsupport morvane_host morvane_instrument)
+target_link_libraries(WindowsCheck PRIVATE morvane_answers morvane_testsupport morvane_host morvane_instrument)
 target_compile_options(WindowsCheck PRIVATE ${test_options})
 if(MORVANE_CHECKED)
     set_target_properties(WindowsCheck PROPERTIES EXCLUDE_FROM_ALL ON) # the kit takes the release

@@ -1,6 +1,7 @@
 // DeviceIoControl and SetupAPI.
 #include "simulation/kernel/Call.h"
 #include "simulation/kernel/Devices.h"
+#include "simulation/kernel/Pipes.h"
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/Switches.h"
 #include "simulation/kernel/World.h"
@@ -15,6 +16,7 @@ using namespace sim;
 namespace {
 
 constexpr DWORD BufferedTransfer = 0x220024, DirectTransfer = 0x22004B;
+constexpr DWORD PipeListen = 0x110008; // what ConnectNamedPipe sends
 constexpr std::size_t EndpointAt = 13, DataOffsetAt = 30;
 constexpr std::uint8_t InFlag = 0x80;
 constexpr DWORD InterfaceActive = 1;
@@ -109,6 +111,9 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, LPVOID in, DWORD inLength, LPVOI
     Call call("DeviceIoControl");
     if (IsNoHandle(handle)) {
         return Call::Refuse(ERROR_INVALID_HANDLE);
+    }
+    if (Object& file = ObjectOf(handle); file.kind == Object::Kind::PipeEnd && code == PipeListen) {
+        return ListenPipe(call, static_cast<PipeEnd&>(file), record);
     }
     auto& device = static_cast<DeviceFile&>(ObjectOf(handle, Object::Kind::Device));
     if (record == nullptr || record->hEvent == nullptr) {

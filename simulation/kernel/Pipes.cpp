@@ -133,7 +133,7 @@ void PipeEnd::OnClosed()
     }
 }
 
-HANDLE OpenPipe(const char* name)
+HANDLE OpenPipe(const char* name, bool isOverlapped)
 {
     const std::multimap<std::string, Pipe*>& instances = TheWorld().pipes->instances;
     const auto [begin, end] = instances.equal_range(KeyOf(name));
@@ -146,7 +146,7 @@ HANDLE OpenPipe(const char* name)
         Pipe& pipe = *at->second;
         pipe.state = Pipe::State::Connected;
         pipe.clientOpen = true;
-        const Ref<Object> client(new PipeEnd(pipe.shared_from_this(), false));
+        const Ref<Object> client(new PipeEnd(pipe.shared_from_this(), false, isOverlapped));
         pipe.client = static_cast<PipeEnd*>(client.get());
         const HANDLE handle = AddHandle(client);
         if (pipe.connect) {
@@ -159,6 +159,22 @@ HANDLE OpenPipe(const char* name)
     return INVALID_HANDLE_VALUE;
 }
 
+BOOL ListenPipe(Call& call, PipeEnd& end, OVERLAPPED* record)
+{
+    Pipe& pipe = *end.pipe;
+    const Request request = Accept(record, end, nullptr, 0);
+    if (const DWORD error = call.Injected({ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_DATA}); error != 0) {
+        return RefuseStart(request, error, false);
+    }
+    if (pipe.state == Pipe::State::Connected) {
+        return RefuseStart(request, pipe.clientOpen ? ERROR_PIPE_CONNECTED : ERROR_NO_DATA, false);
+    }
+    pipe.state = Pipe::State::Listening;
+    pipe.connect = request;
+    Point("ConnectNamedPipe done");
+    return Call::Refuse(ERROR_IO_PENDING);
+}
+
 } // namespace sim
 
 using namespace sim;
@@ -167,9 +183,8 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD 
                         DWORD inSize, DWORD /*timeout*/, SECURITY_ATTRIBUTES* /*security*/)
 {
     Call call("CreateNamedPipeA");
-    constexpr DWORD KnownModes = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED;
     constexpr DWORD KnownPipeModes = PIPE_TYPE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS;
-    if (openMode != KnownModes || (pipeMode & ~KnownPipeModes) != 0) {
+    if ((openMode & ~FILE_FLAG_OVERLAPPED) != PIPE_ACCESS_DUPLEX || (pipeMode & ~KnownPipeModes) != 0) {
         Fault("a pipe of a mode that is not known here");
     }
     if (call.Fails({ERROR_NOT_ENOUGH_MEMORY, ERROR_PIPE_BUSY, ERROR_ACCESS_DENIED, ERROR_NO_SYSTEM_RESOURCES})) {
@@ -194,7 +209,7 @@ HANDLE CreateNamedPipeA(const char* name, DWORD openMode, DWORD pipeMode, DWORD 
         Wake(fiber, WAIT_OBJECT_0);
         return true;
     });
-    return AddHandle(Ref<Object>(new PipeEnd(pipe, true)));
+    return AddHandle(Ref<Object>(new PipeEnd(pipe, true, (openMode & FILE_FLAG_OVERLAPPED) != 0)));
 }
 
 BOOL SetNamedPipeHandleState(HANDLE handle, DWORD* mode, DWORD* /*maximum*/, DWORD* /*timeout*/)
@@ -212,18 +227,7 @@ BOOL ConnectNamedPipe(HANDLE handle, OVERLAPPED* record)
         return Call::Refuse(ERROR_INVALID_HANDLE);
     }
     auto& end = static_cast<PipeEnd&>(ObjectOf(handle, Object::Kind::PipeEnd));
-    Pipe& pipe = *end.pipe;
-    const Request request = Accept(record, end, nullptr, 0);
-    if (const DWORD error = call.Injected({ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_DATA}); error != 0) {
-        return RefuseStart(request, error, false);
-    }
-    if (pipe.state == Pipe::State::Connected) {
-        return RefuseStart(request, pipe.clientOpen ? ERROR_PIPE_CONNECTED : ERROR_NO_DATA, false);
-    }
-    pipe.state = Pipe::State::Listening;
-    pipe.connect = request;
-    Point("ConnectNamedPipe done");
-    return Call::Refuse(ERROR_IO_PENDING);
+    return ListenPipe(call, end, record);
 }
 
 BOOL DisconnectNamedPipe(HANDLE handle)

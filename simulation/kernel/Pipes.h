@@ -14,6 +14,7 @@
 
 namespace sim {
 
+class Call;
 struct PipeEnd;
 
 /// One write, as long as any of it is unread.
@@ -70,8 +71,8 @@ struct PipeNames
 
 struct PipeEnd final : Object
 {
-    PipeEnd(std::shared_ptr<Pipe> both, bool isServer)
-        : Object(Kind::PipeEnd), pipe(std::move(both)), server(isServer)
+    PipeEnd(std::shared_ptr<Pipe> both, bool isServer, bool isOverlapped)
+        : Object(Kind::PipeEnd), pipe(std::move(both)), server(isServer), overlapped(isOverlapped)
     {
     }
     void OnClosed() override;
@@ -80,7 +81,7 @@ struct PipeEnd final : Object
     bool IsOtherOpen() const { return server ? pipe->clientOpen : pipe->serverOpen; }
 
     const std::shared_ptr<Pipe> pipe;
-    const bool server;
+    const bool server, overlapped;
     bool readsMessages = false;
     bool detached = false; // a client that was thrown out: the pipe may have another one
 };
@@ -91,7 +92,9 @@ void WatchPipes(IPipeWatch* watch);
 void AwaitCreation(DWORD milliseconds);
 
 /// CreateFile on "\\.\pipe\...".
-HANDLE OpenPipe(const char* name);
+HANDLE OpenPipe(const char* name, bool isOverlapped);
+/// The server's end listens for a client.
+BOOL ListenPipe(Call& call, PipeEnd& end, OVERLAPPED* record);
 BOOL ReadPipe(PipeEnd& end, const Request& request, DWORD* read);
 BOOL WritePipe(PipeEnd& end, const Request& request, const void* data, DWORD* written);
 BOOL FlushPipe(PipeEnd& end);

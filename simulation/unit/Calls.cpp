@@ -6,6 +6,7 @@
 #include "tests/support/AllocationCount.h"
 #include "tests/support/OwnFolder.h"
 #include "tests/support/PatchedImport.h"
+#include "tests/support/UnderWine.h"
 
 #include <string>
 
@@ -74,6 +75,11 @@ std::size_t LiveAllocations() noexcept
 }
 
 namespace support {
+
+bool IsUnderWine()
+{
+    return false;
+}
 
 bool DoneInOwnFolder()
 {

@@ -43,9 +43,6 @@ constexpr LeftOut AllLeftOut[] = {
     {"UniqueHandle.ResetSaysWhetherTheCloseWorked", "it closes a handle twice, which here ends the run"},
     {"ModulePath.NamesTheRunningProgram", "here the program has the router's path"},
     {"Thread.JoinWaitsForTheBodyAndNotForWhatEndsTheThreadLater", "its thread_local object would be all threads'"},
-    {"Thread.JoinCancellingEndsBlockingCallsAgainAndAgain", "it reads a pipe synchronously"},
-    {"OverlappedOperationTest.AControlIsPendingUntilItIsAnswered", "it sends a control to a pipe"},
-    {"OverlappedOperationTest.ARefusedControlTellsWhyAtItsFinish", "it sends a control to a pipe"},
 };
 
 struct Assumption

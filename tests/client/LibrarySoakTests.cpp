@@ -10,6 +10,7 @@
 #include "tests/support/ProcessUsage.h"
 #include "tests/support/RouterSession.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/UnderWine.h"
 #include "tests/system/EchoInstrument.h"
 #include "tests/system/SimulatorProcess.h"
 #include "win32/Thread.h"
@@ -282,8 +283,7 @@ TEST_F(LibrarySoakKills, KilledRoutersAreStartedAgain)
     ASSERT_NO_FATAL_FAILURE(AwaitAnswers(3));
     // Wine keeps handles of the proxies of a server that was killed, also of bare objects that were released: for
     // four of them 11, of events and pipes; here 13.
-    const bool isWine = ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-    ExpectNoGrowth("killed", early, isWine ? static_cast<DWORD>(16 * (rounds - 3)) : 0);
+    ExpectNoGrowth("killed", early, support::IsUnderWine() ? static_cast<DWORD>(16 * (rounds - 3)) : 0);
     StopClients();
     ExpectThatAllWasAnsweredOrReported("killed");
 }

@@ -35,7 +35,7 @@ inline Found HoldsIf(bool holds, std::string words)
 
 struct Row
 {
-    const char* assumption; // a sentence
+    std::string assumption; // a sentence
     const char* page;       // the title of Microsoft's page about it
     std::function<Found()> look;
 };
