@@ -5,17 +5,23 @@ morvane_simulated(simulated_tests FOLDER tests/unit/win32 SOURCES
 morvane_simulated(simulated_tests FOLDER tests/unit/trace SOURCES PacketTextTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/unit/ports SOURCES
     CommandTests.cpp PortPipeFixture.cpp PortPipeLimitTests.cpp PortPipeRecreateTests.cpp PortPipeStopTests.cpp
-    PortPipeTests.cpp PortPipeTraceTests.cpp ReplyWriterTests.cpp)
+    PortPipeTests.cpp PortPipeTraceTests.cpp PortPipeWindowsTests.cpp ReplyWriterTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/unit/transport SOURCES
     DispatchTests.cpp HookFlags.cpp SimulationTests.cpp SubmitTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/windows SOURCES
     Answers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
 morvane_simulated(simulated_tests FOLDER tests/support SOURCES
     PipeClient.cpp RecordingTrace.cpp UniqueName.cpp WaitUntil.cpp)
-morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Main.cpp)
+morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Imports.cpp Main.cpp)
 
 add_executable(simulated_units ${simulated_tests})
 target_link_libraries(simulated_units PRIVATE simulated_product simulation_kernel morvane_googletest)
+foreach(import _Z10CancelIoExPvP10OVERLAPPED _Z16ConnectNamedPipePvP10OVERLAPPED
+        _Z12CreateEventWP19SECURITY_ATTRIBUTESiiPKw _Z16CreateNamedPipeAPKcjjjjjjP19SECURITY_ATTRIBUTES
+        _Z16OpenProcessTokenPvjPS_ _Z8ReadFilePvS_jPjP10OVERLAPPED _Z9WriteFilePvPKvjPjP10OVERLAPPED
+        _Z14_beginthreadexPvjPFjS_ES_jPj)
+    target_link_options(simulated_units PRIVATE LINKER:--wrap=${import})
+endforeach()
 # GCC 12 takes the text after a literal for memory that overlaps it.
 target_compile_options(simulated_units PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 morvane_unity(simulated_units)

@@ -7,6 +7,7 @@
 #define WINAPI
 #define CALLBACK
 #define __stdcall
+#define __cdecl
 
 using BOOL = int;
 using BYTE = std::uint8_t;
@@ -77,6 +78,12 @@ struct OVERLAPPED
 };
 
 using LPOVERLAPPED = OVERLAPPED*;
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+using LPCVOID = const void*;
+using LPCSTR = const char*;
+using LPCWSTR = const wchar_t*;
+using LPDWORD = DWORD*;
+using PHANDLE = HANDLE*;
 
 struct CRITICAL_SECTION
 {

@@ -5,7 +5,6 @@
 #include "simulation/kernel/Scheduler.h"
 #include "tests/support/AllocationCount.h"
 #include "tests/support/OwnFolder.h"
-#include "tests/support/PatchedImport.h"
 #include "tests/support/UnderWine.h"
 
 #include <string>
@@ -85,12 +84,5 @@ bool DoneInOwnFolder()
 {
     Fault("a test wants a folder: here is none");
 }
-
-PatchedImport::PatchedImport(const char* /*function*/, void* /*replacement*/)
-{
-    Fault("an import is replaced: here is none");
-}
-
-PatchedImport::~PatchedImport() = default;
 
 } // namespace support
