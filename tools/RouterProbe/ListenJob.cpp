@@ -17,7 +17,7 @@ PortJob::End ListenJob::DoRun(const morvane::Port& pipe)
             continue;
         }
         if (outcome != Outcome::Done) {
-            return EndOf(outcome, "");
+            return EndOf(outcome);
         }
         CountDone();
         if (m_options.check) {

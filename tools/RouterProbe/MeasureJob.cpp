@@ -26,8 +26,7 @@ MeasureJob::MeasureJob(const ProbeOptions& options, const ProbePort& port, const
 PortJob::End MeasureJob::DoRun(const morvane::Port& pipe)
 {
     while (m_options.count == 0 || Done() + m_lost < m_options.count) {
-        const bool pause = m_number != 0 && m_options.interval.count() != 0;
-        if (IsStopped() || (pause && m_stop.Wait(static_cast<DWORD>(m_options.interval.count())))) {
+        if (!MayAsk(m_number == 0)) {
             return End::Stopped;
         }
         if (const auto end = Round(pipe)) {
@@ -66,9 +65,7 @@ std::optional<PortJob::End> MeasureJob::Round(const morvane::Port& pipe)
         OnReply(time);
         return std::nullopt;
     case Outcome::TimedOut: return OnLate();
-    default:
-        return EndOf(outcome,
-                     "request " + std::to_string(m_number) + " can't be written: the router does not read");
+    default: return EndOf(outcome, RequestName());
     }
 }
 
@@ -88,12 +85,10 @@ std::optional<PortJob::End> MeasureJob::OnLate()
 {
     ++m_lost;
     m_open.insert(m_number);
-    const std::string text = "no reply to request " + std::to_string(m_number) + " within " +
-                             std::to_string(m_options.replyTimeout.count()) + " ms";
     if (!m_options.keepGoing) {
-        return FailWith(ExitCode::ReplyLate, text);
+        return EndOf(Outcome::TimedOut, RequestName());
     }
-    console::Say(m_port.Label() + " " + text);
+    console::Say(m_port.Label() + " " + NoReplyTo(RequestName()));
     return std::nullopt;
 }
 
@@ -132,8 +127,7 @@ std::optional<ProbeFault> MeasureJob::Fault() const
                                                     " came twice"};
     }
     if (m_lost != 0) {
-        return ProbeFault{ExitCode::ReplyLate,
-                          m_port.Label() + " " + std::to_string(m_lost) + " requests without a reply in time"};
+        return WithoutReply(m_lost);
     }
     return std::nullopt;
 }

@@ -20,6 +20,7 @@ protected:
     End DoRun(const morvane::Port& pipe) override;
 
 private:
+    std::string RequestName() const { return "request " + std::to_string(m_number); }
     std::optional<End> Round(const morvane::Port& pipe);
     void OnReply(std::chrono::microseconds time);
     std::optional<End> OnLate();

@@ -66,7 +66,7 @@ PortJob::End PortJob::Linger(const morvane::Port& pipe)
         if (outcome == Outcome::Done) {
             PrintMessage("got", Message());
         } else if (outcome != Outcome::TimedOut) {
-            return EndOf(outcome, "");
+            return EndOf(outcome);
         }
     }
 }
@@ -83,12 +83,30 @@ PortJob::End PortJob::FailWith(ExitCode code, const std::string& text)
     return End::Failed;
 }
 
-PortJob::End PortJob::EndOf(Outcome outcome, const std::string& whenTimedOut)
+PortJob::End PortJob::EndOf(Outcome outcome, const std::string& request)
 {
     switch (outcome) {
     case Outcome::Stopped: return End::Stopped;
-    case Outcome::TimedOut:
-    case Outcome::NotRead: return FailWith(ExitCode::ReplyLate, whenTimedOut);
+    case Outcome::TimedOut: return FailWith(ExitCode::ReplyLate, NoReplyTo(request));
+    case Outcome::NotRead:
+        return FailWith(ExitCode::ReplyLate, request + " can't be written: the router does not read");
     default: return End::Broken;
     }
+}
+
+std::string PortJob::NoReplyTo(const std::string& request) const
+{
+    return "no reply to " + request + " within " + std::to_string(m_options.replyTimeout.count()) + " ms";
+}
+
+ProbeFault PortJob::WithoutReply(std::uint64_t requests) const
+{
+    return {ExitCode::ReplyLate,
+            m_port.Label() + " " + std::to_string(requests) + " requests without a reply in time"};
+}
+
+bool PortJob::MayAsk(bool isFirst) const
+{
+    const auto pause = isFirst ? 0 : m_options.interval.count();
+    return !IsStopped() && (pause == 0 || !m_stop.Wait(static_cast<DWORD>(pause)));
 }

@@ -77,9 +77,13 @@ protected:
     void PrintMessage(const std::string& what, morvane::View message) const;
 
     End FailWith(ExitCode code, const std::string& text);
-    /// The end of a job whose step ended with `outcome`, which is not Done.
-    End EndOf(Outcome outcome, const std::string& whenTimedOut);
+    /// The end of a job whose step ended with `outcome`, which is not Done; `request`: that of the step, if any.
+    End EndOf(Outcome outcome, const std::string& request = {});
+    std::string NoReplyTo(const std::string& request) const;
+    ProbeFault WithoutReply(std::uint64_t requests) const;
 
+    /// Waits for --interval, but not before the first request. False when the job is to end.
+    bool MayAsk(bool isFirst) const;
     bool IsStopped() const noexcept { return m_stopped.load(std::memory_order_relaxed); }
     void CountDone() noexcept { m_done.fetch_add(1, std::memory_order_relaxed); }
     void CountBytes(std::size_t count) noexcept { m_bytes.fetch_add(count, std::memory_order_relaxed); }

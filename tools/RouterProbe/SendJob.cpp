@@ -19,12 +19,7 @@ PortJob::End SendJob::DoRun(const morvane::Port& pipe)
 {
     const auto& requests = m_options.requests;
     while (m_options.count == 0 || m_next / requests.size() < m_options.count) {
-        if (IsStopped()) {
-            return End::Stopped;
-        }
-        if (m_next != 0 && m_options.interval.count() != 0 &&
-            m_stop.Wait(static_cast<DWORD>(m_options.interval.count())))
-        {
+        if (!MayAsk(m_next == 0)) {
             return End::Stopped;
         }
         if (const auto end = SendOne(pipe, requests[m_next % requests.size()])) {
@@ -48,7 +43,7 @@ std::optional<PortJob::End> SendJob::SendOne(const morvane::Port& pipe, morvane:
     int error = MORVANE_OK;
     pipe.Send(request, m_options.replyTimeout, error);
     if (const Outcome outcome = OutcomeOf(error); outcome != Outcome::Done) {
-        return EndOf(outcome, RequestName() + " can't be written: the router does not read");
+        return EndOf(outcome, RequestName());
     }
     CountBytes(request.size());
     return std::nullopt;
@@ -62,7 +57,7 @@ std::optional<PortJob::End> SendJob::Request(const morvane::Port& pipe, morvane:
     const auto time = console::Now() - start;
     const Outcome outcome = OutcomeOf(error);
     if (outcome == Outcome::NotRead) {
-        return EndOf(outcome, RequestName() + " can't be written: the router does not read");
+        return EndOf(outcome, RequestName());
     }
     CountBytes(request.size());
     ForEachUnsolicited(pipe, [this](morvane::View message) {
@@ -75,14 +70,12 @@ std::optional<PortJob::End> SendJob::Request(const morvane::Port& pipe, morvane:
         JudgeReply(request, time);
         return std::nullopt;
     }
-    const std::string late =
-        "no reply to " + RequestName() + " within " + MillisecondsText(m_options.replyTimeout);
     if (outcome == Outcome::TimedOut && m_options.keepGoing) {
         ++m_unanswered;
-        console::Say(m_port.Label() + " " + late);
+        console::Say(m_port.Label() + " " + NoReplyTo(RequestName()));
         return std::nullopt;
     }
-    return EndOf(outcome, late);
+    return EndOf(outcome, RequestName());
 }
 
 void SendJob::JudgeReply(morvane::View request, std::chrono::microseconds time)
@@ -106,8 +99,7 @@ std::optional<ProbeFault> SendJob::Fault() const
         return ProbeFault{ExitCode::WrongReply, m_port.Label() + " " + std::to_string(m_wrong) + " wrong replies"};
     }
     if (m_unanswered != 0) {
-        return ProbeFault{ExitCode::ReplyLate, m_port.Label() + " " + std::to_string(m_unanswered) +
-                                                   " requests without a reply in time"};
+        return WithoutReply(m_unanswered);
     }
     return std::nullopt;
 }
