@@ -161,11 +161,17 @@ ClientPipe::Outcome ClientPipe::Read(std::vector<std::uint8_t>& message, Timeout
     }
     if (outcome == Outcome::Done) {
         message.assign(m_buffer.begin(), m_buffer.begin() + length);
-        // The next read is started by the next call. A client that asks writes before it, and started here the
-        // read would hold its message up.
         m_isReading = false;
     }
     return outcome;
+}
+
+// A refused start shows at the next Read.
+void ClientPipe::ReadAhead()
+{
+    if (m_pipe && !m_isReading) {
+        StartReading();
+    }
 }
 
 ClientPipe::Outcome ClientPipe::Flush() noexcept

@@ -39,6 +39,10 @@ public:
     /// TimedOut (nothing is lost; the next Read gets it) or Broken.
     Outcome Read(std::vector<std::uint8_t>& message, Timeout timeout);
 
+    /// Starts the next read, so that a message is the client's even if the router disconnects before the next
+    /// Read.
+    void ReadAhead();
+
     /// Returns when the router has read everything that was written. Has no timeout; CancelSynchronousIo ends it.
     /// Done, Stopped or Broken.
     Outcome Flush() noexcept;

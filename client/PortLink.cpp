@@ -172,10 +172,15 @@ void Port::ReadOnce(DWORD milliseconds)
 {
     Inbox::Bytes bytes;
     ClientPipe::Outcome outcome = ClientPipe::Outcome::Broken;
+    const bool isReply = m_requesting;
     {
         const Flag reading(m_reading);
         const win32::SectionPause pause(m_lock);
         outcome = m_pipe.Read(bytes, ClientPipe::Timeout(milliseconds));
+        // Behind a reply nothing is expected but the next request, which the start of a read would hold up.
+        if (outcome == ClientPipe::Outcome::Done && !isReply) {
+            m_pipe.ReadAhead();
+        }
     }
     ResetInterrupt();
     if (outcome == ClientPipe::Outcome::Done) {

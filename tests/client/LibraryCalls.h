@@ -7,10 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 struct LibraryCalls : testing::Test
@@ -65,7 +65,7 @@ struct LibraryUnreadPipe : LibraryCalls
 /// Answers each message with `reply`, followed by the message.
 inline FakePort::Player Answering(std::string reply)
 {
-    return [reply](const std::string& message) { return FakePort::Replies{reply + message}; };
+    return [reply = std::move(reply)](const std::string& message) { return FakePort::Replies{reply + message}; };
 }
 
 inline std::vector<std::string> Numbered(int count)

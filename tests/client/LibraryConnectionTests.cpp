@@ -184,6 +184,16 @@ TEST_F(LibraryBrokenPipe, WhatTheSendingFindsBrokenIsStillRead)
     }
 }
 
+TEST_F(LibraryUnreadPipe, AMessageBetweenTwoReceivesOutlivesItsConnection)
+{
+    Open();
+    ASSERT_TRUE(WriteMessage(pipe.Get(), "one"));
+    ASSERT_EQ(Receive(), "one");
+    ASSERT_TRUE(WriteMessage(pipe.Get(), "two"));
+    ASSERT_TRUE(::DisconnectNamedPipe(pipe.Get()));
+    EXPECT_EQ(Receive(), "two");
+}
+
 struct LibraryOpen : LibraryCalls
 {};
 

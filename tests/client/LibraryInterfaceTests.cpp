@@ -95,7 +95,7 @@ struct LibraryVersions : testing::Test
 /// As a later header could have it.
 struct LaterOptions
 {
-    morvane_options today;
+    morvane_options today{};
     std::uint32_t later = 0;
     std::uint32_t evenLater = 0;
 };

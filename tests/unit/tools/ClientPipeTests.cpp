@@ -115,6 +115,24 @@ TEST_F(ClientPipeTest, AReplyThatIsLateIsReadByTheNextRead)
     EXPECT_EQ(message, Of("x"));
 }
 
+TEST_F(ClientPipeTest, AMessageThatWasReadAheadOutlivesItsConnection)
+{
+    const std::wstring path = support::PipePath(support::UniqueName(L"ReadAhead"));
+    const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                                      PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+    ASSERT_TRUE(server);
+    ClientPipe pipe(path, stop.Get());
+    ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
+    ASSERT_TRUE(WriteMessage(server.Get(), "one"));
+    ASSERT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
+    pipe.ReadAhead();
+    ASSERT_TRUE(WriteMessage(server.Get(), "two"));
+    ASSERT_TRUE(::DisconnectNamedPipe(server.Get()));
+    ASSERT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Done);
+    EXPECT_EQ(message, Of("two"));
+    EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Broken);
+}
+
 /// Cancels what is pending on the client's end of the process's only pipe, as Windows does when the thread that
 /// started it ends.
 void CancelPendingRead()

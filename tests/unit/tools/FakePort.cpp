@@ -1,5 +1,7 @@
 #include "tests/unit/tools/FakePort.h"
 
+#include "tests/support/WaitUntil.h"
+
 #include <array>
 #include <utility>
 
@@ -75,4 +77,12 @@ void FakePort::Talk(HANDLE pipe)
             }
         }
     }
+}
+
+bool WriteMessage(HANDLE pipe, const std::string& text)
+{
+    win32::OverlappedOperation write;
+    DWORD length = 0;
+    return write.Write(pipe, text.data(), static_cast<DWORD>(text.size())) &&
+           (write.CompletedAtStart() || support::WaitFor(write.EventHandle())) && write.Finish(pipe, length);
 }

@@ -58,3 +58,6 @@ inline FakePort::Replies Echo(const std::string& message)
 {
     return {message};
 }
+
+/// Writes a message to a pipe that the test serves by itself; whether the pipe took it.
+bool WriteMessage(HANDLE pipe, const std::string& text);
