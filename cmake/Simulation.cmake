@@ -85,6 +85,18 @@ foreach(program ${simulation_programs})
     target_link_libraries(${program} PRIVATE simulation_surroundings ${product})
 endforeach()
 
+# The product is looked at in full. Around it only AddressSanitizer is, and of the stand-in only what it writes, for it
+# writes into the product's memory: that is twice as fast. A library of flags, for those stand behind its user's own.
+if(MORVANE_SANITIZE)
+    foreach(target simulation_kernel simulation_surroundings simulation_modes)
+        add_library(${target}_sanitized INTERFACE)
+        target_compile_options(${target}_sanitized INTERFACE -fno-sanitize=undefined)
+        target_link_libraries(${target} PRIVATE ${target}_sanitized)
+    endforeach()
+    target_compile_options(simulation_kernel_sanitized INTERFACE
+        --param=asan-instrument-reads=0 --param=asan-stack=0)
+endif()
+
 # GCC 12, optimising for this machine, takes the vector of an empty optional for one that is used.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/instrument/Output.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
