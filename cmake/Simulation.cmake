@@ -69,7 +69,8 @@ set(simulation_programs simulate_seeds)
 
 # A second one in which ThreadSanitizer watches the product. The others' own fields are touched by all threads, one at
 # a time, so they are the same in both. clang's run-time library has an operator new of its own.
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT MORVANE_SANITIZE AND NOT MORVANE_SIMULATED_ATOMICS)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT MORVANE_SANITIZE AND NOT MORVANE_SIMULATED_ATOMICS
+   AND NOT MORVANE_SIMULATED_COVERAGE)
     add_library(simulated_product_watched STATIC ${simulated_product})
     target_link_libraries(simulated_product_watched PUBLIC simulation_kernel)
     target_compile_options(simulated_product_watched PRIVATE -fsanitize=thread)
@@ -84,6 +85,11 @@ foreach(program ${simulation_programs})
     set_target_properties(${program} PROPERTIES LINKER_LANGUAGE CXX)
     target_link_libraries(${program} PRIVATE simulation_surroundings ${product})
 endforeach()
+
+if(MORVANE_SIMULATED_COVERAGE)
+    target_compile_options(simulated_product PRIVATE --coverage -O0)
+    target_link_options(simulated_product INTERFACE --coverage)
+endif()
 
 # The product is looked at in full. Around it only AddressSanitizer is, and of the stand-in only what it writes, for it
 # writes into the product's memory: that is twice as fast. A library of flags, for those stand behind its user's own.

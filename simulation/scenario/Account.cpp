@@ -268,6 +268,10 @@ void Account::OnInstrumentGot(std::uint8_t deviceType, std::uint8_t portNumber,
 void Account::OnInstrumentSent(std::uint8_t deviceType, std::uint8_t portNumber,
                                std::span<const std::uint8_t> payload)
 {
+    if (payload.empty()) {
+        Count(Row::EmptyMessage);
+        return;
+    }
     for (auto& [key, port] : m_ports) {
         if (key == KeyOf(deviceType, portNumber) || (deviceType == 255 && (key & 0xFF) == portNumber)) {
             port.sent.push_back({TextOf(payload), m_losses});

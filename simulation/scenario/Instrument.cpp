@@ -56,6 +56,11 @@ instrument::Script ScriptOf(const Plan& plan)
             answer.extras.push_back({instrument::Address{255, 2}, instrument::Bytes{'a', 'l', 'l', ';'}});
         });
     }
+    if (plan.BroadcastsNothing()) {
+        every(5, [](ResponsePlan& answer) {
+            answer.extras.push_back({instrument::Address{255, 2}, instrument::Bytes{}});
+        });
+    }
     if (plan.skipsNumbers) {
         every(13, [](ResponsePlan& answer) { answer.skippedNumbers = 1; });
     }

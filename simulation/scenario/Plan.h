@@ -56,6 +56,10 @@ struct Plan
 
     /// A connection may end as soon as it has begun: a plug that bounces.
     bool Bounces() const { return path == Path::Usb && pulls == 3; }
+    /// The router is no longer needed when the clients have their answers.
+    bool HostsLeave() const { return path == Path::Usb && foreignDevice && skipsNumbers; }
+    /// Some broadcasts have nothing in them.
+    bool BroadcastsNothing() const { return broadcasts && doubles; }
     /// The instrument may leave when it has taken nothing for a while, so that a port keeps its last message.
     bool LeavesStalled() const { return stalls && pulls > 0; }
     /// The instrument answers nothing to the port, whose client closes its pipe behind each message.

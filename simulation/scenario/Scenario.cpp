@@ -23,6 +23,7 @@ constexpr DWORD LongestRunMs = 60'000;      // then the clients are told to leav
 constexpr DWORD LongestFaultyRunMs = 8'000; // a router without events or memory may never serve
 constexpr std::uint64_t LeastToAnswer = 100;
 constexpr DWORD DisturbMs = 500;
+constexpr DWORD LongestQuietMs = 5000;           // until the router misses its host programs
 constexpr std::uint64_t LongestStopUs = 500'000; // idle; the transport's threads wait for a second at a time
 
 /// Everything of one run, in the order of its parts' lives.
@@ -41,6 +42,7 @@ private:
     void StartClients();
     void AwaitClients();
     void Disturb();
+    void LeaveHosts();
     void EndRouter();
     void CheckServed() const;
 
@@ -146,6 +148,22 @@ void Session::AwaitClients()
     m_world.portsEnd = true;
 }
 
+// Without a host program the router asks for its end, in a second in which nothing happens.
+void Session::LeaveHosts()
+{
+    if (!m_plan.HostsLeave()) {
+        return;
+    }
+    m_host.hostsHaveLeft = true;
+    const ULONGLONG end = ::GetTickCount64() + LongestQuietMs;
+    while (!m_host.hasAskedToQuit && ::GetTickCount64() < end) {
+        ::Sleep(50);
+    }
+    if (!m_host.hasAskedToQuit && m_instrument.IsThere() && MayLatencyBeJudged()) {
+        Fault("no host program is left, and the router does not ask for its end");
+    }
+}
+
 void Session::EndRouter()
 {
     const ProductAtWork product;
@@ -170,6 +188,7 @@ void Session::Play()
     if (m_plan.MayCut()) {
         m_account.ExpectCuts();
     }
+    m_host.isStandalone = !m_plan.HostsLeave();
     m_instrumentThread.Start([this] { m_instrument.Run(); });
     {
         const ProductAtWork product;
@@ -186,6 +205,7 @@ void Session::Play()
         StartClients();
         m_disturber.Start([this] { Disturb(); });
         AwaitClients();
+        LeaveHosts();
         EndRouter();
     }
     m_world.ends = true;

@@ -38,14 +38,20 @@ public:
         return vendorId == VendorId && productId == ProductId;
     }
     std::int32_t GetBootloaderVersion(std::uint16_t) const override { return 2; }
-    std::uint32_t FindProcess(const std::wstring&) const override { return 0; }
-    std::wstring GetFirstHostName() const override { return {}; }
-    std::wstring GetSecondHostName() const override { return {}; }
-    bool IsStandalone() const override { return true; }
-    void RequestQuit() override {}
+    std::uint32_t FindProcess(const std::wstring& name) const override
+    {
+        return !hostsHaveLeft && name == GetSecondHostName() ? 1 : 0;
+    }
+    std::wstring GetFirstHostName() const override { return L"first"; }
+    std::wstring GetSecondHostName() const override { return L"second"; }
+    bool IsStandalone() const override { return isStandalone; }
+    void RequestQuit() override { hasAskedToQuit = true; }
     void RegisterDeviceName(const std::wstring&, std::int32_t) override {}
 
     PortTable table;
+    bool isStandalone = true;    // no host program is looked for
+    bool hostsHaveLeft = false;  // else the second one runs
+    bool hasAskedToQuit = false; // for want of them
 
 private:
     Account& m_account;
