@@ -28,16 +28,18 @@ morvane_simulated(simulated_product FOLDER transport SOURCES
 morvane_simulated(simulated_product FOLDER ports SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
 morvane_simulated(simulated_product FOLDER host SOURCES PortTable.cpp TraceOptionsTable.cpp)
+morvane_simulated(simulated_product FOLDER diag SOURCES
+    CDebugThread.cpp LogFile.cpp ModalLoops.cpp TimeStamp.cpp TraceQueue.cpp TracerSession.cpp TracerWorker.cpp)
 
 # Around it.
 morvane_simulated(surroundings FOLDER console SOURCES HexDump.cpp)
 morvane_simulated(surroundings FOLDER instrument SOURCES
     Bootloader.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp Script.cpp SequencedPayload.cpp)
 morvane_simulated(surroundings FOLDER simulation/scenario SOURCES
-    Account.cpp Client.cpp Instrument.cpp Plan.cpp Scenario.cpp Surroundings.cpp)
+    Account.cpp Client.cpp Instrument.cpp NoWindow.cpp Plan.cpp Scenario.cpp Surroundings.cpp TracerAccount.cpp TracerScenario.cpp)
 morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp EachCall.cpp Main.cpp Unplugging.cpp)
 morvane_simulated(simulation_kernel FOLDER simulation/kernel SOURCES
-    Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Events.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Objects.cpp
+    Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Disk.cpp Events.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Messages.cpp Objects.cpp
     PipeData.cpp Pipes.cpp Process.cpp Registry.cpp Requests.cpp Scheduler.cpp Switches.cpp Threads.cpp Waits.cpp
     World.cpp)
 
@@ -129,6 +131,11 @@ if(TARGET simulate_seeds_watched)
     add_test(NAME ${MORVANE_TEST_PREFIX}simulated_data_races COMMAND simulate_seeds_watched --seeds 1000 --quiet)
     set_tests_properties(${MORVANE_TEST_PREFIX}simulated_data_races PROPERTIES LABELS simulation TIMEOUT 900 COST 200)
 endif()
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_tracer COMMAND simulate_seeds --tracer --seeds 2000 --quiet)
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_tracer_faults
+    COMMAND simulate_seeds --tracer --from 1000001 --seeds 1000 --faults all --quiet)
+set_tests_properties(${MORVANE_TEST_PREFIX}simulated_tracer ${MORVANE_TEST_PREFIX}simulated_tracer_faults
+    PROPERTIES LABELS simulation TIMEOUT 300)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_session_with_each_call_failing COMMAND simulate_seeds --each-call)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_unplugging
     COMMAND simulate_seeds --unplug --hours 4 --every 60)

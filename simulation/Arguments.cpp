@@ -20,6 +20,8 @@ const char* const HelpText =
   --switches                fails unless every switch of Windows was taken both ways
   --quiet                   no progress
 
+  --tracer                  the tracer by itself, a seed a run: threads that trace, its files, a disk that fails
+
   --each-call               a scripted session, repeated with each of its calls failing once in each documented way
   --path pipe|usb           its way to the instrument (default: both, one after the other)
   --call N --error E        only with the Nth call failing in the Eth way; --trace prints it
@@ -70,6 +72,9 @@ bool ParseFlag(std::string_view word, Arguments& arguments)
     }
     if (word == "--unplug") {
         return arguments.unplugs = true;
+    }
+    if (word == "--tracer") {
+        return arguments.traces = true;
     }
     return (word == "--help" || word == "-h") && (arguments.help = true);
 }

@@ -23,6 +23,7 @@ struct Arguments
     bool eachCall = false;
     std::optional<Path> path; // of --each-call; both otherwise
     bool unplugs = false;
+    bool traces = false;                          // the tracer by itself
     std::uint64_t hours = 24, everySeconds = 600; // of --unplug
     bool help = false;
     Options options;

@@ -6,6 +6,7 @@
 #include "simulation/kernel/Switches.h"
 #include "simulation/scenario/Account.h"
 #include "simulation/scenario/Scenario.h"
+#include "simulation/scenario/TracerScenario.h"
 
 #include <chrono>
 #include <cstdio>
@@ -33,6 +34,12 @@ struct Sums
         fewestPoints = outcome.points < fewestPoints ? outcome.points : fewestPoints;
     }
 };
+
+/// What a run of seeds plays.
+auto PlayOf(const Arguments& arguments)
+{
+    return arguments.traces ? &sim::PlayTracer : &sim::PlayScenario;
+}
 
 double Since(Clock::time_point begin)
 {
@@ -86,31 +93,33 @@ void PrintFailure(const Arguments& arguments, const sim::Options& options, const
         std::printf("  %llu faults were injected, the last into %s\n", Shown(outcome.injectedFaults),
                     outcome.injectedInto.c_str());
     }
-    std::string command =
-        "./simulate --seed " + std::to_string(options.seed) + " --faults " + NameOf(options.faults);
+    std::string command = std::string("./simulate ") + (arguments.traces ? "--tracer " : "") + "--seed " +
+                          std::to_string(options.seed) + " --faults " + NameOf(options.faults);
     if (options.requests != 0) {
         command += " --requests " + std::to_string(options.requests);
     }
     std::printf("  replay it: %s --trace\n", command.c_str());
+    if (arguments.traces) {
+        return;
+    }
     // The same seed with fewer requests, as far as it still fails: less to read.
     sim::Options smaller = options;
     for (int requests : {50, 20, 8, 3}) {
         smaller.requests = requests;
-        if (sim::Run(smaller, sim::PlayScenario).fault.empty()) {
+        if (sim::Run(smaller, PlayOf(arguments)).fault.empty()) {
             continue;
         }
         std::printf("  a smaller one fails too: ./simulate --seed %llu --faults %s --requests %d --trace\n",
                     Shown(options.seed), NameOf(options.faults), requests);
     }
-    static_cast<void>(arguments);
 }
 
 // A run that prints has shown its last events already; any other is repeated with them kept.
-void PrintLastEvents(sim::Options options)
+void PrintLastEvents(const Arguments& arguments, sim::Options options)
 {
     std::puts("\nThe last events:");
     options.keepsEvents = true;
-    for (const std::string& event : sim::Run(options, sim::PlayScenario).lastEvents) {
+    for (const std::string& event : sim::Run(options, PlayOf(arguments)).lastEvents) {
         std::puts(event.c_str());
     }
 }
@@ -126,14 +135,14 @@ int RunSeeds(const Arguments& arguments)
         sim::Options options = arguments.options;
         options.seed = arguments.first + i;
         options.prints = arguments.prints;
-        const Outcome outcome = sim::Run(options, sim::PlayScenario);
+        const Outcome outcome = sim::Run(options, PlayOf(arguments));
         sums.Add(outcome);
         if (arguments.printsHashes) {
             std::printf("%llu %016llx\n", Shown(options.seed), Shown(outcome.hash));
         }
         if (!outcome.fault.empty()) {
             if (!arguments.prints) {
-                PrintLastEvents(options);
+                PrintLastEvents(arguments, options);
             }
             PrintFailure(arguments, options, outcome);
             return 1;
@@ -148,7 +157,7 @@ int RunSeeds(const Arguments& arguments)
         return 0;
     }
     PrintSums(sums, Since(begin));
-    const bool whole = arguments.oneSeed || PrintSwitches();
+    const bool whole = arguments.oneSeed || arguments.traces || PrintSwitches();
     if (arguments.countsMustBeWhole && !whole) {
         std::puts("a switch was never taken, or always");
         return 1;

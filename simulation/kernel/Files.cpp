@@ -1,6 +1,7 @@
-// The calls that work on files of each kind, and the files themselves: the router's folder has none.
+// The calls that work on files of each kind.
 #include "simulation/kernel/Call.h"
 #include "simulation/kernel/Devices.h"
+#include "simulation/kernel/Disk.h"
 #include "simulation/kernel/Pipes.h"
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/World.h"
@@ -104,8 +105,10 @@ HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTR
         return CreateFileA(narrow.c_str(), access, share, security, disposition, flags, pattern);
     }
     Call call("CreateFileW");
-    call.Refuse(ERROR_FILE_NOT_FOUND);
-    return INVALID_HANDLE_VALUE;
+    if (disposition != OPEN_EXISTING && disposition != OPEN_ALWAYS && disposition != CREATE_ALWAYS) {
+        Fault("CreateFileW in a way that is not known here");
+    }
+    return OpenOnDisk(call, name, access, share, disposition);
 }
 
 DWORD GetFileAttributesW(const wchar_t* /*name*/)
@@ -139,6 +142,9 @@ BOOL WriteFile(HANDLE handle, const void* data, DWORD length, DWORD* written, OV
     if (IsNoHandle(handle)) {
         return Call::Refuse(ERROR_INVALID_HANDLE);
     }
+    if (Object& file = ObjectOf(handle); file.kind == Object::Kind::File) {
+        return WriteToDisk(call, static_cast<OpenFile&>(file), {static_cast<const char*>(data), length}, written);
+    }
     auto& end = static_cast<PipeEnd&>(ObjectOf(handle, Object::Kind::PipeEnd));
     if (end.overlapped || record != nullptr) {
         return Write(call, end, data, length, written, record);
@@ -152,6 +158,9 @@ BOOL FlushFileBuffers(HANDLE handle)
     Call call("FlushFileBuffers");
     if (IsNoHandle(handle)) {
         return Call::Refuse(ERROR_INVALID_HANDLE);
+    }
+    if (ObjectOf(handle).kind == Object::Kind::File) {
+        return call.Fails({ERROR_GEN_FAILURE, ERROR_DISK_FULL}) ? FALSE : TRUE;
     }
     return FlushPipe(static_cast<PipeEnd&>(ObjectOf(handle, Object::Kind::PipeEnd)));
 }

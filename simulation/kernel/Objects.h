@@ -101,8 +101,8 @@ Object& ObjectOf(HANDLE handle, Object::Kind kind);
 void Signal(Object& object);
 /// As Windows does at the end of a request: the event is set, if there is one.
 void SetByWindows(Object* event);
-/// A wait for any of the objects, as WaitForMultipleObjects.
-DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds);
+/// A wait for any of the objects, as WaitForMultipleObjects, and for `last`, unless it is null.
+DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds, Object* last = nullptr);
 /// How long Windows takes for a time-out of so many milliseconds.
 std::uint64_t TimeoutUs(DWORD milliseconds);
 

@@ -127,7 +127,7 @@ void SetByWindows(Object* event)
     }
 }
 
-DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds)
+DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds, Object* last)
 {
     Fiber& self = Current();
     self.waits.clear();
@@ -137,6 +137,10 @@ DWORD WaitForAny(const HANDLE* handles, DWORD count, DWORD milliseconds)
             return WAIT_FAILED;
         }
         self.waits.push_back(&ObjectOf(handles[i]));
+    }
+    if (last != nullptr) {
+        self.waits.push_back(last);
+        ++count;
     }
     const std::uint64_t timeout = milliseconds == 0 ? 0 : TimeoutUs(milliseconds);
     const std::uint64_t end = timeout == NeverUs ? NeverUs : NowUs() + timeout;

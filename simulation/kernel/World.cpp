@@ -1,6 +1,8 @@
 #include "simulation/kernel/World.h"
 
 #include "simulation/kernel/Devices.h"
+#include "simulation/kernel/Disk.h"
+#include "simulation/kernel/Messages.h"
 #include "simulation/kernel/Objects.h"
 #include "simulation/kernel/Pipes.h"
 #include "simulation/kernel/Registry.h"
@@ -13,7 +15,9 @@ World::World()
       requests(std::make_unique<Requests>()),
       pipes(std::make_unique<PipeNames>()),
       devices(std::make_unique<Devices>()),
-      storage(std::make_unique<Storage>())
+      storage(std::make_unique<Storage>()),
+      disk(std::make_unique<Disk>()),
+      messages(std::make_unique<Messages>())
 {
 }
 

@@ -16,7 +16,9 @@ struct Objects;   // handles
 struct Requests;  // overlapped requests that are pending
 struct PipeNames; // named pipes
 struct Devices;   // the USB bus
-struct Storage;   // files, the registry
+struct Storage;   // the registry
+struct Disk;      // files
+struct Messages;  // to threads
 
 struct World
 {
@@ -52,6 +54,8 @@ struct World
     std::unique_ptr<PipeNames> pipes;
     std::unique_ptr<Devices> devices;
     std::unique_ptr<Storage> storage;
+    std::unique_ptr<Disk> disk;
+    std::unique_ptr<Messages> messages;
 };
 
 World& TheWorld();

@@ -27,7 +27,13 @@
 #define GENERIC_READ                 0x80000000u
 #define GENERIC_WRITE                0x40000000u
 #define GENERIC_ALL                  0x10000000u
+#define CREATE_ALWAYS                2u
 #define OPEN_EXISTING                3u
+#define OPEN_ALWAYS                  4u
+#define FILE_END                     2u
+#define INVALID_FILE_SIZE            0xFFFFFFFFu
+#define INVALID_SET_FILE_POINTER     0xFFFFFFFFu
+#define MOVEFILE_REPLACE_EXISTING    1u
 #define FILE_SHARE_READ              1u
 #define FILE_SHARE_WRITE             2u
 #define FILE_ATTRIBUTE_NORMAL        0x80u
@@ -63,3 +69,11 @@
 #define REG_EXPAND_SZ         2u
 #define REG_BINARY            3u
 #define WM_QUIT               0x12u
+#define WM_ENDSESSION         0x16u
+#define WM_CANCELMODE         0x1Fu
+#define WM_APP                0x8000u
+#define QS_ALLINPUT           0x4FFu
+#define QS_SENDMESSAGE        0x40u
+#define PM_NOREMOVE           0u
+#define PM_REMOVE             1u
+#define PM_QS_SENDMESSAGE     (QS_SENDMESSAGE << 16)

@@ -14,6 +14,7 @@
 #define ERROR_NOT_SUPPORTED        50u
 #define ERROR_INVALID_PARAMETER    87u
 #define ERROR_BROKEN_PIPE          109u
+#define ERROR_DISK_FULL            112u
 #define ERROR_INSUFFICIENT_BUFFER  122u
 #define ERROR_BUSY                 170u
 #define ERROR_ALREADY_EXISTS       183u
@@ -29,6 +30,7 @@
 #define ERROR_IO_PENDING           997u
 #define ERROR_DEVICE_NOT_CONNECTED 1167u
 #define ERROR_NOT_FOUND            1168u
+#define ERROR_INVALID_THREAD_ID    1444u
 #define ERROR_NO_SYSTEM_RESOURCES  1450u
 #define ERROR_TIMEOUT              1460u
 #define ERROR_NOT_ENOUGH_QUOTA     1816u

@@ -31,6 +31,12 @@ using HANDLE = void*;
 using HDEVINFO = void*;
 using HDEVNOTIFY = void*;
 using HWND = struct StandInWindow*;
+using HMENU = struct StandInMenu*;
+using UINT_PTR = std::uintptr_t;
+using WPARAM = std::uintptr_t;
+using LPARAM = std::intptr_t;
+using LRESULT = std::intptr_t;
+using SENDASYNCPROC = void (*)(HWND, UINT, ULONG_PTR, LRESULT);
 using HMODULE = struct StandInModule*;
 using HKEY = struct StandInKey*;
 using REGSAM = DWORD;
@@ -45,6 +51,14 @@ struct GUID
 
 union LARGE_INTEGER {
     LONGLONG QuadPart;
+};
+
+struct MSG
+{
+    HWND hwnd;
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
 };
 
 struct FILETIME

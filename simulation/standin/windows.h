@@ -71,9 +71,24 @@ bool StandInHasCompleted(const OVERLAPPED* record) noexcept;
 #define HasOverlappedIoCompleted(record) StandInHasCompleted(record)
 
 DWORD GetFileAttributesW(const wchar_t* name);
+DWORD GetFileSize(HANDLE file, DWORD* high);
+DWORD SetFilePointer(HANDLE file, LONG distance, LONG* high, DWORD from);
+BOOL CreateDirectoryW(const wchar_t* path, SECURITY_ATTRIBUTES* security);
+BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags);
 BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
 
 BOOL UnregisterDeviceNotification(HDEVNOTIFY registration);
+
+// Messages: of threads, for there are no windows.
+DWORD MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all, DWORD milliseconds, DWORD kinds);
+BOOL PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT flags);
+BOOL PostThreadMessageW(DWORD thread, UINT message, WPARAM word, LPARAM number);
+BOOL PostMessageW(HWND window, UINT message, WPARAM word, LPARAM number);
+BOOL SendNotifyMessageW(HWND window, UINT message, WPARAM word, LPARAM number);
+BOOL SendMessageCallbackW(HWND window, UINT message, WPARAM word, LPARAM number, SENDASYNCPROC answer,
+                          ULONG_PTR data);
+BOOL TranslateMessage(const MSG* message);
+LRESULT DispatchMessageW(const MSG* message);
 
 // The process.
 DWORD GetModuleFileNameW(HMODULE module, wchar_t* to, DWORD size);
@@ -111,4 +126,3 @@ DWORD GetCurrentProcessId() noexcept;
 HANDLE CreateNamedPipeW(const wchar_t* name, DWORD openMode, DWORD pipeMode, DWORD instances, DWORD outSize,
                         DWORD inSize, DWORD timeout, SECURITY_ATTRIBUTES* security);
 BOOL PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, DWORD* read, DWORD* available, DWORD* leftOfMessage);
-BOOL PostThreadMessageW(DWORD thread, UINT message, std::uintptr_t word, std::intptr_t number);

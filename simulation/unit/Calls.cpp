@@ -62,12 +62,6 @@ BOOL PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD /*size*/, DWORD* /*read*/, 
     return *available != 0 || end.IsOtherOpen() ? TRUE : Call::Refuse(ERROR_BROKEN_PIPE);
 }
 
-BOOL PostThreadMessageW(DWORD /*thread*/, UINT /*message*/, std::uintptr_t /*word*/, std::intptr_t /*number*/)
-{
-    Call call("PostThreadMessageW");
-    return TRUE;
-}
-
 std::size_t LiveAllocations() noexcept
 {
     return BlocksInUse();

@@ -37,7 +37,7 @@ constexpr LeftOut AllLeftOut[] = {
     {"Simulation.AWriteThatIsRefusedIsTracedAndANewConnectionMade", Hook},
     {"Submit.ThreadsThatCannotStartAreTraced", Hook},
     {"Dispatch.EveryGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists",
-     "it writes a file, and here are none"},
+     "it looks at files by the C++ library, which sees no simulated ones"},
     {"UniqueHandle.ResetSaysWhetherTheCloseWorked", "it closes a handle twice, which here ends the run"},
     {"ModulePath.NamesTheRunningProgram", "here the program has the router's path"},
     {"Thread.JoinWaitsForTheBodyAndNotForWhatEndsTheThreadLater", "its thread_local object would be all threads'"},
