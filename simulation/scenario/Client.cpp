@@ -62,6 +62,7 @@ bool Client::Open()
             m_idleAtOpen = IdleUs();
             m_pluggedAtOpen = m_world.instrument.PluggedAt();
             m_answersOnOldPipe = 0;
+            m_cut.clear();
             return true;
         }
         CheckService();
@@ -194,7 +195,27 @@ bool Client::IsJudged() const
     return MayLatencyBeJudged() && m_world.plan.IsSmooth() && m_settled && m_world.plan.pulls == 0;
 }
 
-// Requests written in one go may arrive merged: the answers are counted by the ends of the requests in them.
+// Requests written together may arrive merged, and cut where the port's buffer ended: the answers are counted by
+// the numbers of the requests in them, each followed by a blank.
+int Client::CountAnswers(const std::string& message)
+{
+    if (message == BroadcastText) {
+        return 0; // it may come between two parts
+    }
+    int count = 0;
+    m_cut += message;
+    for (;;) {
+        const std::size_t number = m_cut.find('#');
+        const std::size_t end = m_cut.find(' ', number);
+        if (number == std::string::npos || end == std::string::npos) {
+            m_cut.erase(0, number);
+            return count;
+        }
+        count += std::atoi(m_cut.c_str() + number + 1) >= m_firstAwaited ? 1 : 0; // else of an earlier visit
+        m_cut.erase(0, end);
+    }
+}
+
 Client::Visit Client::AwaitAnswers(int together, std::uint64_t idleBefore)
 {
     const std::uint64_t askedAt = NowUs();
@@ -216,9 +237,7 @@ Client::Visit Client::AwaitAnswers(int together, std::uint64_t idleBefore)
             }
             return Visit::Left;
         }
-        for (std::size_t at = message.find('#'); at != std::string::npos; at = message.find('#', at + 1)) {
-            missing -= std::atoi(message.c_str() + at + 1) >= m_firstAwaited ? 1 : 0; // else of an earlier visit
-        }
+        missing -= CountAnswers(message);
         if (missing <= 0 && IsJudged() && IdleUs() - idleBefore > PausesUs(together)) {
             Fault("an answer comes by a timeout only");
         }

@@ -49,6 +49,7 @@ private:
     std::string RequestText(int number);
     bool IsJudged() const;
     void CheckExpulsion() const;
+    int CountAnswers(const std::string& message);
     void CheckPipeIsNew();
     std::uint64_t Troubles() const { return m_world.account.Losses() + m_world.instrument.Pulls(); }
     void CheckService();
@@ -66,6 +67,7 @@ private:
     int m_answered = 0;
     int m_serial = 0; // over all requests ever written: no two are alike
     int m_firstAwaited = 0;
+    std::string m_cut;           // what has come of a number that is not complete
     bool m_settled = false;      // answered once since it connected
     std::uint64_t m_trouble = 0; // losses and pulls when it asked
     std::uint64_t m_troubleAtOpen = 0, m_idleAtOpen = 0, m_pluggedAtOpen = 0;

@@ -53,7 +53,8 @@ instrument::Script ScriptOf(const Plan& plan)
     }
     if (plan.broadcasts) {
         every(11, [](ResponsePlan& answer) {
-            answer.extras.push_back({instrument::Address{255, 2}, instrument::Bytes{'a', 'l', 'l', ';'}});
+            answer.extras.push_back(
+                {instrument::Address{255, 2}, instrument::Bytes(BroadcastText.begin(), BroadcastText.end())});
         });
     }
     if (plan.BroadcastsNothing()) {

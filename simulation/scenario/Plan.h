@@ -3,9 +3,13 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 namespace sim {
+
+/// Of the instrument to port 2 of every device.
+inline constexpr std::string_view BroadcastText = "all;";
 
 enum class Path { SimulatorPipe, Usb };
 
