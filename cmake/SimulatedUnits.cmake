@@ -9,7 +9,7 @@ morvane_simulated(simulated_tests FOLDER tests/unit/ports SOURCES
 morvane_simulated(simulated_tests FOLDER tests/unit/transport SOURCES
     DispatchTests.cpp HookFlags.cpp SimulationTests.cpp SubmitTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/windows SOURCES
-    Answers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
+    Answers.cpp FileAnswers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
 morvane_simulated(simulated_tests FOLDER tests/support SOURCES
     PipeClient.cpp RecordingTrace.cpp UniqueName.cpp WaitUntil.cpp)
 morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Imports.cpp Main.cpp)

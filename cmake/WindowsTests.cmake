@@ -68,7 +68,7 @@ endfunction()
 
 # What the calls have to answer: asked by a unit test of win32, here and in the simulated Windows, and by WindowsCheck.
 morvane_test_sources(answer_sources windows
-    Answers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
+    Answers.cpp FileAnswers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
 add_library(morvane_answers STATIC ${answer_sources})
 target_link_libraries(morvane_answers PUBLIC morvane_testsupport)
 target_compile_options(morvane_answers PRIVATE ${test_options})

@@ -164,6 +164,20 @@ BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags)
     return TRUE;
 }
 
+BOOL DeleteFileW(const wchar_t* path)
+{
+    Call call("DeleteFileW");
+    const auto file = TheDisk().files.find(KeyOf(path));
+    if (file == TheDisk().files.end()) {
+        return Call::Refuse(ERROR_FILE_NOT_FOUND);
+    }
+    if (!file->second->handles.empty()) {
+        return Call::Refuse(ERROR_SHARING_VIOLATION);
+    }
+    TheDisk().files.erase(file);
+    return TRUE;
+}
+
 DWORD SetFilePointer(HANDLE handle, LONG distance, LONG* high, DWORD from)
 {
     Call call("SetFilePointer");

@@ -36,7 +36,7 @@ protected:
 /// By whole path in small letters.
 struct Disk
 {
-    std::set<std::wstring> folders{L"c:\\router\\"};
+    std::set<std::wstring> folders{L"c:\\", L"c:\\router\\"};
     std::map<std::wstring, std::shared_ptr<DiskFile>> files;
     IDiskWatch* watch = nullptr;
 };

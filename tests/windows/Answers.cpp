@@ -28,7 +28,7 @@ win32::FileHandle OpenEnd(const std::wstring& path)
 std::vector<Answer> AllAnswers()
 {
     std::vector<Answer> all;
-    for (const auto& part : {InstanceAnswers(), ReadAnswers(), WriteAnswers(), WaitAnswers()}) {
+    for (const auto& part : {InstanceAnswers(), ReadAnswers(), WriteAnswers(), WaitAnswers(), FileAnswers()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     return all;

@@ -29,6 +29,7 @@ std::vector<Answer> InstanceAnswers();
 std::vector<Answer> ReadAnswers();
 std::vector<Answer> WriteAnswers();
 std::vector<Answer> WaitAnswers();
+std::vector<Answer> FileAnswers();
 
 /// The record of one overlapped request.
 struct Record

@@ -138,6 +138,7 @@ TEST_F(PortPipe, AClientThatComesBeforeTheConnectIsServed)
     EXPECT_EQ(RecordingTrace::Count("NEVER received"), 0u);
     SendToClient("welcome");
     EXPECT_EQ(client.Read(), "welcome");
+    port.reset(); // its lines look at `opened`
 }
 
 BOOL WINAPI RefuseConnect(HANDLE, LPOVERLAPPED)
