@@ -10,11 +10,20 @@ morvane_simulated(simulated_tests FOLDER tests/unit/transport SOURCES
     DispatchTests.cpp HookFlags.cpp SimulationTests.cpp SubmitTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/windows SOURCES
     Answers.cpp FileAnswers.cpp InstanceAnswers.cpp ReadAnswers.cpp WaitAnswers.cpp WriteAnswers.cpp)
+# Left out are those that step in between the product and DeviceIoControl, and the notifications, which want a window.
+morvane_simulated(simulated_tests FOLDER tests/unit/usb SOURCES
+    AbortTests.cpp DeafDriverTests.cpp EndpointKindTests.cpp FindAndOpenTests.cpp FinishTests.cpp IdentityTests.cpp
+    RequestBlockTests.cpp TransferTests.cpp UnplugTests.cpp UsbFixture.cpp)
+morvane_simulated(simulated_tests FOLDER tests/instrument SOURCES
+    InstrumentControl.cpp InstrumentDescription.cpp RemoteCall.cpp)
+morvane_simulated(simulated_tests FOLDER tests/instrument/driver SOURCES
+    Answers.cpp Remote.cpp Requests.cpp Transfers.cpp)
 morvane_simulated(simulated_tests FOLDER tests/support SOURCES
     PipeClient.cpp RecordingTrace.cpp UniqueName.cpp WaitUntil.cpp)
-morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Imports.cpp Main.cpp)
+morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Driver.cpp Imports.cpp Main.cpp)
 
 add_executable(simulated_units ${simulated_tests})
+target_include_directories(simulated_units PRIVATE ${PROJECT_SOURCE_DIR}/simulation/unit/driver)
 target_link_libraries(simulated_units PRIVATE simulated_product simulation_kernel morvane_googletest)
 foreach(import _Z10CancelIoExPvP10OVERLAPPED _Z16ConnectNamedPipePvP10OVERLAPPED
         _Z12CreateEventWP19SECURITY_ATTRIBUTESiiPKw _Z16CreateNamedPipeAPKcjjjjjjP19SECURITY_ATTRIBUTES

@@ -77,9 +77,12 @@ BOOL Control(DeviceFile& device, DWORD code, std::span<std::uint8_t> buffer, OVE
 }
 
 /// The present interfaces in the order of one snapshot.
-std::vector<std::string> Present(bool turned)
+std::vector<std::string> Present(const GUID& interfaceClass, bool turned)
 {
     const Devices& devices = *TheWorld().devices;
+    if (devices.driver != nullptr) {
+        return devices.driver->Present(interfaceClass); // its tests count on the order
+    }
     std::vector<std::string> paths;
     if (devices.instrument.isPlugged) {
         paths.emplace_back("\\\\?\\usb#instrument");
@@ -115,10 +118,17 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, LPVOID in, DWORD inLength, LPVOI
     if (Object& file = ObjectOf(handle); file.kind == Object::Kind::PipeEnd && code == PipeListen) {
         return ListenPipe(call, static_cast<PipeEnd&>(file), record);
     }
-    auto& device = static_cast<DeviceFile&>(ObjectOf(handle, Object::Kind::Device));
     if (record == nullptr || record->hEvent == nullptr) {
         Fault("a request to a device has no event");
     }
+    if (Object& object = ObjectOf(handle); object.kind == Object::Kind::Driven) {
+        const BOOL result =
+            TheWorld().devices->driver->Control(object, code, {static_cast<std::uint8_t*>(in), inLength},
+                                                {static_cast<std::uint8_t*>(out), outLength}, record, returned);
+        Point("DeviceIoControl done");
+        return result;
+    }
+    auto& device = static_cast<DeviceFile&>(ObjectOf(handle, Object::Kind::Device));
     const DWORD error = call.Injected({ERROR_GEN_FAILURE, ERROR_NO_SYSTEM_RESOURCES, ERROR_DEVICE_NOT_CONNECTED,
                                        ERROR_OPERATION_ABORTED, ERROR_BAD_COMMAND});
     const std::span<std::uint8_t> input(static_cast<std::uint8_t*>(in), inLength);
@@ -131,8 +141,7 @@ BOOL DeviceIoControl(HANDLE handle, DWORD code, LPVOID in, DWORD inLength, LPVOI
     return result;
 }
 
-HDEVINFO SetupDiGetClassDevsA(const GUID* /*interfaceClass*/, const char* /*enumerator*/, HWND /*window*/,
-                              DWORD flags)
+HDEVINFO SetupDiGetClassDevsA(const GUID* interfaceClass, const char* /*enumerator*/, HWND /*window*/, DWORD flags)
 {
     Call call("SetupDiGetClassDevsA");
     if (flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE)) {
@@ -141,7 +150,7 @@ HDEVINFO SetupDiGetClassDevsA(const GUID* /*interfaceClass*/, const char* /*enum
     if (call.Fails({ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER})) {
         return INVALID_HANDLE_VALUE;
     }
-    return new DeviceSet{Present(TheWorld().switches.Take(Switch::DeviceOrderChanges))};
+    return new DeviceSet{Present(*interfaceClass, TheWorld().switches.Take(Switch::DeviceOrderChanges))};
 }
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, void* /*device*/, const GUID* /*interfaceClass*/, DWORD index,

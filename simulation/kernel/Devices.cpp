@@ -243,6 +243,9 @@ BOOL StartTransfer(DeviceFile& device, const Request& request, bool isIn, std::s
 HANDLE OpenDevice(const char* path)
 {
     Devices& devices = *TheWorld().devices;
+    if (devices.driver != nullptr) {
+        return devices.driver->Open(path);
+    }
     UsbInstrument& instrument = std::strstr(path, "foreign") != nullptr ? devices.foreign : devices.instrument;
     if (!instrument.isPlugged) {
         Call::Refuse(ERROR_FILE_NOT_FOUND);

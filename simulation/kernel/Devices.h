@@ -34,8 +34,26 @@ struct UsbInstrument
     std::uint64_t resets = 0;
 };
 
+/// A driver in place of the instrument's and its bus: the unit tests bring their own. From inside the calls.
+class IDriver
+{
+public:
+    /// The paths of the devices that show an interface.
+    virtual std::vector<std::string> Present(const GUID& interfaceClass) = 0;
+    /// An object of the kind Driven; INVALID_HANDLE_VALUE, with the last error.
+    virtual HANDLE Open(const std::string& path) = 0;
+    virtual BOOL Control(Object& file, DWORD code, std::span<std::uint8_t> in, std::span<std::uint8_t> out,
+                         OVERLAPPED* record, DWORD* returned) = 0;
+    /// Whether the request is pending there.
+    virtual bool Cancel(Object& file, const OVERLAPPED* record) = 0;
+
+protected:
+    ~IDriver() = default;
+};
+
 struct Devices
 {
+    IDriver* driver = nullptr;
     UsbInstrument instrument;
     UsbInstrument foreign; // another product on the bus, which the router does not serve
     std::vector<int> sets; // open snapshots: 0 free, else how many interfaces it lists

@@ -80,6 +80,8 @@ BOOL Write(Call& call, PipeEnd& end, const void* data, DWORD length, DWORD* writ
 
 } // namespace
 
+constexpr std::wstring_view DevicePrefix = L"\\\\.\\";
+
 HANDLE CreateFileA(const char* name, DWORD access, DWORD /*share*/, SECURITY_ATTRIBUTES* /*security*/,
                    DWORD disposition, DWORD flags, HANDLE /*pattern*/)
 {
@@ -99,7 +101,7 @@ HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTR
                    DWORD disposition, DWORD flags, HANDLE pattern)
 {
     const std::wstring_view wide = name;
-    if (IsPipePath(wide)) {
+    if (IsPipePath(wide) || (wide.starts_with(DevicePrefix) && TheWorld().devices->driver != nullptr)) {
         std::string narrow;
         std::ranges::transform(wide, std::back_inserter(narrow), [](wchar_t c) { return static_cast<char>(c); });
         return CreateFileA(narrow.c_str(), access, share, security, disposition, flags, pattern);

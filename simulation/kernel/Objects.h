@@ -16,7 +16,7 @@ struct World;
 
 struct Object
 {
-    enum class Kind { Event, Mutex, Thread, PipeEnd, Device, File, Token };
+    enum class Kind { Event, Mutex, Thread, PipeEnd, Device, Driven, File, Token };
 
     explicit Object(Kind what) noexcept : kind(what) {}
     virtual ~Object() = default;

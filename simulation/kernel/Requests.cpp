@@ -1,6 +1,7 @@
 #include "simulation/kernel/Requests.h"
 
 #include "simulation/kernel/Call.h"
+#include "simulation/kernel/Devices.h"
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/Switches.h"
 #include "simulation/kernel/World.h"
@@ -146,6 +147,8 @@ void CancelRequestsOf(const Fiber& fiber)
         }
         if (lent.file->kind == Object::Kind::Device) {
             CancelDeviceRequest(*lent.file, lent.record, false);
+        } else if (lent.file->kind == Object::Kind::Driven) {
+            TheWorld().devices->driver->Cancel(*lent.file, lent.record);
         } else {
             CancelPipeRequest(*lent.file, lent.record, true);
         }
@@ -193,7 +196,8 @@ BOOL CancelIoEx(HANDLE file, OVERLAPPED* record)
         return Call::Refuse(ERROR_INVALID_HANDLE);
     }
     Object& object = ObjectOf(file);
-    const bool found = object.kind == Object::Kind::Device ? CancelDeviceRequest(object, record, false)
+    const bool found = object.kind == Object::Kind::Driven ? TheWorld().devices->driver->Cancel(object, record)
+                     : object.kind == Object::Kind::Device ? CancelDeviceRequest(object, record, false)
                                                            : CancelPipeRequest(object, record, false);
     return found ? TRUE : Call::Refuse(ERROR_NOT_FOUND);
 }

@@ -28,6 +28,7 @@
 #define ERROR_OPERATION_ABORTED    995u
 #define ERROR_IO_INCOMPLETE        996u
 #define ERROR_IO_PENDING           997u
+#define ERROR_IO_DEVICE            1117u
 #define ERROR_DEVICE_NOT_CONNECTED 1167u
 #define ERROR_NOT_FOUND            1168u
 #define ERROR_INVALID_THREAD_ID    1444u

@@ -124,6 +124,7 @@ BOOL DuplicateHandle(HANDLE fromProcess, HANDLE handle, HANDLE toProcess, HANDLE
 BOOL GetHandleInformation(HANDLE handle, DWORD* flags);
 DWORD GetCurrentProcessId() noexcept;
 BOOL DeleteFileW(const wchar_t* path);
+BOOL GetProcessHandleCount(HANDLE process, DWORD* count);
 HANDLE CreateNamedPipeW(const wchar_t* name, DWORD openMode, DWORD pipeMode, DWORD instances, DWORD outSize,
                         DWORD inSize, DWORD timeout, SECURITY_ATTRIBUTES* security);
 BOOL PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, DWORD* read, DWORD* available, DWORD* leftOfMessage);

@@ -29,6 +29,13 @@ BOOL GetHandleInformation(HANDLE handle, DWORD* flags)
     return IsOpen(handle) ? TRUE : Call::Refuse(ERROR_INVALID_HANDLE);
 }
 
+BOOL GetProcessHandleCount(HANDLE /*process*/, DWORD* count)
+{
+    Call call("GetProcessHandleCount");
+    *count = static_cast<DWORD>(OpenHandles());
+    return TRUE;
+}
+
 DWORD GetCurrentProcessId() noexcept
 {
     return 1;

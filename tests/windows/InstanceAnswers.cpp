@@ -45,7 +45,9 @@ std::string OpenInCapitals()
 {
     const AnsweringPipe pipe;
     std::wstring path = pipe.Path();
-    std::ranges::transform(path, path.begin(), [](wchar_t c) { return static_cast<wchar_t>(std::towupper(c)); });
+    std::ranges::transform(path, path.begin(), [](wchar_t c) {
+        return static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
+    });
     const win32::FileHandle client(::CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                                  OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     return Done(client ? TRUE : FALSE);
