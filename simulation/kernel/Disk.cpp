@@ -153,7 +153,7 @@ BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags)
     if (call.Fails({ERROR_SHARING_VIOLATION, ERROR_ACCESS_DENIED})) {
         return FALSE;
     }
-    // Nobody here shares the right to delete, which moving and replacing need.
+    // No handle here shares the right to delete, which moving and replacing need.
     const auto target = files.find(KeyOf(to));
     if (!source->second->handles.empty() || (target != files.end() && !target->second->handles.empty())) {
         return Call::Refuse(ERROR_SHARING_VIOLATION);

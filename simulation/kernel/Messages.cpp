@@ -69,7 +69,7 @@ BOOL TranslateMessage(const MSG* /*message*/)
 
 LRESULT DispatchMessageW(const MSG* /*message*/)
 {
-    return 0; // without a window it is nobody's
+    return 0; // without a window it is no window's
 }
 
 BOOL PostMessageW(HWND /*window*/, UINT /*message*/, WPARAM /*word*/, LPARAM /*number*/)

@@ -63,7 +63,8 @@ Request Accept(OVERLAPPED* record, Object& file, void* buffer, DWORD length)
         static_cast<EventObject&>(*request.event).set = false;
         Released(Current(), request.event.get());
     }
-    // Who sees the end of the request sees what was done before its start, and nothing of who made it end.
+    // A thread that sees the end of the request sees what was done before its start, and nothing of the thread
+    // that completed it.
     Released(Current(), record);
     record->Internal = STATUS_PENDING;
     record->InternalHigh = 0;

@@ -175,7 +175,7 @@ public:
 
 private:
     // What was marked as pending is answered as pending, though it may be done. The tests' own calls count on
-    // record and event of what is done at once.
+    // record and event of what is complete at its start.
     static BOOL Answer(Packet& packet, bool isRemote, NTSTATUS status, DWORD* returned)
     {
         if (status == static_cast<NTSTATUS>(STATUS_PENDING)) {

@@ -43,7 +43,7 @@ std::string Error(DWORD error);
 std::string Bytes(DWORD count);
 
 /// What a start has led to: "pending", "N bytes", "error N", and for a refusal whether it set the event. `done`
-/// and `count` are the start's own; called at once, while GetLastError() is the start's.
+/// and `count` are the start's own; called right after it, while GetLastError() is the start's.
 std::string Begun(BOOL done, DWORD count, HANDLE file, Record& record);
 /// The result of a pending request: "N bytes" or "error N". Waits for it.
 std::string Ended(HANDLE file, Record& record);

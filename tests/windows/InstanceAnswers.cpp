@@ -229,7 +229,7 @@ std::vector<Answer> InstanceAnswers()
 {
     return {
         {"OpenOfNone", "CreateFile, no instance", "error 2", ClientPage, OpenOfNone},
-        {"OpenBeforeTheConnect", "CreateFile, an instance for which nobody has called ConnectNamedPipe", "done",
+        {"OpenBeforeTheConnect", "CreateFile, an instance without a call of ConnectNamedPipe", "done",
          "Named Pipe Operations", OpenBeforeTheConnect},
         {"OpenInCapitals", "CreateFile, the name in capital letters", "done", CreatePage, OpenInCapitals},
         {"OpenOfABusyOne", "CreateFile, all instances have a client", "error 231", ClientPage, OpenOfABusyOne},

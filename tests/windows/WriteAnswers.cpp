@@ -174,7 +174,7 @@ std::vector<Answer> WriteAnswers()
     return {
         {"WriteToAListeningOne", "WriteFile, no client yet", "error 536, event unset", WritePage,
          WriteToAListeningOne},
-        {"WriteWithSpace", "WriteFile, nobody reads", "5 bytes", "CreateNamedPipe function", WriteWithSpace},
+        {"WriteWithSpace", "WriteFile, without a reader", "5 bytes", "CreateNamedPipe function", WriteWithSpace},
         {"WriteOfNothing", "WriteFile of 0 bytes", "0 bytes", WritePage, WriteOfNothing},
         {"WriteAfterTheClientHasGone", "WriteFile, the client has closed", "error 232, event unset", WritePage,
          WriteAfterTheClientHasGone},

@@ -30,7 +30,7 @@ protected:
         EXPECT_TRUE(m_client);
     }
 
-    /// What the client reads at once.
+    /// What the client reads without waiting.
     std::string Read()
     {
         std::array<char, 2 * Longer> buffer{};
