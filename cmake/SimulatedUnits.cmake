@@ -5,7 +5,7 @@ morvane_simulated(simulated_tests FOLDER tests/unit/win32 SOURCES
 morvane_simulated(simulated_tests FOLDER tests/unit/trace SOURCES PacketTextTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/unit/ports SOURCES
     CommandTests.cpp PortPipeFixture.cpp PortPipeLimitTests.cpp PortPipeRecreateTests.cpp PortPipeStopTests.cpp
-    PortPipeTests.cpp PortPipeTraceTests.cpp PortPipeWindowsTests.cpp)
+    PortPipeTests.cpp PortPipeTraceTests.cpp PortPipeWindowsTests.cpp ReplyWriterTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/unit/transport SOURCES
     DispatchTests.cpp HookFlags.cpp SimulationTests.cpp SubmitTests.cpp)
 morvane_simulated(simulated_tests FOLDER tests/windows SOURCES

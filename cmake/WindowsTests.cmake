@@ -92,7 +92,7 @@ morvane_unit_test(transport LIBRARIES morvane_recordingtrace morvane_transport S
     UsbWriteTests.cpp)
 morvane_unit_test(ports LIBRARIES morvane_recordingtrace morvane_ports SOURCES
     CommandTests.cpp PortPipeFixture.cpp PortPipeLimitTests.cpp PortPipeRecreateTests.cpp PortPipeStopTests.cpp
-    PortPipeTests.cpp PortPipeTraceTests.cpp PortPipeWindowsTests.cpp)
+    PortPipeTests.cpp PortPipeTraceTests.cpp PortPipeWindowsTests.cpp ReplyWriterTests.cpp)
 morvane_unit_test(diag LIBRARIES morvane_recordingtrace morvane_diag SOURCES
     DebugListTests.cpp DebugOptionTests.cpp DebugWindowFixture.cpp DebugWindowTests.cpp DialogFixture.cpp
     DialogKeyboardTests.cpp DialogLayoutTests.cpp DialogTests.cpp FakeHost.cpp IconTests.cpp LogFileTests.cpp

@@ -2,9 +2,6 @@
 
 const CSerialPortCommand* ReplyWriter::Start(HANDLE pipe, std::unique_ptr<CSerialPortCommand> packet)
 {
-    // A write that began before a new client's connect was noticed may be pending: Windows reads its bytes until
-    // it has been cancelled.
-    m_write.Cancel();
     m_packet = std::move(packet);
     if (!m_packet || m_packet->GetLength() < 1) {
         return nullptr;

@@ -24,8 +24,9 @@ public:
 
     void Cancel() noexcept { m_write.Cancel(); }
 
-    /// For a new client.
-    void Permit() noexcept { m_mayWrite = true; }
+    /// For a new client. A write that began before its connect was noticed may still be pending: the next one
+    /// waits for its end, or it would free the bytes that Windows reads.
+    void Permit() noexcept { m_mayWrite = !m_write.IsPending(); }
 
     /// Whether the last write has completed.
     bool MayWrite() const noexcept { return m_mayWrite; }
