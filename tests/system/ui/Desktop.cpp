@@ -27,8 +27,9 @@ std::string OutsidePath(const std::filesystem::path& path)
     return copy;
 }
 
-/// Runs a command of the system below Wine and waits for its end. Wine gives no handle of such a program to wait
-/// for, so the command leaves its exit code in a file. True when that is 0.
+/// Runs a command of the system below Wine and waits for its end. Wine gives no handle of such a program: it
+/// leaves the fields of PROCESS_INFORMATION unset, and a close of them closes whatever handle of the tests has
+/// that number. So the command writes its exit code to a file. True when that is 0.
 bool RunOutside(const std::string& command)
 {
     const auto end = std::filesystem::temp_directory_path() / support::UniqueName(L"outside");
@@ -43,8 +44,6 @@ bool RunOutside(const std::string& command)
     {
         return false;
     }
-    const win32::KernelHandle thread(process.hThread);
-    const win32::KernelHandle handle(process.hProcess);
     int code = -1;
     const bool ended = support::WaitUntil([&] { return static_cast<bool>(std::ifstream(end) >> code); });
     std::error_code ignored;
