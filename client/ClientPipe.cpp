@@ -15,7 +15,7 @@ constexpr std::size_t LongestMessage = 65536;
 /// Between two tries to open the pipe.
 constexpr DWORD TryPause = 5;
 
-/// So long a newly opened pipe is watched: if the router was about to make it anew, it breaks within this time.
+/// So long a newly opened pipe is watched: if the router was about to recreate it, it breaks within this time.
 constexpr ClientPipe::Timeout Settling{20};
 
 /// While the router recreates a pipe, an open may be refused as busy for a moment. Only a client that holds the

@@ -73,7 +73,7 @@ private:
     win32::FileHandle m_pipe;
     win32::OverlappedOperation m_read;
     win32::OverlappedOperation m_write;
-    bool m_isReading = false;           // m_read is under way, or its message not taken; the reading thread's
+    bool m_isReading = false;           // m_read is pending, or its message not taken; the reading thread's
     DWORD m_error = ERROR_SUCCESS;      // of the opening and reading thread
     DWORD m_writeError = ERROR_SUCCESS; // of the writing thread
 };

@@ -177,7 +177,7 @@ void Port::ReadOnce(DWORD milliseconds)
         const Flag reading(m_reading);
         const win32::SectionPause pause(m_lock);
         outcome = m_pipe.Read(bytes, ClientPipe::Timeout(milliseconds));
-        // Behind a reply nothing is expected but the next request, which the start of a read would hold up.
+        // After a reply only the next request is expected, which the start of a read would hold up.
         if (outcome == ClientPipe::Outcome::Done && !isReply) {
             m_pipe.ReadAhead();
         }
@@ -322,7 +322,7 @@ void Port::InterruptReading()
     m_changed.WakeAll();
 }
 
-/// Whoever an interruption concerned takes it back.
+/// The thread that an interruption concerned takes it back.
 void Port::ResetInterrupt()
 {
     if (m_closing || m_reopening) {

@@ -164,7 +164,7 @@ MORVANE_API int MORVANE_CALL morvane_resync(morvane_port port, uint32_t quiet, u
 MORVANE_API int MORVANE_CALL morvane_reopen(morvane_port port, uint32_t timeout);
 /* Waits until the port is connected. */
 MORVANE_API int MORVANE_CALL morvane_wait_ready(morvane_port port, uint32_t timeout);
-/* Ends the calls of other threads that wait on the port now. What is queued is written all the same. */
+/* Ends the calls of other threads that wait on the port now. Queued messages are still written. */
 MORVANE_API int MORVANE_CALL morvane_cancel(morvane_port port);
 MORVANE_API int MORVANE_CALL morvane_next_event(morvane_port port, morvane_event* event, uint32_t timeout);
 /* A manual-reset event, signalled while a message or an event can be received without waiting. The library's; wait

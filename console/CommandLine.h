@@ -24,7 +24,7 @@ struct Switch
 };
 
 /// Calls the handlers in the order of the switches on the command line. A value is the next argument or follows a
-/// "=". `words` gets the arguments that are no switches; all arguments behind a lone "--" are none. Switches and
+/// "=". `words` gets the arguments that are no switches; all arguments after a lone "--" are none. Switches and
 /// values that are wrong, and words when `words` is null, give an error and end the reading.
 std::optional<Error> Parse(const std::vector<std::string>& arguments, const std::vector<Switch>& switches,
                            std::vector<std::string>* words = nullptr);

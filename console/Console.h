@@ -13,7 +13,7 @@ namespace console {
 /// Exit code of a wrong command line, for all tools.
 inline constexpr int UsageError = 2;
 
-/// The arguments behind the program's name, in UTF-8.
+/// The arguments after the program's name, in UTF-8.
 std::vector<std::string> Arguments(int count, wchar_t** arguments);
 
 std::string Utf8(std::wstring_view text);
@@ -28,8 +28,8 @@ int Fail(std::string_view program, std::string_view what, int exitCode);
 /// Microseconds from some moment before the first call; the same clock for all threads.
 std::chrono::microseconds Now();
 
-/// A named event that others wait for. It is there, unset, from the start: who looks for it too early can wait for
-/// it.
+/// A named event that other processes wait for. It exists, unset, from the start: a process that opens it early
+/// can wait for it.
 class ReadySignal
 {
 public:
@@ -47,7 +47,7 @@ private:
     win32::KernelHandle m_event; // manual reset
 };
 
-/// Becomes signalled on Ctrl+C, Ctrl+Break and when the console goes; on a named event too, when it is given
+/// Becomes signalled on Ctrl+C, Ctrl+Break and when the console closes; on a named event too, when it is given
 /// one. At most one at a time.
 class StopSignal
 {

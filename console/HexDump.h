@@ -9,7 +9,7 @@
 
 namespace hexdump {
 
-/// Lines of 16 bytes: offset, hex digits, characters; `indent` in front of each, an end of line behind each.
+/// Lines of 16 bytes: offset, hex digits, characters; `indent` before each, an end of line after each.
 std::string Lines(std::span<const std::uint8_t> bytes, std::string_view indent = "  ");
 
 /// One line: the first `most` bytes as hex digits and characters, "..." when there are more.

@@ -57,7 +57,7 @@ bool CDebugOptionDlg::Handle(UINT message, WPARAM wParam, LPARAM lParam)
     switch (message) {
     case WM_INITDIALOG:
         m_tray.SetUp(m_window, m_program, *m_host);
-        return false; // a window that nobody sees must not take the keyboard
+        return false; // an invisible window must not take the keyboard
     case WM_SHOWWINDOW: OnShow(wParam != FALSE); return false;
     case WM_WINDOWPOSCHANGED: OnPositionChanged(*reinterpret_cast<const WINDOWPOS*>(lParam)); return false;
     case WM_TIMER: OnTimer(); return true;
@@ -133,7 +133,7 @@ void CDebugOptionDlg::OnTrayCallback(LPARAM mouseMessage)
     }
 }
 
-/// Opened anew, the keyboard begins at the top, wherever it was left the last time.
+/// Opened again, the keyboard begins at the top, wherever it was left the last time.
 void CDebugOptionDlg::ShowToUser() noexcept
 {
     const bool opening = !IsVisible();

@@ -67,7 +67,7 @@ public:
     /// Stop or the Deleter joins it later. False when the log was not complete in that time.
     bool StopForSessionEnd();
 
-    /// Queues a line behind a time stamp; drops it unless the thread is there and mask and filter meet. Any
+    /// Queues a line with a time stamp; drops it unless the thread is there and mask and filter meet. Any
     /// thread.
     void AddTrace(std::uint32_t mask, std::string text);
     /// The same without the time stamp.
@@ -156,5 +156,5 @@ private:
 
     // The owner's.
     bool m_abandoned = false;
-    win32::Thread m_thread; // last, so that it goes first
+    win32::Thread m_thread; // last, so that it is destroyed first
 };

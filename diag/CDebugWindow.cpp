@@ -137,7 +137,7 @@ void CDebugWindow::OnDestroy() noexcept
     ::SetMenu(m_window, nullptr);
     ::DestroyMenu(m_menuBar);
     m_menuBar = nullptr;
-    m_isServeTimerSet = false; // goes with the window
+    m_isServeTimerSet = false; // destroyed with the window
     m_list.ResetState();
 }
 

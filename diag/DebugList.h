@@ -15,7 +15,7 @@ public:
     static constexpr UINT_PTR PaintTimer = 1;
 
     /// Makes the list over the whole client area of `parent`, which from then on calls Paint when its PaintTimer
-    /// comes and ResetState when it goes.
+    /// comes and ResetState when it is destroyed.
     bool Create(HWND parent) noexcept;
     void ResetState() noexcept;
     void Resize(int width, int height) noexcept;

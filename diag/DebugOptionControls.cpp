@@ -46,7 +46,7 @@ void CDebugOptionDlg::LoadOptions()
     ::SetDlgItemTextW(m_window, IDC_LOG_FOLDER, (L"Log File Name:   " + m_host->LogFileName()).c_str());
 }
 
-/// The list sorts itself by text: whoever comes to stand first in it is shown.
+/// The list sorts itself by text: the entry that comes first is shown.
 void CDebugOptionDlg::FillDevices()
 {
     const HWND list = ::GetDlgItem(m_window, IDC_DEVICE);

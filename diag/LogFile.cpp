@@ -48,8 +48,8 @@ void LogFile::Rotate()
     Write("********* To Be Continued *****\r\n");
     m_file.Reset();
     ::MoveFileExW(m_path.c_str(), (m_path + L".BAK").c_str(), MOVEFILE_REPLACE_EXISTING);
-    // Also when the move failed (somebody holds one of the two open): the size stays bounded, at the price of
-    // what was in the file.
+    // Also when the move failed (another process holds one of the two open): the size stays bounded, at the price
+    // of what was in the file.
     m_file = OpenForWriting(m_path, CREATE_ALWAYS);
     m_isInterrupted = !IsOpen();
     m_lastOpening = m_disk.Ticks();

@@ -33,7 +33,7 @@ public:
     /// is open.
     void Open(const std::wstring& path, bool append);
 
-    /// Writes one line behind those already there. A file that holds more than `sizeLimit` bytes is first moved
+    /// Appends one line. A file that holds more than `sizeLimit` bytes is first moved
     /// aside, in place of the previous backup, and a new one begun. When that fails, lines are lost until a later
     /// call can open the file; at most one call a second tries.
     void WriteLine(std::string_view text, std::uint32_t sizeLimit);

@@ -16,7 +16,7 @@ void TraceQueue::Push(std::uint32_t mask, std::string text, Stamp stamp)
     }
     const win32::ExclusiveScope lock(m_lock);
     if (m_entries.size() > Limit) {
-        // The writer tests the length after each entry it takes, so all that stands behind the limit is certain
+        // The writer tests the length after each entry it takes, so every entry after the limit is certain
         // to be discarded. Counting it is enough, and a writer that a disk holds up costs no memory without end.
         ++m_uncounted;
         return;

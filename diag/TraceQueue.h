@@ -26,7 +26,7 @@ public:
 
     enum class Stamp { None, Now };
 
-    /// Appends `text`, behind a time stamp when asked; `mask` tells where it goes. The stamps of two entries
+    /// Appends `text`, with a time stamp when asked; `mask` tells where it goes. The stamps of two entries
     /// never contradict their order.
     void Push(std::uint32_t mask, std::string text, Stamp stamp);
 

@@ -52,7 +52,7 @@ std::wstring TrayIcon::StateText(std::int32_t speed) const
     if (m_host->IsConnected()) {
         status = m_host->IsUpdatingFirmware() ? L"Updating Firmware ..." : L"Connected";
     }
-    // The other product name is meant: it is the one that the tooltip has always had.
+    // By design another product name: it is the one that the tooltip has always had.
     std::array<wchar_t, 100> text{};
     ::wsprintfW(text.data(), L"Tarn Port Router\nStatus: %s\nSpeed: %d KB/s", status, speed);
     return text.data();
@@ -127,7 +127,7 @@ UINT TrayIcon::ShowPopupMenu(UINT menuId)
     if (menu == nullptr) {
         return 0;
     }
-    // In the foreground, and with a message behind it: otherwise the menu stays when the user clicks elsewhere.
+    // In the foreground, and followed by a message: otherwise the menu stays when the user clicks elsewhere.
     ::SetForegroundWindow(m_window);
     POINT pointer{};
     ::GetCursorPos(&pointer);

@@ -27,7 +27,7 @@ public:
     /// Takes a new reading of the transport, and adds an icon that is missing: for each WM_TIMER.
     void Refresh();
 
-    /// Puts the icon back after the shell's taskbar was made anew.
+    /// Puts the icon back after the shell's taskbar was recreated.
     void Restore();
 
     void RemoveTrayIcon();

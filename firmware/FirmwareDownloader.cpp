@@ -82,13 +82,13 @@ bool FirmwareDownloader::NeedsDownload() noexcept
 void FirmwareDownloader::ResendWhenDue() noexcept
 {
     if (Dialogue().IsRetryDue(m_Surroundings.tickCount())) {
-        // Somebody else's turn means that the dialogue goes on by itself: the next query looks again.
+        // Another thread that holds the mutex advances the dialogue by itself. The next query looks again.
         if (m_mutex.TryEnterExclusive()) {
             m_Dialogue.Retry(m_Surroundings.tickCount());
             m_mutex.LeaveExclusive();
         }
     } else if (Dialogue().RetryCount() > DownloadDialogue::MaxRetries) {
-        // Not reached, since the counter ends at the maximum; kept as it is meant to stand.
+        // Not reached, since the counter ends at the maximum; kept by design.
         Report(
             "FirmwareDownloader::NeedsDownload() max numer of retries reached, new Firmware will not be loaded!");
     }
@@ -138,7 +138,7 @@ void FirmwareDownloader::Completed() noexcept
 
 bool FirmwareDownloader::OwnCompletionMutex() noexcept
 {
-    // The mutex is acquired by the first completion and never released; that is meant. Completions nearly always
+    // By design the mutex is acquired by the first completion and never released. Completions nearly always
     // come from the reply thread, which would get it again at once. Others (a dialogue that ends for want of
     // memory while the command thread or a port thread begins it) would wait for ever, and even the owner's
     // acquisitions are counted by Windows and may not exceed 2^31, which an instrument that keeps talking would

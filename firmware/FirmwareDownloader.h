@@ -37,21 +37,21 @@ public:
     /// version 1 is sent the whole image without waiting for acknowledgements, from now on. Command thread.
     bool ReadFirmwareFile(std::uint16_t productId, std::int32_t bootloaderVersion) noexcept;
 
-    /// Begins the dialogue anew, with all its re-sends. Command thread.
+    /// Restarts the dialogue, with all its re-sends. Command thread.
     void Download() noexcept;
 
     /// Whether the ports have to wait: an image is loaded and no dialogue has ended yet. Each query may re-send
     /// PREPARE_DOWNLOAD to an instrument that has not answered for more than 3000 ms. Any thread, cheap.
     bool NeedsDownload() noexcept;
 
-    /// Whether the dialogue is under way. Any thread.
+    /// Whether the dialogue is running. Any thread.
     bool IsDownloading() const noexcept;
 
     /// One reply of the instrument: `length` bytes of text, with or without a terminating zero. Nothing when null
     /// or empty. Reply thread.
     void OnReceive(const std::uint8_t* bytes, std::uint32_t length) noexcept;
 
-    /// Forgets a dialogue that is under way. Any thread, but waits for an event being handled.
+    /// Forgets a running dialogue. Any thread, but waits for an event being handled.
     void SetForDownloadOnNextConnect() noexcept;
 
 private:

@@ -25,8 +25,8 @@ FirmwareReading ReadOpenFile(const win32::FileHandle& file, std::uint32_t size, 
     DWORD count = 0;
     const bool worked = readFile(file.Get(), image->bytes.get(), size, &count, nullptr) != FALSE;
     image->size = count;
-    // Three outcomes, all meant: a read that worked is an image, one that failed with all bytes there is none and
-    // ends the matter, and one that failed with fewer is an image as far as it goes.
+    // By design: a read that worked gives an image. One that failed with all bytes gives none, and nothing is
+    // downloaded. One that failed with fewer gives the bytes that it has read as the image.
     if (!worked && count == size) {
         return {FirmwareReading::Outcome::Discarded, nullptr, count};
     }

@@ -17,7 +17,7 @@ struct FirmwareSurroundings
     static FirmwareSurroundings OfThisProcess();
 };
 
-/// Name of the product's firmware file: "Firmware\Firmware_", the product ID in decimal and ".Out" behind the
+/// Name of the product's firmware file: "Firmware\Firmware_", the product ID in decimal and ".Out" after the
 /// program's folder. Empty when the program's path has no backslash.
 std::wstring FirmwareFileName(const std::wstring& programPath, std::uint16_t productId);
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-/// Never changed once it is shared: a download under way keeps the image it began with, whatever is loaded next.
+/// Never changed once it is shared: a running download keeps the image it began with, whatever is loaded next.
 struct FirmwareImage
 {
     std::unique_ptr<std::uint8_t[]> bytes;

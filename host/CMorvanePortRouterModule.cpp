@@ -58,7 +58,7 @@ int CMorvanePortRouterModule::WinMain(const wchar_t* commandLine)
     }
     const HRESULT result = RunAction(ParseCommandLine(commandLine));
     if (SUCCEEDED(initialised)) {
-        // What a failed start has built holds COM objects and windows: it goes before COM does.
+        // What a failed start has built holds COM objects and windows: it is destroyed before COM ends.
         TearDown();
         ::CoUninitialize();
     }

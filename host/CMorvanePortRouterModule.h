@@ -84,7 +84,7 @@ private:
     QuitRequest m_quit;
     HostWatch m_watch{m_quit};
 
-    // What trace calls use stands first: it is there before anything that traces, and goes last.
+    // What trace calls use stands first: it is there before anything that traces, and is destroyed last.
     CDebugOptionDlg m_dialog;
     TracerOutput m_traceOutput;
     TraceFrontEnd m_traceFrontEnd;

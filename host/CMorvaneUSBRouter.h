@@ -40,7 +40,7 @@ public:
     /// Serves a port unless its address is registered already, by whichever object.
     STDMETHODIMP Register(LONG nDeviceType, ULONG nPort, LONG nReadBufferSize, LONG nWriteBufferSize,
                           BSTR bstrPortName) noexcept override;
-    /// Ends a port, whoever registered it.
+    /// Ends a port, whichever object registered it.
     STDMETHODIMP Unregister(LONG nDeviceType, ULONG nPort) noexcept override;
 
 private:

@@ -15,7 +15,7 @@ class CCDevicePortPipe;
 
 /// At most one port for each address. Changed by the main thread only; the transport's threads reach ports through
 /// the calls below that hold the lock shared for their short length, so a port that is found lives until the call
-/// is over. A port is deleted after the lock was let go: its destructor waits for its thread.
+/// is over. A port is deleted after the lock was released: its destructor waits for its thread.
 class PortTable final : public IPortDirectory
 {
 public:

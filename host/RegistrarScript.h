@@ -1,8 +1,8 @@
 // A registration script: the keys and values that it lists are written, and removed again.
 //
 // Windows has a registrar object for such scripts (atl.dll). It is not used here, so that the outcome is the same
-// on every system and known from tests: a missing key is skipped on removal, a ForceRemove key goes with all that
-// lies below, the first failing step gives the HRESULT, and a user's hive is written without replacing
+// on every system and known from tests: a missing key is skipped on removal, a ForceRemove key is removed with
+// all that lies below, the first failing step gives the HRESULT, and a user's hive is written without replacing
 // HKEY_CLASSES_ROOT for the process.
 #pragma once
 

@@ -42,7 +42,7 @@ HRESULT LoadScript(int resource, const std::wstring& modulePath, RegistrarScript
 }
 
 /// A part of the registration and the view of the registry that it goes to. The router is a 64-bit program: its
-/// class is written as 64-bit programs see it, and so finds it whoever activates it. An interface's proxy is
+/// class is written as 64-bit programs see it, and so every activating program finds it. An interface's proxy is
 /// looked for in the client's own view, and the two views have keys of their own for it, while they share the type
 /// library's ("Registry Keys Affected by WOW64").
 struct Part
@@ -73,9 +73,9 @@ HRESULT Run(const Part& part, HKEY hive, HRESULT (RegistrarScript::*run)(HKEY, R
     return SUCCEEDED(result) ? (script.*run)(classes.Get(), part.view) : result;
 }
 
-// The type library goes in by a script as well. Windows' own calls for it (RegisterTypeLib and its per-user form)
-// register the kind of system that the library was made for only, and the per-user form keeps to the user's hive
-// on some systems only.
+// The type library is registered by a script as well. Windows' own calls for it (RegisterTypeLib and its per-user
+// form) register the kind of system that the library was made for only, and the per-user form keeps to the user's
+// hive on some systems only.
 HRESULT RegisterAll(HKEY hive)
 {
     for (const Part& part : Parts) {

@@ -64,7 +64,7 @@ void ScriptParser::ReadQuoted()
     m_malformed = true;
 }
 
-// Behind the division into words, so that blanks and quotes of a path are nothing special.
+// After the division into words, so that blanks and quotes of a path are nothing special.
 std::wstring ScriptParser::Replaced(const std::wstring& word)
 {
     std::wstring result;
@@ -107,7 +107,7 @@ std::wstring ScriptParser::TakeWord()
     return word;
 }
 
-/// Behind "=": the letter of the type, then the text, which may be empty.
+/// After "=": the letter of the type, then the text, which may be empty.
 std::wstring ScriptParser::ParseText()
 {
     m_malformed |= !Accept(L"s") || m_token.IsEnd();

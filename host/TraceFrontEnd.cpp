@@ -37,7 +37,7 @@ void TraceFrontEnd::Write(std::int32_t /*device*/, std::uint32_t effectiveMask, 
     try {
         m_output.AddTrace(effectiveMask, line.data());
     } catch (...) {
-        // A line that cannot be handed over is lost; whoever traced it has other work to do.
+        // A line that cannot be handed over is lost; the thread that traced it has other work to do.
     }
 }
 

@@ -1,7 +1,7 @@
 // The router's trace sink: decides whether a line is wanted, formats it and hands it on.
 //
-// Called by every thread of the process. A call that nobody wants costs one look-up: no kernel call, no lock, no
-// allocation. The options gate keeps lines out while the options change; it is tested, never waited for.
+// Called by every thread of the process. A call whose line is not wanted costs one look-up: no kernel call, no
+// lock, no allocation. The options gate keeps lines out while the options change; it is tested, never waited for.
 #pragma once
 
 #include "diag/DebugOptionsHost.h"

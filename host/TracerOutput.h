@@ -28,5 +28,5 @@ public:
 private:
     const CDebugOptionDlg& m_dialog;
     std::atomic<CDebugThread*> m_tracer{nullptr};
-    std::atomic<int> m_calls{0}; // AddTrace calls under way; counted before the pointer is read
+    std::atomic<int> m_calls{0}; // running AddTrace calls; counted before the pointer is read
 };

@@ -31,7 +31,7 @@ CCDevicePortPipe::~CCDevicePortPipe()
         const ULONGLONG passed = ::GetTickCount64() - m_stopBegan;
         m_Worker.JoinCancelling(passed < m_flushLimitMs ? static_cast<DWORD>(m_flushLimitMs - passed) : 0);
     }
-    // The queue drops what it holds without destroying it, so what came in after the worker's end goes here.
+    // The queue drops what it holds without destroying it: what came in after the worker's end is destroyed here.
     m_state.OutQueue.DestroyAll();
 }
 
@@ -117,7 +117,7 @@ bool CCDevicePortPipe::OnPipePacket(RequestReader::Message message)
 void CCDevicePortPipe::RequestPipeRecreate() noexcept
 {
     if (m_Transport != nullptr && !m_Transport->IsConnected()) {
-        m_state.connectionLosses.fetch_add(1); // before the request: whoever takes that knows of this
+        m_state.connectionLosses.fetch_add(1); // before the request: the thread that takes it sees the loss
     }
     m_state.RecreateEvent.Set();
 }

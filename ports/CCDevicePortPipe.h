@@ -44,7 +44,7 @@ public:
 
     bool IsPipeConnected() const noexcept { return m_state.IsPipeConnected.load(std::memory_order_relaxed); }
 
-    /// Makes the worker tear the pipe down and create it anew. Any thread.
+    /// Makes the worker recreate the pipe. Any thread.
     void RequestPipeRecreate() noexcept;
 
     /// The write of one of this port's packets to the instrument has begun. Any thread. Returns the packets still

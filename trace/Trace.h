@@ -1,4 +1,4 @@
-// The trace call: the one thing that every module uses. A call that nobody wants costs one table look-up.
+// The trace call: the one thing that every module uses. A call whose line is not wanted costs one table look-up.
 #pragma once
 
 #include "trace/TraceMask.h"

@@ -23,7 +23,7 @@ public:
     /// Whether ports may be served: connected, and no firmware download is needed. Any thread.
     virtual bool IsReady() = 0;
 
-    /// Whether a firmware download is under way. Any thread.
+    /// Whether a firmware download is running. Any thread.
     virtual bool IsUpdatingFirmware() = 0;
 
     /// Bytes written to and read from the instrument so far, modulo 2^32. Any thread.

@@ -37,7 +37,7 @@ public:
     void OnQuietSecond();
 
     /// Takes received bytes, in any cut, and delivers the packets that they complete. Throws what a port throws;
-    /// the packet is consumed all the same.
+    /// the packet is consumed nevertheless.
     void Dispatch(std::span<const std::uint8_t> bytes);
 
     /// The next packet may have any number: a new connection. The command thread.

@@ -102,7 +102,7 @@ void UsbLink::ReopenChosen(const Choice& chosen)
     if (m_device.Path() == chosen.path) {
         m_endpoints = ChooseEndpoints(m_device);
     } else {
-        m_device.Close(); // or the next procedure would reset somebody else's device
+        m_device.Close(); // or the next procedure would reset a foreign device
     }
 }
 
@@ -177,7 +177,7 @@ void UsbLink::Close()
     try {
         m_device.Close();
     } catch (const std::exception& fault) {
-        // A handle that does not close is gone all the same.
+        // A handle that does not close is gone nevertheless.
         Trace(trace::RouterChannel, trace::Usb, "CCyUSBDriver::USBCommandProcessThread() %s", fault.what());
     }
 }

@@ -24,7 +24,7 @@ bool BulkTransfer::BeginKept(CCyUSBEndPoint& endpoint, PayloadOwner packet, std:
 
 bool BulkTransfer::BeginRead(CCyUSBEndPoint& endpoint, std::uint32_t length)
 {
-    // One byte more than is read: the reader may put a terminator behind a full block.
+    // One byte more than is read: the reader may put a terminator after a full block.
     std::vector<std::uint8_t>& buffer = Renew().buffer;
     buffer.resize(std::size_t{length} + 1);
     return Begin(endpoint, buffer.data(), length);
@@ -49,7 +49,7 @@ bool BulkTransfer::Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::ui
 
 bool BulkTransfer::Finish(std::uint32_t& length)
 {
-    // Without the byte behind the longest read; a write has no buffer of its own.
+    // Without the byte after the longest read; a write has no buffer of its own.
     length = m_transfer->buffer.empty() ? 0 : static_cast<std::uint32_t>(m_transfer->buffer.size() - 1);
     RequestBlock* const context = m_transfer->block.release();
     if (m_endpoint->FinishDataXfer(m_transfer->buffer.data(), length, &m_transfer->overlapped, context)) {

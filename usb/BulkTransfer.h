@@ -13,7 +13,7 @@
 namespace usb {
 
 /// Has one event for all its transfers, to be put into a wait list once. A transfer that was aborted lives on at
-/// its endpoint until the driver lets go of it; its late completion sets the event too. So:
+/// its endpoint until the driver releases it; its late completion sets the event too. So:
 ///
 ///     the event is signalled:  ResetEvent(); if (HasEnded()) Finish(length);
 ///
@@ -41,7 +41,7 @@ public:
     }
 
     /// Reads at most `length` bytes into a buffer of its own, which is allocated with the first read. Only while
-    /// nothing is under way. False when the device is closed.
+    /// nothing is pending. False when the device is closed.
     bool BeginRead(CCyUSBEndPoint& endpoint, std::uint32_t length);
 
     /// True from a start to Finish or Abort.
@@ -66,7 +66,7 @@ public:
     /// be started at once. Harmless when nothing is pending.
     void Abandon() noexcept;
 
-    /// Aborts the endpoint, then Abandon. Without a transfer under way the endpoint is left alone.
+    /// Aborts the endpoint, then Abandon. Without a pending transfer the endpoint is left alone.
     void Abort() noexcept;
 
 private:
@@ -76,7 +76,7 @@ private:
 
     win32::Event m_event;
     std::unique_ptr<Transfer> m_transfer; // null before the first start and after one was left to an endpoint
-    CCyUSBEndPoint* m_endpoint = nullptr; // of the transfer under way
+    CCyUSBEndPoint* m_endpoint = nullptr; // of the pending transfer
 };
 
 } // namespace usb

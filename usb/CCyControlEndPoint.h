@@ -29,7 +29,7 @@ public:
     const Request& GetRequest() const noexcept { return m_request; }
     void SetRequest(const Request& request) noexcept { m_request = request; }
 
-    /// The header of a control request with `length` bytes of data behind it.
+    /// The header of a control request with `length` bytes of data after it.
     static usb::TransferHeader Header(const Request& request, std::uint16_t length,
                                       std::uint32_t timeoutMilliseconds) noexcept;
 

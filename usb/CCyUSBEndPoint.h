@@ -32,7 +32,7 @@ public:
     /// and the event will never be set. Refused with ERROR_NO_SYSTEM_RESOURCES while the driver keeps too many
     /// transfers of this endpoint that were aborted (AbandonedTransfers::Limit).
     virtual usb::RequestBlock* BeginDirectXfer(std::uint8_t* buffer, std::uint32_t length, OVERLAPPED* overlapped);
-    /// The same through a copy of the data behind the header.
+    /// The same through a copy of the data after the header.
     virtual usb::RequestBlock* BeginBufferedXfer(std::uint8_t* buffer, std::uint32_t length,
                                                  OVERLAPPED* overlapped);
     /// Starts a transfer the way this kind of endpoint does it; null when the device is closed.
@@ -52,7 +52,7 @@ public:
     /// are none. Returns within the device's limits, whatever the driver does.
     bool Abort() noexcept;
 
-    /// Takes over a transfer that its user has given up, until the driver has let go of it. See Transfer.h.
+    /// Takes over a transfer that its user has given up, until the driver has released it. See Transfer.h.
     void Abandon(std::unique_ptr<usb::Transfer> transfer) noexcept { m_abandoned.Add(std::move(transfer)); }
     usb::AbandonedTransfers& Abandoned() noexcept { return m_abandoned; }
 

@@ -26,7 +26,7 @@ public:
     CallLimits(const CallLimits&) = delete;
     CallLimits& operator=(const CallLimits&) = delete;
 
-    /// For devices that nobody stops.
+    /// For devices without a stop.
     static CallLimits& WithoutStop() noexcept;
 
     /// Waits for the driver's answer. False: the request is to be cancelled.

@@ -20,7 +20,7 @@ bool IsType(ByteSpan bytes, DescriptorType type)
 }
 
 /// The descriptor at the front of `bytes`, at least its length and type; empty at the end and when the length byte
-/// is too small to get past it or reaches behind the end.
+/// is too small to get past it or reaches past the end.
 ByteSpan Front(ByteSpan bytes)
 {
     if (bytes.size() < 2 || bytes[0] < 2 || bytes[0] > bytes.size()) {
@@ -65,7 +65,7 @@ EndpointDescriptor ParseEndpoint(ByteSpan descriptor)
 }
 
 /// Takes the endpoints of `described` from the front of `bytes` and returns what is left: from the next interface
-/// on at the latest, since the endpoints behind that are not this interface's, however many were announced.
+/// on at the latest, since the endpoints after that are not this interface's, however many were announced.
 ByteSpan TakeEndpoints(ByteSpan bytes, InterfaceDescription& described)
 {
     std::size_t foreign = 0;

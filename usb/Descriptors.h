@@ -1,6 +1,6 @@
 // What a USB device says of itself: device, string and configuration descriptors. Portable and pure.
 //
-// The bytes come from outside and are not to be trusted: lengths may be 0 or reach behind the end, counts may lie.
+// The bytes come from outside and are not to be trusted: lengths may be 0 or reach past the end, counts may lie.
 // Nothing here reads outside the span it is given, and every walk ends.
 #pragma once
 

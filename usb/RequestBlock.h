@@ -61,11 +61,11 @@ static_assert(sizeof(IsoPacketRecord) == 8);
 inline constexpr std::uint32_t TransferHeaderSize = sizeof(TransferHeader);
 
 /// The context of one transfer. The driver may write into its bytes until the request has completed, so it must
-/// neither move nor go before. A direct request's block is the bare header and costs one allocation.
+/// neither move nor be freed before. A direct request's block is the bare header and costs one allocation.
 class RequestBlock
 {
 public:
-    /// Zeroed: the header and `trailing` bytes behind it.
+    /// Zeroed: the header and `trailing` bytes after it.
     explicit RequestBlock(std::size_t trailing = 0);
     RequestBlock(const RequestBlock&) = delete;
     RequestBlock& operator=(const RequestBlock&) = delete;

@@ -31,7 +31,7 @@ struct Transfer
     std::vector<std::uint8_t> buffer;           // takes what is read; an I/O control's data
     std::unique_ptr<Transfer> next;             // in the list of abandoned transfers
 
-    /// True once the driver has let go of everything here. Does not ask the kernel. The macro's page allows it
+    /// True once the driver has released everything here. Does not ask the kernel. The macro's page allows it
     /// only after a start that said ERROR_IO_PENDING ("HasOverlappedIoCompleted macro"). Windows promises that the
     /// thread that started the request sees record and event change together; another thread may see the record
     /// first, when data and byte count are written and only the event, which is not part of this memory, is still

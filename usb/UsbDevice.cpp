@@ -16,7 +16,7 @@ UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open, usb::Ca
         try {
             Open(0);
         } catch (...) {
-            // Closed, as without a device: whoever serves one opens it anew, and is told then what is wrong.
+            // Closed, as without a device: a caller that serves one opens it again, and gets the error then.
         }
     }
 }
@@ -27,7 +27,7 @@ UsbDevice::~UsbDevice()
         Close();
         Unregister();
     } catch (...) {
-        // Whoever wants to hear of it calls them first; here there is nobody left to tell.
+        // A caller that needs the error calls both first; a destructor cannot report it.
     }
 }
 
@@ -112,7 +112,7 @@ void UsbDevice::Close()
 }
 
 // Only this connection's are waited for: what earlier ones have left had its time then, and a driver that never
-// lets go must not cost each later Close a second.
+// releases them must not cost each later Close a second.
 void UsbDevice::LetGoOfTransfers() noexcept
 {
     const ULONGLONG end = ::GetTickCount64() + m_limits.CancelTime();

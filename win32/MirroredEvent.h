@@ -9,7 +9,7 @@ namespace win32 {
 
 /// For a state that threads wait for now and then and test for every packet. Any thread may call any member. When
 /// one thread sets and another resets at the same moment the event may end signalled with a mirror that says
-/// otherwise, never the other way round: whoever waits for the event puts that right with its next Set or Reset.
+/// otherwise, never the other way round: the waiting thread puts that right with its next Set or Reset.
 class MirroredEvent
 {
 public:

@@ -70,7 +70,7 @@ bool OverlappedOperation::ConnectPipe(HANDLE pipe) noexcept
     OVERLAPPED* const overlapped = Prepare();
     const BOOL completed = ::ConnectNamedPipe(pipe, overlapped);
     // "ConnectNamedPipe function": ERROR_PIPE_CONNECTED is a good connection, for which no event is set. Set by
-    // hand it serves those who wait for it; it is rare.
+    // hand it serves the threads that wait for it; the case is rare.
     if (!completed && ::GetLastError() == ERROR_PIPE_CONNECTED) {
         m_event.Set();
         return Started(pipe, TRUE);

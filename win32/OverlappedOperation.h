@@ -6,7 +6,7 @@
 
 namespace win32 {
 
-/// Owns the OVERLAPPED and its manual-reset event. At most one operation is under way at a time; the buffer is
+/// Owns the OVERLAPPED and its manual-reset event. At most one operation is pending at a time; the buffer is
 /// the caller's and must live as long as it is. The destructor cancels and waits, so neither the OVERLAPPED nor
 /// a buffer declared before it can be written after it is gone. Used by one thread; the handle given to the last
 /// start must stay open until Finish, Cancel or the destructor.
@@ -28,7 +28,7 @@ public:
     /// Lets Expected() say Now for a start that was refused, until Finish takes the reason.
     void ReportRefusal() noexcept { m_isRefusalReported = m_refusal != ERROR_SUCCESS; }
 
-    /// Start an operation; true when it is under way or already complete, false when Windows refused it. A
+    /// Start an operation; true when it is pending or already complete, false when Windows refused it. A
     /// refused operation never sets the event: Finish then reports the refusal.
     bool Read(HANDLE file, void* buffer, DWORD length) noexcept;
     bool Write(HANDLE file, const void* data, DWORD length) noexcept;
@@ -48,7 +48,7 @@ public:
     /// kernel.
     bool HasCompleted() const noexcept { return IsPending() && (m_completedAtStart || IsRecordFinal()); }
 
-    /// True while the operation under way has no result yet. Does not ask the kernel.
+    /// True while the pending operation has no result yet. Does not ask the kernel.
     bool IsRunning() const noexcept { return IsPending() && !HasCompleted(); }
 
     /// True when the operation was complete as soon as it was started: the event is signalled already,
@@ -58,7 +58,7 @@ public:
     /// Signals the event by hand: lets a wait loop handle a refused start like a failed completion.
     void SignalEvent() noexcept;
 
-    /// Cancels what is under way and waits until Windows has let go of the OVERLAPPED and the buffer.
+    /// Cancels what is pending and waits until Windows has released the OVERLAPPED and the buffer.
     void Cancel() noexcept;
 
     /// The same, and takes the result if it was not taken before: true when the operation succeeded, be it
@@ -79,7 +79,7 @@ private:
     bool m_signalledByHand = false; // since the last start
     OVERLAPPED m_overlapped{};
     bool m_completedAtStart = false; // the last start
-    HANDLE m_file = nullptr;         // borrowed; null when nothing is under way
+    HANDLE m_file = nullptr;         // borrowed; null when nothing is pending
     DWORD m_refusal = ERROR_SUCCESS; // why the last start was refused
     bool m_isRefusalReported = false;
 

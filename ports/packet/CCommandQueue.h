@@ -42,7 +42,7 @@ public:
     /// The count, read without the lock: good for limits and traces.
     std::int32_t GetCount() const noexcept { return m_Count.load(std::memory_order_relaxed); }
 
-    /// Drops all commands without destroying them: the queue does not own their lifetime. That is meant; add no
+    /// Drops all commands without destroying them: the queue does not own their lifetime. By design; add no
     /// delete here. An owner that is through with its packets calls DestroyAll.
     void Clear();
 
@@ -56,7 +56,7 @@ public:
     /// after `milliseconds`, false. May return true for neither.
     bool AwaitNotEmpty(DWORD milliseconds);
 
-    /// Makes AwaitNotEmpty return, the one under way or the next.
+    /// Makes AwaitNotEmpty return, the running call or the next.
     void Interrupt();
 
 private:

@@ -9,8 +9,8 @@
 #include <span>
 #include <vector>
 
-/// Owns a copy of its bytes. Created by its producer, owned by the queue while queued, destroyed by whoever pops
-/// it. One thread at a time.
+/// Owns a copy of its bytes. Created by its producer, owned by the queue while queued, destroyed by the
+/// thread that pops it. One thread at a time.
 class CSerialPortCommand
 {
 public:
@@ -38,7 +38,7 @@ public:
     const std::uint8_t* GetReplyData() const noexcept { return m_Reply.data(); }
     std::int32_t GetReplyLength() const noexcept { return static_cast<std::int32_t>(m_Reply.size()); }
 
-    /// The byte at `index`, 255 behind the end.
+    /// The byte at `index`, 255 past the end.
     std::uint8_t GetByteAt(std::uint32_t index) const noexcept;
     void ClearData() noexcept { m_Packet.clear(); }
 
@@ -59,6 +59,6 @@ private:
     std::vector<std::uint8_t> m_Reply;
     PortAddress m_address;
     bool m_WithEvent;
-    bool m_Flag;                              // set by every producer, read by nobody
+    bool m_Flag;                              // set by every producer, never read
     std::optional<win32::Event> m_Completion; // manual reset; only with m_WithEvent
 };

@@ -59,7 +59,7 @@ Trailer BuildTrailer(std::span<const std::uint8_t> payload) noexcept
 
 std::optional<std::size_t> FindSync(std::span<const std::uint8_t> bytes) noexcept
 {
-    // Behind a packet comes the next one, nearly always.
+    // After a packet comes the next one, nearly always.
     if (bytes.size() >= 2 && bytes[0] == SyncByte && bytes[1] == SyncByte) {
         return 0;
     }
@@ -73,7 +73,7 @@ std::optional<std::size_t> FindSync(std::span<const std::uint8_t> bytes) noexcep
         if (bytes[at + 1] == SyncByte) {
             return at;
         }
-        // The byte behind is no '#', so neither it nor this one begins a pair.
+        // The next byte is no '#', so neither it nor this one begins a pair.
         from = at + 2;
     }
     return std::nullopt;

@@ -32,11 +32,11 @@ using Header = std::array<std::uint8_t, HeaderLength>;
 using Trailer = std::array<std::uint8_t, TrailerLength>;
 
 /// The header of a packet to the instrument. Of a payload longer than 65,535 bytes only the low 16 bits of its
-/// length go out; that is meant to be unchecked.
+/// length go out, unchecked by design.
 Header BuildHeader(std::uint8_t packetNumber, std::uint8_t packetType, std::uint8_t deviceType, std::uint8_t port,
                    std::size_t payloadLength) noexcept;
 
-/// Checksum byte and the zero behind it.
+/// Checksum byte and the zero after it.
 Trailer BuildTrailer(std::span<const std::uint8_t> payload) noexcept;
 
 /// Where the first "##" begins; none when there is none. A last lone '#' is none.
