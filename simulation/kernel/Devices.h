@@ -91,7 +91,7 @@ BOOL StartTransfer(DeviceFile& device, const Request& request, bool isIn, std::s
                    DWORD* returned);
 /// An I/O control that is no transfer: its answer, in `buffer`; the error otherwise.
 DWORD AnswerControl(DeviceFile& device, DWORD code, std::span<std::uint8_t> buffer, DWORD& returned);
-/// The router aborts the transfers of one direction: each ends at once, late, in success all the same, or not at
+/// The router aborts the transfers of one direction: each ends at once, late, successfully nevertheless, or not at
 /// all.
 void CancelTransfers(DeviceFile& device, bool isIn);
 /// Ends the pending transfers of one direction.

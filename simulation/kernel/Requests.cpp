@@ -92,7 +92,7 @@ BOOL AnswerStart(const Request& request, DWORD* count)
         return Call::Refuse(ERROR_IO_PENDING);
     }
     if (record.Internal != ERROR_SUCCESS) {
-        return Call::Refuse(static_cast<DWORD>(record.Internal)); // a warning: it is complete all the same
+        return Call::Refuse(static_cast<DWORD>(record.Internal)); // a warning: it is complete nevertheless
     }
     if (count != nullptr) {
         *count = static_cast<DWORD>(record.InternalHigh);
@@ -182,7 +182,7 @@ BOOL GetOverlappedResult(HANDLE file, OVERLAPPED* record, DWORD* transferred, BO
         const HANDLE event = record->hEvent != nullptr ? record->hEvent : file;
         WaitForAny(&event, 1, INFINITE);
         if (record->Internal == STATUS_PENDING) {
-            Fault("GetOverlappedResult ends although the request is pending: somebody else has set its event");
+            Fault("GetOverlappedResult ends although the request is pending: another thread has set its event");
         }
     }
     Acquired(Current(), record);

@@ -63,8 +63,8 @@ inline void BeginRoot(Root& root)
     }
 }
 
-/// Those that have ended are taken again, for a new one costs a millisecond. What is accessed is judged by threads
-/// of the simulation all the same: nothing of a run is unordered to the next.
+/// Those that have ended are taken again, for a new one costs a millisecond. What is accessed is still judged by
+/// threads of the simulation: nothing of a run is unordered to the next.
 inline void* CreateFiber(int id)
 {
     if (!HasTsan()) {

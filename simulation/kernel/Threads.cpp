@@ -50,7 +50,7 @@ void EndThread(Fiber& fiber)
     fiber.thread = nullptr;
     AbandonMutexes(fiber);
     CancelRequestsOf(fiber);
-    // Until its requests have completed the thread has not ended for those who wait for it.
+    // Until its requests have completed the thread has not ended for the threads that wait for it.
     if (HasRequests(fiber) && TheWorld().switches.Take(Switch::ThreadEndHeldBack)) {
         const std::uint64_t until = NowUs() + Random(LongestHoldUs);
         while (HasRequests(fiber) && NowUs() < until) {

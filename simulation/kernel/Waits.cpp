@@ -100,7 +100,7 @@ void Signal(Object& object)
     const bool mayMiss =
         object.kind == Object::Kind::Event && static_cast<EventObject&>(object).manual && !object.waiters.empty();
     if (mayMiss && TheWorld().switches.Take(Switch::LateWaiterMisses)) {
-        // Whoever waits looks again when it runs; a reset until then is not noticed by it.
+        // A waiting thread looks again when it runs; it does not notice a reset until then.
         for (Fiber* const fiber : object.waiters) {
             if (fiber->state == Fiber::State::Blocked) {
                 Wake(*fiber, WAIT_FAILED);

@@ -80,7 +80,7 @@ void Account::Take(Way& way, std::string_view bytes, std::uint64_t losses, Row r
         if (isExcused) {
             return Count(Row::CutPacket);
         }
-        Violated(std::string(what) + " that nobody sent, twice, or out of order: " + Shown(bytes));
+        Violated(std::string(what) + " that was not sent, came twice or out of order: " + Shown(bytes));
         return;
     }
     for (auto at = way.begin(); at != found; ++at) {
@@ -122,7 +122,7 @@ void Account::OnServerClosed(const std::string& pipe)
         Violated("a message was read and never handed over: " + Shown(port->read.front().bytes));
         port->read.clear();
     }
-    port->last.clear(); // a kept message goes with its pipe
+    port->last.clear(); // a kept message is dropped with its pipe
     ++port->closings;
 }
 

@@ -77,7 +77,7 @@ instrument::Script ScriptOf(const Plan& plan)
 } // namespace
 
 Instrument::Instrument(const Plan& plan, Account& account)
-    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan), m_nobody)
+    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan), m_observer)
 {
     if (plan.path == Path::Usb) {
         UsbInstrument& device = TheInstrument();

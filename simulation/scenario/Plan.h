@@ -66,7 +66,7 @@ struct Plan
     bool BroadcastsNothing() const { return broadcasts && doubles; }
     /// The instrument may leave when it has taken nothing for a while, so that a port keeps its last message.
     bool LeavesStalled() const { return stalls && pulls > 0; }
-    /// The instrument answers nothing to the port, whose client closes its pipe behind each message.
+    /// The instrument answers nothing to the port, whose client closes its pipe after each message.
     bool StaysUnanswered(const PortPlan& port) const
     {
         return foreignDevice && !stopsEarly && port.client.manner == Manner::Dying;

@@ -15,7 +15,7 @@ constexpr std::size_t StampLength = 25;
 constexpr std::size_t LongestLine = 70'000; // with the banners around it
 constexpr std::string_view LineBegin = "line ";
 
-/// The number before `behind`, in a text that may stand after a stamp; 0 when it is another text.
+/// The number in a text of `form`; 0 when it is another text.
 std::uint64_t NumberIn(std::string_view text, const char* form)
 {
     unsigned long long number = 0;
@@ -55,10 +55,10 @@ void TracerAccount::OnGap(Producer& producer, std::uint64_t next)
 void TracerAccount::OnLine(std::string_view line)
 {
     const std::string whole(line);
-    unsigned long long who = 0, number = 0, fill = 0;
+    unsigned long long index = 0, number = 0, fill = 0;
     int head = 0;
-    if (std::sscanf(whole.c_str(), "line %llu %llu %llu %n", &who, &number, &fill, &head) != 3 ||
-        who >= m_producers.size())
+    if (std::sscanf(whole.c_str(), "line %llu %llu %llu %n", &index, &number, &fill, &head) != 3 ||
+        index >= m_producers.size())
     {
         Fault("a line of the log is none that was traced");
     }
@@ -67,7 +67,7 @@ void TracerAccount::OnLine(std::string_view line)
     if (rest.size() != fill || rest.find_first_not_of(letter) != std::string_view::npos) {
         Fault("a line of the log is not as it was traced");
     }
-    Producer& producer = m_producers[who];
+    Producer& producer = m_producers[index];
     if (number <= producer.written) {
         Fault("a line stands in the log again, or late");
     }
