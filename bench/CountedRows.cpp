@@ -40,7 +40,7 @@ constexpr double PortTimeouts = Ports * 20; // every 50 ms
 // instrument every 10 ms.
 constexpr std::array<IdleState, 3> IdleStates{{
     {"8 ports connected and quiet", true, true, Tray + CommandThread + PortTimeouts},
-    {"8 ports, nobody connected", true, false, Tray + CommandThread + PortTimeouts},
+    {"8 ports, no client connected", true, false, Tray + CommandThread + PortTimeouts},
     {"8 ports, no instrument", false, false, Tray + Ports + 100},
 }};
 

@@ -19,7 +19,7 @@ endif()
 
 if(MORVANE_FUZZ)
     # Counts what a run covers; the fuzzer itself is linked to fuzz_targets only.
-    # clang does not see that the standard library's own use of a deprecated function is meant.
+    # clang does not see that the standard library's own use of a deprecated function is intended.
     add_compile_options(-fsanitize=fuzzer-no-link -Wno-deprecated-declarations)
 endif()
 

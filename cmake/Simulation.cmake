@@ -94,7 +94,7 @@ if(MORVANE_SIMULATED_COVERAGE)
 endif()
 
 # The product is looked at in full. Around it only AddressSanitizer is, and of the stand-in only what it writes, for it
-# writes into the product's memory: that is twice as fast. A library of flags, for those stand behind its user's own.
+# writes into the product's memory: that is twice as fast. A library of flags: they come after its user's own.
 if(MORVANE_SANITIZE)
     foreach(target simulation_kernel simulation_surroundings simulation_modes)
         add_library(${target}_sanitized INTERFACE)

@@ -82,10 +82,10 @@ ensure_prefix() {
         export WINEPREFIX=$prefix
         # A program started before the first server has ended finds two service managers in one prefix.
         with_display wineboot -i >"$prefix.log" 2>&1 9>&- && wineserver -w || exit 1
-        # A crash prints its trace and ends the program, instead of a dialog that waits for somebody to press OK.
+        # A crash prints its trace and ends the program, instead of a dialog that waits for a press of OK.
         with_display wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
             >>"$prefix.log" 2>&1 9>&- && wineserver -w || exit 1
-        # Without this Wine waits two seconds, for each window that comes or goes, for a window manager that the
+        # Without this Wine waits two seconds, for each window that opens or closes, for a window manager that the
         # virtual display does not have.
         wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >>"$prefix.log" 2>&1 9>&- &&
             wineserver -w || exit 1
@@ -98,7 +98,7 @@ ensure_prefix() {
     ) 9>"$prefix.lock" || die "could not make a Wine prefix in $prefix (see $prefix.log)"
 }
 
-# Programs and libraries, which nobody writes to, are shared by hard links; everything else is copied.
+# Programs and libraries, which no program writes to, are shared by hard links; everything else is copied.
 clone_prefix() {
     local template=$1 prefix=$2
     mkdir -p "$prefix" &&

@@ -30,7 +30,7 @@ private:
 
     RoundTrips m_times;
     ProbeOptions::Bytes m_request;
-    std::uint64_t m_number = 0;      // of the request under way
+    std::uint64_t m_number = 0;      // of the pending request
     std::set<std::uint64_t> m_open;  // numbers whose reply did not come in time or before the pipe broke
     std::uint64_t m_lost = 0;        // not in time
     std::uint64_t m_interrupted = 0; // by the end of the pipe

@@ -62,5 +62,5 @@ private:
     std::chrono::microseconds m_lastProgress{};
     std::uint64_t m_lastDone = 0;
     std::uint64_t m_lastBytes = 0;
-    std::vector<std::unique_ptr<PortWorker>> m_workers; // their threads end before the rest goes
+    std::vector<std::unique_ptr<PortWorker>> m_workers; // their threads end before the rest is destroyed
 };

@@ -44,8 +44,8 @@ How long:
   --linger SECONDS        when all is sent, print for so long what still comes
   --open-timeout SECONDS  for a pipe to be served (10)
   --reply-timeout SECONDS for a reply (5)
-  --keep-going            when a reply is late, go on; when the router or the instrument goes, say so and wait until it
-                          is back, starting the router again if need be. A request whose pipe broke is not repeated
+  --keep-going            when a reply is late, go on; when the router or the instrument is gone, say so and wait until
+                          it is back, starting the router again if need be. A request whose pipe broke is not repeated
   --wait-exit SECONDS     at the end wait so long for the router's process to end and print its exit code
 
 Others:

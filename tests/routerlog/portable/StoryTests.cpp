@@ -55,7 +55,7 @@ TEST_F(Story, OfAWholeLifeTellsItsSteps)
                                               "program-went", "router-ended"));
     EXPECT_EQ(Sentence(0), "The router started, to be used over USB.");
     EXPECT_EQ(Sentence(1), "The instrument was connected, 1.001 s after the router began to look for it.");
-    EXPECT_EQ(Sentence(4), "The router ended, because the last program had let go of it.");
+    EXPECT_EQ(Sentence(4), "The router ended, because the last program had released it.");
 }
 
 TEST_F(Story, OfAnUnpluggedInstrumentTellsForHowLong)

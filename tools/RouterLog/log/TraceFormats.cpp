@@ -22,7 +22,7 @@ constexpr auto Formats = std::to_array<TraceFormat>({
 
     {Form::DebugOptions, General, "%s, DebugOptions=0x%X", "a device's trace mask at the start"},
     {Form::ObjectCreated, Dispatch, "CMorvaneUSBRouter::CMorvaneUSBRouter()", "a program uses the router"},
-    {Form::ObjectDestroyed, Dispatch, "CMorvaneUSBRouter::~CMorvaneUSBRouter()", "a program let go of the router"},
+    {Form::ObjectDestroyed, Dispatch, "CMorvaneUSBRouter::~CMorvaneUSBRouter()", "a program released the router"},
 
     {Form::RawWrite, ReadWrite, "PCR->USB[%d] %s", "a packet is written to the instrument"},
     {Form::RawRead, ReadWrite, "PCR<-USB[%d] %s", "a block was read from the instrument"},
@@ -209,7 +209,7 @@ constexpr auto Formats = std::to_array<TraceFormat>({
     {Form::UsbThreadFailed, Usb, "CCyUSBDriver::USBCommandProcessThread() failed, reconnecting",
      "the command thread failed; the connection is made again"},
     {Form::UsbThreadFault, Usb, "CCyUSBDriver::USBCommandProcessThread() %s",
-     "Windows did not close the USB device; it is let go all the same"},
+     "Windows did not close the USB device; it is released nevertheless"},
     {Form::SimThreadCannotRun, Usb, "CCyUSBDriver::SimulationCommandProcessThread() cannot run",
      "the command thread cannot run; no client is served"},
     {Form::SimThreadFailed, Usb, "CCyUSBDriver::SimulationCommandProcessThread() failed, reconnecting",

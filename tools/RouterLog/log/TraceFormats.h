@@ -1,4 +1,4 @@
-// Every line that the router writes into its logs: format, class, meaning. The one table that parsing goes by.
+// Every line that the router writes into its logs: format, class, meaning. The one table that the parser uses.
 // Portable.
 #pragma once
 

@@ -12,7 +12,7 @@
 namespace routerlog {
 
 /// Gives each line of a growing log once. The backup is never opened: the file that becomes it is held open from
-/// before, read to its end, and let go at once, because Windows replaces no backup that is open. That holds as
+/// before, read to its end, and closed at once, because Windows replaces no backup that is open. That holds as
 /// long as the router does not rotate twice between two looks. One thread.
 class LogTail
 {

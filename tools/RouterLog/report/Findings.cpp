@@ -27,11 +27,10 @@ Fact RouterFact(const Account& account)
         fact.text = "Tracing to the log is off" + Since(router.Since()) + "; the router may be running.";
         break;
     case RouterStory::State::Ended:
-        fact.text =
-            "The router ended at " + FormatTime(router.Since().time) +
-            (router.WhyEnded() == Reason::NoHostProgram     ? ", because no host program was running any more."
-             : router.WhyEnded() == Reason::LastProgramWent ? ", because the last program had let go of it."
-                                                            : "; the log does not tell why.");
+        fact.text = "The router ended at " + FormatTime(router.Since().time) +
+                    (router.WhyEnded() == Reason::NoHostProgram ? ", because no host program was running any more."
+                     : router.WhyEnded() == Reason::LastProgramWent ? ", because the last program had released it."
+                                                                    : "; the log does not tell why.");
         break;
     case RouterStory::State::Vanished: fact.text = "The router vanished."; break;
     }

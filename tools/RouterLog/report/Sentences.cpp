@@ -48,7 +48,7 @@ std::string RouterEnded(const Incident& incident)
 {
     switch (incident.reason) {
     case Reason::NoHostProgram: return "The router ended by itself, because no host program was running any more.";
-    case Reason::LastProgramWent: return "The router ended, because the last program had let go of it.";
+    case Reason::LastProgramWent: return "The router ended, because the last program had released it.";
     default: return "The router ended in good order; the log does not tell why.";
     }
 }
@@ -87,7 +87,7 @@ std::string RouterSentence(const Incident& incident)
         return "A program began to use the router" +
                (incident.count >= 0 ? " (" + std::to_string(incident.count) + " now)." : std::string("."));
     case IncidentKind::ProgramWent:
-        return "A program let go of the router" +
+        return "A program released the router" +
                (incident.count >= 0 ? " (" + std::to_string(incident.count) + " left)." : std::string("."));
     case IncidentKind::HostGone: return "No host program was running any more; the router ended itself.";
     case IncidentKind::RouterFailure: return "Inside the router something failed: " + incident.name + ".";
