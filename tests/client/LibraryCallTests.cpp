@@ -62,7 +62,7 @@ TEST_F(LibraryCalls, AReceiveWithoutTimeTakesWhatHasCome)
     EXPECT_TRUE(support::WaitUntil([&] { return Receive(Timeout(0)) == "two"; }));
 }
 
-TEST_F(LibraryCalls, MessagesAreReadWhileNobodyReceives)
+TEST_F(LibraryCalls, MessagesAreReadWithoutAReceiveCall)
 {
     std::atomic<int> written{0};
     Serve([&](const std::string&) {

@@ -62,7 +62,7 @@ struct LibraryClosedPort : testing::Test
 
 TEST_F(LibraryClosedPort, EndsCallsThatWaitForTheConnection)
 {
-    OpenAt(support::UniqueName(L"Nobody"), MORVANE_BACKGROUND);
+    OpenAt(support::UniqueName(L"Absent"), MORVANE_BACKGROUND);
     port->Close();
     ExpectThatItEnds([&] { return port->WaitReady(Patient); });
     ExpectThatItEnds([&] { return port->Reopen(Patient); });

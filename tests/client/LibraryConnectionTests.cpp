@@ -239,7 +239,7 @@ TEST_F(LibraryOpen, TakesANameInUtf8)
 
 TEST_F(LibraryOpen, SaysThatThePipeDoesNotAppear)
 {
-    name = "NobodyServesThis";
+    name = "NotServed";
     options = AttachTo(name);
     options.open_timeout = 50;
     const morvane::Port absent(options, error);
@@ -265,8 +265,8 @@ TEST_F(LibraryOpen, LeavesNothingWhenItFails)
 {
     Serve(Echo);
     Open();
-    const std::string nobody = Narrow(support::UniqueName(L"Nobody"));
-    morvane_options absent = AttachTo(nobody);
+    const std::string notServed = Narrow(support::UniqueName(L"Absent"));
+    morvane_options absent = AttachTo(notServed);
     absent.open_timeout = 10;
     const auto fail = [&](const morvane_options& tried) {
         const morvane::Port refused(tried, error);

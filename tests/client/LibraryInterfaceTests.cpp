@@ -256,7 +256,7 @@ TEST_F(LibraryArguments, TheLibraryCanBeUnloadedWithAnOpenPort)
 TEST(LibraryException, HasNameSentenceAndWindowsError)
 {
     try {
-        const std::string name = "NobodyServesThisEither";
+        const std::string name = "NotServedEither";
         morvane_options options = AttachTo(name);
         options.open_timeout = 10;
         const morvane::Port port(options);

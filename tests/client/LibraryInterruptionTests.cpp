@@ -124,7 +124,7 @@ struct LibraryWaitingCall : LibraryInterruption, testing::WithParamInterface<Wai
             port.Send(Of("y"), Patient, error);
             ASSERT_EQ(error, MORVANE_OK);
         } else {
-            name = Narrow(support::UniqueName(L"Nobody"));
+            name = Narrow(support::UniqueName(L"Absent"));
             options = AttachTo(name);
             options.flags |= MORVANE_BACKGROUND;
             options.open_timeout = 20; // until the library says that it finds no pipe

@@ -48,7 +48,7 @@ public:
 
     /// Adds a rule; see instrumentbus::Rule.
     void SetRule(const Rule& rule);
-    /// Drops the rules of `endpoint` (AllEndpoints: all rules), and lets go what they hold.
+    /// Drops the rules of `endpoint` (AllEndpoints: all rules), and releases what they hold.
     void Release(std::uint32_t slot, std::uint32_t endpoint = AllEndpoints);
 
     Counters Count(std::uint32_t slot, std::uint8_t endpoint = 0);

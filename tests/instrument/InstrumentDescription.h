@@ -12,7 +12,7 @@ namespace instrumentbus {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// A raw descriptor; nobody checks that it makes sense.
+/// A raw descriptor, used unchecked.
 struct Descriptor
 {
     std::uint8_t type = 0; // 1 device, 2 configuration, 3 string
@@ -25,7 +25,7 @@ struct Description
 {
     std::vector<Descriptor> descriptors; // of several for the same question the first is told
     bool keepWritten = true;             // false: what is written is counted and dropped
-    bool leavesWithHandle = false;       // unplugged when the InstrumentControl that plugged it goes
+    bool leavesWithHandle = false;       // unplugged when the InstrumentControl that plugged it closes
     std::uint32_t driverVersion = 0x01020304;
     std::uint32_t stackVersion = 0x00000200;
     std::uint32_t speed = 2;

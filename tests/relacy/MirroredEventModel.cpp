@@ -1,4 +1,4 @@
-// win32/MirroredEvent.h: whoever is woken sees the mirror set, and a set mirror never stands over an event that is
+// win32/MirroredEvent.h: a woken thread sees the mirror set, and a set mirror never stands over an event that is
 // not signalled.
 #include "tests/relacy/Model.h"
 #include "win32/MirroredEvent.h"

@@ -77,7 +77,7 @@ TEST_F(Tail, LosesNoLineOverTenRotations)
     EXPECT_TRUE(std::filesystem::exists(folder.Path() / L"MorvanePortRouter.log.BAK"));
 }
 
-TEST_F(Tail, KeepsNobodyFromReplacingTheBackup)
+TEST_F(Tail, LeavesTheBackupReplaceable)
 {
     LogFile log;
     log.Open(path, true);

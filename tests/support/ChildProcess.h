@@ -1,4 +1,4 @@
-// A program that a test starts, and that goes with the test.
+// A program that a test starts, and that ends with the test.
 #pragma once
 
 #include "tests/support/WaitUntil.h"

@@ -1,4 +1,4 @@
-// A registry of the test's own behind one of the predefined keys.
+// A registry of the test's own in place of one of the predefined keys.
 #pragma once
 
 #include "win32/RegistryKey.h"
@@ -9,8 +9,8 @@
 namespace support {
 
 /// While it lives, everything that this process opens below `predefined` lies in an empty private key instead
-/// (RegOverridePredefKey); then the private key goes. The replacement holds for the whole process: one at a time
-/// for each predefined key.
+/// (RegOverridePredefKey); then the private key is deleted. The replacement holds for the whole process: one at a
+/// time for each predefined key.
 class RegistryRoot
 {
 public:

@@ -42,7 +42,7 @@ win32::KernelHandle OpenRouter()
 }
 
 /// A router's last call to Wine's service for COM can be lost, and a router that is started by hand then registers
-/// behind the one that has ended. To be asked before the class is registered: the question must start no router.
+/// after the one that has ended. To be asked before the class is registered: the question must start no router.
 void ForgetServerOfEarlierTest()
 {
     void* factory = nullptr;

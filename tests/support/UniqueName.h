@@ -13,7 +13,7 @@ std::wstring UniqueName(std::wstring_view prefix);
 /// The same for programming interfaces with narrow text.
 std::string UniqueName(std::string_view prefix);
 
-/// The path behind which a pipe of that name is opened.
+/// The path by which a pipe of that name is opened.
 std::wstring PipePath(std::wstring_view name);
 
 } // namespace support

@@ -112,7 +112,7 @@ TEST_F(FirmwareRoute, AWholeImageArrivesByteForByteChunkAfterChunk)
 
 TEST_F(FirmwareRoute, AnOldBootloaderGetsAWholeImageAtOnce)
 {
-    // Answers only the closing message: whoever waited for chunks to be answered would never come to its end.
+    // Answers only the closing message: a router that waited for answers to chunks would never finish.
     RouterSession::AddProduct(Product, 1);
     PutImage(100'001);
     Plug({L"accept 1000", L"quiet"});

@@ -213,7 +213,7 @@ TEST_F(HostActivation, TheObjectsLifeIsTraced)
     EXPECT_NE(log.find("] CMorvaneUSBRouter::~CMorvaneUSBRouter()\r\n", made), std::string::npos) << log;
 }
 
-// Deliberate: the object that goes still holds a port that another one has unregistered, and tries to unregister
+// Deliberate: the released object still holds a port that another one has unregistered, and tries to unregister
 // it without end. The main thread is held by that; the process is ended from outside.
 TEST_F(HostActivation, AnObjectWhosePortAnotherOneUnregisteredNeverEndsItsRelease)
 {

@@ -68,7 +68,7 @@ void RouterLogAccount::TakeLine(std::string_view line)
     } else if (Has(line, "Connection to USB opened")) {
         ++m_connections;
     } else if (std::ranges::any_of(EndsOfWrites, [&](std::string_view end) { return Has(line, end); })) {
-        DropWriteUnderWay();
+        DropPendingWrite();
     }
 }
 
@@ -84,7 +84,7 @@ void RouterLogAccount::Begin(std::string payload)
     m_underWay = true;
 }
 
-void RouterLogAccount::DropWriteUnderWay()
+void RouterLogAccount::DropPendingWrite()
 {
     m_dropped += m_underWay && !m_current.empty() ? 1 : 0;
     m_underWay = false;

@@ -26,7 +26,7 @@ public:
 private:
     void TakeLine(std::string_view line);
     void Begin(std::string payload);
-    void DropWriteUnderWay();
+    void DropPendingWrite();
     void CheckArrivals(const std::vector<std::string>& arrived);
     void CheckAcceptedPackets();
     void Fault(const std::string& what);
@@ -40,6 +40,6 @@ private:
     std::size_t m_dropped = 0; // their writes ended with a failure, an abort or the connection
     std::size_t m_connections = 0;
     bool m_underWay = false;
-    std::string m_current; // the packet of the write under way, empty for an idle packet
+    std::string m_current; // the packet of the pending write, empty for an idle packet
     std::string m_faults;
 };

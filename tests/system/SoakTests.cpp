@@ -152,7 +152,7 @@ protected:
     {
         ASSERT_NE(early.handles, 0u);
         ASSERT_NE(early.privateBytes, 0u);
-        // In a short run a visitor that comes or goes just then shows with some megabytes, and the handles of
+        // In a short run a visitor that connects or leaves just then shows with some megabytes, and the handles of
         // Wine, which counts the space it has for them, may double. What is leaked for every packet stands out in
         // the long run.
         EXPECT_LE(late.handles, longRun ? early.handles + 4 : 2 * early.handles + 20 * Visitors);

@@ -59,7 +59,7 @@ private:
         while (m_go) {
             char text[16];
             std::snprintf(text, sizeof text, "%c%07u", m_letter, m_next++);
-            // An echo may be lost without the pipe breaking; the next packet is sent all the same.
+            // An echo may be lost without the pipe breaking; the next packet is sent nevertheless.
             if (!m_client.Write(text) || (!AwaitEcho(text) && m_client.Error() != WAIT_TIMEOUT)) {
                 return;
             }
@@ -128,7 +128,7 @@ protected:
             return clients[0]->Echoes() >= before[0] + count && clients[1]->Echoes() >= before[1] + count;
         }));
     }
-    /// Every third time with a write under way.
+    /// Every third time with a pending write.
     void Unplug(std::size_t round)
     {
         if (round % 3 == 0) {
@@ -177,7 +177,7 @@ TEST_F(UnplugSoak, NothingIsLostButWhatTheTraceTellsAndTheRouterStaysAsLargeAsIt
     ASSERT_NO_FATAL_FAILURE(AwaitEchoes(5));
     clients[0]->Stop();
     clients[1]->Stop();
-    // The last packets are on their way to the instrument; behind them an idle packet ends the router's work.
+    // The last packets are on their way to the instrument; after them an idle packet ends the router's work.
     bus->WaitFor(Slot, Out,
                  [before = bus->Count(Slot, Out).begun](const auto& c) { return c.begun >= before + 2; });
     session.Release();

@@ -19,8 +19,8 @@ namespace {
 
 constexpr std::chrono::seconds AtOnce{5};
 
-/// An object without methods: signals an event when its last reference goes, and, on request, faults when it is
-/// asked for an interface that it does not have.
+/// An object without methods: signals an event when its last reference is released, and, on request, faults when
+/// it is asked for an interface that it does not have.
 class Probe final : public IUnknown
 {
 public:

@@ -154,7 +154,7 @@ std::string WaitForAThread()
     return answers + ", " + Waited(::WaitForSingleObject(thread.Get(), 0));
 }
 
-std::string ConditionThatNobodyWakes()
+std::string ConditionNeverWoken()
 {
     CRITICAL_SECTION section;
     CONDITION_VARIABLE condition = CONDITION_VARIABLE_INIT;
@@ -232,8 +232,8 @@ std::vector<Answer> WaitAnswers()
          MutexOfAThreadThatEnded},
         {"WaitForAThread", "WaitForSingleObject on a thread, before its end and twice after it", "time-out, 0, 0",
          "Terminating a Thread", WaitForAThread},
-        {"ConditionThatNobodyWakes", "SleepConditionVariableCS, woken only before it", "error 1460",
-         "SleepConditionVariableCS function", ConditionThatNobodyWakes},
+        {"ConditionNeverWoken", "SleepConditionVariableCS, woken only before it", "error 1460",
+         "SleepConditionVariableCS function", ConditionNeverWoken},
         {"TryOfATakenLock", "TryAcquireSRWLockExclusive, taken shared, taken exclusively", "refused, refused",
          "Slim Reader/Writer (SRW) Locks", TryOfATakenLock},
         {"ConversionOfNothing", "MultiByteToWideChar and WideCharToMultiByte, length 0", "error 87, error 87",

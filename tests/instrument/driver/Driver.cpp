@@ -39,7 +39,7 @@ Slot* SlotNamedBy(const UNICODE_STRING& interfaceName)
 
 void InitializeSlot(Slot& slot)
 {
-    slot.generation = 1; // a handle that was refused has none: Wine opens it all the same, see OnCreate
+    slot.generation = 1; // a handle that was refused has none: Wine opens it nevertheless, see OnCreate
     InitializeListHead(&slot.rules);
     InitializeListHead(&slot.held);
     InitializeListHead(&slot.watchers);

@@ -59,7 +59,7 @@ struct Slot
     std::uint32_t plugLength;
     std::uint8_t vendorData[64]; // what the last vendor request wrote to endpoint 0, for the next one to read
     std::uint32_t vendorDataLength;
-    FILE_OBJECT* owner;       // whose end unplugs the device; null: nobody's
+    FILE_OBJECT* owner;       // whose end unplugs the device; null: none
     std::uint32_t connection; // 0: none
     LIST_ENTRY watchers;      // Requests of the remote control
     LIST_ENTRY rules;         // RuleRecords
@@ -114,7 +114,7 @@ inline Endpoint* EndpointOf(Slot& slot, std::uint32_t address)
 
 inline constexpr std::uint64_t Never = ~0ull;
 
-/// Completes requests when it goes: declared in front of the lock's scope, so that it goes after the lock is free.
+/// Its destructor completes requests: declared before the lock's scope, so that it runs after the lock is free.
 class Batch
 {
 public:

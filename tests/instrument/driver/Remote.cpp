@@ -50,7 +50,7 @@ bool Concerns(std::uint32_t target, const Endpoint* endpoint)
     return target == AllEndpoints || (endpoint != nullptr && endpoint->address == target);
 }
 
-/// Drops the rules of a target and lets go what they hold.
+/// Drops the rules of a target and releases what they hold.
 void Release(Slot& slot, std::uint32_t target, Batch& batch)
 {
     for (LIST_ENTRY* entry = slot.rules.Flink; entry != &slot.rules;) {

@@ -12,7 +12,7 @@ void NTAPI OnCancel(DEVICE_OBJECT*, IRP* irp)
     Batch batch;
     const LockScope lock(g_bus.lock);
     Request& request = *static_cast<Request*>(irp->Tail.Overlay.DriverContext[0]);
-    // A request that somebody failed to claim is a list of its own by now.
+    // After a failed Claim the request is a list of its own.
     RemoveEntryList(&request.link);
     Finish(request, STATUS_CANCELLED, 0, batch);
 }

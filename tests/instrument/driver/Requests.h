@@ -14,7 +14,7 @@ void Park(Request& request, LIST_ENTRY& list, Batch& batch);
 /// Takes a parked request out of its list. False: it is being cancelled and must not be touched.
 bool Claim(Request& request);
 
-/// Ends a claimed request (or one never parked) with `bytes` of data behind its prefix.
+/// Ends a claimed request (or one never parked) with `bytes` of data after its prefix.
 void Finish(Request& request, NTSTATUS status, std::uint32_t bytes, Batch& batch);
 
 /// Claims and finishes with `status` those of a list that `condition` holds for.

@@ -269,7 +269,7 @@ void Proceed(Request& request, Batch& batch)
 
 void ProceedDue(Slot& slot, std::uint64_t now, Batch& batch)
 {
-    // Each may end others of the list (an abort does), so the search begins anew after each.
+    // Each may end others of the list (an abort does), so the search starts again after each.
     for (LIST_ENTRY* entry = slot.held.Flink; entry != &slot.held;) {
         Request& request = *kernel::FromLink<Request>(entry);
         if (request.due > now) {

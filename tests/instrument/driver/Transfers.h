@@ -22,7 +22,7 @@ void ProceedDue(Slot& slot, std::uint64_t now, Batch& batch);
 /// Gives fed bytes to waiting reads.
 void ServeReads(Endpoint& endpoint, Batch& batch);
 
-/// Gives written bytes to those who take them, then lets writes in that waited for room.
+/// Gives written bytes to the requests that take them, then lets writes in that waited for room.
 void ServeTakers(Endpoint& endpoint, Batch& batch);
 
 /// Lets suppliers in that waited for room.
@@ -31,10 +31,10 @@ void ServeSuppliers(Endpoint& endpoint, Batch& batch);
 /// The number of the connection that a handle of an instrument has or would have.
 std::uint32_t ConnectionOf(const FILE_OBJECT& file);
 
-/// Another connection, or none (0): what was supplied to the one before goes, watchers are answered.
+/// Another connection, or none (0): what was supplied to the one before is dropped, watchers are answered.
 void SetConnection(Slot& slot, std::uint32_t connection, Batch& batch);
 
-/// Answers those who watch for another connection.
+/// Answers the requests that watch for another connection.
 void ServeWatchers(Slot& slot, Batch& batch);
 
 /// Drops all chunks.

@@ -68,7 +68,7 @@ TEST(LineReader, GivesTheSameLinesHoweverTheyAreRead)
     }
 }
 
-TEST(LineReader, CutsALineThatIsTooLongAndGoesOnBehindIt)
+TEST(LineReader, CutsALineThatIsTooLongAndGoesOnAfterIt)
 {
     for (const std::size_t length : {LineReader::LongestLine - 1, LineReader::LongestLine,
                                      LineReader::LongestLine + 1, 5 * LineReader::LongestLine})

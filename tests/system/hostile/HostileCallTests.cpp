@@ -186,7 +186,7 @@ void AMethodAsAProperty(End& end)
     EXPECT_TRUE(FAILED(Invoke(end.Router(), 1, {Number(1)}, DISPATCH_PROPERTYPUT)));
 }
 
-void RemovalsOfPortsThatNobodyRegistered(End& end)
+void RemovalsOfUnregisteredPorts(End& end)
 {
     for (ULONG port = 0; port < 100; ++port) {
         ASSERT_EQ(end.Router().Unregister(static_cast<LONG>(port) - 50, UINT_MAX - port), S_OK);
@@ -275,18 +275,18 @@ INSTANTIATE_TEST_SUITE_P(RegistersAnAddress, HostileCall,
                                          Case{"WithoutAName", NoName},
                                          Case{"WithThePipeOfTheOtherClient", ThePipeOfTheOtherClient}),
                          hostile::NameOf);
-INSTANTIATE_TEST_SUITE_P(
-    Makes, HostileCall,
-    testing::Values(Case{"CallsOfMethodsThatThereAreNot", Methods},
-                    Case{"ACallWithTooFewArguments", TooFewArguments},
-                    Case{"ACallWithTooManyArguments", TooManyArguments},
-                    Case{"ACallWithArgumentsOfOtherTypes", ArgumentsOfOtherTypes},
-                    Case{"ACallOfAMethodAsAProperty", AMethodAsAProperty},
-                    Case{"RemovalsOfPortsThatNobodyRegistered", RemovalsOfPortsThatNobodyRegistered},
-                    Case{"TheSameRegistration100Times", TheSameRegistration100Times},
-                    Case{"ARegistrationAndARemoval40Times", ARegistrationAndARemoval40Times},
-                    Case{"FiftyPortsAtOnce", FiftyPortsAtOnce}, Case{"ThirtyObjects", ThirtyObjects},
-                    Case{"CallsFromFourThreads", CallsFromFourThreads}),
-    hostile::NameOf);
+INSTANTIATE_TEST_SUITE_P(Makes, HostileCall,
+                         testing::Values(Case{"CallsOfMethodsThatThereAreNot", Methods},
+                                         Case{"ACallWithTooFewArguments", TooFewArguments},
+                                         Case{"ACallWithTooManyArguments", TooManyArguments},
+                                         Case{"ACallWithArgumentsOfOtherTypes", ArgumentsOfOtherTypes},
+                                         Case{"ACallOfAMethodAsAProperty", AMethodAsAProperty},
+                                         Case{"RemovalsOfUnregisteredPorts", RemovalsOfUnregisteredPorts},
+                                         Case{"TheSameRegistration100Times", TheSameRegistration100Times},
+                                         Case{"ARegistrationAndARemoval40Times", ARegistrationAndARemoval40Times},
+                                         Case{"FiftyPortsAtOnce", FiftyPortsAtOnce},
+                                         Case{"ThirtyObjects", ThirtyObjects},
+                                         Case{"CallsFromFourThreads", CallsFromFourThreads}),
+                         hostile::NameOf);
 
 } // namespace

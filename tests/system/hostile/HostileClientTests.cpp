@@ -307,7 +307,7 @@ void LeavesWithAnswersUnread(End& end)
     }
 }
 
-/// Unregisters or releases on a thread of its own, because by design that waits for the client to let go.
+/// Unregisters or releases on a thread of its own, because by design that waits for the client to close its pipe.
 void HoldWhilePortGoes(End& end, bool release)
 {
     PipeClient client;

@@ -41,7 +41,7 @@ private:
     std::optional<WellBehavedClient> m_client;
 };
 
-/// Releases the object when it goes.
+/// Releases the object when it is destroyed.
 struct Releaser
 {
     void operator()(IMorvaneUSBRouter* object) const { object->Release(); }
@@ -90,7 +90,7 @@ struct Case
 {
     const char* name;
     std::function<void(End&)> act;
-    bool breaksPipes = false; // the instrument goes, and every client's pipe with it
+    bool breaksPipes = false; // the instrument leaves, and every client's pipe with it
 };
 
 /// GoogleTest prints a case by its name.

@@ -9,7 +9,7 @@
 
 namespace hostile {
 
-/// One thread. What is pending when it goes is cancelled.
+/// One thread. What is pending when it is destroyed is cancelled.
 class RawPipe
 {
 public:

@@ -143,7 +143,7 @@ TEST_F(DebugWindowUi, HoldKeepsTheViewAndReleaseLetsItScroll)
     ASSERT_TRUE(desktop::Press("alt+h"));
     ASSERT_TRUE(support::WaitUntil([&] { return !TopMovesWithNewLines() || HasFatalFailure(); }));
     for (int time = 0; time < 5; ++time) {
-        EXPECT_FALSE(TopMovesWithNewLines()) << "and the lines are added all the same";
+        EXPECT_FALSE(TopMovesWithNewLines()) << "and the lines are still added";
     }
     ASSERT_TRUE(desktop::Press("alt+r"));
     ASSERT_TRUE(support::WaitUntil([&] { return TopMovesWithNewLines() || HasFatalFailure(); }));

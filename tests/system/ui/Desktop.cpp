@@ -95,7 +95,7 @@ private:
 std::wstring TextOf(HWND tooltip)
 {
     std::array<wchar_t, 256> text{};
-    constexpr std::size_t TextPlace = 128; // behind the record
+    constexpr std::size_t TextPlace = 128; // after the record
     static_assert(sizeof(TTTOOLINFOW) <= TextPlace);
     const RemoteMemory memory(tooltip, TextPlace + sizeof text);
     TTTOOLINFOW tool{};

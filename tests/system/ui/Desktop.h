@@ -28,7 +28,7 @@ bool Click(POINT place);
 bool DoubleClick(POINT place);
 bool RightClick(POINT place);
 bool Drag(POINT from, POINT to);
-/// The two halves of Drag: the button is still down, and is let go.
+/// The two halves of Drag: the button is still down, and is released.
 bool Grab(POINT from, POINT to);
 bool Drop();
 /// Keys by their names on the display ("Tab", "space", "alt+h"), one after the other.

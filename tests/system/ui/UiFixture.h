@@ -1,4 +1,4 @@
-// The built router on a desktop, with a simulated instrument behind it and a client before it.
+// The built router on a desktop, with a simulated instrument and a client.
 #pragma once
 
 #include "diag/Resource.h"
@@ -52,7 +52,7 @@ protected:
     static void TakeKeyboard(HWND (*window)(), const std::string& title);
     /// By a double click on the icon; returns when the dialog has the keyboard.
     static void OpenDialog();
-    /// The same, and goes to the pump in the list by its first letter.
+    /// The same, and selects the pump in the list by its first letter.
     static void OpenDialogOfPump();
     static void Click(int id);
     static void Toggle(int id);

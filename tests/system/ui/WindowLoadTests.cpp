@@ -28,8 +28,8 @@ struct Measured
     double rate = 0;       // requests per second
 };
 
-/// The number behind the first `label` in `text`, -1 when there is none.
-double NumberBehind(const std::string& text, const std::string& label)
+/// The number after the first `label` in `text`, -1 when there is none.
+double NumberAfter(const std::string& text, const std::string& label)
 {
     const std::size_t place = text.find(label);
     return place == std::string::npos ? -1 : std::atof(text.c_str() + place + label.size());
@@ -51,7 +51,7 @@ protected:
                                               std::to_wstring(requests));
         ASSERT_EQ(probe.WaitForExit(std::chrono::minutes(2)), 0u) << probe.Output();
         const std::string text = probe.Output();
-        measured = {NumberBehind(text, "median "), NumberBehind(text, "p99 "), NumberBehind(text, " s, ")};
+        measured = {NumberAfter(text, "median "), NumberAfter(text, "p99 "), NumberAfter(text, " s, ")};
         ASSERT_GT(measured.median, 0) << text;
         ASSERT_GT(measured.rate, 0) << text;
     }

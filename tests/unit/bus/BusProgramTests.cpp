@@ -152,7 +152,7 @@ TEST(BusProgram, VanishesInMidPacketAndComesBack)
     ASSERT_TRUE(bus.router.Send(3, 1, "first"));
     ASSERT_TRUE(bus.router.Next());
     ASSERT_TRUE(bus.router.Send(3, 1, "second"));
-    EXPECT_FALSE(bus.router.Next()) << "the device goes before the packet is whole";
+    EXPECT_FALSE(bus.router.Next()) << "the device is unplugged before the packet is whole";
     EXPECT_EQ(bus.router.Unparsed(), 10u) << "half of the 20 bytes came";
     bus.router.Close();
     ASSERT_TRUE(bus.router.Open());

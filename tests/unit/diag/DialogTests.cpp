@@ -255,7 +255,7 @@ TEST_F(DialogTest, ModuleSettingsAreShown)
     EXPECT_TRUE(IsChecked(IDC_ENABLE_SIMULATION));
 }
 
-TEST_F(DialogTest, LogButtonHasTheBareFileNameBehindThreeBlanks)
+TEST_F(DialogTest, LogButtonHasTheBareFileNameAfterThreeBlanks)
 {
     Show();
     EXPECT_EQ(Text(IDC_LOG_FOLDER), L"Log File Name:   MorvanePortRouter.log");

@@ -64,7 +64,7 @@ protected:
     }
 };
 
-TEST_F(LogFileTest, OpeningWritesTheBeginBannerBehindATimeStamp)
+TEST_F(LogFileTest, OpeningWritesTheBeginBannerAfterATimeStamp)
 {
     m_file.Open(m_path, true);
     ASSERT_TRUE(m_file.IsOpen());
@@ -74,7 +74,7 @@ TEST_F(LogFileTest, OpeningWritesTheBeginBannerBehindATimeStamp)
     EXPECT_EQ(WithoutStamp(lines.at(0)), "******** Begin Logging ********");
 }
 
-TEST_F(LogFileTest, ClosingWritesTheEndBannerBehindATimeStamp)
+TEST_F(LogFileTest, ClosingWritesTheEndBannerAfterATimeStamp)
 {
     m_file.Open(m_path, true);
     m_file.Close();
@@ -157,7 +157,7 @@ TEST_F(LogFileTest, OthersMayReadWhileItIsWritten)
     EXPECT_FALSE(writer);
 }
 
-TEST_F(LogFileTest, FileHeldOpenBySomebodyElseIsNotOpened)
+TEST_F(LogFileTest, FileHeldOpenWithoutSharingIsNotOpened)
 {
     const win32::FileHandle holder(
         ::CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));

@@ -17,7 +17,7 @@ void WriteText(const std::wstring& path, std::string_view text);
 /// The text cut at each carriage return and line feed.
 Lines ReadLines(const std::wstring& path);
 
-/// Whether a line begins with a time stamp and its blank; and what stands behind it.
+/// Whether a line begins with a time stamp and its blank; and what follows it.
 bool IsStamped(std::string_view line);
 std::string WithoutStamp(std::string_view line);
 

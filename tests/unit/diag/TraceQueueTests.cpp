@@ -142,7 +142,7 @@ TEST(TraceQueue, EntriesBeyondTheLimitAreCounted)
     EXPECT_EQ(queue.Size(), 1u);
 }
 
-TEST(TraceQueue, OverflowWithoutAReportLeavesAnEmptyQueueThatWakesNobody)
+TEST(TraceQueue, OverflowWithoutAReportLeavesAnEmptyUnsignalledQueue)
 {
     TraceQueue queue;
     Fill(queue, 10000);

@@ -17,7 +17,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds LongPatience{120'000}; // for thousands of lines
 
-/// Number behind `before` in a line; -1 when the line has no such text.
+/// Number after `before` in a line; -1 when the line has no such text.
 int NumberAfter(const std::string& line, std::string_view before)
 {
     const std::size_t place = line.find(before);
@@ -35,7 +35,7 @@ TEST_F(TracerTest, At1500QueuedEntriesTheEndWritesAThousandAndCountsTheRest)
     Start(ToFile);
     ASSERT_TRUE(WaitUntilBlocked());
     Trace(ToFile, 0, 1500);
-    m_tracer->Stop(); // on a busy machine in vain, but the thread ends in order all the same
+    m_tracer->Stop(); // on a busy machine in vain, but the thread still ends in order
     ASSERT_TRUE(WaitForLine("End Logging", LongPatience));
 
     const Lines lines = Log();
@@ -125,7 +125,7 @@ TEST_F(TracerTest, OverflowUnderAFilterThatBecameZeroIsNotReported)
     EXPECT_EQ(Log().size(), 2u);
 }
 
-TEST_F(TracerTest, LogThatIsAFileInsteadOfAFolderStopsNobody)
+TEST_F(TracerTest, LogThatIsAFileInsteadOfAFolderLosesNoWindowLine)
 {
     WriteText((m_folder.Path() / L"Log").wstring(), "in the way");
     m_tracer->SetOptions(ToBoth, L"MorvanePortRouter.log", 10, true);
@@ -140,7 +140,7 @@ TEST_F(TracerTest, LogThatIsAFileInsteadOfAFolderStopsNobody)
     EXPECT_TRUE(WaitForLine("now it works"));
 }
 
-TEST_F(TracerTest, LogHeldOpenBySomebodyElseIsTriedAgainAtTheNextSettings)
+TEST_F(TracerTest, LogHeldOpenElsewhereIsTriedAgainAtTheNextSettings)
 {
     std::filesystem::create_directory(m_logFolder);
     win32::FileHandle holder(
@@ -200,7 +200,7 @@ TEST_F(TracerTest, DiskThatHangsHoldsUpNoProducer)
     Start(ToFile);
     ASSERT_TRUE(WaitUntilBlocked());
     Trace(ToFile, 0, 200'000);
-    // Back here, with the writer still stuck: nobody waited for it.
+    // Back here, with the writer still stuck: no producer waited for it.
     EXPECT_EQ(WrittenLines(), 0);
     Unblock();
     EXPECT_TRUE(WaitForLine("Buffer overflow, removing 199999 entries"));

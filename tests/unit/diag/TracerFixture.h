@@ -36,7 +36,7 @@ protected:
     static HWND DebugWindow();
     static HWND DebugList();
     static int WindowLines();
-    /// Its lines, each with a line feed behind it.
+    /// Its lines, each followed by a line feed.
     static std::wstring WindowText();
 
     /// From now on every write to the log waits until Unblock. WaitUntilBlocked returns once one does.

@@ -64,8 +64,8 @@ TEST_F(TracerSessionTest, DebugWindowReturnsAfterTheRouterHasEnded)
     bool complete = false;
     Lines log;
     g_endRouter = [&] {
-        m_tracer->AddTrace(ToFile, "a port goes");
-        EXPECT_TRUE(WaitForLine("a port goes")) << "the log goes on meanwhile";
+        m_tracer->AddTrace(ToFile, "a port closes");
+        EXPECT_TRUE(WaitForLine("a port closes")) << "the log goes on meanwhile";
         m_tracer->AddTrace(ToFile, "the last line");
         complete = m_tracer->StopForSessionEnd();
         log = Log();

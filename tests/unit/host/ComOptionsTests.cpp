@@ -55,7 +55,7 @@ TEST(ComOptions, ComTakesThem)
     ::CoUninitialize();
 }
 
-TEST(ComOptions, WithoutComThereIsNobodyToTakeThem)
+TEST(ComOptions, WithoutComTheyAreRefused)
 {
     EXPECT_EQ(SetComOptions(), CO_E_NOTINITIALIZED);
 }

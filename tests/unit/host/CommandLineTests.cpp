@@ -57,7 +57,7 @@ TEST(CommandLine, AWordEndsAtABlankOrATab)
     EXPECT_EQ(ParseCommandLine(L"  -RegServer  "), RegServer);
 }
 
-TEST(CommandLine, ABlankBehindTheIntroducerMakesNoSwitch)
+TEST(CommandLine, ABlankAfterTheIntroducerMakesNoSwitch)
 {
     EXPECT_EQ(ParseCommandLine(L"- RegServer"), RunServer);
 }

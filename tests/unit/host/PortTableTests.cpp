@@ -190,7 +190,7 @@ TEST_F(Ports, SignallingAllMakesEveryPortDropItsClient)
     EXPECT_TRUE(client2->WaitForBreak());
 }
 
-// A port without a name has no worker, which would count anew. Every completion counts one packet less.
+// A port without a name has no worker, which would count again. Every completion counts one packet less.
 TEST_F(Ports, ACompletionReachesItsPortOnly)
 {
     for (const PortAddress address : {PortAddress{3, 1}, {3, 2}, {4, 1}}) {
@@ -211,7 +211,7 @@ TEST_F(Ports, CompletionsOfUnknownPortsAreIgnored)
     EXPECT_EQ(m_table.FindPort({3, 1})->PacketCompleted(), -1);
 }
 
-/// Holds whoever traces.
+/// Blocks each thread that traces.
 class BlockingOutput final : public ITraceOutput
 {
 public:

@@ -120,8 +120,8 @@ TEST_F(TraceCall, AGateThatIsClosedTwiceOpensWithTheFirstEnd)
     {
         const CDebugOptionsLock inner(m_frontEnd.Gate());
     }
-    Trace(3, trace::Usb, "the gate excludes nobody");
-    EXPECT_EQ(m_output.Count("the gate excludes nobody"), 1U);
+    Trace(3, trace::Usb, "the gate is open");
+    EXPECT_EQ(m_output.Count("the gate is open"), 1U);
 }
 
 TEST_F(TraceCall, ALineOf3000CharactersIsCutAfter2055)

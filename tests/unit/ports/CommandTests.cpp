@@ -31,7 +31,7 @@ bool IsSet(const CCommandQueue& queue)
     return ::WaitForSingleObject(queue.GetNotEmptyEvent(), 0) == WAIT_OBJECT_0;
 }
 
-TEST(SerialPortCommand, TheByteAtTheLengthOrBehindItIs255AlsoForAnEmptyCommand)
+TEST(SerialPortCommand, TheByteAtTheLengthOrAfterItIs255AlsoForAnEmptyCommand)
 {
     const auto command = Command("ab");
     EXPECT_EQ(command->GetByteAt(1), 'b');
@@ -75,14 +75,14 @@ TEST(SerialPortCommand, FindBoundsTheBeginningOfAMatchNotItsEnd)
     const auto command = Command("xxabcxx");
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 0, -1), command->GetData() + 2);
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 3, -1), nullptr);
-    // The match begins before offset 3 and ends behind it.
+    // The match begins before offset 3 and ends after it.
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 0, 3), command->GetData() + 2);
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 0, 2), nullptr);
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 0, 0), nullptr);
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 0, 1000), command->GetData() + 2);
 }
 
-TEST(SerialPortCommand, FindNeverLooksBehindTheData)
+TEST(SerialPortCommand, FindNeverLooksPastTheData)
 {
     const auto command = Command("xxab");
     EXPECT_EQ(command->Find(Bytes("abc"), 3, 0, -1), nullptr);
@@ -196,7 +196,7 @@ TEST(CommandQueue, CarriesEverythingOnceAndInOrderFromSeveralProducers)
     EXPECT_FALSE(IsSet(queue));
 }
 
-TEST(CommandQueue, WhoWaitsAloneNeedsNoEventAndGetsEverythingInOrder)
+TEST(CommandQueue, ALoneConsumerNeedsNoEventAndGetsEverythingInOrder)
 {
     constexpr int Commands = 20'000;
     CCommandQueue queue(CCommandQueue::Waiting::Alone);
@@ -224,7 +224,7 @@ TEST(CommandQueue, WhoWaitsAloneNeedsNoEventAndGetsEverythingInOrder)
     EXPECT_EQ(queue.Pop(), nullptr);
 }
 
-TEST(CommandQueue, WhoWaitsAloneComesBackWhenTheTimeHasPassed)
+TEST(CommandQueue, ALoneConsumerReturnsWhenTheTimeHasPassed)
 {
     CCommandQueue queue(CCommandQueue::Waiting::Alone);
     // A wait may end for no reason, but not for ever.

@@ -152,7 +152,7 @@ TEST_F(PortPipeRecreated, ARequestDuringItIsAnotherOne)
 
 TEST_F(PortPipeRecreated, AnAnnouncedRequestComesBeforeABrokenRead)
 {
-    // Another thread has asked for a re-creation and not signalled its event yet; just then the client goes.
+    // Another thread has asked for a re-creation and not signalled its event yet; just then the client closes.
     Make();
     transport.OnSend([&] {
         port->AnnounceRecreation();

@@ -75,13 +75,13 @@ TEST_F(PortPipe, TracesPacketsInBothDirectionsWithTheirDump)
 TEST_F(PortPipe, WithReadBufferSizeZeroThePipeIsThereButNeverCountsAsConnectedAndEverySendSaysNoConnection)
 {
     Make(0);
-    // An open may fall into the moment of a re-creation, and then nobody notices it.
+    // An open may fall into the moment of a re-creation, and then no thread notices it.
     ASSERT_TRUE(support::WaitUntil([&] {
         return client.Open(name) &&
                RecordingTrace::WaitForLine("CCDevicePortPipe::PipeProcessThread (" + fullName + ") Connected",
                                            std::chrono::milliseconds(200));
     }));
-    // Not connected, the pipe is created anew: the client is thrown out.
+    // Not connected, the pipe is recreated: the client is thrown out.
     EXPECT_TRUE(client.WaitForBreak());
     EXPECT_FALSE(port->IsPipeConnected());
     SendToClient("lost");
@@ -113,7 +113,7 @@ TEST_F(PortPipe, WithoutADeviceConnectionNoPipeIsCreatedAndTheFirstOneAfterItCou
     EXPECT_EQ(RecordingTrace::Count("(" + fullName + ") Pipe Created 0 th time, waiting for connection..."), 1u);
 }
 
-TEST_F(PortPipe, WhileNobodyConnectsThePipeIsCreatedAgainAndAgain)
+TEST_F(PortPipe, WithoutAClientThePipeIsCreatedAgainAndAgain)
 {
     Make();
     EXPECT_TRUE(RecordingTrace::WaitForLine("Pipe Created 3 th time"));

@@ -47,7 +47,7 @@ TEST_F(PortPipeTraces, PacketsThatAreDropped)
 {
     transport.ready = false;
     Make();
-    SendToClient("nobody is there");
+    SendToClient("dropped");
     port->Send(nullptr, {reinterpret_cast<const std::uint8_t*>("x"), 1});
     port->OnMessage("x");
     EXPECT_TRUE(

@@ -26,7 +26,7 @@ struct ClientPipeTest : testing::Test
 
 TEST_F(ClientPipeTest, APipeThatIsNotServedIsAbsentWhenTheTimeIsOver)
 {
-    ClientPipe pipe(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
+    ClientPipe pipe(support::PipePath(support::UniqueName(L"Absent")), stop.Get());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(pipe.Open(milliseconds(80)), Outcome::Absent);
     EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(80));
@@ -191,7 +191,7 @@ TEST_F(ClientPipeTest, ABrokenPipeIsToldWithItsError)
     EXPECT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Broken);
 }
 
-TEST_F(ClientPipeTest, AWriteThatNobodyReadsTimesOut)
+TEST_F(ClientPipeTest, AWriteThatIsNotReadTimesOut)
 {
     // A pipe of the test's own that no thread serves: nothing is read from it.
     const std::wstring path = support::PipePath(support::UniqueName(L"NoReader"));
@@ -208,7 +208,7 @@ TEST_F(ClientPipeTest, TheStopSignalEndsOpeningAndReading)
 {
     FakePort port(Echo);
     ClientPipe pipe(port.Path(), stop.Get());
-    ClientPipe absent(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
+    ClientPipe absent(support::PipePath(support::UniqueName(L"Absent")), stop.Get());
     ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
     stop.Set();
     EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Stopped);
@@ -217,7 +217,7 @@ TEST_F(ClientPipeTest, TheStopSignalEndsOpeningAndReading)
 
 TEST_F(ClientPipeTest, AClosedPipeIsBroken)
 {
-    ClientPipe pipe(support::PipePath(support::UniqueName(L"Nobody")), stop.Get());
+    ClientPipe pipe(support::PipePath(support::UniqueName(L"Absent")), stop.Get());
     EXPECT_EQ(pipe.Read(message, support::DefaultTimeout), Outcome::Broken);
     EXPECT_EQ(pipe.Write(Of("x"), support::DefaultTimeout), Outcome::Broken);
 }

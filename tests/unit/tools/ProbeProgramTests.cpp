@@ -115,7 +115,7 @@ TEST(ProbeProgram, SaysWhenAPipeIsOpenUnlessItIsToBeQuiet)
 
 TEST(ProbeProgram, APipeThatIsNeverServedGivesCode5)
 {
-    const ToolRun run(L"RouterProbe", L"send --attach --port 3,1 --pipe-name " + support::UniqueName(L"Nobody") +
+    const ToolRun run(L"RouterProbe", L"send --attach --port 3,1 --pipe-name " + support::UniqueName(L"Absent") +
                                           L" --text x --open-timeout 0.1");
     EXPECT_EQ(run.ExitCode(), 5);
     EXPECT_EQ(LinesIn(run.Output()), 1u) << run.Output();

@@ -60,7 +60,7 @@ TEST_F(Dispatch, APacketSplitOverTwoReadsIsDeliveredOnceAfterTheSecond)
     EXPECT_EQ(Payloads(), Strings{"hello"});
 }
 
-TEST_F(Dispatch, EveryCutBehindTheSyncPairDeliversThePacketOnce)
+TEST_F(Dispatch, EveryCutAfterTheSyncPairDeliversThePacketOnce)
 {
     const std::string frame = Frame(0, 1, 3, 1, "hello");
     for (std::size_t cut = 2; cut < frame.size(); ++cut) {

@@ -23,7 +23,7 @@ extern std::atomic<bool> readsWithoutEvent;
 /// So many of the next threads are refused.
 extern std::atomic<int> refusedThreads;
 
-/// Calls that clear the throttling of the timer resolution: one goes before each raising of it.
+/// Calls that clear the throttling of the timer resolution: one precedes each raising of it.
 extern std::atomic<int> throttlingCleared;
 
 } // namespace hooks

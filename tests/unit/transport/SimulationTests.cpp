@@ -286,7 +286,7 @@ TEST_F(Simulation, ASimulatorThatVanishesAndComesBackIsConnectedAgainWithNumbers
     EXPECT_TRUE(driver->IsReady());
     Send("three");
     EXPECT_TRUE(simulator->NextRequestIs("three"));
-    // The numbering check starts anew as well: 1 after 200 is no gap.
+    // The numbering check starts again as well: 1 after 200 is no gap.
     ASSERT_TRUE(simulator->Write(Frame(1, 1, 3, 1, "number 1")));
     ASSERT_TRUE(support::WaitUntil([&] { return host.Deliveries().size() == 2; }));
     EXPECT_EQ(RecordingTrace::Count("Packet has packet number"), 0u);
@@ -321,7 +321,7 @@ TEST_F(Simulation, ASimulatorThatStopsReadingIsWarnedOfAndNothingIsAbortedOrLost
     }
 }
 
-TEST_F(Simulation, StoppingWithWritesAndReadsUnderWayEndsAllThreads)
+TEST_F(Simulation, StoppingWithPendingWritesAndReadsEndsAllThreads)
 {
     StartBoth();
     for (int packet = 0; packet < 8; ++packet) {

@@ -1,4 +1,4 @@
-// Finding the instrument among the devices, and letting go of it.
+// Finding the instrument among the devices, and releasing it.
 #include "tests/support/PatchedImport.h"
 #include "tests/unit/transport/Hooks.h"
 #include "tests/unit/transport/UsbFixture.h"
@@ -18,7 +18,7 @@ namespace describe = instrumentbus::describe;
 class UsbConnect : public UsbTransport
 {
 protected:
-    /// How many lines have `part` between the first line with `from` and the first with `to` behind it.
+    /// How many lines have `part` between the first line with `from` and the first with `to` after it.
     static std::size_t CountBetween(std::string_view from, std::string_view to, std::string_view part)
     {
         const std::vector<std::string> texts = RecordingTrace::Texts();
@@ -199,10 +199,10 @@ TEST_F(UsbConnect, OfTwoSupportedInstrumentsTheLaterIndexWins)
     Send("to the second");
     EXPECT_TRUE(NextIs("to the second", 1));
     EXPECT_EQ(bus.Count(0, Out).begun, 0u);
-    EXPECT_TRUE(bus.WaitFor(0, 0, [](const Counters& c) { return c.closes == c.opens; })) << "the first is let go";
+    EXPECT_TRUE(bus.WaitFor(0, 0, [](const Counters& c) { return c.closes == c.opens; })) << "the first is closed";
 }
 
-TEST_F(UsbConnect, AForeignDeviceBehindTheInstrumentIsQueriedTooAndChangesNothing)
+TEST_F(UsbConnect, AForeignDeviceAfterTheInstrumentIsQueriedAndChangesNothing)
 {
     bus.Plug(0, Instrument());
     bus.Plug(1, Instrument(0x1234, 0x0100));
@@ -269,7 +269,7 @@ TEST_F(UsbConnect, AnotherProductThatHasTakenTheChosenOnesIndexWaitsForTheNextSc
     EXPECT_EQ(RecordingTrace::Count("Connection to USB opened"), 1u);
 }
 
-TEST_F(UsbConnect, SomebodyElsesDeviceThatHasTakenTheChosenOnesIndexIsNotReset)
+TEST_F(UsbConnect, AForeignDeviceThatHasTakenTheChosenOnesIndexIsNotReset)
 {
     StartAndReplace(Instrument(0x9999, 0x0100));
     ASSERT_NO_FATAL_FAILURE(AwaitConnection(3));
@@ -427,7 +427,7 @@ TEST_F(UsbConnect, ALaterSupportedInstrumentReplacesTheChoiceEvenWhenItLacksAnEn
 TEST_F(UsbConnect, ThePortIsResetBeforeEveryCloseOfAServedInstrumentAndOnlyThen)
 {
     Connect();
-    // The device object opened the instrument when it was made, and the first connect procedure let go of that.
+    // The device object opened the instrument when it was made, and the first connect procedure closed it.
     EXPECT_TRUE(
         bus.WaitFor(0, 0, [](const Counters& c) { return c.opens == 2 && c.closes == 1 && c.resets == 1; }));
 
@@ -462,13 +462,13 @@ TEST_F(UsbConnect, AReconnectStartsTheReadThreadAndTheNumbersAnewAndTellsThePort
     EXPECT_TRUE(
         RecordingTrace::WaitForLine("CCyUSBDriver::USBReadWaitThread() started", support::DefaultTimeout, 2));
     Send("three");
-    EXPECT_TRUE(NextIs("three")) << "as number 0, or behind idle packets from 0 on";
+    EXPECT_TRUE(NextIs("three")) << "as number 0, or after idle packets from 0 on";
     Feed(Frame(1, 1, 3, 1, "number 1"));
     EXPECT_TRUE(Delivered(2, "number 1"));
     EXPECT_EQ(RecordingTrace::Count("Packet has packet number"), 0u) << "1 after 200 is no gap now";
 }
 
-TEST_F(UsbConnect, TheEndStopsAllThreadsAndAbortsWhatIsUnderWay)
+TEST_F(UsbConnect, TheEndStopsAllThreadsAndAbortsWhatIsPending)
 {
     host.quietSeconds.Reset();
     Connect();
@@ -483,7 +483,7 @@ TEST_F(UsbConnect, TheEndStopsAllThreadsAndAbortsWhatIsUnderWay)
     EXPECT_EQ(bus.Count(0, Out).pending, 0u);
     EXPECT_EQ(bus.Count(0, In).pending, 0u);
     EXPECT_EQ(bus.Count(0, Out).endpointAborts, aborts + 1) << "the close alone would end the transfers as well";
-    EXPECT_EQ(bus.Count(0, In).endpointAborts, 2u) << "by the read thread and when the endpoints are let go of";
+    EXPECT_EQ(bus.Count(0, In).endpointAborts, 2u) << "by the read thread and when the endpoints are released";
 }
 
 TEST_F(UsbConnect, TheEndComesWhileThereIsNoInstrument)

@@ -28,7 +28,7 @@ UsbTransport::~UsbTransport()
     host.quietSeconds.Set();
     driver.reset();
     bus.Clear();
-    RecordingTrace::Clear(); // a hook of the test goes before what it refers to
+    RecordingTrace::Clear(); // a hook of the test is removed before what it refers to
 }
 
 void UsbTransport::Start()

@@ -56,7 +56,7 @@ protected:
     void AwaitLoss();
     /// Unplug and AwaitLoss.
     void Lose(std::uint32_t slot = 0);
-    /// Makes the driver connect anew to the instrument in slot 0, which stays plugged.
+    /// Makes the driver reconnect to the instrument in slot 0, which stays plugged.
     void Reopen();
 
     /// A packet of port (3, 1). Lets quiet seconds go on (see FakeHost::quietSeconds), if the test has stopped

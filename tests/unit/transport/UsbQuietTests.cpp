@@ -1,4 +1,4 @@
-// Seconds in which nothing happens: the idle packet, the watch over the host programs, writes nobody waits behind.
+// Quiet seconds: the idle packet, the watch over the host programs, writes with none waiting after them.
 #include "tests/support/OwnFolder.h"
 #include "tests/unit/transport/UsbFixture.h"
 #include "win32/ModulePath.h"

@@ -78,8 +78,8 @@ TEST_F(UsbRead, AReadThatBringsNothingIsFollowedByTheNext)
 {
     Connect();
     Feed("");
-    Feed(Frame(1, 1, 3, 1, "behind nothing"));
-    EXPECT_TRUE(Delivered(1, "behind nothing"));
+    Feed(Frame(1, 1, 3, 1, "after nothing"));
+    EXPECT_TRUE(Delivered(1, "after nothing"));
     EXPECT_EQ(RecordingTrace::Count("ApppendToReplyProcessQueue() 0 bytes"), 1u);
 }
 

@@ -154,7 +154,7 @@ TEST_F(UsbStuckWrite, CountsGrowForTheLifeOfTheThreadOverReconnectsToo)
 TEST_F(UsbStuckWrite, ThatEndsLateDoesNotPassForTheNextOne)
 {
     Connect();
-    // The driver heeds no abort: the first write goes out when its time has come, with the next one under way.
+    // The driver heeds no abort: the first write goes out when its time has come, with the next one pending.
     Rule deaf = ForControl(usb::ControlAbortPipe, Action::Refuse);
     deaf.status = 0xC0000010;
     bus.SetRule(deaf);
@@ -168,7 +168,7 @@ TEST_F(UsbStuckWrite, ThatEndsLateDoesNotPassForTheNextOne)
     ASSERT_TRUE(RecordingTrace::WaitForLine(Abandoned));
     ASSERT_TRUE(bus.WaitFor(0, Out, [](const Counters& c) { return c.begun == 2; }));
     EXPECT_TRUE(NextIs("late"));
-    EXPECT_EQ(driver->GetTransferredBytes(), 0u) << "nobody waits for the late one any more";
+    EXPECT_EQ(driver->GetTransferredBytes(), 0u) << "the late one is not waited for any more";
     bus.Release(0);
     EXPECT_TRUE(NextIs("next one"));
     EXPECT_TRUE(RecordingTrace::WaitForLine("overlapped write 22 bytes"));
@@ -228,7 +228,7 @@ TEST_F(UsbStuckWrite, ThatIsRefusedAtOnceMakesTheDriverReconnectToo)
     EXPECT_TRUE(NextIs("after"));
 }
 
-TEST_F(UsbStuckWrite, ThatFailsWithoutAnErrorOfWindowsCountsAsUnderWayUntilItIsAborted)
+TEST_F(UsbStuckWrite, ThatFailsWithoutAWindowsErrorIsPendingUntilAborted)
 {
     Connect();
     Rule rule = For(Out, Action::Fail, 1);

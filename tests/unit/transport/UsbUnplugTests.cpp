@@ -114,7 +114,7 @@ TEST_F(UsbUnplug, InMidReadEndsTheReadThreadWhichStartsAnewWithTheNextConnection
 
 TEST_F(UsbUnplug, DuringTheConnectProcedureMakesItFailAndTheNextOneServe)
 {
-    // Each of the questions of the procedure in turn is the one at which the instrument goes.
+    // Each of the questions of the procedure in turn is the one at which the instrument is unplugged.
     for (const std::uint32_t control :
          {usb::ControlEndpointZero, usb::ControlFriendlyName, usb::ControlBusSpeed, usb::ControlAlternateSetting})
     {
@@ -162,7 +162,7 @@ TEST_F(UsbUnplug, OfOneOfTwoInstrumentsMovesThePortsToTheOther)
     EXPECT_TRUE(NextIs("to the first", 0));
 }
 
-TEST_F(UsbUnplug, OfAnInstrumentThatIsNotServedDisturbsNobody)
+TEST_F(UsbUnplug, OfAnInstrumentThatIsNotServedDisturbsNoOther)
 {
     bus.Plug(0, Instrument());
     bus.Plug(1, Instrument());

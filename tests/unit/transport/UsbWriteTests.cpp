@@ -68,13 +68,13 @@ TEST_F(UsbWrite, ABacklogOfMoreThanFiveHundredPacketsIsWrittenWhole)
     }
     EXPECT_EQ(RecordingTrace::Count("Maximum queue size reached"), 0u) << "the limit is dormant";
     bus.Release(0);
-    // The held one was let go or, on a machine that was busy, aborted before; the 600 behind it all arrive.
+    // The held one was released or, on a busy machine, aborted before. The 600 after it all arrive.
     const std::optional<std::string> first = NextFrame();
     ASSERT_TRUE(first);
-    const bool wasLetGo = *first == Frame(0, 1, 3, 1, "held");
-    EXPECT_TRUE(wasLetGo || *first == Frame(1, 1, 3, 1, "0"));
-    nextNumber = wasLetGo ? 1 : 2;
-    for (int packet = wasLetGo ? 0 : 1; packet < 600; ++packet) {
+    const bool wasReleased = *first == Frame(0, 1, 3, 1, "held");
+    EXPECT_TRUE(wasReleased || *first == Frame(1, 1, 3, 1, "0"));
+    nextNumber = wasReleased ? 1 : 2;
+    for (int packet = wasReleased ? 0 : 1; packet < 600; ++packet) {
         ASSERT_TRUE(NextIs(std::to_string(packet)));
     }
 }
@@ -88,7 +88,7 @@ TEST_F(UsbWrite, TheLongestPacketGoesOutInOnePiece)
     EXPECT_TRUE(RecordingTrace::WaitForLine("overlapped write 65549 bytes"));
 }
 
-TEST_F(UsbWrite, ThereIsNeverMoreThanOneWriteUnderWay)
+TEST_F(UsbWrite, ThereIsNeverMoreThanOnePendingWrite)
 {
     Connect();
     Rule slow = For(Out, Action::Delay);

@@ -1,4 +1,4 @@
-// Aborted transfers: the driver may let go of them late, or never, and must never write into memory in other
+// Aborted transfers: the driver may release them late, or never, and must never write into memory in other
 // hands.
 #include "tests/support/AllocationCount.h"
 #include "tests/support/PatchedImport.h"
@@ -67,7 +67,7 @@ TEST_F(Aborts, WithoutAnEventAreNotAsked)
     EXPECT_EQ(bus.Count(0).aborts, 1u);
 }
 
-TEST_F(Aborts, OfATransferObjectThatHasNothingUnderWayAsksNobody)
+TEST_F(Aborts, OfATransferObjectWithoutATransferReachNoDriver)
 {
     Connect();
     write.Abort();
@@ -175,7 +175,7 @@ TEST_F(Aborts, AreWaitedForWhenTheDeviceCloses)
     }
     EXPECT_EQ(Endpoint(In)->Abandoned().Count(), 10u);
     EXPECT_EQ(bus.Count(0, In).pending, 10u);
-    reads.clear(); // their events go before the driver has let go
+    reads.clear(); // their events are closed before the driver has released the transfers
     device.Close();
     EXPECT_EQ(bus.Count(0, In).pending, 0u) << "cancelled";
 }
@@ -192,7 +192,7 @@ TEST_F(Aborts, ThatADriverNeverHeedsDoNotKeepTheDeviceFromClosing)
     EXPECT_LT(::GetTickCount64() - begin, 10'000u);
     EXPECT_FALSE(device.IsOpen());
     EXPECT_EQ(device.KeptByDrivers(), 1u);
-    bus.Release(0); // now the driver lets go: into memory that nobody else got
+    bus.Release(0); // now the driver completes it, in memory that was not reused
     ASSERT_TRUE(device.Open(0));
     ASSERT_TRUE(Write(write, Pattern(5)));
     EXPECT_TRUE(End(write).worked);
@@ -220,7 +220,7 @@ TEST_F(Aborts, ByTheThousandLeaveNoHandleAndNoMemoryBehind)
     RecordProperty("blocks", std::to_string(blocks) + " to " + std::to_string(LiveAllocations()));
     EXPECT_LE(Handles(), handles);
     // Counted, because the size of a process moves by megabytes: one lost block in a round would be 2,500. The
-    // last transfer of each endpoint may or may not have been let go of.
+    // last transfer of each endpoint may or may not have been released.
     EXPECT_LE(LiveAllocations(), blocks + 20);
     EXPECT_EQ(bus.Count(0, In).endpointAborts, 2'600u);
     EXPECT_EQ(bus.Count(0, Out).endpointAborts, 2'600u);

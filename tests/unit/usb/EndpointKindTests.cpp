@@ -181,7 +181,7 @@ TEST_F(EndpointKinds, ABufferedIsochronousTransferBringsDataAndRecordsBack)
     EXPECT_EQ(bytes, Pattern(120));
     EXPECT_EQ(Copy(records[0].length), 120u) << "the simulated driver has all in one packet";
     EXPECT_EQ(Copy(records[2].length), 0u);
-    EXPECT_EQ(Copy(records[3].length), 9u) << "no record behind those of the transfer";
+    EXPECT_EQ(Copy(records[3].length), 9u) << "no record after those of the transfer";
 }
 
 TEST_F(EndpointKinds, AnIsochronousWriteGoesBothWays)

@@ -17,7 +17,7 @@ constexpr std::uint8_t StringType = 3;
 class Identity : public UsbTest
 {
 protected:
-    /// Addresses of the endpoint list behind the control endpoint; -1 for an empty slot.
+    /// Addresses of the endpoint list after the control endpoint; -1 for an empty slot.
     std::vector<int> Addresses() const
     {
         std::vector<int> result;

@@ -133,7 +133,7 @@ TEST(AbandonedTransfers, AreGivenUpButNotFreedWhenTheDriverKeepsThem)
     }
     EXPECT_EQ(freed, 0);
     kept->overlapped.Internal = Cancelled; // what the driver might do at any time
-    delete kept;                           // only a test may know that nobody writes there any more
+    delete kept;                           // only a test may know that no driver writes there any more
     EXPECT_EQ(freed, 1);
 }
 

@@ -78,7 +78,7 @@ TEST_F(Transfers, AReadWaitsUntilTheInstrumentSendsAndReportsExactlyTheBytesThat
     }
 }
 
-TEST_F(Transfers, AFullReadHas65535BytesAndRoomForOneBehindThem)
+TEST_F(Transfers, AFullReadHas65535BytesAndRoomForOneAfterThem)
 {
     Connect();
     ASSERT_TRUE(Read(read));
@@ -162,7 +162,7 @@ TEST_F(Transfers, ATransferThatIsRefusedAtOnceEndsAtOnceWithTheReason)
     Rule rule = For(Out, Action::Refuse);
     rule.status = StatusIoDeviceError;
     bus.SetRule(rule);
-    ASSERT_TRUE(Write(write, Pattern(4))) << "there is a context all the same";
+    ASSERT_TRUE(Write(write, Pattern(4))) << "there is a context nevertheless";
     EXPECT_TRUE(write.HasEnded());
     const Outcome outcome = End(write);
     EXPECT_FALSE(outcome.worked);
@@ -236,7 +236,7 @@ TEST_F(Transfers, BufferedTransfersCarryTheSameBytes)
     }
 }
 
-TEST_F(Transfers, AReadAndAWriteMayBeUnderWayTogether)
+TEST_F(Transfers, AReadAndAWriteMayBePendingTogether)
 {
     Connect();
     ASSERT_TRUE(Read(read));

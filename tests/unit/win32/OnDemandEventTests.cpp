@@ -10,7 +10,7 @@ bool IsSignalled(const win32::OnDemandEvent& event)
     return ::WaitForSingleObject(event.Get(), 0) == WAIT_OBJECT_0;
 }
 
-TEST(OnDemandEvent, ASettingThatNobodyListensForIsThereToTakeAndSignalsNothing)
+TEST(OnDemandEvent, ASettingWithoutAListenerCanBeTakenAndSignalsNothing)
 {
     win32::OnDemandEvent event(false);
     event.Set();
@@ -31,7 +31,7 @@ TEST(OnDemandEvent, ASettingDuringTheWaitSignalsOnce)
     EXPECT_TRUE(event.Take());
 }
 
-TEST(OnDemandEvent, WhoLooksWithoutListeningIsNotSignalled)
+TEST(OnDemandEvent, ASettingAfterDisarmSignalsNothing)
 {
     win32::OnDemandEvent event(false);
     ASSERT_FALSE(event.Arm());

@@ -14,7 +14,7 @@ using win32::Expectation;
 using win32::FileHandle;
 using win32::OverlappedOperation;
 
-/// The control code behind ConnectNamedPipe, which only the kernel's headers name.
+/// The control code of ConnectNamedPipe, which only the kernel's headers name.
 constexpr DWORD ListenCode = 0x110008;
 
 /// Both ends of a message pipe; the client's end opens it when asked to.
@@ -97,7 +97,7 @@ TEST_F(OverlappedOperationTest, AReadAheadOfTheDataGetsIt)
     EXPECT_EQ(std::string(m_buffer.data(), m_transferred), "hello");
 }
 
-TEST_F(OverlappedOperationTest, AReadBehindTheDataGetsItToo)
+TEST_F(OverlappedOperationTest, AReadAfterTheDataGetsItToo)
 {
     OpenClient();
     ClientSays("early");
@@ -204,7 +204,7 @@ TEST_F(OverlappedOperationTest, CancellingLeavesTheBufferAlone)
     EXPECT_EQ(::GetLastError(), static_cast<DWORD>(ERROR_OPERATION_ABORTED));
 }
 
-TEST_F(OverlappedOperationTest, DestructionEndsWhatIsUnderWay)
+TEST_F(OverlappedOperationTest, DestructionEndsWhatIsPending)
 {
     OpenClient();
     {
@@ -213,7 +213,7 @@ TEST_F(OverlappedOperationTest, DestructionEndsWhatIsUnderWay)
     }
     ClientSays("late");
     EXPECT_EQ(m_buffer, (std::array<char, 64>{}));
-    // The message was not eaten by a read that nobody owns.
+    // The message was not eaten by a read that has no owner any more.
     OverlappedOperation read;
     ASSERT_TRUE(read.Read(m_server.Get(), m_buffer.data(), static_cast<DWORD>(m_buffer.size())));
     ASSERT_TRUE(read.CompletedAtStart() || WaitFor(read.EventHandle()));

@@ -113,7 +113,7 @@ TEST(Thread, JoinCancellingEndsBlockingCallsAgainAndAgain)
         for (int read = 0; read < 3; ++read) {
             char byte = 0;
             DWORD length = 0;
-            const BOOL done = ::ReadFile(client.Get(), &byte, 1, &length, nullptr); // nobody writes
+            const BOOL done = ::ReadFile(client.Get(), &byte, 1, &length, nullptr); // nothing is written
             cancelled += !done && ::GetLastError() == ERROR_OPERATION_ABORTED ? 1 : 0;
         }
     }));
