@@ -89,8 +89,8 @@ foreach(program ${simulation_programs})
 endforeach()
 
 if(MORVANE_SIMULATED_COVERAGE)
-    target_compile_options(simulated_product PRIVATE --coverage -O0)
-    target_link_options(simulated_product INTERFACE --coverage)
+    target_compile_options(simulated_product PRIVATE -fprofile-instr-generate -fcoverage-mapping)
+    target_link_options(simulated_product INTERFACE -fprofile-instr-generate)
 endif()
 
 # The product is looked at in full. Around it only AddressSanitizer is, and of the stand-in only what it writes, for it

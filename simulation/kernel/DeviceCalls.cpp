@@ -45,10 +45,11 @@ BOOL Transfer(DeviceFile& device, bool isDirect, std::span<std::uint8_t> block, 
     const bool isIn = (block[EndpointAt] & InFlag) != 0;
     const std::size_t offset = isDirect ? 0 : NumberAt(block.data(), DataOffsetAt);
     const std::span<std::uint8_t> data = isDirect ? out : block.subspan(offset);
-    const Request request = Accept(record, device, data.data(), static_cast<DWORD>(data.size()));
+    Request request = Accept(record, device, data.data(), static_cast<DWORD>(data.size()));
     if (error != ERROR_SUCCESS || device.IsGone()) {
         return RefuseByDriver(device, request, error != ERROR_SUCCESS ? error : device.instrument.goneError);
     }
+    LendBlock(request, block.data(), static_cast<DWORD>(block.size()));
     if (!isDirect) {
         Fault("buffered transfers of the bulk endpoints are not known here");
     }
@@ -66,6 +67,11 @@ BOOL Control(DeviceFile& device, DWORD code, std::span<std::uint8_t> buffer, OVE
     const DWORD answer = AnswerControl(device, code, buffer, count);
     if (answer != ERROR_SUCCESS) {
         return RefuseByDriver(device, request, answer);
+    }
+    if (TheWorld().switches.Take(Switch::DeviceKeepsControl)) {
+        ForbidJudgement();
+        KeepControl(device, request);
+        return Call::Refuse(ERROR_IO_PENDING);
     }
     if (TheWorld().switches.Take(Switch::DeviceAnswersLate)) {
         const Ref<Object> held(&device);

@@ -12,7 +12,6 @@ constexpr DWORD DriverVersion = 0x220000, StackVersion = 0x220004, AlternateSett
                 DeviceAddress = 0x220010, EndpointZero = 0x220020, ResetParentPort = 0x220030,
                 FriendlyName = 0x220040, AbortPipe = 0x220044, BusSpeed = 0x22004C;
 constexpr std::size_t HeaderSize = 38;
-constexpr std::uint8_t InAddress = 0x86, OutAddress = 0x02;
 
 Bytes DeviceDescriptor(const UsbInstrument& instrument)
 {
@@ -38,11 +37,13 @@ Bytes DeviceDescriptor(const UsbInstrument& instrument)
             1};
 }
 
-Bytes ConfigurationDescriptor()
+Bytes ConfigurationDescriptor(const UsbInstrument& instrument)
 {
-    Bytes bytes = {9, 2, 32, 0, 1, 1, 0, 0x80, 50, 9, 4, 0, 0, 2, 0xFF, 0, 0, 0};
-    for (const std::uint8_t address : {OutAddress, InAddress}) {
-        const Bytes endpoint = {7, 5, address, 2, 0x00, 0x02, 0};
+    const auto count = static_cast<std::uint8_t>(instrument.endpoints.size());
+    const auto length = static_cast<std::uint8_t>(18 + 7 * count);
+    Bytes bytes = {9, 2, length, 0, 1, 1, 0, 0x80, 50, 9, 4, 0, 0, count, 0xFF, 0, 0, 0};
+    for (const EndpointKind& kind : instrument.endpoints) {
+        const Bytes endpoint = {7, 5, kind.address, kind.attributes, 0x00, 0x02, 0};
         bytes.insert(bytes.end(), endpoint.begin(), endpoint.end());
     }
     return bytes;
@@ -72,7 +73,7 @@ DWORD AnswerEndpointZero(const UsbInstrument& instrument, std::span<std::uint8_t
     Bytes descriptor;
     switch (block[3]) {
     case 1: descriptor = DeviceDescriptor(instrument); break;
-    case 2: descriptor = ConfigurationDescriptor(); break;
+    case 2: descriptor = ConfigurationDescriptor(instrument); break;
     case 3: descriptor = StringDescriptor(index); break;
     default: return ERROR_GEN_FAILURE;
     }
@@ -115,7 +116,7 @@ DWORD AnswerControl(DeviceFile& device, DWORD code, std::span<std::uint8_t> buff
     }
     case EndpointZero: return AnswerEndpointZero(instrument, buffer, returned);
     case ResetParentPort: ++instrument.resets; return ERROR_SUCCESS;
-    case AbortPipe: CancelTransfers(device, buffer[0] == InAddress); return ERROR_SUCCESS;
+    case AbortPipe: CancelTransfers(device, buffer[0] == BulkIn.address); return ERROR_SUCCESS;
     default: return ERROR_NOT_SUPPORTED;
     }
 }

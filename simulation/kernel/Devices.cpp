@@ -15,6 +15,8 @@ namespace sim {
 namespace {
 
 constexpr std::uint64_t LongestKeepUs = 3'000'000;
+constexpr std::uint64_t LongestControlUs = 20'000'000;
+constexpr std::size_t UsbdStatusAt = 18; // in a transfer's block
 
 Switches& TheSwitches()
 {
@@ -57,6 +59,17 @@ void CompleteWrites(UsbInstrument& instrument)
     }
 }
 
+// A driver fails the request, or lets it succeed with a failure in its block.
+void FailTransfer(const Request& request, DWORD error)
+{
+    if (!TheSwitches().Take(Switch::FailureInStatus)) {
+        return Complete(request, error, 0);
+    }
+    constexpr std::uint32_t DeviceGone = 0xC0007000;
+    std::memcpy(request.block + UsbdStatusAt, &DeviceGone, sizeof DeviceGone);
+    Complete(request, ERROR_SUCCESS, 0);
+}
+
 // Ends a request that the driver kept, unless it has ended.
 void EndKept(DeviceFile& device, const OVERLAPPED* record)
 {
@@ -71,10 +84,10 @@ void EndKept(DeviceFile& device, const OVERLAPPED* record)
 
 // A request that the driver has lost: it ends when the driver likes, in success or not, at the latest with the
 // device's next unplugging.
-void Keep(DeviceFile& device, const Request& request)
+void Keep(DeviceFile& device, const Request& request, std::uint64_t longestUs)
 {
     device.kept.push_back(request);
-    const std::uint64_t until = NowUs() + Random(LongestKeepUs);
+    const std::uint64_t until = NowUs() + Random(longestUs);
     const Ref<Object> held(&device);
     const OVERLAPPED* const record = request.record;
     StartFiber([held, record, until, &device] {
@@ -87,7 +100,7 @@ void Keep(DeviceFile& device, const Request& request)
 void EndCancelled(DeviceFile& device, const Request& request)
 {
     if (TheSwitches().Take(Switch::DeviceKeepsRequest)) {
-        Keep(device, request);
+        Keep(device, request, LongestKeepUs);
     } else if (TheSwitches().Take(Switch::DeviceCancelsLate)) {
         device.kept.push_back(request);
         const Ref<Object> held(&device);
@@ -150,11 +163,11 @@ void AbortTransfers(UsbInstrument& instrument, bool isIn, DWORD error)
 {
     if (isIn) {
         for (const Request& read : std::exchange(instrument.reads, {})) {
-            Complete(read, error, 0);
+            FailTransfer(read, error);
         }
     } else {
         for (const auto& write : std::exchange(instrument.writes, {})) {
-            Complete(write.first, error, 0);
+            FailTransfer(write.first, error);
         }
     }
 }
@@ -212,8 +225,17 @@ bool CancelDeviceRequest(Object& object, const OVERLAPPED* record, bool mustEnd)
         mustEnd ? Complete(request, ERROR_OPERATION_ABORTED, 0) : EndCancelled(device, request);
         return true;
     }
-    return std::any_of(device.kept.begin(), device.kept.end(),
-                       [=](const Request& kept) { return kept.record == record; });
+    const bool isKept = std::any_of(device.kept.begin(), device.kept.end(),
+                                    [=](const Request& kept) { return kept.record == record; });
+    if (isKept && (mustEnd || TheSwitches().Take(Switch::DeviceCancelsLate))) {
+        EndKept(device, record);
+    }
+    return isKept;
+}
+
+void KeepControl(DeviceFile& device, const Request& request)
+{
+    Keep(device, request, LongestControlUs);
 }
 
 BOOL StartTransfer(DeviceFile& device, const Request& request, bool isIn, std::span<const std::uint8_t> written,

@@ -4,6 +4,7 @@
 #include "simulation/kernel/Requests.h"
 #include "simulation/standin/setupapi.h"
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -17,12 +18,21 @@ using Bytes = std::vector<std::uint8_t>;
 
 struct DeviceFile;
 
+struct EndpointKind
+{
+    std::uint8_t address, attributes;
+};
+
+inline constexpr EndpointKind BulkOut{0x02, 2}, BulkIn{0x86, 2};
+inline constexpr std::array<EndpointKind, 2> UsualEndpoints{BulkOut, BulkIn};
+
 /// What hangs on the bus. The scenario plays its other side.
 struct UsbInstrument
 {
     bool isPlugged = false;
     std::uint32_t generation = 0; // of its plugging: an open handle belongs to one
     std::uint16_t vendorId = 0, productId = 0;
+    std::span<const EndpointKind> endpoints = UsualEndpoints;
     DWORD goneError = ERROR_GEN_FAILURE; // the driver's choice for requests to a device that is gone
     DeviceFile* connection = nullptr;    // the handle whose transfers it answers
     std::deque<Bytes> toRouter;          // each completes one read
@@ -91,6 +101,8 @@ BOOL StartTransfer(DeviceFile& device, const Request& request, bool isIn, std::s
                    DWORD* returned);
 /// An I/O control that is no transfer: its answer, in `buffer`; the error otherwise.
 DWORD AnswerControl(DeviceFile& device, DWORD code, std::span<std::uint8_t> buffer, DWORD& returned);
+/// The driver keeps an I/O control, for longer than the router waits; it may end when it is cancelled.
+void KeepControl(DeviceFile& device, const Request& request);
 /// The router aborts the transfers of one direction: each ends at once, late, successfully nevertheless, or not at
 /// all.
 void CancelTransfers(DeviceFile& device, bool isIn);

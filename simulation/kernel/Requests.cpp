@@ -72,6 +72,12 @@ Request Accept(OVERLAPPED* record, Object& file, void* buffer, DWORD length)
     return request;
 }
 
+void LendBlock(Request& request, std::uint8_t* block, DWORD length)
+{
+    request.block = block;
+    All().pending.push_back({request.record, block, length, request.fiber, request.file.get()});
+}
+
 void Complete(const Request& request, DWORD error, DWORD count)
 {
     std::erase_if(All().pending, [&](const Lent& lent) { return lent.record == request.record; });

@@ -19,7 +19,8 @@ struct Request
     Ref<Object> file;
     std::uint8_t* buffer = nullptr; // written to, unless it is a write
     DWORD length = 0;
-    int fiber = 0; // that started it
+    int fiber = 0;                 // that started it
+    std::uint8_t* block = nullptr; // a transfer's, for the driver's statuses
 };
 
 /// A pending request's memory, which must neither be freed nor used for another request.
@@ -47,6 +48,8 @@ struct Requests
 
 /// Takes the record: its event is reset, it says pending. A record that is still pending is a fault.
 Request Accept(OVERLAPPED* record, Object& file, void* buffer, DWORD length);
+/// Lends the driver the block of `length` bytes in which it tells the statuses of a transfer.
+void LendBlock(Request& request, std::uint8_t* block, DWORD length);
 /// The request is over: count, status, event, in that order.
 void Complete(const Request& request, DWORD error, DWORD count);
 /// What a start answers whose request was accepted and may have completed since.

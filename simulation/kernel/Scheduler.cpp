@@ -358,10 +358,17 @@ void MakeUncaughtExceptionsFaults() noexcept
     });
 }
 
+// By design what a driver keeps is never freed.
+static std::uint64_t KeptRequests()
+{
+    const auto taken = [](Switch which) { return Switches::Total()[static_cast<std::size_t>(which)].yes; };
+    return taken(Switch::DeviceKeepsRequest) + taken(Switch::DeviceKeepsControl);
+}
+
 Outcome Run(const Options& options, const std::function<void()>& main)
 {
     const std::size_t blocksBefore = BlocksInUse();
-    const std::uint64_t keptBefore = Switches::Total()[static_cast<std::size_t>(Switch::DeviceKeepsRequest)].yes;
+    const std::uint64_t keptBefore = KeptRequests();
     auto world = std::make_unique<World>();
     g_world = world.get();
     world->options = options;
@@ -386,7 +393,7 @@ Outcome Run(const Options& options, const std::function<void()>& main)
     world.reset();
     EndContexts();
     static bool isWarm = false; // what is made once in a process is made in its first run
-    const bool mayLeak = Switches::Total()[static_cast<std::size_t>(Switch::DeviceKeepsRequest)].yes != keptBefore;
+    const bool mayLeak = KeptRequests() != keptBefore;
     if (options.countsMemory && isWarm && !mayLeak && outcome.fault.empty() &&
         BlocksInUse() != blocksBefore + outcome.OwnBlocks())
     {

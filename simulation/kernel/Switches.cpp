@@ -7,31 +7,15 @@ namespace sim {
 namespace {
 
 constexpr std::array<const char*, SwitchCount> Names = {
-    "pending though done",
-    "event unset at once",
-    "record pending at once",
-    "refusal in record",
-    "refusal sets event",
-    "refusal comes late",
-    "event after record",
-    "pipe cancels late",
-    "device cancels late",
-    "device ignores cancel",
-    "device keeps request",
-    "device answers late",
-    "write outlives its end",
-    "name busy while open",
-    "quota rounded up",
-    "quota is zero",
-    "wait returns waker",
-    "late waiter misses",
-    "condition wakes for nothing",
-    "condition swallows wake",
-    "time-out early",
-    "time-out late",
-    "ticks are coarse",
-    "thread end held back",
-    "device order changes",
+    "pending though done",     "event unset at once",  "record pending at once",
+    "refusal in record",       "refusal sets event",   "refusal comes late",
+    "event after record",      "pipe cancels late",    "device cancels late",
+    "device ignores cancel",   "device keeps request", "failure in status",
+    "device keeps control",    "device answers late",  "write outlives its end",
+    "name busy while open",    "quota rounded up",     "quota is zero",
+    "wait returns waker",      "late waiter misses",   "condition wakes for nothing",
+    "condition swallows wake", "time-out early",       "time-out late",
+    "ticks are coarse",        "thread end held back", "device order changes",
     "device gone at open",
 };
 
@@ -41,6 +25,7 @@ constexpr bool IsRare(Switch which)
     switch (which) {
     case Switch::DeviceIgnoresCancel:
     case Switch::DeviceKeepsRequest:
+    case Switch::DeviceKeepsControl:
     case Switch::ConditionWakesForNothing:
     case Switch::ConditionSwallowsWake:
     case Switch::DeviceGoneAtOpen:

@@ -19,6 +19,8 @@ enum class Switch {
     DeviceCancelsLate,   // the same on a device
     DeviceIgnoresCancel, // the request ends in success in spite of it
     DeviceKeepsRequest,  // the request stays until the device is unplugged or long after
+    FailureInStatus,     // a transfer of a device that is gone succeeds, its block says that it failed
+    DeviceKeepsControl,  // a control request is answered long after the router's limit for it
     DeviceAnswersLate,   // a request that could be answered at once is accepted first
     WriteOutlivesItsEnd, // a closing client's pending write stays readable
     NameBusyWhileOpen,   // the pipe's name is taken as long as a client has its end open

@@ -189,5 +189,9 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all, DWORD
         call.Refuse(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
     }
+    // "KeWaitForMultipleObjects routine": a thread has wait blocks for three objects, more need memory.
+    if (count > 3 && call.Fails({ERROR_NO_SYSTEM_RESOURCES})) {
+        return WAIT_FAILED;
+    }
     return WaitForAny(handles, count, milliseconds);
 }

@@ -143,7 +143,7 @@ Client::Visit Client::Stay()
 
 Client::Visit Client::SayAndLeave()
 {
-    if (!WriteRequest(m_serial++)) {
+    if (!Write(RequestText(m_serial++))) {
         return Visit::Broken;
     }
     ++m_answered; // it wants no more
@@ -180,7 +180,8 @@ Client::Visit Client::Ask(int together)
     m_pluggedAtAsking = m_world.instrument.PluggedAt();
     m_trouble = Troubles();
     for (int i = 0; i < together; ++i) {
-        if (!WriteRequest(m_serial++)) {
+        const bool writesNothing = m_world.plan.writesNothing && Random(4) == 0;
+        if ((writesNothing && !Write({})) || !Write(RequestText(m_serial++))) {
             return Visit::Broken;
         }
     }
@@ -261,14 +262,14 @@ void Client::CheckPipeIsNew()
 // Writes and does not read until it leaves.
 void Client::BeSilent()
 {
-    for (int i = 0; i < 10 && WriteRequest(m_serial++); ++i) {
+    for (int i = 0; i < 10 && Write(RequestText(m_serial++)); ++i) {
     }
     ::Sleep(static_cast<DWORD>(Random(400)));
 }
 
 void Client::BeGreedy()
 {
-    for (int i = 0; i < GreedyRequests && !m_world.ends && WriteRequest(m_serial++); ++i) {
+    for (int i = 0; i < GreedyRequests && !m_world.ends && Write(RequestText(m_serial++)); ++i) {
         // Each is to be read by itself, for the port counts reads. It may have stopped reading.
         for (int looks = 0; looks < LooksForRead && HasUnread(m_pipe.Get()); ++looks) {
             ::Sleep(0);
@@ -291,12 +292,12 @@ std::string Client::RequestText(int number)
     return text + ';';
 }
 
-bool Client::WriteRequest(int number)
+bool Client::Write(std::string message)
 {
     if (m_write.IsRunning()) {
         return false;
     }
-    m_writing = RequestText(number);
+    m_writing = std::move(message);
     if (!m_write.Write(m_pipe.Get(), m_writing.data(), static_cast<DWORD>(m_writing.size()))) {
         return false;
     }

@@ -44,7 +44,7 @@ private:
     void BeGreedy();
     void Die();
     void Leave();
-    bool WriteRequest(int number);
+    bool Write(std::string message);
     bool ReadMessage(DWORD milliseconds, std::string& message, bool& late);
     std::string RequestText(int number);
     bool IsJudged() const;

@@ -15,6 +15,9 @@ namespace {
 
 constexpr const char* SimulatorPipe = "\\\\.\\pipe\\UsbPipeSimulator";
 constexpr DWORD PipeBuffer = 65536;
+constexpr std::uint8_t Isochronous = 1, Interrupt = 3; // attributes of an endpoint
+constexpr std::array<EndpointKind, 6> FurtherEndpoints{
+    {BulkIn, {0x81, Interrupt}, {0x88, 2}, {0x83, Isochronous}, BulkOut, {0x04, 2}}};
 constexpr std::uint64_t LongestOutlivedUs = 100'000; // so long a connection may outlast its device
 constexpr DWORD StalledPipeBuffer = 256;             // the router's next write is soon pending
 
@@ -26,6 +29,19 @@ std::size_t PieceOf(const Plan& plan)
         longest = std::max(longest, port.client.longest);
     }
     return static_cast<std::size_t>(std::max(7, longest / 8));
+}
+
+// Garbage, and a packet of a type that no port gets; number 0 is never out of order.
+instrument::Bytes OtherBytes()
+{
+    instrument::Bytes bytes(7, 'x');
+    const std::array<std::uint8_t, 3> payload = {1, 2, 3};
+    const wire::Header header = wire::BuildHeader(0, wire::PortTraffic + 6, 3, 1, payload.size());
+    const wire::Trailer trailer = wire::BuildTrailer(payload);
+    bytes.insert(bytes.end(), header.begin(), header.end());
+    bytes.insert(bytes.end(), payload.begin(), payload.end());
+    bytes.insert(bytes.end(), trailer.begin(), trailer.end());
+    return bytes;
 }
 
 instrument::Script ScriptOf(const Plan& plan)
@@ -65,6 +81,9 @@ instrument::Script ScriptOf(const Plan& plan)
     if (plan.skipsNumbers) {
         every(13, [](ResponsePlan& answer) { answer.skippedNumbers = 1; });
     }
+    if (plan.sendsOtherBytes) {
+        every(9, [](ResponsePlan& answer) { answer.rawAhead = OtherBytes(); });
+    }
     for (const PortPlan& port : plan.ports) {
         if (plan.StaysUnanswered(port)) {
             every(1, [](ResponsePlan& answer) { answer.answer = ResponsePlan::Answer::None; });
@@ -83,6 +102,9 @@ Instrument::Instrument(const Plan& plan, Account& account)
         UsbInstrument& device = TheInstrument();
         device.vendorId = Host::VendorId;
         device.productId = Host::ProductId;
+        if (plan.hasFurtherEndpoints) {
+            device.endpoints = FurtherEndpoints;
+        }
         device.wake = Ref<Object>(&ObjectOf(m_wake.Get()));
         UsbInstrument& foreign = TheWorldsForeignDevice();
         foreign.vendorId = 1;
@@ -103,6 +125,9 @@ instrument::Time Instrument::Now()
 
 void Instrument::Run()
 {
+    if (m_plan.comesIncomplete && m_plan.path == Path::Usb) {
+        ComeIncomplete();
+    }
     while (!m_ends) {
         if (m_plan.path == Path::Usb) {
             ServeUsb();
@@ -196,8 +221,15 @@ void Instrument::OnPacket(const wire::Frame& frame)
 void Instrument::OnSent(const instrument::Bytes& bytes)
 {
     m_sent.Append(bytes);
-    while (const auto frame = wire::ParseFrame(m_sent.Bytes())) {
-        m_account.OnInstrumentSent(frame->deviceType, frame->port, frame->payload);
+    while (const auto sync = wire::FindSync(m_sent.Bytes())) {
+        m_sent.Consume(*sync);
+        const auto frame = wire::ParseFrame(m_sent.Bytes());
+        if (!frame) {
+            return;
+        }
+        if (frame->packetType == wire::PortTraffic) {
+            m_account.OnInstrumentSent(frame->deviceType, frame->port, frame->payload);
+        }
         m_sent.Consume(frame->Length());
     }
 }
@@ -295,6 +327,19 @@ bool Instrument::Write(HANDLE pipe, const instrument::Bytes& bytes)
     return m_write.Finish(pipe, length);
 }
 
+// A device that is not ready yet, or another one of the same product: an endpoint is missing.
+void Instrument::ComeIncomplete()
+{
+    UsbInstrument& device = TheInstrument();
+    const std::span<const EndpointKind> complete = device.endpoints;
+    device.endpoints = UsualEndpoints;
+    device.endpoints = device.endpoints.subspan(Random(2), 1);
+    Plug(device);
+    ::Sleep(static_cast<DWORD>(Random(50)));
+    Unplug(device);
+    device.endpoints = complete;
+}
+
 void Instrument::ServeUsb()
 {
     UsbInstrument& device = TheInstrument();
@@ -344,6 +389,9 @@ bool Instrument::FeedDue()
     while (m_engine.Take(Now(), m_due) == instrument::Engine::Order::Write) {
         OnSent(m_due);
         Feed(TheInstrument(), m_due);
+        if (m_plan.sendsOtherBytes && Random(8) == 0) {
+            Feed(TheInstrument(), {});
+        }
         Point("the instrument sends");
         any = true;
     }

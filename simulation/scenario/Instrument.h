@@ -40,6 +40,7 @@ private:
 
     void ServePipe();
     void ServePipeConnection(HANDLE pipe);
+    void ComeIncomplete();
     void ServeUsb();
     void ServeUsbConnection();
     bool ReadPipe(HANDLE pipe);

@@ -72,6 +72,12 @@ Plan DrawPlan(int requests)
     plan.delays = Random(6) == 0;
     plan.broadcasts = Random(4) == 0;
     plan.skipsNumbers = Random(6) == 0;
+    plan.comesIncomplete = Random(16) == 0;
+    plan.hasFurtherEndpoints = Random(16) == 0;
+    plan.hasDeafPort = Random(16) == 0;
+    plan.hasOddName = Random(16) == 0;
+    plan.writesNothing = Random(16) == 0;
+    plan.sendsOtherBytes = Random(16) == 0;
     return plan;
 }
 

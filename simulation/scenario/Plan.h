@@ -53,6 +53,13 @@ struct Plan
     bool stopsEarly = false; // the router ends while clients are at work
     bool foreignDevice = false;
     bool stalls = false; // the instrument takes nothing for a while
+    /// The product is plugged in with one of its endpoints at first, or has endpoints that the router does not
+    /// use.
+    bool comesIncomplete = false, hasFurtherEndpoints = false;
+    bool hasDeafPort = false;     // one without a read buffer
+    bool hasOddName = false;      // the first port's pipe name has a byte below 0x20
+    bool writesNothing = false;   // clients write empty messages, too
+    bool sendsOtherBytes = false; // the instrument sends garbage, packets of another type and empty transfers, too
     std::uint32_t flushLimitMs = 0;
 
     // The instrument's answers.
@@ -60,6 +67,8 @@ struct Plan
 
     /// A connection may end as soon as it has begun: a plug that bounces.
     bool Bounces() const { return path == Path::Usb && pulls == 3; }
+    /// The router looks for its host programs.
+    bool IsWatched() const { return HostsLeave() || endsWithPulls; }
     /// The router is no longer needed when the clients have their answers.
     bool HostsLeave() const { return path == Path::Usb && foreignDevice && skipsNumbers; }
     /// Some broadcasts have nothing in them.

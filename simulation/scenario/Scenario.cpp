@@ -23,6 +23,9 @@ constexpr DWORD LongestRunMs = 60'000;      // then the clients are told to leav
 constexpr DWORD LongestFaultyRunMs = 8'000; // a router without events or memory may never serve
 constexpr std::uint64_t LeastToAnswer = 100;
 constexpr DWORD DisturbMs = 500;
+constexpr DWORD KnockMs = 100;
+constexpr const char* PipeFolder = "\\\\.\\pipe\\";
+constexpr PortPlan DeafPort{.deviceType = 9, .port = 1, .bufferSize = 0, .client = {}};
 constexpr DWORD LongestQuietMs = 5000;           // until the router misses its host programs
 constexpr std::uint64_t LongestStopUs = 500'000; // idle; the transport's threads wait for a second at a time
 
@@ -46,7 +49,9 @@ private:
     void EndRouter();
     void CheckServed() const;
 
-    static std::string PipeNameOf(const PortPlan& port) { return "port" + std::to_string(port.deviceType); }
+    void AddPort(const PortPlan& port);
+    void KnockAtDeafPort() const;
+    std::string PipeNameOf(const PortPlan& port) const;
 
     const Plan m_plan;
     Account m_account;
@@ -60,6 +65,7 @@ private:
     win32::Event m_disturbed{win32::Event::Kind::ManualReset}; // no more disturbances
     std::vector<std::unique_ptr<win32::Thread>> m_clientThreads;
     win32::Thread m_disturber;
+    win32::Thread m_knocker; // the deaf port's client
     win32::Thread m_instrumentThread;
     bool m_isRefused = false; // who asked for the port was told so
 };
@@ -75,30 +81,67 @@ private:
     const Watched m_watched;
 };
 
+std::string Session::PipeNameOf(const PortPlan& port) const
+{
+    const bool isOdd = m_plan.hasOddName && port.deviceType == m_plan.ports[0].deviceType;
+    return (isOdd ? "port\t" : "port") + std::to_string(port.deviceType);
+}
+
+void Session::AddPort(const PortPlan& port)
+{
+    const std::string name = PipeNameOf(port);
+    m_account.AddPort(port.deviceType, port.port, PipeFolder + name);
+    const PortAddress address{port.deviceType, port.port};
+    const PortOptions options{.flushLimitMs = m_plan.flushLimitMs, .restrictPipe = Random(4) == 0};
+    const ProductAtWork product;
+    try {
+        m_host.table.AddPort(address,
+                             std::make_unique<CCDevicePortPipe>(m_transport.get(), address, name, port.bufferSize,
+                                                                port.bufferSize, options));
+        m_account.OnPortAdded(port.deviceType, port.port);
+    } catch (const std::bad_alloc&) {
+        Note("a port cannot be made");
+        m_isRefused = true;
+    }
+}
+
 void Session::AddPorts()
 {
     for (const PortPlan& port : m_plan.ports) {
-        const std::string name = PipeNameOf(port);
-        m_account.AddPort(port.deviceType, port.port, "\\\\.\\pipe\\" + name);
-        const PortAddress address{port.deviceType, port.port};
-        const PortOptions options{.flushLimitMs = m_plan.flushLimitMs, .restrictPipe = Random(4) == 0};
-        const ProductAtWork product;
-        try {
-            m_host.table.AddPort(address,
-                                 std::make_unique<CCDevicePortPipe>(m_transport.get(), address, name,
-                                                                    port.bufferSize, port.bufferSize, options));
-            m_account.OnPortAdded(port.deviceType, port.port);
-        } catch (const std::bad_alloc&) {
-            Note("a port cannot be made");
-            m_isRefused = true;
+        AddPort(port);
+    }
+    if (m_plan.hasDeafPort) {
+        AddPort(DeafPort);
+        m_knocker.Start([this] { KnockAtDeafPort(); });
+    }
+}
+
+// A port without a read buffer takes a client and never counts as connected: its pipe is recreated again and
+// again.
+void Session::KnockAtDeafPort() const
+{
+    const std::string path = PipeFolder + PipeNameOf(DeafPort);
+    while (!m_world.ends && !m_world.portsEnd) {
+        const win32::FileHandle pipe(::CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                                   OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+        std::array<char, 8> bytes{};
+        win32::OverlappedOperation read;
+        if (pipe && read.Read(pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size())) && !read.HasCompleted())
+        {
+            ::WaitForSingleObject(read.EventHandle(), KnockMs);
         }
+        DWORD length = 0;
+        if (read.CancelAndFinish(length)) {
+            Fault("a port that cannot read has a message for its client");
+        }
+        ::Sleep(KnockMs);
     }
 }
 
 void Session::StartClients()
 {
     for (const PortPlan& port : m_plan.ports) {
-        m_clients.push_back(std::make_unique<Client>(port, "\\\\.\\pipe\\" + PipeNameOf(port), m_world));
+        m_clients.push_back(std::make_unique<Client>(port, PipeFolder + PipeNameOf(port), m_world));
         m_clientThreads.push_back(std::make_unique<win32::Thread>());
         m_clientThreads.back()->Start([client = m_clients.back().get()] { client->Run(); });
     }
@@ -188,7 +231,8 @@ void Session::Play()
     if (m_plan.MayCut()) {
         m_account.ExpectCuts();
     }
-    m_host.isStandalone = !m_plan.HostsLeave();
+    m_host.hostName = Random(2) == 0 ? m_host.GetFirstHostName() : m_host.GetSecondHostName();
+    m_host.isStandalone = !m_plan.IsWatched();
     m_instrumentThread.Start([this] { m_instrument.Run(); });
     {
         const ProductAtWork product;
@@ -209,6 +253,7 @@ void Session::Play()
         EndRouter();
     }
     m_world.ends = true;
+    m_knocker.Join();
     for (const auto& thread : m_clientThreads) {
         thread->Join();
     }

@@ -40,7 +40,7 @@ public:
     std::int32_t GetBootloaderVersion(std::uint16_t) const override { return 2; }
     std::uint32_t FindProcess(const std::wstring& name) const override
     {
-        return !hostsHaveLeft && name == GetSecondHostName() ? 1 : 0;
+        return !hostsHaveLeft && name == hostName ? 1 : 0;
     }
     std::wstring GetFirstHostName() const override { return L"first"; }
     std::wstring GetSecondHostName() const override { return L"second"; }
@@ -49,8 +49,9 @@ public:
     void RegisterDeviceName(const std::wstring&, std::int32_t) override {}
 
     PortTable table;
+    std::wstring hostName;       // which of the two runs,
+    bool hostsHaveLeft = false;  // until it has left
     bool isStandalone = true;    // no host program is looked for
-    bool hostsHaveLeft = false;  // else the second one runs
     bool hasAskedToQuit = false; // for want of them
 
 private:
