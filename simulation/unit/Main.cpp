@@ -17,6 +17,9 @@
 #include <string_view>
 #include <vector>
 
+/// Of clang's library that counts what is executed; null where that is not linked.
+extern "C" [[gnu::weak]] int __llvm_profile_write_file();
+
 namespace {
 
 struct Arguments
@@ -130,6 +133,9 @@ bool RunInChild(const std::string& test, const Arguments& arguments)
     if (child == 0) {
         const bool passed = RunTest(test, arguments);
         std::fflush(stdout);
+        if (__llvm_profile_write_file != nullptr) {
+            __llvm_profile_write_file(); // _Exit does not
+        }
         std::_Exit(passed ? 0 : 1);
     }
     int status = 0;
