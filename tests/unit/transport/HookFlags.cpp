@@ -12,4 +12,10 @@ std::atomic<bool> readsWithoutEvent{false};
 std::atomic<int> refusedThreads{0};
 std::atomic<int> throttlingCleared{0};
 
+HANDLE WINAPI RefuseEvent(SECURITY_ATTRIBUTES* /*security*/, BOOL /*manual*/, BOOL /*set*/,
+                          const wchar_t* /*name*/)
+{
+    return nullptr;
+}
+
 } // namespace hooks

@@ -26,4 +26,7 @@ extern std::atomic<int> refusedThreads;
 /// Calls that clear the throttling of the timer resolution: one precedes each raising of it.
 extern std::atomic<int> throttlingCleared;
 
+/// For support::PatchedImport, in place of CreateEventW.
+HANDLE WINAPI RefuseEvent(SECURITY_ATTRIBUTES* security, BOOL manual, BOOL set, const wchar_t* name);
+
 } // namespace hooks

@@ -1,4 +1,5 @@
 #include "tests/support/Frames.h"
+#include "tests/support/PatchedImport.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -393,6 +395,23 @@ TEST_F(PipeReadThread, WithoutAPipeEndsAtOnce)
 {
     Read(INVALID_HANDLE_VALUE);
     EXPECT_EQ(RecordingTrace::Count("CCyUSBDriver::SimulationReadWaitThread() started"), 0u);
+}
+
+TEST_F(PipeReadThread, WithoutAnEventForItsReadsThrows)
+{
+    const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(hooks::RefuseEvent));
+    EXPECT_THROW(Read(pipe.Get()), std::bad_alloc);
+}
+
+TEST_F(PipeReadThread, WithoutAnEventForItsStopThrows)
+{
+    std::optional<ReplyPath> endless;
+    {
+        const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(hooks::RefuseEvent));
+        endless.emplace(host);
+    }
+    EXPECT_THROW(ReadThreads::SimulationReadWaitThread(endless->connection, endless->replies, pipe.Get()),
+                 std::bad_alloc);
 }
 
 TEST_F(PipeReadThread, TracesAReadThatIsRefused)

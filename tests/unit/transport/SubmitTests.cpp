@@ -170,14 +170,9 @@ TEST_F(Submit, ThreadsThatCannotStartAreTraced)
     EXPECT_EQ(RecordingTrace::Count("the reply thread cannot be started(8)"), 1u);
 }
 
-HANDLE WINAPI RefuseEvent(SECURITY_ATTRIBUTES*, BOOL, BOOL, const wchar_t*)
-{
-    return nullptr;
-}
-
 TEST_F(Submit, CommandThreadsWithoutEventsAreTraced)
 {
-    const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(RefuseEvent));
+    const support::PatchedImport patch("CreateEventW", reinterpret_cast<void*>(hooks::RefuseEvent));
     for (const bool simulation : {true, false}) {
         const CCyUSBDriver other(simulation, host);
     }
