@@ -38,6 +38,10 @@ public:
     {
         return Before().fetch_add(value, order);
     }
+    Type fetch_sub(Type value, memory_order order = memory_order_seq_cst) noexcept
+    {
+        return Before().fetch_sub(value, order);
+    }
     operator Type() const noexcept { return load(); }
     Type operator=(Type value) noexcept
     {
