@@ -18,6 +18,13 @@ Bytes Of(const std::string& text)
     return {text.begin(), text.end()};
 }
 
+/// The only server's end of a pipe that no port serves.
+win32::FileHandle ServerAt(const std::wstring& path)
+{
+    return win32::FileHandle(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                                PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+}
+
 struct ClientPipeTest : testing::Test
 {
     win32::Event stop{win32::Event::Kind::ManualReset};
@@ -51,8 +58,7 @@ TEST_F(ClientPipeTest, APipeThatAnotherClientHasIsBusy)
 TEST_F(ClientPipeTest, APipeThatIsBusyAtTheEndIsTriedUntilItIsCertain)
 {
     const std::wstring path = support::PipePath(support::UniqueName(L"BusyForAMoment"));
-    const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                                                      PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+    const win32::FileHandle server = ServerAt(path);
     ASSERT_TRUE(server);
     ClientPipe first(path, stop.Get());
     ASSERT_EQ(first.Open(support::DefaultTimeout), Outcome::Done);
@@ -118,8 +124,7 @@ TEST_F(ClientPipeTest, AReplyThatIsLateIsReadByTheNextRead)
 TEST_F(ClientPipeTest, AMessageThatWasReadAheadOutlivesItsConnection)
 {
     const std::wstring path = support::PipePath(support::UniqueName(L"ReadAhead"));
-    const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                                                      PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+    const win32::FileHandle server = ServerAt(path);
     ASSERT_TRUE(server);
     ClientPipe pipe(path, stop.Get());
     ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
@@ -195,8 +200,7 @@ TEST_F(ClientPipeTest, AWriteThatIsNotReadTimesOut)
 {
     // A pipe of the test's own that no thread serves: nothing is read from it.
     const std::wstring path = support::PipePath(support::UniqueName(L"NoReader"));
-    const win32::FileHandle server(::CreateNamedPipeW(path.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                                                      PIPE_TYPE_MESSAGE, 1, 100, 100, 0, nullptr));
+    const win32::FileHandle server = ServerAt(path);
     ASSERT_TRUE(server);
     ClientPipe pipe(path, stop.Get());
     ASSERT_EQ(pipe.Open(support::DefaultTimeout), Outcome::Done);
