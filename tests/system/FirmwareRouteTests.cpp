@@ -147,7 +147,7 @@ TEST_F(FirmwareRoute, PortsAreServedOnlyAfterTheDownload)
     EXPECT_EQ(bus->Stop(), 0u);
 }
 
-TEST_F(FirmwareRoute, UnpluggedInTheMiddleAndPluggedAgainItIsSentAgainFromTheStart)
+TEST_F(FirmwareRoute, UnpluggedInTheMiddleItIsSentAgainFromTheStart)
 {
     PutImage(50'000);
     Plug({L"accept 1000", L"at 20 vanish back 200"});

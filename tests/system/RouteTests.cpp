@@ -125,7 +125,7 @@ TEST_F(Route, APortRegisteredBeforeTheSimulatorRunsIsServedOnceItDoes)
     OpenServed(client, name);
 }
 
-TEST_F(Route, AnUnregisteredPortGoesAndCanBeRegisteredAgainWhileTheOtherIsServed)
+TEST_F(Route, APortIsUnregisteredAndRegisteredWhileAnotherIsServed)
 {
     Start();
     PipeClient staying;
@@ -175,7 +175,7 @@ TEST_F(Route, AFullPayloadOf65535BytesGoesThereAndBack)
     EXPECT_TRUE(served::EchoesTheLongestPayload(client)) << client.Error();
 }
 
-TEST_F(Route, GarbageWrongChecksumsSplitsAndMergesChangeNothingForTheClient)
+TEST_F(Route, GarbageChecksumsSplitsAndMergesAreHiddenFromTheClient)
 {
     Start(L"--do \"every 3: garbage 40\" --do \"every 5: checksum\" --do \"split 7\" --do \"merge 2 1\"");
     PipeClient client;
@@ -187,7 +187,7 @@ TEST_F(Route, GarbageWrongChecksumsSplitsAndMergesChangeNothingForTheClient)
     }
 }
 
-TEST_F(Route, AGapInTheInstrumentsNumbersIsTracedLoggedAndDeliveredAllTheSame)
+TEST_F(Route, AGapInTheNumbersIsTracedAndLoggedAndStillDelivered)
 {
     Start(L"--do \"every 3: gap\"");
     PipeClient client;

@@ -162,7 +162,7 @@ protected:
     longrun::UsageSeries usage; // one sample for each round, always at the same moment of it
 };
 
-TEST_F(UnplugSoak, NothingIsLostButWhatTheTraceTellsAndTheRouterStaysAsLargeAsItWas)
+TEST_F(UnplugSoak, OnlyTracedPacketsAreLostAndTheRouterDoesNotGrow)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
     const std::size_t rounds = longrun::Size("MORVANE_SOAK_UNPLUGS", 5);

@@ -88,7 +88,7 @@ TEST_F(UsbRoute, AFullPayloadOf65535BytesGoesThereAndBack)
     EXPECT_TRUE(served::EchoesTheLongestPayload(client)) << client.Error();
 }
 
-TEST_F(UsbRoute, AnInstrumentThatIsUnpluggedAndPluggedAgainIsServedAgainWithFreshNumbers)
+TEST_F(UsbRoute, AfterAnUnplugTheInstrumentIsServedWithNewNumbers)
 {
     Plug();
     ASSERT_TRUE(session.Activate());
@@ -131,7 +131,7 @@ TEST_F(UsbRoute, ADriverThatKeepsItsRequestsDoesNotKeepTheRouter)
     driver.Release(0);
 }
 
-TEST_F(UsbRoute, ARouterThatIsThereBeforeTheInstrumentServesItOnceItIsPlugged)
+TEST_F(UsbRoute, AnInstrumentPluggedAfterTheRouterStartedIsServed)
 {
     ASSERT_TRUE(session.Activate());
     const std::string name = served::Register(session, 3, 1);

@@ -118,7 +118,7 @@ TEST(EngineFault, ASplitAnswerLeavesInPiecesOfItsSize)
     EXPECT_EQ(writes[3].size(), 3u);
 }
 
-TEST(EngineFault, ThePiecesOfASplitAnswerKeepTheirDistanceAndHoldBackWhatFollows)
+TEST(EngineFault, PiecesOfASplitAnswerKeepTheirDistanceAndHoldTheNextBack)
 {
     Router router("request 1: split 10 20");
     router.Write({3, 1}, "abcd");

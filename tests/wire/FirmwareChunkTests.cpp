@@ -93,7 +93,7 @@ TEST(FirmwareChunks, ChunkSizesWithoutRoomForDataGiveTheClosingMessageOnly)
     }
 }
 
-TEST(FirmwareChunks, AHugeChunkSizeSendsTheImageInOneChunkAndNeedsNoMoreMemoryThanThat)
+TEST(FirmwareChunks, AHugeChunkSizeSendsOneChunkWithoutMoreMemory)
 {
     EXPECT_EQ(ChunkSizes(7981, Huge), (Sizes{7981}));
     EXPECT_EQ(ChunkSizes(1, Huge), (Sizes{1}));
@@ -119,7 +119,7 @@ TEST(FirmwareChunks, AllChunksOf16MegabytesJoinToTheImage)
 class FirmwareChunkSizes : public testing::TestWithParam<std::int32_t>
 {};
 
-TEST_P(FirmwareChunkSizes, WithoutRoomTheDialogueSendsTheClosingMessageAndCompletesAtItsAcknowledgement)
+TEST_P(FirmwareChunkSizes, WithoutSpaceTheClosingMessageCompletesTheDialogue)
 {
     Recorder output;
     DownloadDialogue dialogue(output);

@@ -62,7 +62,7 @@ TEST_F(FirmwareDialogue, IsIdleAndWithoutAnImageAtFirst)
     EXPECT_EQ(dialogue.RetryCount(), 0);
 }
 
-TEST_F(FirmwareDialogue, StartSendsPrepareDownloadWithTheImageSizeAndWithoutATerminatingZero)
+TEST_F(FirmwareDialogue, StartSendsPrepareDownloadWithoutATerminatingZero)
 {
     Load(dialogue, MakeImage(7981));
     dialogue.Start(0);
@@ -72,7 +72,7 @@ TEST_F(FirmwareDialogue, StartSendsPrepareDownloadWithTheImageSizeAndWithoutATer
     EXPECT_TRUE(dialogue.IsDownloading());
 }
 
-TEST_F(FirmwareDialogue, AnEmptyImageIsAnnouncedAsZeroAndEndsWithTheClosingMessageOnly)
+TEST_F(FirmwareDialogue, AnEmptyImageIsAnnouncedAsZeroAndOnlyClosed)
 {
     Load(dialogue, MakeImage(0));
     EXPECT_TRUE(dialogue.HasImage());
@@ -84,7 +84,7 @@ TEST_F(FirmwareDialogue, AnEmptyImageIsAnnouncedAsZeroAndEndsWithTheClosingMessa
     ExpectEnded();
 }
 
-TEST_F(FirmwareDialogue, AnImageSizeBeyondTwoGigabytesIsPrintedAndEchoedAsASignedNumber)
+TEST_F(FirmwareDialogue, AnImageBeyondTwoGigabytesHasANegativeSize)
 {
     dialogue.SetImageSize(4294967295U);
     dialogue.Start(0);
@@ -92,7 +92,7 @@ TEST_F(FirmwareDialogue, AnImageSizeBeyondTwoGigabytesIsPrintedAndEchoedAsASigne
     EXPECT_EQ(output.messages, (Messages{"PREPARE_DOWNLOAD -1\r", std::string(Done)}));
 }
 
-TEST_F(FirmwareDialogue, AReadyInstrumentGetsTheFirstChunkAfterTheCommandQueueIsCleared)
+TEST_F(FirmwareDialogue, TheFirstChunkFollowsTheClearingOfTheCommandQueue)
 {
     StartWith(100);
     Receive(dialogue, "RECEIVE_READY 100 69");
@@ -103,7 +103,7 @@ TEST_F(FirmwareDialogue, AReadyInstrumentGetsTheFirstChunkAfterTheCommandQueueIs
     EXPECT_TRUE(dialogue.IsDownloading());
 }
 
-TEST_F(FirmwareDialogue, AnImageOf7981BytesGoesOutAs3990And3990And1AndTheClosingMessageOf15Bytes)
+TEST_F(FirmwareDialogue, AnImageOf7981BytesIs3990And3990And1AndTheClosing15)
 {
     StartWith(7981);
     Receive(dialogue, "RECEIVE_READY 7981 4000");
@@ -196,7 +196,7 @@ TEST_F(FirmwareDialogue, TextBehindAZeroByteIsNotSeen)
     EXPECT_EQ(output.Count("line FirmwareDownloader::OnReceive Firmware unable to receive image"), 1U);
 }
 
-TEST_F(FirmwareDialogue, WhileSendingFirmwareReadyComesBeforeDownloadFailBeforeDownloadOkBeforeRebooting)
+TEST_F(FirmwareDialogue, WhileSendingTheFirstOfSeveralWordsCounts)
 {
     StartSending(100);
     Receive(dialogue, "REBOOTING DOWNLOAD_OK DOWNLOAD_FAIL FIRMWARE_READY");
@@ -260,7 +260,7 @@ TEST_F(FirmwareDialogue, ResetForgetsADialogueUnderWayWithoutCompleting)
     EXPECT_TRUE(output.log.empty());
 }
 
-TEST_F(FirmwareDialogue, UnqueuedEveryChunkIsSubmittedAtOnceAndDownloadOkWithAnEmptyQueueCompletes)
+TEST_F(FirmwareDialogue, UnqueuedAllIsSubmittedAtOnceAndDownloadOkCompletes)
 {
     dialogue.SwitchQueuedModeOff();
     StartWith(100);
@@ -276,7 +276,7 @@ TEST_F(FirmwareDialogue, UnqueuedEveryChunkIsSubmittedAtOnceAndDownloadOkWithAnE
     ExpectEnded();
 }
 
-TEST_F(FirmwareDialogue, ChunksLeftByABrokenOffQueuedDownloadAreNotClearedByAnUnqueuedOne)
+TEST_F(FirmwareDialogue, AnUnqueuedDownloadKeepsTheChunksOfABrokenOffOne)
 {
     StartSending(7981);
     const FirmwareImagePtr first = image;

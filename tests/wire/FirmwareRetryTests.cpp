@@ -36,7 +36,7 @@ protected:
     DownloadDialogue dialogue{output};
 };
 
-TEST_F(FirmwareRetry, After3000MillisecondsNothingIsSentAfter3001PrepareDownloadIs)
+TEST_F(FirmwareRetry, After3001MillisecondsPrepareDownloadIsSentNotAfter3000)
 {
     dialogue.Start(10'000);
     EXPECT_FALSE(SendsAt(13'000));
@@ -46,7 +46,7 @@ TEST_F(FirmwareRetry, After3000MillisecondsNothingIsSentAfter3001PrepareDownload
     EXPECT_EQ(dialogue.CurrentState(), State::WaitingForReady);
 }
 
-TEST_F(FirmwareRetry, ThreeResendsEachMoreThan3000MillisecondsAfterTheOneBeforeThenNone)
+TEST_F(FirmwareRetry, ThreeResendsAreMoreThan3000MillisecondsApartThenNone)
 {
     dialogue.Start(0);
     EXPECT_TRUE(SendsAt(3001));

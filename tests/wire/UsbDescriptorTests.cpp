@@ -154,7 +154,7 @@ TEST(Configuration, GivesUpAnInterfaceAtTheThirteenthForeignDescriptor)
     EXPECT_EQ(Addresses(configuration.interfaces.at(1)), std::vector<int>{0x83});
 }
 
-TEST(Configuration, ThatAnnouncesMoreEndpointsThanItHasKeepsThoseOfTheNextInterfaceApart)
+TEST(Configuration, WithTooFewEndpointsTakesNoneOfTheNextInterface)
 {
     const auto configuration =
         Parsed(Configuration(Interface(0, 0, 255) + Endpoint(0x02) + Interface(1, 0, 1) + Endpoint(0x86)));

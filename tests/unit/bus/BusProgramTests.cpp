@@ -70,7 +70,7 @@ TEST(BusProgram, PrintsOneLineForEachPacketAndEachComingAndGoing)
     EXPECT_TRUE(bus.run.WaitUntilSaid("router gone\n"));
 }
 
-TEST(BusProgram, ARouterThatGoesAndComesAgainFindsTheNumberingAfreshAndNoOldAnswers)
+TEST(BusProgram, AReturningRouterFindsNewNumbersAndNoOldAnswers)
 {
     Bus bus(L"");
     for (int round = 0; round < 10; ++round) {

@@ -125,7 +125,7 @@ TEST_F(LogFileTest, FileOfExactlyTheLimitIsNotMovedAside)
     EXPECT_TRUE(Exists(m_backup));
 }
 
-TEST_F(LogFileTest, FullFileEndsWithToBeContinuedAndTheNewOneBeginsWithContinued)
+TEST_F(LogFileTest, FullFileEndsWithToBeContinuedTheNextStartsWithContinued)
 {
     m_file.Open(m_path, true);
     Write({"first"}, 1000);

@@ -206,7 +206,7 @@ TEST_F(TracerTest, DiskThatHangsHoldsUpNoProducer)
     EXPECT_TRUE(WaitForLine("Buffer overflow, removing 199999 entries"));
 }
 
-TEST_F(TracerTest, TracerThatDoesNotEndInFiveSecondsIsAbandonedAndLivesOnUntilItDoes)
+TEST_F(TracerTest, TracerThatDoesNotEndInFiveSecondsIsAbandonedAlive)
 {
     Block();
     Start(ToFile);
@@ -294,7 +294,7 @@ protected:
     }
 };
 
-TEST_F(TracerLoadTest, TwentyThousandLinesOfEightThreadsArriveWhileTheBacklogStaysBelowTheLimit)
+TEST_F(TracerLoadTest, AllLinesOfEightThreadsArriveBelowTheLimit)
 {
     constexpr int linesEach = 2'500;
     Start(ToFile, 1000);

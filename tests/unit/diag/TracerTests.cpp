@@ -199,7 +199,7 @@ TEST_F(TracerTest, NewFileNameCountsFromTheNextOpening)
     EXPECT_EQ(m_tracer->LogFilePath(), m_logFolder + L"Other.log");
 }
 
-TEST_F(TracerTest, LimitOfOneMegabyteIsPassedByOneLineAndThenTheFileIsMovedAside)
+TEST_F(TracerTest, FileIsMovedAsideOneLineAfterTheLimitOfOneMegabyte)
 {
     Start(ToFile, 1);
     constexpr int Count = 1100;

@@ -34,7 +34,7 @@ TEST_F(FirmwareDownloaderTest, ReadingTheFileTracesItsNameOnTheFirmwareChannel)
     }
 }
 
-TEST_F(FirmwareDownloaderTest, AProgramPathWithoutABackslashTracesAnEmptyNameAndLoadsNothing)
+TEST_F(FirmwareDownloaderTest, AProgramPathWithoutABackslashLoadsNothing)
 {
     FirmwareSurroundings surroundings = Surroundings();
     surroundings.programPath = L"Program.exe";
@@ -201,7 +201,7 @@ TEST_F(FirmwareDownloaderTest, BootloaderVersion1GetsEveryChunkAtOnce)
     EXPECT_FALSE(downloader->NeedsDownload());
 }
 
-TEST_F(FirmwareDownloaderTest, OtherBootloaderVersionsAreSentOneChunkForEachAcknowledgement)
+TEST_F(FirmwareDownloaderTest, OtherBootloaderVersionsGetAChunkForEachAcknowledgement)
 {
     for (const std::int32_t version : {0, 2, 3, -1}) {
         Restart();
@@ -213,7 +213,7 @@ TEST_F(FirmwareDownloaderTest, OtherBootloaderVersionsAreSentOneChunkForEachAckn
     }
 }
 
-TEST_F(FirmwareDownloaderTest, OnceBootloaderVersion1WasSeenChunksGoOutAtOnceForEveryProduct)
+TEST_F(FirmwareDownloaderTest, AfterBootloaderVersion1EveryProductGetsAllChunksAtOnce)
 {
     EXPECT_FALSE(downloader->ReadFirmwareFile(Product + 1, 1)); // without a file as well
     WriteFile(7981);
@@ -223,7 +223,7 @@ TEST_F(FirmwareDownloaderTest, OnceBootloaderVersion1WasSeenChunksGoOutAtOnceFor
     EXPECT_EQ(transport.Messages().size(), 5U);
 }
 
-TEST_F(FirmwareDownloaderTest, AReadThatFailsWithEveryByteDeliveredMeansThatNothingIsDownloaded)
+TEST_F(FirmwareDownloaderTest, AFailedReadThatDeliveredEveryByteDownloadsNothing)
 {
     Restart([](HANDLE file, void* to, DWORD size, DWORD* count, OVERLAPPED*) -> BOOL {
         EXPECT_TRUE(::ReadFile(file, to, size, count, nullptr));
@@ -272,7 +272,7 @@ TEST_F(FirmwareDownloaderTest, AChunkThatMemoryDoesNotHoldEndsTheDialogue)
     EXPECT_EQ(RecordingTrace::Count("FirmwareDownloader::Completed() setting event m_hDownloaded"), 1U);
 }
 
-TEST_F(FirmwareDownloaderTest, UnpluggedInTheMiddleAndPluggedAgainTheDownloadBeginsAtTheFirstByte)
+TEST_F(FirmwareDownloaderTest, AfterAnUnplugTheDownloadBeginsAtTheFirstByte)
 {
     const std::string image = Begin(7981);
     Receive("RECEIVE_READY 7981 4000");
@@ -303,7 +303,7 @@ TEST_F(FirmwareDownloaderTest, SetForDownloadOnNextConnectTracesAndForgetsTheDia
     EXPECT_TRUE(transport.Messages().empty());
 }
 
-TEST_F(FirmwareDownloaderTest, AQueryMoreThan3000MillisecondsAfterPrepareDownloadSendsItAgain)
+TEST_F(FirmwareDownloaderTest, AQueryAfterMoreThan3000MsSendsPrepareDownloadAgain)
 {
     Begin(100);
     clockNow += 3000;
@@ -320,7 +320,7 @@ TEST_F(FirmwareDownloaderTest, AQueryMoreThan3000MillisecondsAfterPrepareDownloa
                "FirmwareDownloader::NeedsDownload() 1"}));
 }
 
-TEST_F(FirmwareDownloaderTest, AnInstrumentThatNeverAnswersGetsThreeMoreAndKeepsThePortsWaiting)
+TEST_F(FirmwareDownloaderTest, ASilentInstrumentGetsThreeMoreAndThePortsWait)
 {
     Begin(100);
     for (int query = 0; query < 20; ++query) {

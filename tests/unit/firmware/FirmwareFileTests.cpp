@@ -48,7 +48,7 @@ protected:
     }
 };
 
-TEST_F(FirmwareFile, OfProduct4660IsFirmware4660OutInTheFolderFirmwareUnderTheProgramsFolder)
+TEST_F(FirmwareFile, OfProduct4660IsFirmware4660OutInTheFirmwareFolder)
 {
     EXPECT_EQ(FirmwareFileName(L"C:\\Program Files\\Router\\Router.exe", 4660),
               L"C:\\Program Files\\Router\\Firmware\\Firmware_4660.Out");

@@ -106,7 +106,7 @@ TEST_F(FirmwareThreads, OfManyQueriesAtOnceOnlyOneSendsPrepareDownloadAgain)
 /// Long enough for another thread to do something that it must not do.
 constexpr DWORD Temptation = 100;
 
-TEST_F(FirmwareThreads, AReplyThatComesBeforeDownloadHasReturnedIsAnAnswerToPrepareDownload)
+TEST_F(FirmwareThreads, AReplyBeforeDownloadReturnsAnswersPrepareDownload)
 {
     WriteFile(100);
     downloader->ReadFirmwareFile(Product, 2);

@@ -72,7 +72,7 @@ TEST_F(PortPipe, TracesPacketsInBothDirectionsWithTheirDump)
     EXPECT_TRUE(RecordingTrace::WaitForLine("DEV<-PCR[03,01][001] text 43"));
 }
 
-TEST_F(PortPipe, WithReadBufferSizeZeroThePipeIsThereButNeverCountsAsConnectedAndEverySendSaysNoConnection)
+TEST_F(PortPipe, WithoutAReadBufferThePipeNeverCountsAsConnected)
 {
     Make(0);
     // An open may fall into the moment of a re-creation, and then no thread notices it.
@@ -99,7 +99,7 @@ TEST_F(PortPipe, AnEmptyPipeNameEndsTheWorkerAtOnceWithoutATrace)
     EXPECT_TRUE(RecordingTrace::Lines().empty());
 }
 
-TEST_F(PortPipe, WithoutADeviceConnectionNoPipeIsCreatedAndTheFirstOneAfterItCountsZero)
+TEST_F(PortPipe, WithoutADeviceNoPipeIsCreatedAndTheFirstHasNumberZero)
 {
     transport.ready = false;
     Make();
@@ -188,7 +188,7 @@ TEST_F(PortPipe, AMessageThatIsReadBeforeTheConnectionIsNoticedIsNotLost)
     }
 }
 
-TEST_F(PortPipe, AClientThatDoesNotReadIsDeniedWritePermissionAndLosesNothing)
+TEST_F(PortPipe, AClientThatDoesNotReadIsDeniedWritesAndLosesNothing)
 {
     Make(64);
     Connect();
@@ -202,7 +202,7 @@ TEST_F(PortPipe, AClientThatDoesNotReadIsDeniedWritePermissionAndLosesNothing)
     }
 }
 
-TEST_F(PortPipe, AClientThatReadsGetsManyPacketsWithoutAHundredMillisecondsForEachFullBuffer)
+TEST_F(PortPipe, AFullBufferCostsAReadingClientNoHundredMilliseconds)
 {
     Make(64);
     Connect();

@@ -98,7 +98,7 @@ TEST_F(Dispatch, ABlockWithoutASyncPairEmptiesTheReplyBuffer)
     EXPECT_EQ(path.replies.Buffered(), 0u);
 }
 
-TEST_F(Dispatch, FewerThan15BytesAreNotLookedAtNotEvenACompletePacketWithoutPayload)
+TEST_F(Dispatch, FewerThan15BytesAreNotLookedAtNotEvenAWholePacket)
 {
     Feed(Frame(7, 2, 3, 1, ""));
     EXPECT_EQ(path.replies.Buffered(), 14u);
@@ -114,7 +114,7 @@ TEST_F(Dispatch, Numbers1And2And4GiveOneGapLineWith3Expected)
     EXPECT_EQ(Payloads(), (Strings{"a", "b", "c"}));
 }
 
-TEST_F(Dispatch, TheStepFrom255To0IsReportedWith256ExpectedAndThePacketAfter0IsNotChecked)
+TEST_F(Dispatch, TheStepFrom255To0IsReportedTheOneAfter0IsNotChecked)
 {
     Feed(Frame(255, 1, 3, 1, "a") + Frame(0, 1, 3, 1, "b") + Frame(77, 1, 3, 1, "c"));
     EXPECT_EQ(Gaps(), 1u);
@@ -128,7 +128,7 @@ TEST_F(Dispatch, NumbersAreCheckedForPacketsOfAnyType)
     EXPECT_EQ(Payloads(), Strings{"a"});
 }
 
-TEST_F(Dispatch, EveryGapAddsALineToTheSkippedPacketLogOnceTheLogFolderExists)
+TEST_F(Dispatch, EveryGapIsLoggedOnceTheLogFolderExists)
 {
     if (support::DoneInOwnFolder()) {
         return;
@@ -207,7 +207,7 @@ TEST_F(Dispatch, TheChecksumIsNotVerified)
     EXPECT_EQ(Payloads(), Strings{"abc"});
 }
 
-TEST_F(Dispatch, ALengthFieldThatLiesHoldsTheFollowingPacketsBackUntilItIsFilled)
+TEST_F(Dispatch, ALyingLengthHoldsPacketsBackUntilItIsFilled)
 {
     std::string liar = Frame(1, 1, 3, 1, "abc");
     liar[11] = 100;
@@ -274,7 +274,7 @@ TEST_F(Dispatch, NoDataOrNoLengthIsIgnored)
     EXPECT_EQ(path.replies.Buffered(), 0u);
 }
 
-TEST_F(Dispatch, AnyBytesInAnyCutAreSurvivedAndAGoodPacketAfterThemIsStillFound)
+TEST_F(Dispatch, AfterAnyBytesInAnyCutAGoodPacketIsFound)
 {
     std::mt19937 random(5);
     for (int round = 0; round < 300; ++round) {

@@ -184,7 +184,7 @@ TEST_F(SimulationAtOnce, WritesHaveTheirEnd)
     EXPECT_EQ(RecordingTrace::Count("incomplete"), 0u) << "a write that was done counts as pending";
 }
 
-TEST_F(Simulation, WithoutASimulatorTheTransportStaysNotConnectedAndDropsWhatIsSent)
+TEST_F(Simulation, WithoutASimulatorNothingConnectsAndSentPacketsAreDropped)
 {
     StartDriver();
     ASSERT_TRUE(RecordingTrace::WaitForLine("Connection to USB failed"));
@@ -267,7 +267,7 @@ TEST_F(Simulation, PacketsAreDumpedInBothDirectionsWhenTheirTracesAreWanted)
     EXPECT_TRUE(RecordingTrace::WaitForLine("CCyUSBDriver::ApppendToReplyProcessQueue() 15 bytes"));
 }
 
-TEST_F(Simulation, ASimulatorThatVanishesAndComesBackIsConnectedAgainWithNumbersFrom0)
+TEST_F(Simulation, AReturningSimulatorIsConnectedWithNumbersFrom0)
 {
     StartBoth();
     Send("one");
@@ -309,7 +309,7 @@ TEST_F(Simulation, ASimulatorThatWritesAndVanishesAtOnceIsNoticedEveryTime)
     EXPECT_GE(RecordingTrace::Count("Reply-receive failed("), 16u);
 }
 
-TEST_F(Simulation, ASimulatorThatStopsReadingIsWarnedOfAndNothingIsAbortedOrLost)
+TEST_F(Simulation, ASimulatorThatStopsReadingIsTracedAndLosesNothing)
 {
     StartBoth();
     const std::string payload(60'000, 'p');

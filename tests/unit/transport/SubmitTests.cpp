@@ -136,7 +136,7 @@ TEST_F(Submit, SeveralPortsAtOnceGetNumbersInTheOrderOfTheQueue)
     EXPECT_EQ(expected, 1500);
 }
 
-TEST_F(Submit, TheDownloaderNamesItsTwoTraceChannelsWhenTheTransportIsBuilt)
+TEST_F(Submit, TheDownloaderNamesItsTraceChannelsAtConstruction)
 {
     const CCyUSBDriver driver(true, host);
     const std::map<std::int32_t, std::wstring> expected{{0, L"_FirmwareDownload"}, {-1, L"_FirmwareDebug"}};

@@ -88,7 +88,7 @@ protected:
     }
 };
 
-TEST_F(UsbConnect, WithoutADeviceTheTransportStaysNotConnectedAndDropsWhatIsSent)
+TEST_F(UsbConnect, WithoutADeviceNothingConnectsAndSentPacketsAreDropped)
 {
     Start();
     ASSERT_TRUE(RecordingTrace::WaitForLine("Iterate USB devices (Found=0), looking for Morvane Devices"));
@@ -176,7 +176,7 @@ TEST_F(UsbConnect, ADeviceOfAnotherVendorIsClosedAgainEachTimeAndNeverServed)
     EXPECT_EQ(RecordingTrace::Count("ReadFirmwareFile"), 0u);
 }
 
-TEST_F(UsbConnect, AProductThatIsNotListedIsNotServedAndAListedOnePluggedLaterIs)
+TEST_F(UsbConnect, OnlyListedProductsAreServedAlsoWhenPluggedLater)
 {
     bus.Plug(0, Instrument(0x1E4F, 0x0102));
     Start();
@@ -259,7 +259,7 @@ TEST_F(UsbConnect, AnExceptionAtOneIndexDoesNotEndTheScan)
     EXPECT_TRUE(NextIs("to the one in the middle", 1));
 }
 
-TEST_F(UsbConnect, AnotherProductThatHasTakenTheChosenOnesIndexWaitsForTheNextScan)
+TEST_F(UsbConnect, AnotherProductAtTheChosenIndexWaitsForTheNextScan)
 {
     StartAndReplace(Instrument());
     ASSERT_NO_FATAL_FAILURE(AwaitConnection(4));
@@ -290,7 +290,7 @@ TEST_F(UsbConnect, AFailedScanIsFollowedByTheNextAfterTenMilliseconds)
     EXPECT_GE(ShortestTime("Connection to USB failed", "NotifyState(Not Connected)"), TenMilliseconds);
 }
 
-TEST_F(UsbConnect, AFirstReadThatFailsIsFollowedByTheNextProcedureAfterTenMilliseconds)
+TEST_F(UsbConnect, AfterAFailedFirstReadTheProcedureWaitsTenMilliseconds)
 {
     bus.Plug(0, Instrument());
     Rule refuses = For(In, Action::Fail);
@@ -412,7 +412,7 @@ TEST_F(UsbConnect, WithoutABulkInEndpointThereIsNoConnection)
     EXPECT_EQ(RecordingTrace::Count("Connection to USB opened"), 0u);
 }
 
-TEST_F(UsbConnect, ALaterSupportedInstrumentReplacesTheChoiceEvenWhenItLacksAnEndpoint)
+TEST_F(UsbConnect, ALaterInstrumentReplacesTheChoiceEvenWithoutAnEndpoint)
 {
     bus.Plug(0, Instrument());
     bus.Plug(1, InstrumentWith({describe::Endpoint(0x86)}, 0x1E4F, 0x0500));
@@ -424,7 +424,7 @@ TEST_F(UsbConnect, ALaterSupportedInstrumentReplacesTheChoiceEvenWhenItLacksAnEn
     EXPECT_TRUE(NextIs("alone"));
 }
 
-TEST_F(UsbConnect, ThePortIsResetBeforeEveryCloseOfAServedInstrumentAndOnlyThen)
+TEST_F(UsbConnect, ThePortIsResetOnlyBeforeTheCloseOfAServedInstrument)
 {
     Connect();
     // The device object opened the instrument when it was made, and the first connect procedure closed it.
@@ -445,7 +445,7 @@ TEST_F(UsbConnect, ThePortIsResetBeforeEveryCloseOfAServedInstrumentAndOnlyThen)
         bus.WaitFor(0, 0, [](const Counters& c) { return c.opens == 3 && c.closes == 3 && c.resets == 3; }));
 }
 
-TEST_F(UsbConnect, AReconnectStartsTheReadThreadAndTheNumbersAnewAndTellsThePorts)
+TEST_F(UsbConnect, AReconnectRestartsReadThreadAndNumbersAndSignalsPorts)
 {
     Connect();
     Send("one");

@@ -61,7 +61,7 @@ TEST_F(UsbQuiet, SecondsOfAStandaloneRouterNeverEndIt)
     EXPECT_EQ(RecordingTrace::Count(HostGone), 0u);
 }
 
-TEST_F(UsbQuiet, SecondsWithTheFirstHostProgramRunningGoOnWithoutAskingForTheSecond)
+TEST_F(UsbQuiet, WithTheFirstHostProgramTheSecondIsNotLookedFor)
 {
     host.standalone = false;
     host.SetRunning(L"First.exe", true);
@@ -128,7 +128,7 @@ TEST_F(UsbQuiet, SecondsDoNotComeWhileThereIsWorkHoweverLongThatTakes)
     EXPECT_EQ(RecordingTrace::Count(HostGone), 0u);
 }
 
-TEST_F(UsbQuiet, SecondsWhileFirmwareIsNeededBringNoIdlePacketAndTheSixthAbortsAStuckWrite)
+TEST_F(UsbQuiet, WhileFirmwareIsNeededTheSixthSecondAbortsAStuckWrite)
 {
     if (support::DoneInOwnFolder()) {
         return;

@@ -113,7 +113,7 @@ TEST_F(UsbRead, AFailureWithAnErrorOfWindowsMakesTheDriverReconnect)
     EXPECT_TRUE(Delivered(2, "after"));
 }
 
-TEST_F(UsbRead, AFailureWithoutAnErrorOfWindowsEndsTheReadingUntilTheNextConnect)
+TEST_F(UsbRead, AFailureWithoutAnErrorEndsReadingUntilTheNextConnect)
 {
     Connect();
     Rule rule = For(In, Action::Fail, 1);
@@ -132,7 +132,7 @@ TEST_F(UsbRead, AFailureWithoutAnErrorOfWindowsEndsTheReadingUntilTheNextConnect
     EXPECT_TRUE(Delivered(2, "read by the next connection"));
 }
 
-TEST_F(UsbRead, AnExceptionDuringTheDispatchIsTracedAndTheNextBlockIsHandled)
+TEST_F(UsbRead, AnExceptionInDispatchIsTracedAndTheNextBlockHandled)
 {
     host.throwsForPort = 5;
     Connect();

@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_F(UsbUnplug, WhileIdleIsNoticedByThePendingReadAndPortsAreServedAgainAfterwards)
+TEST_F(UsbUnplug, WhileIdleIsNoticedByThePendingReadAndServedAgain)
 {
     Connect();
     Send("before");
@@ -57,7 +57,7 @@ TEST_F(UsbUnplug, InMidWriteLosesThatPacketOnly)
     PlugAndSeeItServed();
 }
 
-TEST_F(UsbUnplug, WithPacketsQueuedKeepsThemForTheNextConnectionUnderTheirOldNumbers)
+TEST_F(UsbUnplug, KeepsQueuedPacketsAndTheirNumbersForTheNextConnection)
 {
     Connect();
     bus.SetRule(For(Out, Action::Hold));
@@ -92,7 +92,7 @@ TEST_F(UsbUnplug, InMidPacketKeepsItsFirstPartForTheRest)
     EXPECT_TRUE(Delivered(1, "in two parts"));
 }
 
-TEST_F(UsbUnplug, InMidReadEndsTheReadThreadWhichStartsAnewWithTheNextConnection)
+TEST_F(UsbUnplug, InMidReadEndsTheReadThreadUntilTheNextConnection)
 {
     bus.SetRule(For(In, Action::Hold)); // no read brings anything
     Connect();

@@ -9,7 +9,7 @@ namespace usbtransport {
 class UsbWrite : public UsbTransport
 {};
 
-TEST_F(UsbWrite, APacketGoesOutFramedIsCountedAndItsPortIsToldThatTheWriteBegan)
+TEST_F(UsbWrite, APacketIsFramedCountedAndItsPortHearsOfTheWrite)
 {
     Connect();
     Send("12345");

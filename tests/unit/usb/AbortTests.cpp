@@ -114,7 +114,7 @@ TEST_F(Aborts, KeepTheEventHandle)
     }
 }
 
-TEST_F(Aborts, ThatTheDriverIgnoresKeepEverythingOfTheTransferUntilItLetsGo)
+TEST_F(Aborts, IgnoredByTheDriverKeepTheWholeTransferUntilItsEnd)
 {
     Connect();
     IgnoreAborts();

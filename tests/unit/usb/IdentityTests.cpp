@@ -75,7 +75,7 @@ TEST_F(Identity, AFriendlyNameWithoutAnEndIsCut)
     EXPECT_EQ(std::string(device.FriendlyName()), std::string(255, 'n'));
 }
 
-TEST_F(Identity, WhatTheDriverRefusesOrAnswersShortIsZeroAndDoesNotHinderOpening)
+TEST_F(Identity, WhatTheDriverRefusesOrCutsIsZeroAndOpeningWorks)
 {
     for (std::uint32_t code : {usb::ControlDeviceAddress, usb::ControlFriendlyName, usb::ControlDriverVersion,
                                usb::ControlStackVersion, usb::ControlBusSpeed})
@@ -294,7 +294,7 @@ TEST_F(Identity, TheDriverTellsTheAlternateSetting)
     EXPECT_EQ(Addresses(), (std::vector<int>{0x04, 0x86}));
 }
 
-TEST_F(Identity, AnAlternateSettingThatTheDriverDoesNotTellIsMinusOneAndTheFirstIsTaken)
+TEST_F(Identity, AnUnknownAlternateSettingIsMinusOneAndTheFirstIsTaken)
 {
     Rule rule = ForControl(usb::ControlAlternateSetting, Action::Fail);
     rule.status = 0xC0000001;
@@ -307,7 +307,7 @@ TEST_F(Identity, AnAlternateSettingThatTheDriverDoesNotTellIsMinusOneAndTheFirst
     EXPECT_EQ(Addresses(), std::vector<int>{0x02});
 }
 
-TEST_F(Identity, TwelveForeignDescriptorsAreSteppedOverAndTheThirteenthEndsTheInterface)
+TEST_F(Identity, TheThirteenthForeignDescriptorEndsTheInterface)
 {
     Bytes interfaceBytes = describe::Interface(0, 0, 2);
     for (int i = 0; i < 12; ++i) {
