@@ -1,20 +1,14 @@
 #include "bench/Table.h"
 
-#include <array>
+#include "console/Format.h"
+
 #include <cmath>
-#include <cstdio>
 
 namespace bench {
 
 namespace {
 
-template <class... Values>
-std::string Format(const char* format, Values... values)
-{
-    std::array<char, 300> text{};
-    std::snprintf(text.data(), text.size(), format, values...);
-    return text.data();
-}
+using console::Format;
 
 std::string Number(double value)
 {

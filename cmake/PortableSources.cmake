@@ -8,10 +8,10 @@ set(MORVANE_PORTABLE_SOURCES
     usb/Descriptors.cpp
     console/CommandLine.cpp
     console/HexDump.cpp
+    console/TypedBytes.cpp
     instrument/Bootloader.cpp
     instrument/Engine.cpp
     instrument/Lexer.cpp
-    instrument/Lines.cpp
     instrument/Output.cpp
     instrument/Script.cpp
     instrument/SequencedPayload.cpp

@@ -32,9 +32,9 @@ morvane_simulated(simulated_product FOLDER diag SOURCES
     CDebugThread.cpp LogFile.cpp ModalLoops.cpp TimeStamp.cpp TraceQueue.cpp TracerSession.cpp TracerWorker.cpp)
 
 # Around it.
-morvane_simulated(surroundings FOLDER console SOURCES HexDump.cpp)
+morvane_simulated(surroundings FOLDER console SOURCES CommandLine.cpp HexDump.cpp TypedBytes.cpp)
 morvane_simulated(surroundings FOLDER instrument SOURCES
-    Bootloader.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp Script.cpp SequencedPayload.cpp)
+    Bootloader.cpp Engine.cpp Lexer.cpp Output.cpp Script.cpp SequencedPayload.cpp)
 morvane_simulated(surroundings FOLDER simulation/scenario SOURCES
     Account.cpp Client.cpp Instrument.cpp NoWindow.cpp Plan.cpp Scenario.cpp Surroundings.cpp TracerAccount.cpp TracerScenario.cpp)
 morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp EachCall.cpp Main.cpp Unplugging.cpp)

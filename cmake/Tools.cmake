@@ -16,7 +16,7 @@ add_subdirectory(${PROJECT_SOURCE_DIR}/tests/instrument testdriver)
 # Kits of the tools, the tests and the benchmark; of the product they use the wrappers of Windows and the wire format.
 # The instrument's USB endpoint speaks to the test driver's remote control.
 morvane_module(console USES win32 SOURCES
-    CommandLine.cpp Console.cpp HexDump.cpp Version.cpp WholeFile.cpp)
+    CommandLine.cpp Console.cpp HexDump.cpp TypedBytes.cpp Version.cpp WholeFile.cpp)
 morvane_module(client USES win32 SOURCES
     ClientPipe.cpp ComThread.cpp Errors.cpp Library.cpp Port.cpp PortCalls.cpp PortEvents.cpp PortLink.cpp
     Registration.cpp RouterAutomation.cpp RouterHold.cpp)
@@ -26,7 +26,7 @@ target_compile_definitions(morvane_clientcalls PUBLIC MORVANE_CLIENT_STATIC)
 target_link_libraries(morvane_clientcalls PUBLIC morvane_client)
 morvane_precompile(morvane_clientcalls)
 morvane_module(instrument USES console testdriver packet win32 SOURCES
-    Bootloader.cpp Endpoint.cpp Engine.cpp Lexer.cpp Lines.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
+    Bootloader.cpp Endpoint.cpp Engine.cpp Lexer.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
     Script.cpp SequencedPayload.cpp UsbEndpoint.cpp)
 # One by one in every tree: a program takes the objects it needs, and with them what they import.
 set_target_properties(morvane_console morvane_client morvane_instrument PROPERTIES UNITY_BUILD OFF)

@@ -113,17 +113,26 @@ Handler StoreNumber(std::int64_t& target, std::int64_t least, std::int64_t most)
     };
 }
 
+std::optional<std::int64_t> ThousandthsOf(std::string_view text, double most)
+{
+    double number = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, number, std::chars_format::fixed);
+    // The comparison is also false for what is not a number.
+    if (error != std::errc() || end != last || !(number >= 0 && number <= most)) {
+        return std::nullopt;
+    }
+    return std::llround(number * 1000);
+}
+
 Handler StoreSeconds(std::int64_t& milliseconds)
 {
     return [&milliseconds](const std::string& value) -> std::optional<Error> {
-        double number = 0;
-        const auto [end, error] =
-            std::from_chars(value.data(), value.data() + value.size(), number, std::chars_format::fixed);
-        // The comparison is also false for what is not a number.
-        if (error != std::errc() || end != value.data() + value.size() || !(number >= 0 && number <= 1e6)) {
+        const auto number = ThousandthsOf(value, 1e6);
+        if (!number) {
             return "'" + value + "' is not a number of seconds";
         }
-        milliseconds = std::llround(number * 1000);
+        milliseconds = *number;
         return std::nullopt;
     };
 }

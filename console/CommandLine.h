@@ -37,6 +37,9 @@ Handler StoreNumber(std::int64_t& target, std::int64_t least, std::int64_t most)
 /// Seconds, decimals allowed, from 0 to a million; stored as milliseconds.
 Handler StoreSeconds(std::int64_t& milliseconds);
 
+/// The whole number that all of `text` is; none when it is not one from `least` to `most`.
 std::optional<std::int64_t> NumberOf(std::string_view text, std::int64_t least, std::int64_t most);
+/// 1000 times the number, decimals allowed, that all of `text` is; none when it is not one from 0 to `most`.
+std::optional<std::int64_t> ThousandthsOf(std::string_view text, double most);
 
 } // namespace commandline

@@ -1,7 +1,11 @@
 #include "instrument/Bootloader.h"
 
+#include "console/Format.h"
+
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <sstream>
 #include <utility>
 
 namespace instrument {
@@ -25,6 +29,30 @@ double FirmwareReport::BytesPerSecond() const noexcept
     return seconds > 0 ? static_cast<double>(received) / seconds : 0;
 }
 
+std::string FirmwareReport::Line() const
+{
+    static constexpr std::array<const char*, 5> states = {"none", "prepared", "receiving", "done", "ended"};
+    std::ostringstream line;
+    line << "firmware " << states[static_cast<std::size_t>(state)] << ": " << received << " of " << announced
+         << " bytes in " << chunks << " chunks";
+    if (announced != 0) {
+        line << console::Format(", %.1f %%",
+                                100.0 * static_cast<double>(received) / static_cast<double>(announced));
+    }
+    if (chunks > 1) {
+        line << console::Format(", %.3f MB/s", BytesPerSecond() / 1e6);
+    }
+    if (state == State::Done && match == Match::Different) {
+        line << ", different from offset " << firstDifference;
+    } else if (state == State::Done) {
+        line << (match == Match::Same ? ", the same as expected" : ", not compared");
+    }
+    if (tooLong != 0) {
+        line << ", " << tooLong << " chunks too long";
+    }
+    return line.str();
+}
+
 Bootloader::Bootloader(FirmwareScript script, std::optional<Bytes> expectedImage)
     : m_script(std::move(script)), m_expected(std::move(expectedImage))
 {
@@ -37,27 +65,26 @@ Bootloader::Answer Bootloader::OnMessage(std::span<const std::uint8_t> message, 
     if (text.starts_with(PrepareWord)) {
         return OnPrepare(text.substr(PrepareWord.size()));
     }
-    if (text.starts_with(ChunkWord)) {
-        m_report.tooLong += std::cmp_greater(message.size(), m_script.chunkSize) ? 1 : 0;
-        return OnChunk(message.subspan(ChunkWord.size()), now);
+    const bool isChunk = text.starts_with(ChunkWord);
+    if (!isChunk && !text.starts_with(DoneWord)) {
+        ++m_report.unknown;
+        return {};
     }
-    if (text.starts_with(DoneWord)) {
-        return OnDone();
+    m_report.tooLong += isChunk && std::cmp_greater(message.size(), m_script.chunkSize) ? 1 : 0;
+    if (m_report.state != FirmwareReport::State::Prepared && m_report.state != FirmwareReport::State::Receiving) {
+        return Reply("DOWNLOAD_FAIL\r");
     }
-    ++m_report.unknown;
-    return {};
+    return isChunk ? OnChunk(message.subspan(ChunkWord.size()), now) : OnDone();
 }
 
 Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
 {
-    ++m_report.prepares;
-    m_report.received = 0;
-    m_report.chunks = 0;
-    m_report.tooLong = 0;
-    m_report.match = FirmwareReport::Match::Unknown;
-    m_report.state = FirmwareReport::State::Ended;
     m_image.clear();
-    m_report.announced = 0;
+    m_report = {.state = FirmwareReport::State::Ended,
+                .prepares = m_report.prepares + 1,
+                .downloads = m_report.downloads,
+                .unknown = m_report.unknown,
+                .latest = m_report.latest};
     const auto [unused, error] = std::from_chars(size.data(), size.data() + size.size(), m_report.announced);
     if (m_report.prepares <= m_script.unansweredPrepares) {
         return {};
@@ -75,16 +102,8 @@ Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
                  std::to_string(m_script.chunkSize) + "\r");
 }
 
-bool Bootloader::IsDownloading() const noexcept
-{
-    return m_report.state == FirmwareReport::State::Prepared || m_report.state == FirmwareReport::State::Receiving;
-}
-
 Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time now)
 {
-    if (!IsDownloading()) {
-        return Reply("DOWNLOAD_FAIL\r");
-    }
     if (m_report.chunks++ == 0) {
         m_report.began = now;
     }
@@ -96,9 +115,6 @@ Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time 
 
 Bootloader::Answer Bootloader::OnDone()
 {
-    if (!IsDownloading()) {
-        return Reply("DOWNLOAD_FAIL\r");
-    }
     Compare();
     m_report.state = FirmwareReport::State::Done;
     ++m_report.downloads;
@@ -111,12 +127,11 @@ std::optional<Bootloader::Answer> Bootloader::TakeIncidentAt(std::uint64_t place
     if (!m_script.incident || m_script.incident->at != place) {
         return std::nullopt;
     }
-    const FirmwareScript::Incident incident = std::move(*m_script.incident);
-    m_script.incident.reset(); // the next download goes through
-    if (incident.ends && m_report.state != FirmwareReport::State::Done) {
+    const auto incident = std::exchange(m_script.incident, std::nullopt); // the next download goes through
+    if (incident->ends && m_report.state != FirmwareReport::State::Done) {
         m_report.state = FirmwareReport::State::Ended;
     }
-    return Answer{incident.text, incident.vanishing};
+    return Answer{incident->text, incident->vanishing};
 }
 
 void Bootloader::Compare()

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 
 namespace instrument {
 
@@ -30,6 +31,8 @@ struct FirmwareReport
 
     /// Image bytes per second from the first chunk to the latest message; 0 before any time has passed.
     double BytesPerSecond() const noexcept;
+    /// How far the download is or has come, in one line for people.
+    std::string Line() const;
 };
 
 class Bootloader
@@ -52,7 +55,6 @@ private:
     Answer OnPrepare(std::string_view size);
     Answer OnChunk(std::span<const std::uint8_t> data, Time now);
     Answer OnDone();
-    bool IsDownloading() const noexcept;
     std::optional<Answer> TakeIncidentAt(std::uint64_t place);
     void Compare();
 

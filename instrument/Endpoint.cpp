@@ -3,13 +3,20 @@
 #include "console/Console.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace instrument {
 
+Endpoint::Endpoint(Engine& engine, const Observer& observer, HANDLE stop, std::vector<Awaited> awaited)
+    : m_engine(engine), m_stop(stop), m_observer(observer), m_awaited(std::move(awaited))
+{
+}
+
 Endpoint::End Endpoint::Run(const Limits& limits)
 {
-    const std::optional<Time> end = limits.time ? std::optional(console::Now() + *limits.time) : std::nullopt;
+    const Time end =
+        limits.milliseconds != 0 ? console::Now() + std::chrono::milliseconds(limits.milliseconds) : Time::max();
     m_end.reset();
     Begin();
     if (!m_end) {
@@ -25,11 +32,41 @@ Endpoint::End Endpoint::Run(const Limits& limits)
     return *m_end;
 }
 
-DWORD Endpoint::WaitTime(std::optional<Time> end) const
+void Endpoint::Await(DWORD milliseconds)
+{
+    std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> events{m_stop};
+    std::array<const Awaited*, MAXIMUM_WAIT_OBJECTS> pending{};
+    DWORD count = 1;
+    for (const Awaited& each : m_awaited) {
+        if (each.operation->IsPending()) {
+            pending[count] = &each;
+            events[count++] = each.operation->EventHandle();
+        }
+    }
+    const DWORD signalled = ::WaitForMultipleObjects(count, events.data(), FALSE, milliseconds);
+    if (signalled == WAIT_OBJECT_0) {
+        FinishWith(End::Stopped);
+    } else if (signalled < count) {
+        pending[signalled]->onCompleted();
+    }
+}
+
+std::optional<DWORD> Endpoint::ResultOf(win32::OverlappedOperation& operation, HANDLE file)
+{
+    DWORD length = 0;
+    if (operation.Finish(file, length)) {
+        return length;
+    }
+    if (::GetLastError() != ERROR_IO_INCOMPLETE) {
+        OnFailure(operation);
+    }
+    return std::nullopt;
+}
+
+DWORD Endpoint::WaitTime(Time end) const
 {
     // What is due while a write is pending waits for the end of the write.
-    const Time due =
-        std::min(end.value_or(Time::max()), IsWriting() ? Time::max() : m_engine.NextDue().value_or(Time::max()));
+    const Time due = std::min(end, IsWriting() ? Time::max() : m_engine.NextDue().value_or(Time::max()));
     if (due == Time::max()) {
         return INFINITE;
     }
@@ -38,15 +75,17 @@ DWORD Endpoint::WaitTime(std::optional<Time> end) const
     return static_cast<DWORD>(std::clamp<std::int64_t>(left, 0, 60'000));
 }
 
-void Endpoint::CheckLimits(const Limits& limits, std::optional<Time> end)
+void Endpoint::CheckLimits(const Limits& limits, Time end)
 {
     if (m_end) {
         return;
     }
     const bool allWritten = !m_engine.HasUnsent() && !IsWriting();
-    if (end && console::Now() >= *end) {
+    if (console::Now() >= end) {
         m_end = End::TimeOver;
-    } else if (limits.requests && m_engine.Counted().requests >= *limits.requests && allWritten) {
+    } else if (limits.requests != 0 && allWritten &&
+               std::cmp_greater_equal(m_engine.Counted().requests, limits.requests))
+    {
         m_end = End::EnoughRequests;
     }
 }

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "instrument/Engine.h"
-#include "win32/Windows.h"
+#include "win32/OverlappedOperation.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace instrument {
 
@@ -19,8 +21,8 @@ public:
 
     struct Limits
     {
-        std::optional<Time> time;
-        std::optional<std::uint64_t> requests; // ends when so many were taken and all that was due is written
+        std::int64_t milliseconds = 0; // 0: without end
+        std::int64_t requests = 0; // ends when so many were taken and all that was due is written; 0: any number
     };
 
     virtual ~Endpoint() = default;
@@ -33,15 +35,21 @@ public:
     const std::string& Failure() const noexcept { return m_failure; }
 
 protected:
-    Endpoint(Engine& engine, const Observer& observer) : m_engine(engine), m_observer(observer) {}
+    /// An operation that the loop waits for while it is pending, and what to do when it has completed.
+    struct Awaited
+    {
+        win32::OverlappedOperation* operation;
+        std::function<void()> onCompleted;
+    };
 
     /// After so many steps in a row without waiting the wait is asked again, so that the stop signal is seen.
     static constexpr int Burst = 64;
 
+    /// `stop` is borrowed. Of several completed operations the first of `awaited` comes first.
+    Endpoint(Engine& engine, const Observer& observer, HANDLE stop, std::vector<Awaited> awaited);
+
     /// The instrument can be found from now on, or FinishWith was called.
     virtual void Begin() = 0;
-    /// Waits for one event of the endpoint, at most `milliseconds`, and handles it.
-    virtual void Await(DWORD milliseconds) = 0;
     virtual bool IsWriting() const = 0;
     /// Writes `bytes`, which stay as they are until IsWriting() is false again.
     virtual void Write(const Bytes& bytes) = 0;
@@ -49,6 +57,8 @@ protected:
     virtual void Return() = 0;
     /// The instrument cannot be found any more.
     virtual void Leave() = 0;
+    /// `operation` was refused or has failed with GetLastError().
+    virtual void OnFailure(const win32::OverlappedOperation& operation) = 0;
 
     void FinishWith(End end, std::string failure = {});
     void OnConnected();
@@ -56,14 +66,20 @@ protected:
     void OnRouterGone(const std::string& reason);
     /// Plays what the engine has to write or to do just now, as far as no write is pending.
     void PlayWhatIsDue();
+    /// The bytes transferred when `operation` on `file` has succeeded; none while it is pending and after a
+    /// failure, for which OnFailure was called.
+    std::optional<DWORD> ResultOf(win32::OverlappedOperation& operation, HANDLE file);
 
     Engine& m_engine;
+    const HANDLE m_stop;
 
 private:
-    DWORD WaitTime(std::optional<Time> end) const;
-    void CheckLimits(const Limits& limits, std::optional<Time> end);
+    void Await(DWORD milliseconds);
+    DWORD WaitTime(Time end) const;
+    void CheckLimits(const Limits& limits, Time end);
 
     const Observer& m_observer;
+    const std::vector<Awaited> m_awaited;
     Bytes m_writing;
     std::string m_failure;
     std::optional<End> m_end;

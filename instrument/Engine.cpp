@@ -1,11 +1,10 @@
 #include "instrument/Engine.h"
 
-#include "instrument/Lines.h"
+#include "console/Format.h"
+#include "console/HexDump.h"
 #include "instrument/SequencedPayload.h"
 
 #include <algorithm>
-#include <array>
-#include <utility>
 
 namespace instrument {
 
@@ -14,9 +13,12 @@ namespace {
 constexpr Address BootloaderAddress{0, 0};
 constexpr Time ProgressPeriod = std::chrono::seconds(1);
 
-std::uint16_t MarkOf(Address address) noexcept
+/// Number, type, address, length and first bytes of a packet.
+std::string LineOf(const wire::Frame& frame)
 {
-    return static_cast<std::uint16_t>(address.deviceType << 8 | address.port);
+    return console::Format("no %3d type %3d [%02d,%02d] %5zu bytes ", frame.packetNumber, frame.packetType,
+                           frame.deviceType, frame.port, frame.payload.size()) +
+           hexdump::Short(frame.payload);
 }
 
 } // namespace
@@ -39,7 +41,7 @@ void Engine::Connected(Time now)
     m_flooded = 0;
     for (const Rule& rule : m_script.rules) {
         if (rule.trigger.after) {
-            m_timers.push_back({&rule, now + *rule.trigger.after});
+            m_timers.emplace_back(now + *rule.trigger.after, &rule);
         }
     }
 }
@@ -128,7 +130,7 @@ void Engine::OnFirmwareMessage(const wire::Frame& frame, Time now)
     if (m_observer.event && (!receiving || now - m_progressSaid >= ProgressPeriod)) {
         m_stateSaid = report.state;
         m_progressSaid = now;
-        m_observer.event(LineOf(report));
+        m_observer.event(report.Line());
     }
 }
 
@@ -174,59 +176,55 @@ void Engine::Perform(const ResponsePlan& plan, Address from, std::span<const std
 
 void Engine::RunTimers(Time now)
 {
-    for (Timer& timer : m_timers) {
-        while (timer.due <= now) {
+    for (auto& [due, rule] : m_timers) {
+        while (due <= now) {
             ResponsePlan plan;
             plan.answer = ResponsePlan::Answer::None;
-            timer.rule->Apply(plan);
-            Perform(plan, {}, {}, timer.due, m_counters.unsolicited);
-            timer.due = timer.rule->trigger.repeats ? timer.due + *timer.rule->trigger.after : Time::max();
+            rule->Apply(plan);
+            Perform(plan, {}, {}, due, m_counters.unsolicited);
+            due = rule->trigger.repeats ? due + *rule->trigger.after : Time::max();
         }
     }
 }
 
 Time Engine::FloodDue() const
 {
-    if (!m_connected || !m_script.flood || (m_script.flood->count != 0 && m_flooded >= m_script.flood->count)) {
+    const auto& flood = m_script.flood;
+    if (!m_connected || !flood || (flood->count != 0 && m_flooded >= flood->count)) {
         return Time::max();
     }
-    const Flood& flood = *m_script.flood;
-    if (flood.perSecond == 0) {
+    if (flood->perSecond == 0) {
         return m_floodStart;
     }
-    constexpr std::uint64_t Second = 1'000'000;
     // Whole seconds and the rest apart, so that the product stays within 64 bits for as long as anyone waits.
-    const std::uint64_t seconds = m_flooded / flood.perSecond;
-    const std::uint64_t rest = m_flooded % flood.perSecond * Second / flood.perSecond;
-    return m_floodStart + Time(static_cast<Time::rep>(seconds * Second + rest));
+    const auto seconds = static_cast<std::int64_t>(m_flooded / flood->perSecond);
+    const std::uint64_t rest = m_flooded % flood->perSecond * 1'000'000 / flood->perSecond;
+    return m_floodStart + std::chrono::seconds(seconds) + Time(static_cast<Time::rep>(rest));
 }
 
 void Engine::RunFlood(Time now)
 {
     const ResponsePlan plain;
+    const Address to = m_script.flood->to;
+    const auto mark = static_cast<std::uint16_t>(to.deviceType << 8 | to.port);
     const std::size_t packetLength = m_script.flood->payloadLength + wire::FrameOverhead;
+    m_floodPayload.resize(m_script.flood->payloadLength);
     // At least one packet, else as many as one write holds.
     std::size_t room = std::max(m_script.largestWrite, packetLength);
-    m_floodPayload.resize(m_script.flood->payloadLength);
-    while (FloodDue() <= now && room >= packetLength) {
-        sequenced::Fill(m_floodPayload, m_flooded++, MarkOf(m_script.flood->to));
-        m_output.Send(plain, m_script.flood->to, m_floodPayload, now);
+    for (; FloodDue() <= now && room >= packetLength; room -= packetLength) {
+        sequenced::Fill(m_floodPayload, m_flooded++, mark);
+        m_output.Send(plain, to, m_floodPayload, now);
         ++m_counters.unsolicited;
-        room -= packetLength;
     }
 }
 
 Engine::Order Engine::Take(Time now, Bytes& bytes)
 {
-    if (m_away) {
-        if (!m_return || *m_return > now) {
-            return Order::Nothing;
-        }
-        m_away = false;
+    if (m_return && *m_return <= now) {
         m_return.reset();
         return Order::Return;
     }
-    if (!m_connected) {
+    if (m_return || !m_connected) {
         return Order::Nothing;
     }
     RunTimers(now);
@@ -240,23 +238,19 @@ Engine::Order Engine::Take(Time now, Bytes& bytes)
     } else if (order == Order::Vanish) {
         ++m_counters.vanished;
         Disconnected();
-        m_away = true;
-        if (const std::optional<Time> back = m_output.AwayFor()) {
-            m_return = now + *back;
-        }
+        const std::optional<Time> away = m_output.AwayFor();
+        m_return = away ? now + *away : Time::max();
     }
     return order;
 }
 
 std::optional<Time> Engine::NextDue() const
 {
-    if (m_away) {
-        return m_return;
-    }
     Time due = std::min(m_output.NextDue(), FloodDue());
-    for (const Timer& timer : m_timers) {
-        due = std::min(due, timer.due);
+    for (const auto& timer : m_timers) {
+        due = std::min(due, timer.first);
     }
+    due = m_return.value_or(due);
     return due != Time::max() ? std::optional(due) : std::nullopt;
 }
 

@@ -23,6 +23,7 @@
 #include <random>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace instrument {
@@ -83,19 +84,13 @@ public:
     /// When Take may give something although nothing was received meanwhile; none: not before a Receive.
     std::optional<Time> NextDue() const;
 
-    bool IsAway() const noexcept { return m_away; }
+    bool IsAway() const noexcept { return m_return.has_value(); }
     /// True while anything that was meant to be sent has not been taken yet.
     bool HasUnsent() const noexcept { return !m_output.IsEmpty(); }
     const Counters& Counted() const noexcept { return m_counters; }
     const FirmwareReport& Firmware() const noexcept { return m_firmware.Report(); }
 
 private:
-    struct Timer
-    {
-        const Rule* rule;
-        Time due; // Time::max(): done
-    };
-
     bool SkipToSync();
     void OnFrame(const wire::Frame& frame, Time now);
     void OnRequest(const wire::Frame& frame, Time now);
@@ -114,14 +109,13 @@ private:
     Output m_output;
     ReceiveBuffer m_received;
     std::minstd_rand m_random;
-    std::vector<Timer> m_timers;
-    std::optional<std::uint8_t> m_lastNumber; // of the router's last packet in this connection
+    std::vector<std::pair<Time, const Rule*>> m_timers; // when each is due; Time::max(): done
+    std::optional<std::uint8_t> m_lastNumber;           // of the router's last packet in this connection
     std::uint64_t m_flooded = 0;
     Time m_floodStart{};
     Bytes m_floodPayload;
     bool m_connected = false;
-    bool m_away = false;
-    std::optional<Time> m_return;
+    std::optional<Time> m_return; // when it comes back; Time::max(): never; none: it is not away
     Time m_progressSaid{};
     FirmwareReport::State m_stateSaid = FirmwareReport::State::None;
 };

@@ -13,11 +13,7 @@
 namespace instrument {
 
 /// Why a line is wrong. Thrown and caught while one line is read.
-class ParseError : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
+using ParseError = std::invalid_argument;
 
 /// Reads a line from left to right. What is missing or not what is asked for throws ParseError.
 class Lexer
@@ -41,7 +37,12 @@ public:
 
     /// `what` names the thing in the message.
     std::string Next(const std::string& what);
-    std::int64_t Number(const char* what, std::int64_t least, std::int64_t most = Most);
+    /// A whole number from `least` to `most`, both of which a Value holds.
+    template <class Value = std::uint64_t>
+    Value Number(const char* what, std::int64_t least, std::int64_t most = Most)
+    {
+        return static_cast<Value>(WholeNumber(Next(what), what, least, most));
+    }
     /// Milliseconds, with or without a decimal part; at most about eleven days.
     Time Milliseconds();
     /// "TYPE,PORT", 0 to 255 each.
@@ -56,14 +57,11 @@ private:
         bool quoted;
     };
 
+    static std::int64_t WholeNumber(std::string_view text, const char* what, std::int64_t least,
+                                    std::int64_t most);
+
     std::vector<Word> m_words;
     std::size_t m_next = 0;
 };
-
-/// Bytes of hex digits, two a byte; throws ParseError.
-Bytes BytesOfHex(std::string_view digits);
-
-/// What \r \n \t \0 \\ \" and \xHH in `text` stand for; throws ParseError.
-Bytes BytesOfText(std::string_view text);
 
 } // namespace instrument

@@ -6,20 +6,11 @@
 
 namespace instrument {
 
-Output::Output(const Script& script)
-    : m_numbersAreZero(script.numbersAreZero),
-      m_firstNumber(script.firstNumber),
-      m_largestWrite(script.largestWrite),
-      m_random(script.seed),
-      m_nextNumber(script.firstNumber)
-{
-}
-
 void Output::Restart()
 {
     m_delayed.clear();
     m_stream.clear();
-    m_nextNumber = m_firstNumber;
+    m_nextNumber = m_script.firstNumber;
 }
 
 void Output::Send(const ResponsePlan& plan, Address to, Payload payload, Time now)
@@ -46,7 +37,7 @@ void Output::Emit(const ResponsePlan& plan, Address to, Payload payload, Time no
 {
     for (unsigned copy = 0; copy < plan.copies; ++copy) {
         Compose(plan, to, payload);
-        QueueComposed(plan, now);
+        Queue(plan, now);
     }
 }
 
@@ -89,7 +80,7 @@ void Output::AppendGarbage(std::size_t count)
 
 std::uint8_t Output::TakeNumber(const ResponsePlan& plan)
 {
-    if (m_numbersAreZero) {
+    if (m_script.numbersAreZero) {
         return 0;
     }
     const std::uint8_t number =
@@ -98,61 +89,47 @@ std::uint8_t Output::TakeNumber(const ResponsePlan& plan)
     return number;
 }
 
-Output::Piece& Output::NewPiece(Time now)
+Output::Piece& Output::AddPiece(std::span<const std::uint8_t> bytes, Time now)
 {
     Piece& piece = m_stream.emplace_back();
+    piece.bytes.assign(bytes.begin(), bytes.end());
     piece.notBefore = now;
     return piece;
 }
 
-void Output::QueueComposed(const ResponsePlan& plan, Time now)
+void Output::Queue(const ResponsePlan& plan, Time now)
 {
+    const std::span<const std::uint8_t> all(m_composed);
     if (plan.vanishing) {
-        QueueVanishing(*plan.vanishing, now);
+        const std::size_t last = plan.vanishing->after.value_or(all.size() / 2);
+        AddPiece(all.first(std::min(last, all.size())), now).vanish = plan.vanishing;
+    } else if (plan.splitInto != 0) {
+        for (std::size_t at = 0; at < all.size(); at += plan.splitInto) {
+            AddPiece(all.subspan(at, std::min(plan.splitInto, all.size() - at)), now).gap =
+                at == 0 ? Time::zero() : plan.splitGap;
+        }
+    } else {
+        QueueJoined(plan, now);
+    }
+}
+
+void Output::QueueJoined(const ResponsePlan& plan, Time now)
+{
+    Piece* const last = m_stream.empty() ? nullptr : &m_stream.back();
+    const bool fits =
+        last != nullptr && last->joinable && last->bytes.size() + m_composed.size() <= m_script.largestWrite;
+    if (fits && (last->missingPackets != 0 || plan.mergeOf == 0)) {
+        last->bytes.insert(last->bytes.end(), m_composed.begin(), m_composed.end());
+        last->joinable = last->missingPackets != 1;
+        last->missingPackets -= last->missingPackets != 0 ? 1 : 0;
         return;
     }
-    if (plan.splitInto != 0) {
-        QueueSplit(plan, now);
-        return;
-    }
-    const bool fits = !m_stream.empty() && m_stream.back().joinable &&
-                      m_stream.back().bytes.size() + m_composed.size() <= m_largestWrite;
-    const bool filling = fits && m_stream.back().missingPackets != 0;
-    const bool joins = fits && (filling || plan.mergeOf == 0);
-    Piece& piece = joins ? m_stream.back() : NewPiece(now);
-    piece.bytes.insert(piece.bytes.end(), m_composed.begin(), m_composed.end());
-    if (filling) {
-        --piece.missingPackets;
-        piece.joinable = piece.missingPackets != 0;
-    } else if (plan.mergeOf > 1) {
+    Piece& piece = AddPiece(m_composed, now);
+    piece.joinable = true;
+    if (plan.mergeOf > 1) {
         piece.missingPackets = plan.mergeOf - 1;
         piece.holdUntil = now + plan.mergeWait;
     }
-}
-
-void Output::QueueSplit(const ResponsePlan& plan, Time now)
-{
-    const std::span<const std::uint8_t> all(m_composed);
-    for (std::size_t at = 0; at < all.size(); at += plan.splitInto) {
-        const auto part = all.subspan(at, std::min(plan.splitInto, all.size() - at));
-        Piece& piece = NewPiece(now);
-        piece.bytes.assign(part.begin(), part.end());
-        piece.gap = at == 0 ? Time::zero() : plan.splitGap;
-        piece.joinable = false;
-    }
-}
-
-void Output::QueueVanishing(const Vanishing& vanishing, Time now)
-{
-    m_composed.resize(std::min(vanishing.after.value_or(m_composed.size() / 2), m_composed.size()));
-    if (!m_composed.empty()) {
-        Piece& rest = NewPiece(now);
-        rest.bytes = m_composed;
-        rest.joinable = false;
-    }
-    Piece& end = NewPiece(now);
-    end.vanish = vanishing;
-    end.joinable = false;
 }
 
 Output::Order Output::Take(Time now, Bytes& bytes)
@@ -162,20 +139,22 @@ Output::Order Output::Take(Time now, Bytes& bytes)
         return Order::Nothing;
     }
     Piece& front = m_stream.front();
-    if (front.vanish) {
+    if (front.vanish && front.bytes.empty()) {
         m_awayFor = front.vanish->back;
         Restart();
         return Order::Vanish;
     }
-    if (front.bytes.size() > m_largestWrite) {
-        const auto cut = front.bytes.begin() + static_cast<std::ptrdiff_t>(m_largestWrite);
+    if (front.bytes.size() > m_script.largestWrite) {
+        const auto cut = front.bytes.begin() + static_cast<std::ptrdiff_t>(m_script.largestWrite);
         bytes.assign(front.bytes.begin(), cut);
         front.bytes.erase(front.bytes.begin(), cut);
         front.joinable = false;
         return Order::Write;
     }
-    bytes = std::move(front.bytes);
-    m_stream.pop_front();
+    bytes = std::exchange(front.bytes, {});
+    if (!front.vanish) {
+        m_stream.pop_front();
+    }
     if (!m_stream.empty()) {
         m_stream.front().notBefore = std::max(m_stream.front().notBefore, now + m_stream.front().gap);
     }

@@ -21,8 +21,11 @@ public:
     enum class Order { Nothing, Write, Vanish, Return };
     using Payload = std::optional<std::span<const std::uint8_t>>;
 
-    /// Of `script` only what is about all packets counts.
-    explicit Output(const Script& script);
+    /// `script` must outlive the output; only what it says about all packets counts.
+    explicit Output(const Script& script)
+        : m_script(script), m_random(script.seed), m_nextNumber(script.firstNumber)
+    {
+    }
 
     /// Drops everything on its way and numbers from the first number again.
     void Restart();
@@ -52,7 +55,7 @@ private:
         std::optional<Bytes> payload;
     };
 
-    /// Bytes that leave in one go, or (vanish) the end of it all. Pieces leave in their order.
+    /// Bytes that leave in one go, and then maybe the instrument. Pieces leave in their order.
     struct Piece
     {
         Bytes bytes;
@@ -60,7 +63,7 @@ private:
         Time gap{};                     // at least this long after the piece before it
         std::size_t missingPackets = 0; // leaves when so many more are in it,
         Time holdUntil{};               // or then
-        bool joinable = true;           // more packets may be put to its end
+        bool joinable = false;          // more packets may be put to its end
         std::optional<Vanishing> vanish;
 
         Time Due() const noexcept { return missingPackets == 0 ? notBefore : std::max(notBefore, holdUntil); }
@@ -71,14 +74,11 @@ private:
     void Compose(const ResponsePlan& plan, Address to, Payload payload);
     void AppendGarbage(std::size_t count);
     std::uint8_t TakeNumber(const ResponsePlan& plan);
-    void QueueComposed(const ResponsePlan& plan, Time now);
-    void QueueSplit(const ResponsePlan& plan, Time now);
-    void QueueVanishing(const Vanishing& vanishing, Time now);
-    Piece& NewPiece(Time now);
+    void Queue(const ResponsePlan& plan, Time now);
+    void QueueJoined(const ResponsePlan& plan, Time now);
+    Piece& AddPiece(std::span<const std::uint8_t> bytes, Time now);
 
-    const bool m_numbersAreZero;
-    const std::uint8_t m_firstNumber;
-    const std::size_t m_largestWrite;
+    const Script& m_script;
     std::minstd_rand m_random;
     std::uint8_t m_nextNumber;
     std::optional<Time> m_awayFor;

@@ -2,10 +2,9 @@
 #include "console/Console.h"
 #include "instrument/Endpoint.h"
 #include "win32/Handle.h"
-#include "win32/OverlappedOperation.h"
-#include "win32/WaitSet.h"
 
 #include <span>
+#include <utility>
 
 namespace instrument {
 
@@ -14,7 +13,7 @@ namespace {
 // Much more than the router ever has pending, so that neither end waits for the other's buffer, and one write for
 // all that is due: a peer for measurements.
 constexpr DWORD PipeBuffer = 1024 * 1024;
-constexpr std::size_t ReadBuffer = std::size_t{256} * 1024;
+constexpr DWORD ReadBuffer = 256 * 1024;
 
 /// The old pipe's name is free only once the router has closed its end.
 constexpr Time NameTakenTimeout = std::chrono::seconds(10);
@@ -24,18 +23,15 @@ class PipeEndpoint : public Endpoint
 {
 public:
     PipeEndpoint(std::wstring path, Engine& engine, const Observer& observer, HANDLE stop)
-        : Endpoint(engine, observer),
+        : Endpoint(
+              engine, observer, stop,
+              {{&m_reading, [this] { OnRead(); }}, {&m_writes, [this] { ResultOf(m_writes, m_pipe.Get()); }}}),
           m_path(std::move(path)),
-          m_stop(stop),
-          m_readBuffer(ReadBuffer),
-          m_idleWait(stop, m_reading.EventHandle()),
-          m_writingWait(stop, m_reading.EventHandle(), m_writes.EventHandle())
+          m_readBuffer(ReadBuffer)
     {
     }
 
 private:
-    enum class Slot : DWORD { Stop, Pipe, Written, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
-
     void Begin() override
     {
         if (OpenPipe()) {
@@ -61,26 +57,13 @@ private:
         StartConnecting();
     }
 
-    void Await(DWORD milliseconds) override
-    {
-        if (!m_pipe) {
-            m_reading.ResetEvent(); // away: of the two only the stop signal can come
-        }
-        switch (IsWriting() ? m_writingWait.Any(milliseconds) : m_idleWait.Any(milliseconds)) {
-        case Slot::Stop: FinishWith(End::Stopped); break;
-        case Slot::Pipe: m_connected ? OnRead() : OnConnect(); break;
-        case Slot::Written: OnWritten(); break;
-        case Slot::TimedOut:
-        case Slot::Failed: break;
-        }
-    }
-
     bool IsWriting() const override { return m_writes.IsPending(); }
 
     void Write(const Bytes& bytes) override
     {
         // Mostly the pipe has space and the write is complete already: its event is then not waited for at all.
-        m_writes.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size())) ? OnWritten() : OnBroken();
+        m_writes.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()));
+        ResultOf(m_writes, m_pipe.Get());
     }
 
     void Vanish() override
@@ -112,84 +95,49 @@ private:
         // A client that came and went between two steps makes the pipe unusable until it is disconnected.
         while (!m_reading.ConnectPipe(m_pipe.Get())) {
             const DWORD error = ::GetLastError();
-            if (error == ERROR_PIPE_CONNECTED) {
-                return OnOpened();
-            }
             if (error != ERROR_NO_DATA || ::DisconnectNamedPipe(m_pipe.Get()) == FALSE) {
                 return FinishWith(End::Refused, std::to_string(error));
             }
         }
     }
 
-    void OnConnect()
-    {
-        DWORD unused = 0;
-        if (!m_pipe) {
-            return;
-        }
-        if (m_reading.Finish(m_pipe.Get(), unused)) {
-            OnOpened();
-        } else if (::GetLastError() != ERROR_IO_INCOMPLETE) {
-            ::DisconnectNamedPipe(m_pipe.Get());
-            StartConnecting();
-        }
-    }
-
-    void OnOpened()
-    {
-        m_connected = true;
-        OnConnected();
-        StartReading();
-    }
-
-    void StartReading()
-    {
-        if (!m_reading.Read(m_pipe.Get(), m_readBuffer.data(), static_cast<DWORD>(m_readBuffer.size()))) {
-            OnBroken();
-        }
-    }
-
     void OnRead()
     {
         // What has come meanwhile is taken without going through the wait.
-        for (int step = 0; step < Burst && m_connected; ++step) {
-            DWORD length = 0;
-            if (!m_reading.Finish(m_pipe.Get(), length)) {
-                return ::GetLastError() == ERROR_IO_INCOMPLETE ? void() : OnBroken();
+        for (int step = 0; step < Burst && m_reading.IsPending(); ++step) {
+            const auto length = ResultOf(m_reading, m_pipe.Get());
+            if (!length) {
+                return;
             }
-            m_engine.Receive(std::span(m_readBuffer).first(length), console::Now());
-            PlayWhatIsDue();
-            if (m_connected) {
-                StartReading();
+            if (std::exchange(m_connected, true)) {
+                m_engine.Receive(std::span(m_readBuffer).first(*length), console::Now());
+                PlayWhatIsDue();
+            } else {
+                OnConnected();
+            }
+            if (m_connected && !m_reading.Read(m_pipe.Get(), m_readBuffer.data(), ReadBuffer)) {
+                OnFailure(m_reading);
             }
         }
     }
 
-    void OnWritten()
-    {
-        DWORD length = 0;
-        if (!m_writes.Finish(m_pipe.Get(), length) && ::GetLastError() != ERROR_IO_INCOMPLETE) {
-            OnBroken();
-        }
-    }
-
-    void OnBroken()
+    void OnFailure(const win32::OverlappedOperation&) override
     {
         const DWORD error = ::GetLastError();
+        const bool wasConnected = m_connected;
         StopTransfers();
-        OnRouterGone(std::to_string(error));
+        if (wasConnected) {
+            OnRouterGone(std::to_string(error));
+        }
         ::DisconnectNamedPipe(m_pipe.Get());
         StartConnecting();
     }
 
     const std::wstring m_path;
-    const HANDLE m_stop;
     std::vector<std::uint8_t> m_readBuffer;
     win32::FileHandle m_pipe;
     win32::OverlappedOperation m_reading; // the connection, then the reads
     win32::OverlappedOperation m_writes;
-    const win32::WaitSet<Slot, 2> m_idleWait; // while no write is pending
-    const win32::WaitSet<Slot, 3> m_writingWait;
     bool m_connected = false;
 };
 

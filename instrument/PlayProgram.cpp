@@ -1,12 +1,13 @@
 #include "instrument/PlayProgram.h"
 
 #include "console/Console.h"
+#include "console/Format.h"
 #include "console/Version.h"
 #include "console/WholeFile.h"
-#include "instrument/Lines.h"
 
 #include <exception>
 #include <iterator>
+#include <sstream>
 #include <utility>
 
 namespace instrument {
@@ -16,11 +17,10 @@ namespace {
 struct Options
 {
     Script script;
+    Endpoint::Limits limits;
     std::string readyEvent;
     std::string stopEvent;
     std::string expectFile;
-    std::int64_t milliseconds = 0; // 0: without end
-    std::int64_t requests = 0;     // 0: any number
     bool quiet = false;
     bool help = false;
     bool version = false;
@@ -71,8 +71,8 @@ std::vector<commandline::Switch> SwitchesOf(const PlayProgram& program, Options&
         {"--help", false, Set(options.help)},
         {"--version", false, Set(options.version)},
         {"--quiet", false, Set(options.quiet)},
-        {"--for", true, StoreSeconds(options.milliseconds)},
-        {"--requests", true, StoreNumber(options.requests, 1, INT64_MAX)},
+        {"--for", true, StoreSeconds(options.limits.milliseconds)},
+        {"--requests", true, StoreNumber(options.limits.requests, 1, INT64_MAX)},
         {"--ready-event", true, Store(options.readyEvent)},
         {"--stop-event", true, Store(options.stopEvent)},
         {"--script", true, [&options](const std::string& path) { return AddScriptFile(options.script, path); }},
@@ -83,51 +83,41 @@ std::vector<commandline::Switch> SwitchesOf(const PlayProgram& program, Options&
     return switches;
 }
 
-Endpoint::Limits LimitsOf(const Options& options)
+/// The counters as a few lines.
+std::string SummaryOf(const Engine& engine, Time running)
 {
-    Endpoint::Limits limits;
-    if (options.milliseconds != 0) {
-        limits.time = std::chrono::milliseconds(options.milliseconds);
+    const Counters& counted = engine.Counted();
+    std::ostringstream text;
+    text << "summary: " << console::Format("%.3f", std::chrono::duration<double>(running).count()) << " s, "
+         << counted.connections << " connections, vanished " << counted.vanished << " times\n"
+         << "  received: " << counted.requests << " requests, " << counted.controlPackets << " control packets, "
+         << counted.firmwareMessages << " firmware messages, " << counted.otherPackets << " others, "
+         << counted.bytesReceived << " bytes\n"
+         << "  faults of the router: " << counted.numberGaps << " number gaps, " << counted.wrongChecksums
+         << " wrong checksums, " << counted.garbageReceived << " bytes outside packets\n"
+         << "  sent: " << counted.answers << " answers, " << counted.unsolicited << " unsolicited, "
+         << counted.bytesSent << " bytes\n";
+    if (engine.Firmware().prepares != 0) {
+        text << "  " << engine.Firmware().Line() << "; " << engine.Firmware().downloads
+             << " downloads came whole\n";
     }
-    if (options.requests != 0) {
-        limits.requests = static_cast<std::uint64_t>(options.requests);
-    }
-    return limits;
+    return text.str();
 }
 
-/// Prints what happens. Lines are gathered and printed once a pass.
-class Printer
+/// Prints what is observed, once a pass, and sets `ready`. The arguments must outlive the observer.
+void Attach(Observer& observer, std::string& lines, const std::string& serving, const console::ReadySignal& ready)
 {
-public:
-    Observer observer;
-
-    /// `serving`: said, and `ready` set, as soon as the router can find the instrument.
-    Printer(const std::string& serving, const console::ReadySignal& ready, bool quiet)
-    {
-        if (!quiet) {
-            observer.event = [this](const std::string& what) {
-                const std::chrono::duration<double> time = console::Now() - m_start;
-                m_lines += Format("%11.6f ", time.count()) + what + "\n";
-            };
+    observer.pass = [&lines] {
+        if (!lines.empty()) {
+            console::Say(std::exchange(lines, {}));
         }
-        observer.pass = [this] {
-            if (!m_lines.empty()) {
-                console::Say(std::exchange(m_lines, {}));
-            }
-        };
-        observer.served = [this, serving, &ready] {
-            observer.Say(serving);
-            observer.pass();
-            ready.Set();
-        };
-    }
-    Printer(const Printer&) = delete;
-    Printer& operator=(const Printer&) = delete;
-
-private:
-    const Time m_start = console::Now();
-    std::string m_lines;
-};
+    };
+    observer.served = [&] {
+        observer.Say(serving);
+        observer.pass(); // the line comes before the signal
+        ready.Set();
+    };
+}
 
 int Play(const PlayProgram& program, const Options& options)
 {
@@ -142,26 +132,34 @@ int Play(const PlayProgram& program, const Options& options)
     const PlayProgram::Place place = program.place();
     const console::StopSignal stop(options.stopEvent);
     const console::ReadySignal ready(options.readyEvent);
-    const Printer printer(place.serving, ready, options.quiet);
-    Engine engine(options.script, printer.observer, expected);
-    const auto endpoint = program.makeEndpoint(engine, printer.observer, stop.Get());
     const Time start = console::Now();
-    const Endpoint::End end = endpoint->Run(LimitsOf(options));
-    printer.observer.pass();
-    switch (end) {
-    case Endpoint::End::Taken: return console::Fail(program.name, place.taken, PlayProgram::Taken);
-    case Endpoint::End::Refused:
+    std::string lines; // gathered, printed once a pass
+    Observer observer;
+    if (!options.quiet) {
+        observer.event = [&](const std::string& what) {
+            lines += console::Format("%11.6f ", std::chrono::duration<double>(console::Now() - start).count()) +
+                     what + "\n";
+        };
+    }
+    Attach(observer, lines, place.serving, ready);
+    Engine engine(options.script, observer, expected);
+    const auto endpoint = program.makeEndpoint(engine, observer, stop.Get());
+    const Endpoint::End end = endpoint->Run(options.limits);
+    observer.pass();
+    if (end == Endpoint::End::Taken) {
+        return console::Fail(program.name, place.taken, PlayProgram::Taken);
+    }
+    if (end == Endpoint::End::Refused) {
         return console::Fail(program.name, place.refused + " (" + endpoint->Failure() + ")", PlayProgram::Refused);
-    default: break;
     }
     console::Say(SummaryOf(engine, console::Now() - start) + (end == Endpoint::End::Stopped ? "ended: stopped"
                                                               : end == Endpoint::End::TimeOver
                                                                   ? "ended: time over"
                                                                   : "ended: enough requests"));
-    if (expected && engine.Firmware().match != FirmwareReport::Match::Same) {
-        return console::Fail(program.name, "the expected firmware image did not arrive", PlayProgram::ImageWrong);
-    }
-    return PlayProgram::Good;
+    const bool arrived = !expected || engine.Firmware().match == FirmwareReport::Match::Same;
+    return arrived
+             ? PlayProgram::Good
+             : console::Fail(program.name, "the expected firmware image did not arrive", PlayProgram::ImageWrong);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
-// The script language: each of its phrases is one entry of a table, which reads it and explains it.
+// The script language: each of its phrases is one entry of a table, which reads it, does it and explains it.
 #include "instrument/Script.h"
 
+#include "console/TypedBytes.h"
 #include "instrument/Lexer.h"
 
 #include <algorithm>
@@ -10,184 +11,26 @@ namespace instrument {
 
 namespace {
 
-using Answer = ResponsePlan::Answer;
+using Plan = ResponsePlan;
 using Incident = FirmwareScript::Incident;
 
 constexpr std::int64_t MostBytes = 65535;
 
-/// What a part of a line does to its target: read once, done whenever the rule applies.
-template <class Target>
-using Change = std::function<void(Target&)>;
-template <class Target>
-using Part = std::function<Change<Target>(Lexer&)>;
-
-/// The words of `syntax` in lower case stand in the line as they are; the parts read what follows them.
+/// The words of `syntax` in lower case stand in the line as they are; `read` takes what follows them and does to
+/// `target` what the line says.
 template <class Target>
 struct Phrase
 {
     const char* syntax;
     const char* help;
-    std::vector<Part<Target>> parts;
-
-    template <class... Parts>
-    Phrase(const char* words, const char* meaning, Parts... each)
-        : syntax(words), help(meaning), parts{std::move(each)...}
-    {
-    }
-
-    Change<Target> Read(Lexer& in) const
-    {
-        std::vector<Change<Target>> changes;
-        std::ranges::transform(parts, std::back_inserter(changes), [&](const auto& part) { return part(in); });
-        return [=](Target& target) { std::ranges::for_each(changes, [&](const auto& each) { each(target); }); };
-    }
+    void (*read)(Lexer& in, Target& target);
 };
 
-/// Reads nothing and sets a field.
-template <class Target, class Value>
-Part<Target> Set(Value Target::* field, const std::type_identity_t<Value>& value)
-{
-    return [=](Lexer&) { return [=](Target& target) { target.*field = value; }; };
-}
-
-/// Sets a field to what `read` takes from the line.
-template <class Target, class Value, class Read>
-Part<Target> Take(Value Target::* field, Read read)
-{
-    return [=](Lexer& in) {
-        const auto value = static_cast<Value>(std::invoke(read, in));
-        return [=](Target& target) { target.*field = value; };
-    };
-}
-
-/// The same, unless the action ends here.
-template <class Target, class Value, class Read>
-Part<Target> MayTake(Value Target::* field, Read read)
-{
-    return [part = Take(field, read)](Lexer& in) {
-        return in.AtEndOfAction() ? Change<Target>([](Target&) {}) : part(in);
-    };
-}
-
-auto Number(const char* what, std::int64_t least, std::int64_t most = Lexer::Most)
-{
-    return [=](Lexer& in) { return in.Number(what, least, most); };
-}
-
-constexpr auto Milliseconds = &Lexer::Milliseconds;
-constexpr auto Payload = &Lexer::Payload;
-
-Bytes Text(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
-
-using When = Phrase<Trigger>;
-
-const std::vector<When> RequestTriggers = {
-    When("always", "the default"),
-    When("request N", "the N-th",
-         [](Lexer& in) {
-             const auto number = static_cast<std::uint64_t>(in.Number("request number", 1));
-             return [=](Trigger& trigger) { trigger.first = trigger.last = number; };
-         }),
-    When("requests N to M", "from the N-th to the M-th; \"requests N on\": from the N-th on",
-         Take(&Trigger::first, Number("request number", 1)),
-         Take(&Trigger::last,
-              [](Lexer& in) {
-                  return in.Accept("to") ? in.Number("request number", 1) : (in.Expect("on"), Lexer::Most);
-              })),
-    When("every N", "each N-th", Take(&Trigger::every, Number("count of requests", 1))),
-    When("chance P", "P percent of them, drawn by \"seed\"",
-         Take(&Trigger::percent, Number("chance in percent", 0, 100))),
-    When("from TYPE,PORT", "only of that port; also after any of the above",
-         Take(&Trigger::from, &Lexer::PortAddress)),
-};
-
-const std::vector<When> TimeTriggers = {
-    When("connected", "as soon as the router is connected", Set(&Trigger::after, Time::zero())),
-    When("after MS", "once, so long after the connection", Take(&Trigger::after, Milliseconds)),
-    When("each MS", "again and again, so long after the connection and after each other",
-         Set(&Trigger::repeats, true),
-         Take(&Trigger::after,
-              [](Lexer& in) {
-                  const Time time = in.Milliseconds();
-                  return time != Time::zero() ? time : throw ParseError("'each' needs a time above 0");
-              })),
-};
-
-Change<ResponsePlan> SendTo(Address to, Lexer& in)
-{
-    const auto payload = in.AtEndOfAction() ? std::nullopt : std::optional(in.Payload());
-    return [=](ResponsePlan& plan) { plan.extras.push_back({to, payload}); };
-}
-
-/// "[after N] [back MS]"; without "after" `after` bytes.
-Vanishing ReadVanishing(Lexer& in, std::optional<std::size_t> after)
-{
-    if (!after && in.Accept("after")) {
-        after = in.Number("count of bytes", 0);
-    }
-    return {after, in.Accept("back") ? std::optional(in.Milliseconds()) : std::nullopt};
-}
-
-using Plan = ResponsePlan;
-using Does = Phrase<Plan>;
-
-const std::vector<Does> Actions = {
-    Does("echo", "answer with the request's payload, to its sender (the default)",
-         Set(&Plan::answer, Answer::Echo)),
-    Does("silence", "don't answer", Set(&Plan::answer, Answer::None)),
-    Does("reply PAYLOAD", "answer with this", Set(&Plan::answer, Answer::Fixed),
-         Take(&Plan::fixedAnswer, Payload)),
-    Does("send TYPE,PORT [PAYLOAD]", "one more packet, after the answer; without a payload the request's",
-         [](Lexer& in) { return SendTo(in.PortAddress(), in); }),
-    Does("broadcast [PAYLOAD]", "the same to 255,2, which the router hands to every port numbered 2",
-         [](Lexer& in) { return SendTo({255, 2}, in); }),
-    Does("delay MS", "answer so long after the request", Take(&Plan::delay, Milliseconds)),
-    Does("duplicate [N]", "send the answer N times in all (2)", Set(&Plan::copies, 2),
-         MayTake(&Plan::copies, Number("count of copies", 1, 1000))),
-    Does("corrupt", "first byte of the payload wrong, checksum fitting it", Set(&Plan::wrongPayload, true)),
-    Does("checksum", "wrong checksum", Set(&Plan::wrongChecksum, true)),
-    Does("number N", "packet number of the answer; the following ones count on from it",
-         Take(&Plan::packetNumber, Number("packet number", 0, 255))),
-    Does("gap [N]", "leave out N packet numbers (1) before the answer", Set(&Plan::skippedNumbers, 1),
-         MayTake(&Plan::skippedNumbers, Number("count of numbers", 1, 255))),
-    Does("garbage N", "N random bytes before the answer",
-         Take(&Plan::garbage, Number("count of bytes", 1, MostBytes))),
-    Does("raw PAYLOAD", "these bytes, unframed, before the answer", Take(&Plan::rawAhead, Payload)),
-    Does("split N [MS]", "the answer in writes of N bytes, so long apart (0)",
-         Take(&Plan::splitInto, Number("count of bytes", 1, MostBytes)), Set(&Plan::splitGap, Time::zero()),
-         MayTake(&Plan::splitGap, Milliseconds)),
-    Does("merge N [MS]", "hold the answer until N packets are together (at most 100 ms), one write for all",
-         Take(&Plan::mergeOf, Number("count of packets", 2, 10000)),
-         Set(&Plan::mergeWait, std::chrono::milliseconds(100)), MayTake(&Plan::mergeWait, Milliseconds)),
-    Does("vanish [after N] [back MS]",
-         "after N bytes of the answer (half of it) go away as if unplugged; be there again\nafter MS, else never",
-         Take(&Plan::vanishing, [](Lexer& in) { return ReadVanishing(in, std::nullopt); })),
-};
-
-using Instead = Phrase<Incident>;
-
-Vanishing VanishAfterAnswer(Lexer& in)
-{
-    return ReadVanishing(in, SIZE_MAX);
-}
-
-const std::vector<Instead> Incidents = {
-    Instead("fail", "DOWNLOAD_FAIL", Set(&Incident::text, Text("DOWNLOAD_FAIL\r"))),
-    Instead("ready", "FIRMWARE_READY", Set(&Incident::text, Text("FIRMWARE_READY\r"))),
-    Instead("rebooting [back MS]", "REBOOTING; with \"back\", vanish and be there again after MS",
-            Set(&Incident::text, Text("REBOOTING\r")), MayTake(&Incident::vanishing, VanishAfterAnswer)),
-    Instead("silence", "no answer", Set(&Incident::ends, false)),
-    Instead("vanish [back MS]", "no answer, and gone", Take(&Incident::vanishing, VanishAfterAnswer)),
-    Instead("answer PAYLOAD", "this", Take(&Incident::text, Payload)),
-};
-
+/// The lower-case words that `syntax` begins with.
 std::vector<std::string_view> FixedWords(std::string_view syntax)
 {
     std::vector<std::string_view> words;
-    while (!syntax.empty() && (syntax[0] >= 'a' && syntax[0] <= 'z')) {
+    while (!syntax.empty() && syntax[0] >= 'a' && syntax[0] <= 'z') {
         const std::size_t end = std::min(syntax.find(' '), syntax.size());
         words.push_back(syntax.substr(0, end));
         syntax.remove_prefix(std::min(end + 1, syntax.size()));
@@ -219,78 +62,195 @@ const Phrase<Target>* Find(const std::vector<Phrase<Target>>& phrases, Lexer& in
              : throw ParseError("'" + in.Next("") + "' must be followed by one of: " + continuations);
 }
 
+/// The same, but never null; `what` names the kind of phrase.
 template <class Target>
-Change<Target> Read(const std::vector<Phrase<Target>>& phrases, Lexer& in, const std::string& what)
+const Phrase<Target>& Get(const std::vector<Phrase<Target>>& phrases, Lexer& in, const std::string& what)
 {
     const Phrase<Target>* const phrase = Find(phrases, in);
-    return phrase != nullptr ? phrase->Read(in) : throw ParseError("'" + in.Next(what) + "' is not " + what);
+    return phrase != nullptr ? *phrase : throw ParseError("'" + in.Next(what) + "' is not " + what);
 }
 
-Flood ReadFlood(Lexer& in)
-{
-    static const Phrase<Flood> parts("", "", Take(&Flood::to, &Lexer::PortAddress),
-                                     Take(&Flood::payloadLength, Number("payload length", 1, MostBytes)),
-                                     MayTake(&Flood::perSecond, Number("rate per second", 0, 1'000'000)),
-                                     MayTake(&Flood::count, Number("count of packets", 0)));
-    Flood flood;
-    parts.Read(in)(flood);
-    return flood;
-}
-
-Incident ReadIncident(Lexer& in)
-{
-    Incident incident;
-    incident.at =
-        in.Accept("done") ? FirmwareScript::AtDone : static_cast<std::uint64_t>(in.Number("chunk number", 1));
-    Read(Incidents, in, "what happens then")(incident);
-    return incident;
-}
-
-using States = Phrase<Script>;
-
-const std::vector<States> Statements = {
-    States("flood TYPE,PORT SIZE [RATE [COUNT]]",
-           "unrequested packets, RATE a second (0, the default: as fast as\n"
-           "they are taken), COUNT in all (0, the default: without end); numbered payloads",
-           Take(&Script::flood, ReadFlood)),
-    States("numbers from N",
-           "the first packet number of a connection (1); the router reports the 0 after 255 as a gap",
-           Set(&Script::numbersAreZero, false), Take(&Script::firstNumber, Number("packet number", 0, 255))),
-    States("numbers zero", "every packet numbered 0, with which the router never finds fault",
-           Set(&Script::numbersAreZero, true)),
-    States("seed N", "of \"chance\" and \"garbage\" (1)", Take(&Script::seed, Number("seed", 0, UINT32_MAX))),
-    States("write N", "at most N bytes in one write (65535)",
-           Take(&Script::largestWrite, Number("count of bytes", 1, 1'000'000))),
+const std::vector<Phrase<Trigger>> RequestTriggers = {
+    {"always", "the default", [](Lexer&, Trigger&) {}},
+    {"request N", "the N-th",
+     [](Lexer& in, Trigger& trigger) { trigger.first = trigger.last = in.Number("request number", 1); }},
+    {"requests N to M", "from the N-th to the M-th; \"requests N on\": from the N-th on",
+     [](Lexer& in, Trigger& trigger) {
+         trigger.first = in.Number("request number", 1);
+         if (in.Accept("to")) {
+             trigger.last = in.Number("request number", 1);
+         } else {
+             in.Expect("on");
+         }
+     }},
+    {"every N", "each N-th",
+     [](Lexer& in, Trigger& trigger) { trigger.every = in.Number("count of requests", 1); }},
+    {"chance P", "P percent of them, drawn by \"seed\"",
+     [](Lexer& in, Trigger& trigger) { trigger.percent = in.Number("chance in percent", 0, 100); }},
+    {"from TYPE,PORT", "only of that port; also after any of the above",
+     [](Lexer& in, Trigger& trigger) { trigger.from = in.PortAddress(); }},
 };
 
-using Firmware = FirmwareScript;
-using Boots = Phrase<Firmware>;
+const std::vector<Phrase<Trigger>> TimeTriggers = {
+    {"connected", "as soon as the router is connected",
+     [](Lexer&, Trigger& trigger) { trigger.after = Time::zero(); }},
+    {"after MS", "once, so long after the connection",
+     [](Lexer& in, Trigger& trigger) { trigger.after = in.Milliseconds(); }},
+    {"each MS", "again and again, so long after the connection and after each other",
+     [](Lexer& in, Trigger& trigger) {
+         trigger.after = in.Milliseconds();
+         trigger.repeats = true;
+         if (trigger.after == Time::zero()) {
+             throw ParseError("'each' needs a time above 0");
+         }
+     }},
+};
+
+void AddPacket(Plan& plan, Address to, Lexer& in)
+{
+    plan.extras.push_back({to, in.AtEndOfAction() ? std::nullopt : std::optional(in.Payload())});
+}
+
+/// "[back MS]".
+std::optional<Time> TimeOfReturn(Lexer& in)
+{
+    return in.Accept("back") ? std::optional(in.Milliseconds()) : std::nullopt;
+}
+
+const std::vector<Phrase<Plan>> Actions = {
+    {"echo", "answer with the request's payload, to its sender (the default)",
+     [](Lexer&, Plan& plan) { plan.answer = Plan::Answer::Echo; }},
+    {"silence", "don't answer", [](Lexer&, Plan& plan) { plan.answer = Plan::Answer::None; }},
+    {"reply PAYLOAD", "answer with this",
+     [](Lexer& in, Plan& plan) {
+         plan.answer = Plan::Answer::Fixed;
+         plan.fixedAnswer = in.Payload();
+     }},
+    {"send TYPE,PORT [PAYLOAD]", "one more packet, after the answer; without a payload the request's",
+     [](Lexer& in, Plan& plan) { AddPacket(plan, in.PortAddress(), in); }},
+    {"broadcast [PAYLOAD]", "the same to 255,2, which the router hands to every port numbered 2",
+     [](Lexer& in, Plan& plan) { AddPacket(plan, {255, 2}, in); }},
+    {"delay MS", "answer so long after the request",
+     [](Lexer& in, Plan& plan) { plan.delay = in.Milliseconds(); }},
+    {"duplicate [N]", "send the answer N times in all (2)",
+     [](Lexer& in, Plan& plan) {
+         plan.copies = in.AtEndOfAction() ? 2 : in.Number<unsigned>("count of copies", 1, 1000);
+     }},
+    {"corrupt", "first byte of the payload wrong, checksum fitting it",
+     [](Lexer&, Plan& plan) { plan.wrongPayload = true; }},
+    {"checksum", "wrong checksum", [](Lexer&, Plan& plan) { plan.wrongChecksum = true; }},
+    {"number N", "packet number of the answer; the following ones count on from it",
+     [](Lexer& in, Plan& plan) { plan.packetNumber = in.Number<std::uint8_t>("packet number", 0, 255); }},
+    {"gap [N]", "leave out N packet numbers (1) before the answer",
+     [](Lexer& in, Plan& plan) {
+         plan.skippedNumbers = in.AtEndOfAction() ? 1 : in.Number<unsigned>("count of numbers", 1, 255);
+     }},
+    {"garbage N", "N random bytes before the answer",
+     [](Lexer& in, Plan& plan) { plan.garbage = in.Number<std::size_t>("count of bytes", 1, MostBytes); }},
+    {"raw PAYLOAD", "these bytes, unframed, before the answer",
+     [](Lexer& in, Plan& plan) { plan.rawAhead = in.Payload(); }},
+    {"split N [MS]", "the answer in writes of N bytes, so long apart (0)",
+     [](Lexer& in, Plan& plan) {
+         plan.splitInto = in.Number<std::size_t>("count of bytes", 1, MostBytes);
+         plan.splitGap = in.AtEndOfAction() ? Time::zero() : in.Milliseconds();
+     }},
+    {"merge N [MS]", "hold the answer until N packets are together (at most 100 ms), one write for all",
+     [](Lexer& in, Plan& plan) {
+         plan.mergeOf = in.Number<std::size_t>("count of packets", 2, 10000);
+         plan.mergeWait = in.AtEndOfAction() ? std::chrono::milliseconds(100) : in.Milliseconds();
+     }},
+    {"vanish [after N] [back MS]",
+     "after N bytes of the answer (half of it) go away as if unplugged; be there again\nafter MS, else never",
+     [](Lexer& in, Plan& plan) {
+         plan.vanishing.emplace();
+         if (in.Accept("after")) {
+             plan.vanishing->after = in.Number<std::size_t>("count of bytes", 0);
+         }
+         plan.vanishing->back = TimeOfReturn(in);
+     }},
+};
+
+const std::vector<Phrase<Incident>> Incidents = {
+    {"fail", "DOWNLOAD_FAIL",
+     [](Lexer&, Incident& incident) { incident.text = console::BytesOfText("DOWNLOAD_FAIL\r"); }},
+    {"ready", "FIRMWARE_READY",
+     [](Lexer&, Incident& incident) { incident.text = console::BytesOfText("FIRMWARE_READY\r"); }},
+    {"rebooting [back MS]", "REBOOTING; with \"back\", vanish and be there again after MS",
+     [](Lexer& in, Incident& incident) {
+         incident.text = console::BytesOfText("REBOOTING\r");
+         if (const auto back = TimeOfReturn(in)) {
+             incident.vanishing = {SIZE_MAX, back};
+         }
+     }},
+    {"silence", "no answer", [](Lexer&, Incident& incident) { incident.ends = false; }},
+    {"vanish [back MS]", "no answer, and gone",
+     [](Lexer& in, Incident& incident) { incident.vanishing = {SIZE_MAX, TimeOfReturn(in)}; }},
+    {"answer PAYLOAD", "this", [](Lexer& in, Incident& incident) { incident.text = in.Payload(); }},
+};
 
 // A chunk size may be any number: a foolish one shows what the router makes of it.
-const std::vector<Boots> FirmwareStatements = {
-    Boots("firmware accept [SIZE]", "answer PREPARE_DOWNLOAD with the announced size and this chunk size (4000)",
-          Set(&Firmware::prepareAnswer, std::nullopt), Set(&Firmware::echoOffset, 0),
-          MayTake(&Firmware::chunkSize, Number("chunk size", -Lexer::Most))),
-    Boots("firmware deny", "answer it with DENY", Set(&Firmware::prepareAnswer, Text("DENY\r"))),
-    Boots("firmware wrong-echo", "answer it with a size that is 1 too large",
-          Set(&Firmware::prepareAnswer, std::nullopt), Set(&Firmware::echoOffset, 1)),
-    Boots("firmware answer PAYLOAD", "answer it with this", Take(&Firmware::prepareAnswer, Payload)),
-    Boots("firmware unanswered N", "don't answer the first N of them",
-          Take(&Firmware::unansweredPrepares, Number("count of messages", 0))),
-    Boots("firmware delay MS", "before each answer of the bootloader", Take(&Firmware::delay, Milliseconds)),
-    Boots("firmware quiet", "don't answer chunks, only the closing message", Set(&Firmware::answersChunks, false)),
-    Boots("firmware at WHERE WHAT",
-          "WHERE: the number of a chunk, counted from 1, or \"done\", the closing message. Once:",
-          Take(&Firmware::incident, ReadIncident)),
+const std::vector<Phrase<Script>> Statements = {
+    {"flood TYPE,PORT SIZE [RATE [COUNT]]",
+     "unrequested packets, RATE a second (0, the default: as fast as\n"
+     "they are taken), COUNT in all (0, the default: without end); numbered payloads",
+     [](Lexer& in, Script& script) {
+         script.flood = {in.PortAddress(), in.Number<std::size_t>("payload length", 1, MostBytes),
+                         in.AtEndOfAction() ? 0 : in.Number("rate per second", 0, 1'000'000),
+                         in.AtEndOfAction() ? 0 : in.Number("count of packets", 0)};
+     }},
+    {"numbers from N", "the first packet number of a connection (1); the router reports the 0 after 255 as a gap",
+     [](Lexer& in, Script& script) {
+         script.numbersAreZero = false;
+         script.firstNumber = in.Number<std::uint8_t>("packet number", 0, 255);
+     }},
+    {"numbers zero", "every packet numbered 0, with which the router never finds fault",
+     [](Lexer&, Script& script) { script.numbersAreZero = true; }},
+    {"seed N", "of \"chance\" and \"garbage\" (1)",
+     [](Lexer& in, Script& script) { script.seed = in.Number<std::uint32_t>("seed", 0, UINT32_MAX); }},
+    {"write N", "at most N bytes in one write (65535)",
+     [](Lexer& in, Script& script) {
+         script.largestWrite = in.Number<std::size_t>("count of bytes", 1, 1'000'000);
+     }},
+    {"firmware accept [SIZE]", "answer PREPARE_DOWNLOAD with the announced size and this chunk size (4000)",
+     [](Lexer& in, Script& script) {
+         script.firmware.prepareAnswer.reset();
+         script.firmware.echoOffset = 0;
+         if (!in.AtEndOfAction()) {
+             script.firmware.chunkSize = in.Number<std::int64_t>("chunk size", -Lexer::Most);
+         }
+     }},
+    {"firmware deny", "answer it with DENY",
+     [](Lexer&, Script& script) { script.firmware.prepareAnswer = console::BytesOfText("DENY\r"); }},
+    {"firmware wrong-echo", "answer it with a size that is 1 too large",
+     [](Lexer&, Script& script) {
+         script.firmware.prepareAnswer.reset();
+         script.firmware.echoOffset = 1;
+     }},
+    {"firmware answer PAYLOAD", "answer it with this",
+     [](Lexer& in, Script& script) { script.firmware.prepareAnswer = in.Payload(); }},
+    {"firmware unanswered N", "don't answer the first N of them",
+     [](Lexer& in, Script& script) { script.firmware.unansweredPrepares = in.Number("count of messages", 0); }},
+    {"firmware delay MS", "before each answer of the bootloader",
+     [](Lexer& in, Script& script) { script.firmware.delay = in.Milliseconds(); }},
+    {"firmware quiet", "don't answer chunks, only the closing message",
+     [](Lexer&, Script& script) { script.firmware.answersChunks = false; }},
+    {"firmware at WHERE WHAT",
+     "WHERE: the number of a chunk, counted from 1, or \"done\", the closing message. Once:",
+     [](Lexer& in, Script& script) {
+         Incident incident;
+         incident.at = in.Accept("done") ? FirmwareScript::AtDone : in.Number("chunk number", 1);
+         Get(Incidents, in, "what happens then").read(in, incident);
+         script.firmware.incident = std::move(incident);
+     }},
 };
 
 Trigger ReadTrigger(Lexer& in)
 {
     Trigger trigger;
     if (const auto* const timed = Find(TimeTriggers, in)) {
-        timed->Read(in)(trigger);
+        timed->read(in, trigger);
     } else {
-        Read(RequestTriggers, in, "a condition")(trigger);
+        Get(RequestTriggers, in, "a condition").read(in, trigger);
         if (in.Accept("from")) {
             trigger.from = in.PortAddress();
         }
@@ -300,12 +260,9 @@ Trigger ReadTrigger(Lexer& in)
 }
 
 /// Without a request there is nothing to answer and no payload to send on.
-void CheckTimedRule(const Rule& rule)
+void CheckTimedRule(const Plan& plan)
 {
-    ResponsePlan plan;
-    plan.answer = Answer::None;
-    rule.Apply(plan);
-    if (plan.answer != Answer::None) {
+    if (plan.answer != Plan::Answer::None) {
         throw ParseError("an answer needs a request");
     }
     if (!std::ranges::all_of(plan.extras, [](const auto& extra) { return extra.payload.has_value(); })) {
@@ -319,13 +276,31 @@ Rule ReadRule(Lexer& in)
     if (in.Has(":")) {
         rule.trigger = ReadTrigger(in);
     }
+    Plan plan;
+    plan.answer = Plan::Answer::None;
     do {
-        rule.actions.push_back(Read(Actions, in, "an action"));
+        const Phrase<Plan>& action = Get(Actions, in, "an action");
+        rule.actions.push_back([&action, words = in](Plan& target) {
+            Lexer again = words;
+            action.read(again, target);
+        });
+        action.read(in, plan);
     } while (in.Accept(";"));
     if (rule.trigger.after) {
-        CheckTimedRule(rule);
+        CheckTimedRule(plan);
     }
     return rule;
+}
+
+void ReadLine(Script& script, std::string_view line)
+{
+    Lexer in(line);
+    if (const auto* const statement = Find(Statements, in)) {
+        statement->read(in, script);
+    } else if (!in.AtEnd()) {
+        script.rules.push_back(ReadRule(in));
+    }
+    in.ExpectEnd();
 }
 
 /// A line for each phrase: syntax, and what it means from column 26 on.
@@ -361,27 +336,19 @@ void Rule::Apply(ResponsePlan& plan) const
     }
 }
 
-std::optional<ScriptError> AddScriptLine(Script& script, std::string_view line)
+std::optional<std::string> AddScriptLine(Script& script, std::string_view line)
 {
     try {
-        Lexer in(line);
-        Change<Script> change = [](Script&) {};
-        if (const auto* const statement = Find(Statements, in)) {
-            change = statement->Read(in);
-        } else if (const auto* const firmware = Find(FirmwareStatements, in)) {
-            change = [of = firmware->Read(in)](Script& all) { of(all.firmware); };
-        } else if (!in.AtEnd()) {
-            change = [rule = ReadRule(in)](Script& all) { all.rules.push_back(rule); };
-        }
-        in.ExpectEnd();
-        change(script);
+        Script scratch; // a wrong line is found here and changes nothing
+        ReadLine(scratch, line);
+        ReadLine(script, line);
         return std::nullopt;
     } catch (const ParseError& wrong) {
         return wrong.what();
     }
 }
 
-std::optional<ScriptError> AddScriptText(Script& script, std::string_view text)
+std::optional<std::string> AddScriptText(Script& script, std::string_view text)
 {
     std::size_t number = 1;
     for (std::size_t at = 0; at < text.size(); ++number) {
@@ -413,7 +380,7 @@ PAYLOAD: hex digits and texts in double quotes in any order: 02 "abc\r\n" 0003. 
 
 Other lines:
 )" + HelpOf(Statements) +
-           HelpOf(FirmwareStatements) + HelpOf(Incidents, 6);
+           HelpOf(Incidents, 6);
 }
 
 } // namespace instrument

@@ -121,14 +121,12 @@ struct Script
     std::size_t largestWrite = 65535;
 };
 
-/// What is wrong with a line, in one line of English.
-using ScriptError = std::string;
-
 /// Adds one line of the script language (see ScriptHelp) to `script`. Empty lines and comments change nothing.
-std::optional<ScriptError> AddScriptLine(Script& script, std::string_view line);
+/// Returns what is wrong with the line, in one line of English; a wrong line changes nothing.
+std::optional<std::string> AddScriptLine(Script& script, std::string_view line);
 
 /// Adds all lines of `text`; the error, if any, begins with "line N: ".
-std::optional<ScriptError> AddScriptText(Script& script, std::string_view text);
+std::optional<std::string> AddScriptText(Script& script, std::string_view text);
 
 /// The language, as a text for people.
 std::string ScriptHelp();

@@ -5,8 +5,6 @@
 #include "tests/instrument/InstrumentDriver.h"
 #include "tests/instrument/RemoteCall.h"
 #include "win32/Handle.h"
-#include "win32/OverlappedOperation.h"
-#include "win32/WaitSet.h"
 
 #include <cstring>
 #include <exception>
@@ -35,31 +33,27 @@ class UsbEndpoint : public Endpoint
 {
 public:
     UsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer, HANDLE stop)
-        : Endpoint(engine, observer),
+        : Endpoint(engine, observer, stop,
+                   // The written bytes come before the connection's end: what the router wrote before it went is
+                   // taken.
+                   {{&m_supply, [this] { ResultOf(m_supply, m_remote.Get()); }},
+                    {&m_take, [this] { OnTaken(); }},
+                    {&m_watch, [this] { OnWatched(); }}}),
           m_place(place),
           m_slotTurn(::CreateMutexW(nullptr, FALSE,
                                     (L"Local\\MorvaneTestInstrumentSlot" + std::to_wstring(place.slot)).c_str())),
-          m_taken(sizeof(bus::Taken) + LongestWrite),
-          m_waits(stop, m_supply.EventHandle(), m_take.EventHandle(), m_watch.EventHandle())
+          m_taken(sizeof(bus::Taken) + LongestWrite)
     {
     }
 
-    ~UsbEndpoint() override
-    {
-        if (m_slotOurs) {
-            ::ReleaseMutex(m_slotTurn.Get());
-        }
-    }
+    /// Refused, without effect, when the slot is another program's.
+    ~UsbEndpoint() override { ::ReleaseMutex(m_slotTurn.Get()); }
 
 private:
-    // The written bytes come before the connection's end: what the router wrote before it went is taken.
-    enum class Slot : DWORD { Stop, Supplied, Taken, Watched, TimedOut = WAIT_TIMEOUT, Failed = WAIT_FAILED };
-
     void Begin() override
     {
         const DWORD turn = ::WaitForSingleObject(m_slotTurn.Get(), 0);
-        m_slotOurs = turn == WAIT_OBJECT_0 || turn == WAIT_ABANDONED;
-        if (!m_slotOurs) {
+        if (turn != WAIT_OBJECT_0 && turn != WAIT_ABANDONED) {
             return FinishWith(End::Taken);
         }
         if (std::string fault = bus::InstallDriver(bus::DriverBesideProgram(), InstallationTimeout);
@@ -80,18 +74,6 @@ private:
         StartWatching();
     }
 
-    void Await(DWORD milliseconds) override
-    {
-        switch (m_waits.Any(milliseconds)) {
-        case Slot::Stop: FinishWith(End::Stopped); break;
-        case Slot::Supplied: OnSupplied(); break;
-        case Slot::Taken: OnTaken(); break;
-        case Slot::Watched: OnWatched(); break;
-        case Slot::TimedOut:
-        case Slot::Failed: break;
-        }
-    }
-
     bool IsWriting() const override { return m_supply.IsPending(); }
 
     void Write(const Bytes& bytes) override
@@ -103,7 +85,7 @@ private:
         // Refused, or mostly complete already because there is space: its event is then not waited for at all.
         m_supply.Control(m_remote.Get(), bus::RemoteSupply, m_supplied.data(),
                          static_cast<DWORD>(m_supplied.size()), nullptr, 0);
-        OnSupplied();
+        ResultOf(m_supply, m_remote.Get());
     }
 
     void Return() override
@@ -143,21 +125,17 @@ private:
         m_control->Unplug(m_place.slot);
     }
 
-    /// Ends the run because the driver fails a request.
-    void OnRefused(const char* what)
+    void OnFailure(const win32::OverlappedOperation& operation) override
     {
-        FinishWith(End::Refused, std::string(what) + " failed with error " + std::to_string(::GetLastError()));
-    }
-
-    /// True when the operation has its result; ends the run when it failed.
-    bool HasFinished(win32::OverlappedOperation& operation, const char* what)
-    {
-        DWORD length = 0;
-        const bool finished = operation.Finish(m_remote.Get(), length);
-        if (!finished && ::GetLastError() != ERROR_IO_INCOMPLETE) {
-            OnRefused(what);
+        const DWORD error = ::GetLastError();
+        // A connection that is over: the watch reports it next. Only a fault of the driver refuses anything else.
+        if (&operation == &m_supply && error == ERROR_DEVICE_NOT_CONNECTED) {
+            return;
         }
-        return finished;
+        const std::string what = &operation == &m_supply ? "supplying answers"
+                               : &operation == &m_take   ? "taking what is written"
+                                                         : "watching for the router";
+        FinishWith(End::Refused, what + " failed with error " + std::to_string(error));
     }
 
     void StartTaking()
@@ -166,14 +144,14 @@ private:
         if (!m_take.Control(m_remote.Get(), bus::RemoteTake, &target, sizeof target, m_taken.data(),
                             static_cast<DWORD>(m_taken.size())))
         {
-            OnRefused(Taking);
+            OnFailure(m_take);
         }
     }
 
     void OnTaken()
     {
         // What has come meanwhile is taken without going through the wait.
-        for (int step = 0; step < Burst && HasFinished(m_take, Taking); ++step) {
+        for (int step = 0; step < Burst && ResultOf(m_take, m_remote.Get()); ++step) {
             bus::Taken head{};
             std::memcpy(&head, m_taken.data(), sizeof head);
             if (head.connection > m_latestConnection) {
@@ -192,13 +170,13 @@ private:
         const bus::Watch watch{m_place.slot, m_connection};
         if (!m_watch.Control(m_remote.Get(), bus::RemoteWatch, &watch, sizeof watch, &m_watched, sizeof m_watched))
         {
-            OnRefused(Watching);
+            OnFailure(m_watch);
         }
     }
 
     void OnWatched()
     {
-        if (!HasFinished(m_watch, Watching)) {
+        if (!ResultOf(m_watch, m_remote.Get())) {
             return;
         }
         // A write of the next connection may have told of that already.
@@ -231,25 +209,8 @@ private:
         }
     }
 
-    void OnSupplied()
-    {
-        m_supply.ResetEvent();
-        DWORD length = 0;
-        if (m_supply.Finish(m_remote.Get(), length) || ::GetLastError() == ERROR_IO_INCOMPLETE) {
-            return;
-        }
-        // A connection that is over: the watch reports it next. Only a fault of the driver refuses anything else.
-        if (::GetLastError() != ERROR_DEVICE_NOT_CONNECTED) {
-            OnRefused("supplying answers");
-        }
-    }
-
-    static constexpr const char* Taking = "taking what is written";
-    static constexpr const char* Watching = "watching for the router";
-
     const UsbPlace m_place;
-    win32::KernelHandle m_slotTurn; // a mutex, ours while the slot is
-    bool m_slotOurs = false;
+    win32::KernelHandle m_slotTurn;                  // a mutex, ours while the slot is
     std::optional<bus::InstrumentControl> m_control; // whose handle keeps the device
     win32::FileHandle m_remote;
     std::vector<std::uint8_t> m_taken;
@@ -260,7 +221,6 @@ private:
     win32::OverlappedOperation m_supply;
     win32::OverlappedOperation m_take;
     win32::OverlappedOperation m_watch;
-    const win32::WaitSet<Slot, 4> m_waits;
 };
 
 } // namespace

@@ -1,4 +1,4 @@
-// Values of the simulated instrument that all its parts share. Portable.
+// What all parts of the simulated instrument share. Portable.
 #pragma once
 
 #include <chrono>

@@ -1,9 +1,8 @@
 // InstrumentBus: plays the instrument as a simulated USB device.
+#include "console/Format.h"
 #include "instrument/PlayProgram.h"
 
-#include <array>
 #include <charconv>
-#include <cstdio>
 
 namespace {
 
@@ -45,11 +44,10 @@ commandline::Handler StoreId(std::uint16_t& target)
 
 instrument::PlayProgram::Place Described(const instrument::UsbPlace& place)
 {
-    std::array<char, 100> text{};
-    std::snprintf(text.data(), text.size(), "plugged in at slot %u, vendor 0x%04X, product 0x%04X",
-                  static_cast<unsigned>(place.slot), static_cast<unsigned>(place.vendorId),
-                  static_cast<unsigned>(place.productId));
-    return {text.data(), "slot " + std::to_string(place.slot) + " is played by another program already",
+    return {console::Format("plugged in at slot %u, vendor 0x%04X, product 0x%04X",
+                            static_cast<unsigned>(place.slot), static_cast<unsigned>(place.vendorId),
+                            static_cast<unsigned>(place.productId)),
+            "slot " + std::to_string(place.slot) + " is played by another program already",
             "the device can't be played"};
 }
 

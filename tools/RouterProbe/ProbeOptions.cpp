@@ -1,8 +1,8 @@
 #include "ProbeOptions.h"
 
 #include "console/CommandLine.h"
+#include "console/TypedBytes.h"
 #include "console/WholeFile.h"
-#include "instrument/Lexer.h"
 #include "win32/Windows.h"
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <limits>
 #include <map>
+#include <stdexcept>
 
 using commandline::Error;
 using commandline::Handler;
@@ -65,7 +66,7 @@ Handler AddTo(std::vector<std::string>& list)
     };
 }
 
-/// A request made by `read`, which throws instrument::ParseError.
+/// A request made by `read`, which throws std::invalid_argument.
 template <class Read>
 Handler AddRequest(std::vector<ProbeOptions::Bytes>& requests, Read read)
 {
@@ -73,7 +74,7 @@ Handler AddRequest(std::vector<ProbeOptions::Bytes>& requests, Read read)
         try {
             requests.push_back(read(value));
             return std::nullopt;
-        } catch (const instrument::ParseError& wrong) {
+        } catch (const std::invalid_argument& wrong) {
             return wrong.what();
         }
     };
@@ -83,7 +84,7 @@ ProbeOptions::Bytes HexRequest(const std::string& value)
 {
     std::string digits = value;
     digits.erase(std::remove(digits.begin(), digits.end(), ' '), digits.end());
-    return instrument::BytesOfHex(digits);
+    return console::BytesOfHex(digits);
 }
 
 std::vector<commandline::Switch> SwitchesFor(ProbeOptions& options, Raw& raw)
@@ -97,7 +98,7 @@ std::vector<commandline::Switch> SwitchesFor(ProbeOptions& options, Raw& raw)
         {"--read-size", true, StoreNumber(raw.readSize, 1, INT32_MAX)},
         {"--write-size", true, StoreNumber(raw.writeSize, 1, INT32_MAX)},
         {"--text", true,
-         AddRequest(options.requests, [](const std::string& value) { return instrument::BytesOfText(value); })},
+         AddRequest(options.requests, [](const std::string& value) { return console::BytesOfText(value); })},
         {"--hex", true, AddRequest(options.requests, HexRequest)},
         {"--file", true,
          [&](const std::string& path) -> std::optional<Error> {
