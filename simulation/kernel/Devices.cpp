@@ -71,10 +71,10 @@ void FailTransfer(const Request& request, DWORD error)
 }
 
 // Ends a request that the driver kept, unless it has ended.
-void EndKept(DeviceFile& device, const OVERLAPPED* record)
+void EndKept(DeviceFile& device, std::uint64_t number)
 {
     const auto at = std::find_if(device.kept.begin(), device.kept.end(),
-                                 [=](const Request& kept) { return kept.record == record; });
+                                 [=](const Request& kept) { return kept.number == number; });
     if (at != device.kept.end()) {
         const Request kept = *at;
         device.kept.erase(at);
@@ -89,11 +89,10 @@ void Keep(DeviceFile& device, const Request& request, std::uint64_t longestUs)
     device.kept.push_back(request);
     const std::uint64_t until = NowUs() + Random(longestUs);
     const Ref<Object> held(&device);
-    const OVERLAPPED* const record = request.record;
-    StartFiber([held, record, until, &device] {
+    StartFiber([held, number = request.number, until, &device] {
         ++Current().inKernel;
         Block(until - NowUs(), nullptr);
-        EndKept(device, record);
+        EndKept(device, number);
     }).isProduct = false;
 }
 
@@ -104,7 +103,7 @@ void EndCancelled(DeviceFile& device, const Request& request)
     } else if (TheSwitches().Take(Switch::DeviceCancelsLate)) {
         device.kept.push_back(request);
         const Ref<Object> held(&device);
-        Defer([held, record = request.record, &device] { EndKept(device, record); });
+        Defer([held, number = request.number, &device] { EndKept(device, number); });
     } else {
         Complete(request, ERROR_OPERATION_ABORTED, 0);
     }
@@ -225,10 +224,11 @@ bool CancelDeviceRequest(Object& object, const OVERLAPPED* record, bool mustEnd)
         mustEnd ? Complete(request, ERROR_OPERATION_ABORTED, 0) : EndCancelled(device, request);
         return true;
     }
-    const bool isKept = std::any_of(device.kept.begin(), device.kept.end(),
-                                    [=](const Request& kept) { return kept.record == record; });
+    const auto kept = std::find_if(device.kept.begin(), device.kept.end(),
+                                   [=](const Request& request) { return request.record == record; });
+    const bool isKept = kept != device.kept.end();
     if (isKept && (mustEnd || TheSwitches().Take(Switch::DeviceCancelsLate))) {
-        EndKept(device, record);
+        EndKept(device, kept->number);
     }
     return isKept;
 }
@@ -244,6 +244,7 @@ BOOL StartTransfer(DeviceFile& device, const Request& request, bool isIn, std::s
     UsbInstrument& instrument = device.instrument;
     if (instrument.connection != &device) {
         instrument.connection = &device;
+        ++instrument.connections;
         instrument.fromRouter.clear();
         SetByWindows(instrument.wake.get());
     }

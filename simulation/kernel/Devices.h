@@ -35,6 +35,7 @@ struct UsbInstrument
     std::span<const EndpointKind> endpoints = UsualEndpoints;
     DWORD goneError = ERROR_GEN_FAILURE; // the driver's choice for requests to a device that is gone
     DeviceFile* connection = nullptr;    // the handle whose transfers it answers
+    std::uint64_t connections = 0;       // of which so many have begun
     std::deque<Bytes> toRouter;          // each completes one read
     std::deque<Bytes> fromRouter;        // written and not taken yet
     std::deque<Request> reads;

@@ -109,8 +109,12 @@ void operator delete(void* memory) noexcept
     if (memory == nullptr) {
         return;
     }
-    if (sim::IsProductAtWork() && sim::IsLent(memory, ::malloc_usable_size(memory))) {
-        sim::Fault("memory of a pending request is freed");
+    if (sim::IsProductAtWork()) {
+        const std::size_t size = ::malloc_usable_size(memory);
+        if (sim::IsLent(memory, size)) {
+            sim::Fault("memory of a pending request is freed");
+        }
+        sim::ForgetRecords(memory, size);
     }
     --sim::g_blocks;
     std::free(memory);

@@ -53,6 +53,7 @@ Request Accept(OVERLAPPED* record, Object& file, void* buffer, DWORD length)
     }
     SetLateEvents(record);
     Request request{record, nullptr, Ref<Object>(&file), static_cast<std::uint8_t*>(buffer), length, Current().id};
+    request.number = ++All().accepted;
     for (const Lent& lent : All().pending) {
         if (lent.record == record) {
             Fault("the record of a pending request is used for another one");
@@ -137,6 +138,17 @@ bool IsLent(const void* memory, std::size_t length) noexcept
         return overlaps(lent.record, sizeof(OVERLAPPED)) ||
                (lent.buffer != nullptr && overlaps(lent.buffer, lent.length));
     });
+}
+
+void ForgetRecords(const void* memory, std::size_t length) noexcept
+{
+    const auto* const begin = static_cast<const std::uint8_t*>(memory);
+    for (Requests::Late& late : All().late) {
+        const auto* const at = reinterpret_cast<const std::uint8_t*>(late.record);
+        if (begin <= at && at < begin + length) {
+            late.record = nullptr;
+        }
+    }
 }
 
 bool HasRequests(const Fiber& fiber)

@@ -21,6 +21,7 @@ struct Request
     DWORD length = 0;
     int fiber = 0;                 // that started it
     std::uint8_t* block = nullptr; // a transfer's, for the driver's statuses
+    std::uint64_t number = 0;      // of all requests of the run; a record may be that of another one later
 };
 
 /// A pending request's memory, which must neither be freed nor used for another request.
@@ -44,6 +45,7 @@ struct Requests
         int fiber;
     };
     std::list<Late> late;
+    std::uint64_t accepted = 0;
 };
 
 /// Takes the record: its event is reset, it says pending. A record that is still pending is a fault.
@@ -58,6 +60,8 @@ BOOL AnswerStart(const Request& request, DWORD* count);
 BOOL RefuseStart(const Request& request, DWORD error, bool byDevice);
 
 bool IsLent(const void* memory, std::size_t length) noexcept;
+/// Memory is freed: a later record at the same place is another one, wherever the heap puts it.
+void ForgetRecords(const void* memory, std::size_t length) noexcept;
 bool HasRequests(const Fiber& fiber);
 /// A thread's end cancels what it started.
 void CancelRequestsOf(const Fiber& fiber);

@@ -369,8 +369,9 @@ void Instrument::ServeUsb()
 void Instrument::ServeUsbConnection()
 {
     UsbInstrument& device = TheInstrument();
-    const DeviceFile* const connection = device.connection;
-    while (!MustLeave() && device.connection == connection) {
+    // Not by its address: the heap may give the next one the same.
+    const std::uint64_t connection = device.connections;
+    while (!MustLeave() && device.connection != nullptr && device.connections == connection) {
         StallNowAndThen();
         while (!device.fromRouter.empty()) {
             const Bytes bytes = std::move(device.fromRouter.front());
