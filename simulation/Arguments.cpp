@@ -22,6 +22,8 @@ const char* const HelpText =
 
   --tracer                  the tracer by itself, a seed a run: threads that trace, its files, a disk that fails
 
+  --transfers               usb/ by itself: direct and buffered transfers, aborted at any moment, and a cable
+
   --each-call               a scripted session, repeated with each of its calls failing once in each documented way
   --path pipe|usb           its way to the instrument (default: both, one after the other)
   --call N --error E        only with the Nth call failing in the Eth way; --trace prints it
@@ -73,8 +75,9 @@ bool ParseFlag(std::string_view word, Arguments& arguments)
     if (word == "--unplug") {
         return arguments.unplugs = true;
     }
-    if (word == "--tracer") {
-        return arguments.traces = true;
+    if (word == "--tracer" || word == "--transfers") {
+        arguments.subject = word == "--tracer" ? Subject::Tracer : Subject::Transfers;
+        return true;
     }
     return (word == "--help" || word == "-h") && (arguments.help = true);
 }

@@ -10,6 +10,9 @@
 
 namespace sim {
 
+/// What a run of seeds plays.
+enum class Subject { Router, Tracer, Transfers };
+
 struct Arguments
 {
     std::uint64_t first = 1; // seed
@@ -23,7 +26,7 @@ struct Arguments
     bool eachCall = false;
     std::optional<Path> path; // of --each-call; both otherwise
     bool unplugs = false;
-    bool traces = false;                          // the tracer by itself
+    Subject subject = Subject::Router;
     std::uint64_t hours = 24, everySeconds = 600; // of --unplug
     bool help = false;
     Options options;

@@ -7,6 +7,7 @@
 #include "simulation/scenario/Account.h"
 #include "simulation/scenario/Scenario.h"
 #include "simulation/scenario/TracerScenario.h"
+#include "simulation/scenario/TransferScenario.h"
 
 #include <chrono>
 #include <cstdio>
@@ -35,10 +36,25 @@ struct Sums
     }
 };
 
-/// What a run of seeds plays.
 auto PlayOf(const Arguments& arguments)
 {
-    return arguments.traces ? &sim::PlayTracer : &sim::PlayScenario;
+    switch (arguments.subject) {
+    case sim::Subject::Tracer: return &sim::PlayTracer;
+    case sim::Subject::Transfers: return &sim::PlayTransfers;
+    case sim::Subject::Router: break;
+    }
+    return &sim::PlayScenario;
+}
+
+/// How it is called, with a blank after it.
+const char* SwitchOf(const Arguments& arguments)
+{
+    switch (arguments.subject) {
+    case sim::Subject::Tracer: return "--tracer ";
+    case sim::Subject::Transfers: return "--transfers ";
+    case sim::Subject::Router: break;
+    }
+    return "";
 }
 
 double Since(Clock::time_point begin)
@@ -93,13 +109,13 @@ void PrintFailure(const Arguments& arguments, const sim::Options& options, const
         std::printf("  %llu faults were injected, the last into %s\n", Shown(outcome.injectedFaults),
                     outcome.injectedInto.c_str());
     }
-    std::string command = std::string("./simulate ") + (arguments.traces ? "--tracer " : "") + "--seed " +
+    std::string command = std::string("./simulate ") + SwitchOf(arguments) + "--seed " +
                           std::to_string(options.seed) + " --faults " + NameOf(options.faults);
     if (options.requests != 0) {
         command += " --requests " + std::to_string(options.requests);
     }
     std::printf("  replay it: %s --trace\n", command.c_str());
-    if (arguments.traces) {
+    if (arguments.subject != sim::Subject::Router) {
         return;
     }
     // The same seed with fewer requests, as far as it still fails: less to read.
@@ -157,7 +173,7 @@ int RunSeeds(const Arguments& arguments)
         return 0;
     }
     PrintSums(sums, Since(begin));
-    const bool whole = arguments.oneSeed || arguments.traces || PrintSwitches();
+    const bool whole = arguments.oneSeed || arguments.subject != sim::Subject::Router || PrintSwitches();
     if (arguments.countsMustBeWhole && !whole) {
         std::puts("a switch was never taken, or always");
         return 1;

@@ -50,9 +50,7 @@ BOOL Transfer(DeviceFile& device, bool isDirect, std::span<std::uint8_t> block, 
         return RefuseByDriver(device, request, error != ERROR_SUCCESS ? error : device.instrument.goneError);
     }
     LendBlock(request, block.data(), static_cast<DWORD>(block.size()));
-    if (!isDirect) {
-        Fault("buffered transfers of the bulk endpoints are not known here");
-    }
+    request.before = static_cast<DWORD>(offset);
     return StartTransfer(device, request, isIn, isIn ? std::span<std::uint8_t>() : data, returned);
 }
 

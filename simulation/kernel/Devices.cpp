@@ -43,7 +43,7 @@ void CompleteReads(UsbInstrument& instrument)
         if (bytes.empty()) {
             instrument.toRouter.pop_front();
         }
-        Complete(read, ERROR_SUCCESS, static_cast<DWORD>(count));
+        Complete(read, ERROR_SUCCESS, read.before + static_cast<DWORD>(count));
     }
 }
 
@@ -52,7 +52,7 @@ void CompleteWrites(UsbInstrument& instrument)
     while (!instrument.writes.empty() && instrument.takesWrites) {
         auto [request, bytes] = std::move(instrument.writes.front());
         instrument.writes.pop_front();
-        const auto count = static_cast<DWORD>(bytes.size());
+        const DWORD count = request.before + static_cast<DWORD>(bytes.size());
         instrument.fromRouter.push_back(std::move(bytes));
         Complete(request, ERROR_SUCCESS, count);
         SetByWindows(instrument.wake.get());

@@ -21,6 +21,7 @@ struct Request
     DWORD length = 0;
     int fiber = 0;                 // that started it
     std::uint8_t* block = nullptr; // a transfer's, for the driver's statuses
+    DWORD before = 0;              // bytes before the data, which a buffered transfer counts as well
     std::uint64_t number = 0;      // of all requests of the run; a record may be that of another one later
 };
 
