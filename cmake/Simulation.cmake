@@ -36,8 +36,8 @@ morvane_simulated(surroundings FOLDER console SOURCES CommandLine.cpp HexDump.cp
 morvane_simulated(surroundings FOLDER instrument SOURCES
     Bootloader.cpp Engine.cpp Lexer.cpp Output.cpp Script.cpp SequencedPayload.cpp)
 morvane_simulated(surroundings FOLDER simulation/scenario SOURCES
-    Account.cpp Client.cpp Instrument.cpp NoWindow.cpp Plan.cpp Scenario.cpp Surroundings.cpp TracerAccount.cpp TracerScenario.cpp
-    TransferScenario.cpp)
+    Account.cpp Client.cpp Instrument.cpp NoWindow.cpp Plan.cpp ReplyScenario.cpp Scenario.cpp Surroundings.cpp
+    TracerAccount.cpp TracerScenario.cpp TransferScenario.cpp)
 morvane_simulated(simulation FOLDER simulation SOURCES Arguments.cpp EachCall.cpp Main.cpp Unplugging.cpp)
 morvane_simulated(simulation_kernel FOLDER simulation/kernel SOURCES
     Call.cpp DeviceCalls.cpp DeviceControls.cpp Devices.cpp Disk.cpp Events.cpp Fiber.cpp Files.cpp Locks.cpp Memory.cpp Messages.cpp Objects.cpp
@@ -134,10 +134,11 @@ if(TARGET simulate_seeds_watched)
 endif()
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_tracer COMMAND simulate_seeds --tracer --seeds 2000 --quiet)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_transfers COMMAND simulate_seeds --transfers --seeds 1000 --quiet)
+add_test(NAME ${MORVANE_TEST_PREFIX}simulated_replies COMMAND simulate_seeds --replies --seeds 1000 --quiet)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_tracer_faults
     COMMAND simulate_seeds --tracer --from 1000001 --seeds 1000 --faults all --quiet)
 set_tests_properties(${MORVANE_TEST_PREFIX}simulated_tracer ${MORVANE_TEST_PREFIX}simulated_tracer_faults
-    ${MORVANE_TEST_PREFIX}simulated_transfers
+    ${MORVANE_TEST_PREFIX}simulated_transfers ${MORVANE_TEST_PREFIX}simulated_replies
     PROPERTIES LABELS simulation TIMEOUT 300)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_session_with_each_call_failing COMMAND simulate_seeds --each-call)
 add_test(NAME ${MORVANE_TEST_PREFIX}simulated_unplugging

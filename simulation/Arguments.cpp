@@ -23,6 +23,7 @@ const char* const HelpText =
   --tracer                  the tracer by itself, a seed a run: threads that trace, its files, a disk that fails
 
   --transfers               usb/ by itself: direct and buffered transfers, aborted at any moment, and a cable
+  --replies                 the reply path by itself, read from a pipe by a thread
 
   --each-call               a scripted session, repeated with each of its calls failing once in each documented way
   --path pipe|usb           its way to the instrument (default: both, one after the other)
@@ -75,8 +76,16 @@ bool ParseFlag(std::string_view word, Arguments& arguments)
     if (word == "--unplug") {
         return arguments.unplugs = true;
     }
-    if (word == "--tracer" || word == "--transfers") {
-        arguments.subject = word == "--tracer" ? Subject::Tracer : Subject::Transfers;
+    if (word == "--tracer") {
+        arguments.subject = Subject::Tracer;
+        return true;
+    }
+    if (word == "--transfers") {
+        arguments.subject = Subject::Transfers;
+        return true;
+    }
+    if (word == "--replies") {
+        arguments.subject = Subject::Replies;
         return true;
     }
     return (word == "--help" || word == "-h") && (arguments.help = true);

@@ -11,7 +11,7 @@
 namespace sim {
 
 /// What a run of seeds plays.
-enum class Subject { Router, Tracer, Transfers };
+enum class Subject { Router, Tracer, Transfers, Replies };
 
 struct Arguments
 {

@@ -5,6 +5,7 @@
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/Switches.h"
 #include "simulation/scenario/Account.h"
+#include "simulation/scenario/ReplyScenario.h"
 #include "simulation/scenario/Scenario.h"
 #include "simulation/scenario/TracerScenario.h"
 #include "simulation/scenario/TransferScenario.h"
@@ -41,6 +42,7 @@ auto PlayOf(const Arguments& arguments)
     switch (arguments.subject) {
     case sim::Subject::Tracer: return &sim::PlayTracer;
     case sim::Subject::Transfers: return &sim::PlayTransfers;
+    case sim::Subject::Replies: return &sim::PlayReplies;
     case sim::Subject::Router: break;
     }
     return &sim::PlayScenario;
@@ -52,6 +54,7 @@ const char* SwitchOf(const Arguments& arguments)
     switch (arguments.subject) {
     case sim::Subject::Tracer: return "--tracer ";
     case sim::Subject::Transfers: return "--transfers ";
+    case sim::Subject::Replies: return "--replies ";
     case sim::Subject::Router: break;
     }
     return "";

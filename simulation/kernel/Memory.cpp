@@ -89,6 +89,16 @@ Watched::~Watched()
     Current().isWatched = false;
 }
 
+ProductAtWork::ProductAtWork() noexcept
+{
+    Current().isProduct = true;
+}
+
+ProductAtWork::~ProductAtWork()
+{
+    Current().isProduct = false;
+}
+
 } // namespace sim
 
 void* operator new(std::size_t size)

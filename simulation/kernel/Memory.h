@@ -30,4 +30,15 @@ public:
     Watched& operator=(const Watched&) = delete;
 };
 
+/// The product at work on a thread of the scenario: faults strike its calls.
+class ProductAtWork
+{
+public:
+    ProductAtWork() noexcept;
+    ~ProductAtWork();
+
+private:
+    const Watched m_watched;
+};
+
 } // namespace sim

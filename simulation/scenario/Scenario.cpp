@@ -70,17 +70,6 @@ private:
     bool m_isRefused = false; // who asked for the port was told so
 };
 
-/// The product at work on the main thread: faults strike its calls.
-class ProductAtWork
-{
-public:
-    ProductAtWork() { Current().isProduct = true; }
-    ~ProductAtWork() { Current().isProduct = false; }
-
-private:
-    const Watched m_watched;
-};
-
 std::string Session::PipeNameOf(const PortPlan& port) const
 {
     const bool isOdd = m_plan.hasOddName && port.deviceType == m_plan.ports[0].deviceType;

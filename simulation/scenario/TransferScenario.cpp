@@ -1,6 +1,7 @@
 #include "simulation/scenario/TransferScenario.h"
 
 #include "simulation/kernel/Devices.h"
+#include "simulation/kernel/Memory.h"
 #include "simulation/kernel/Scheduler.h"
 #include "simulation/kernel/World.h"
 #include "usb/BulkTransfer.h"
@@ -228,9 +229,8 @@ void PlayTransfers()
 {
     TheWorld().faultOneIn = 0;
     const Echo echo;
-    Current().isProduct = true;
+    const ProductAtWork product;
     std::make_unique<Caller>()->Run();
-    Current().isProduct = false;
 }
 
 } // namespace sim
