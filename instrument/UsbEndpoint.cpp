@@ -26,7 +26,7 @@ constexpr std::size_t LongestWrite = 128u << 10;
 
 constexpr std::chrono::milliseconds InstallationTimeout{30'000};
 
-/// How long an instrument that goes lets the router read what was sent before.
+/// How long an instrument that leaves lets the router read what was sent before.
 constexpr std::chrono::milliseconds LastReads{200};
 
 class UsbEndpoint : public Endpoint
@@ -34,7 +34,7 @@ class UsbEndpoint : public Endpoint
 public:
     UsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer, HANDLE stop)
         : Endpoint(engine, observer, stop,
-                   // The written bytes come before the connection's end: what the router wrote before it went is
+                   // The written bytes come before the connection's end: what the router wrote before it left is
                    // taken.
                    {{&m_supply, [this] { ResultOf(m_supply, m_remote.Get()); }},
                     {&m_take, [this] { OnTaken(); }},
@@ -179,7 +179,7 @@ private:
         if (!ResultOf(m_watch, m_remote.Get())) {
             return;
         }
-        // A write of the next connection may have told of that already.
+        // A write of the next connection may have reported it already.
         if (m_watched.number == 0 || m_watched.number > m_latestConnection) {
             SetConnection(m_watched.number);
         }

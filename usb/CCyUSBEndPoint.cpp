@@ -129,7 +129,7 @@ void CCyUSBEndPoint::TakeData(usb::RequestBlock& block, std::uint32_t returned,
     const std::uint32_t offset = block.Header().dataOffset; // 0 in direct requests
     m_transferred = returned > offset ? returned - offset : 0;
     if (m_in) {
-        // A driver that tells of more than it was asked for is not believed.
+        // A driver may report more than was asked for: that is cut.
         m_transferred = static_cast<std::uint32_t>(std::min<std::size_t>(m_transferred, room.size()));
     }
     if (offset != 0 && m_in && m_transferred != 0) {

@@ -74,6 +74,14 @@ private:
     win32::Thread m_thread;
 };
 
+/// Now and then a transfer is aborted at once.
+void AwaitMostly(const usb::BulkTransfer& transfer)
+{
+    if (Random(16) != 0) {
+        ::WaitForSingleObject(transfer.EventHandle(), AnswerMs);
+    }
+}
+
 /// Writes numbered messages and reads what comes back.
 class Caller
 {
@@ -166,9 +174,7 @@ void Caller::Write()
     if (!m_write->BeginWrite(*m_out, std::move(message), bytes)) {
         return Fault("a write of an open device is not begun");
     }
-    if (Random(16) != 0) {
-        ::WaitForSingleObject(m_write->EventHandle(), AnswerMs);
-    }
+    AwaitMostly(*m_write);
     std::uint32_t length = 0;
     if (!m_write->HasEnded()) {
         m_write->Abort();
@@ -183,9 +189,7 @@ void Caller::Read()
     if (!m_read->BeginRead(*m_in, ReadLength)) {
         return Fault("a read of an open device is not begun");
     }
-    if (Random(16) != 0) {
-        ::WaitForSingleObject(m_read->EventHandle(), AnswerMs);
-    }
+    AwaitMostly(*m_read);
     std::uint32_t length = 0;
     if (!m_read->HasEnded()) {
         m_read->Abort();
