@@ -37,17 +37,20 @@ void Endpoint::Await(DWORD milliseconds)
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> events{m_stop};
     std::array<const Awaited*, MAXIMUM_WAIT_OBJECTS> pending{};
     DWORD count = 1;
+    DWORD completed = MAXIMUM_WAIT_OBJECTS; // the first that was done at once, for which no event is promised
     for (const Awaited& each : m_awaited) {
         if (each.operation->IsPending()) {
+            completed = each.operation->CompletedAtStart() ? std::min(completed, count) : completed;
             pending[count] = &each;
             events[count++] = each.operation->EventHandle();
         }
     }
-    const DWORD signalled = ::WaitForMultipleObjects(count, events.data(), FALSE, milliseconds);
+    const DWORD signalled =
+        ::WaitForMultipleObjects(count, events.data(), FALSE, completed < count ? 0 : milliseconds);
     if (signalled == WAIT_OBJECT_0) {
         FinishWith(End::Stopped);
-    } else if (signalled < count) {
-        pending[signalled]->onCompleted();
+    } else if (const DWORD first = std::min(signalled, completed); first < count) {
+        pending[first]->onCompleted();
     }
 }
 
