@@ -8,7 +8,8 @@ namespace driver {
 /// IRP_MJ_DEVICE_CONTROL of the remote control.
 NTSTATUS OnRemoteControl(IRP* irp);
 
-/// A handle, of an instrument or of the remote control, is about to close: ends its pending requests and unplugs its instruments.
+/// A handle, of an instrument or of the remote control, is about to close: ends its pending requests and unplugs
+/// its instruments.
 void DropFile(FILE_OBJECT* file);
 
 /// Takes the slot's instrument away as if unplugged; without the bus locked.
