@@ -9,7 +9,6 @@
 #include "client/ReadySignal.h"
 #include "client/RouterHold.h"
 #include "client/Settings.h"
-#include "win32/Broadcast.h"
 #include "win32/CriticalSection.h"
 #include "win32/Event.h"
 #include "win32/Thread.h"
@@ -116,7 +115,7 @@ private:
     RouterHold m_router; // the worker's, and Close's after its end
 
     win32::CriticalSection m_lock;
-    win32::Broadcast m_changed;            // anything that a call may wait for
+    win32::ConditionVariable m_changed;    // anything that a call may wait for
     win32::ConditionVariable m_workerWake; // of the worker alone, so that a message does not wake it
     win32::ConditionVariable m_senderWake;
     const win32::Event m_closed{win32::Event::Kind::ManualReset}; // set with m_closing

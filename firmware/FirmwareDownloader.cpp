@@ -83,9 +83,9 @@ void FirmwareDownloader::ResendWhenDue() noexcept
 {
     if (Dialogue().IsRetryDue(m_Surroundings.tickCount())) {
         // Another thread that holds the mutex advances the dialogue by itself. The next query looks again.
-        if (m_mutex.TryEnterExclusive()) {
+        if (m_mutex.TryEnter()) {
             m_Dialogue.Retry(m_Surroundings.tickCount());
-            m_mutex.LeaveExclusive();
+            m_mutex.Leave();
         }
     } else if (Dialogue().RetryCount() > DownloadDialogue::MaxRetries) {
         // Not reached, since the counter ends at the maximum; kept by design.

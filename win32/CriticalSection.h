@@ -25,21 +25,21 @@ private:
     CRITICAL_SECTION m_section{};
 };
 
-/// Enters a section for as long as it lives.
-class SCOPED_CAPABILITY SectionScope
+/// Enters a lock for as long as it lives.
+template <class Lock>
+class SCOPED_CAPABILITY Scope
 {
 public:
-    explicit SectionScope(CriticalSection& section) noexcept ACQUIRE(section) : m_section(section)
-    {
-        m_section.Enter();
-    }
-    ~SectionScope() RELEASE() { m_section.Leave(); }
-    SectionScope(const SectionScope&) = delete;
-    SectionScope& operator=(const SectionScope&) = delete;
+    explicit Scope(Lock& lock) noexcept ACQUIRE(lock) : m_lock(lock) { m_lock.Enter(); }
+    ~Scope() RELEASE() { m_lock.Leave(); }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
 
 private:
-    CriticalSection& m_section;
+    Lock& m_lock;
 };
+
+using SectionScope = Scope<CriticalSection>;
 
 /// Leaves a section, which the calling thread has entered once, for as long as it lives.
 class SCOPED_CAPABILITY SectionPause
@@ -74,6 +74,8 @@ public:
         return ::SleepConditionVariableCS(&m_condition, section.Native(), milliseconds) != FALSE;
     }
     void WakeOne() noexcept { ::WakeConditionVariable(&m_condition); }
+    /// For threads that wait for different things under one section.
+    void WakeAll() noexcept { ::WakeAllConditionVariable(&m_condition); }
 
 private:
     CONDITION_VARIABLE m_condition = CONDITION_VARIABLE_INIT;
@@ -85,9 +87,10 @@ class CAPABILITY("slim lock") SharedLock
 public:
     void EnterShared() noexcept ACQUIRE_SHARED() { ::AcquireSRWLockShared(&m_lock); }
     void LeaveShared() noexcept RELEASE_SHARED() { ::ReleaseSRWLockShared(&m_lock); }
-    void EnterExclusive() noexcept ACQUIRE() { ::AcquireSRWLockExclusive(&m_lock); }
-    bool TryEnterExclusive() noexcept TRY_ACQUIRE(true) { return ::TryAcquireSRWLockExclusive(&m_lock) != FALSE; }
-    void LeaveExclusive() noexcept RELEASE() { ::ReleaseSRWLockExclusive(&m_lock); }
+    /// Exclusive, as TryEnter and Leave.
+    void Enter() noexcept ACQUIRE() { ::AcquireSRWLockExclusive(&m_lock); }
+    bool TryEnter() noexcept TRY_ACQUIRE(true) { return ::TryAcquireSRWLockExclusive(&m_lock) != FALSE; }
+    void Leave() noexcept RELEASE() { ::ReleaseSRWLockExclusive(&m_lock); }
 
 private:
     SRWLOCK m_lock = SRWLOCK_INIT;
@@ -105,16 +108,6 @@ private:
     SharedLock& m_lock;
 };
 
-class SCOPED_CAPABILITY ExclusiveScope
-{
-public:
-    explicit ExclusiveScope(SharedLock& lock) noexcept ACQUIRE(lock) : m_lock(lock) { m_lock.EnterExclusive(); }
-    ~ExclusiveScope() RELEASE() { m_lock.LeaveExclusive(); }
-    ExclusiveScope(const ExclusiveScope&) = delete;
-    ExclusiveScope& operator=(const ExclusiveScope&) = delete;
-
-private:
-    SharedLock& m_lock;
-};
+using ExclusiveScope = Scope<SharedLock>;
 
 } // namespace win32

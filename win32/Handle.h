@@ -11,22 +11,25 @@ namespace win32 {
 struct NullIsNone
 {
     static HANDLE None() noexcept { return nullptr; }
+    static bool Close(HANDLE handle) noexcept { return ::CloseHandle(handle) != FALSE; }
 };
 
 /// Handles whose "none" has all bits set: files, pipes, devices, process snapshots.
-struct AllBitsIsNone
+struct AllBitsIsNone : NullIsNone
 {
     static HANDLE None() noexcept { return INVALID_HANDLE_VALUE; }
 };
 
-/// Sole owner of one handle. The two kinds of "none" are different types, so that a test against the wrong
-/// one does not compile.
+/// Sole owner of one handle. The kinds of "none" are different types, so that a test against the wrong one does
+/// not compile.
 template <class Policy>
 class UniqueHandle
 {
 public:
+    using Handle = decltype(Policy::None());
+
     UniqueHandle() noexcept = default;
-    explicit UniqueHandle(HANDLE handle) noexcept : m_handle(handle) {}
+    explicit UniqueHandle(Handle handle) noexcept : m_handle(handle) {}
     UniqueHandle(UniqueHandle&& other) noexcept : m_handle(other.Release()) {}
     UniqueHandle& operator=(UniqueHandle&& other) noexcept
     {
@@ -35,23 +38,21 @@ public:
         }
         return *this;
     }
-    UniqueHandle(const UniqueHandle&) = delete;
-    UniqueHandle& operator=(const UniqueHandle&) = delete;
     ~UniqueHandle() { Reset(); }
 
     explicit operator bool() const noexcept { return m_handle != Policy::None(); }
-    HANDLE Get() const noexcept { return m_handle; }
-    HANDLE Release() noexcept { return std::exchange(m_handle, Policy::None()); }
+    Handle Get() const noexcept { return m_handle; }
+    Handle Release() noexcept { return std::exchange(m_handle, Policy::None()); }
 
     /// Closes what is held and takes `handle`. Returns whether the close worked (true when nothing was held).
-    bool Reset(HANDLE handle = Policy::None()) noexcept
+    bool Reset(Handle handle = Policy::None()) noexcept
     {
-        const HANDLE old = std::exchange(m_handle, handle);
-        return old == Policy::None() || ::CloseHandle(old) != FALSE;
+        const Handle old = std::exchange(m_handle, handle);
+        return old == Policy::None() || Policy::Close(old);
     }
 
 private:
-    HANDLE m_handle = Policy::None();
+    Handle m_handle = Policy::None();
 };
 
 using KernelHandle = UniqueHandle<NullIsNone>;

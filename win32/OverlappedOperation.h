@@ -15,8 +15,6 @@ class OverlappedOperation
 public:
     OverlappedOperation() noexcept : m_event(Event::Kind::ManualReset) {}
     ~OverlappedOperation() { Cancel(); }
-    OverlappedOperation(const OverlappedOperation&) = delete;
-    OverlappedOperation& operator=(const OverlappedOperation&) = delete;
 
     /// The event to wait for: Windows resets it at a start and sets it at the completion.
     HANDLE EventHandle() const noexcept { return m_event.Get(); }

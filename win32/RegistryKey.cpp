@@ -1,31 +1,15 @@
 #include "win32/RegistryKey.h"
 
 #include <array>
-#include <utility>
 #include <vector>
 
 namespace win32 {
-
-RegistryKey::RegistryKey(RegistryKey&& other) noexcept : m_key(std::exchange(other.m_key, nullptr)) {}
-
-RegistryKey& RegistryKey::operator=(RegistryKey&& other) noexcept
-{
-    std::swap(m_key, other.m_key);
-    return *this;
-}
-
-RegistryKey::~RegistryKey()
-{
-    if (m_key != nullptr) {
-        ::RegCloseKey(m_key);
-    }
-}
 
 LSTATUS RegistryKey::Open(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& opened) noexcept
 {
     HKEY key = nullptr;
     const LSTATUS status = ::RegOpenKeyExW(parent, name, 0, access, &key);
-    opened = RegistryKey(status == ERROR_SUCCESS ? key : nullptr);
+    opened.m_key.Reset(status == ERROR_SUCCESS ? key : nullptr);
     return status;
 }
 
@@ -34,7 +18,7 @@ LSTATUS RegistryKey::Create(HKEY parent, const wchar_t* name, REGSAM access, Reg
     HKEY key = nullptr;
     const LSTATUS status =
         ::RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr);
-    created = RegistryKey(status == ERROR_SUCCESS ? key : nullptr);
+    created.m_key.Reset(status == ERROR_SUCCESS ? key : nullptr);
     return status;
 }
 
@@ -57,7 +41,7 @@ std::optional<std::uint32_t> RegistryKey::ReadDword(const wchar_t* name) const n
     DWORD type = 0;
     DWORD value = 0;
     DWORD size = sizeof value;
-    const LSTATUS status = ::RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
+    const LSTATUS status = ::RegQueryValueExW(Get(), name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
     if (status != ERROR_SUCCESS || type != REG_DWORD || size != sizeof value) {
         return std::nullopt;
     }
@@ -70,7 +54,7 @@ std::optional<std::wstring> RegistryKey::ReadString(const wchar_t* name, std::si
     DWORD type = 0;
     DWORD size = static_cast<DWORD>(capacity * sizeof(wchar_t));
     const LSTATUS status =
-        ::RegQueryValueExW(m_key, name, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &size);
+        ::RegQueryValueExW(Get(), name, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &size);
     if (status != ERROR_SUCCESS || type != REG_SZ) {
         return std::nullopt;
     }
@@ -88,20 +72,20 @@ std::optional<std::wstring> RegistryKey::ReadString(const wchar_t* name, std::si
 void RegistryKey::WriteDword(const wchar_t* name, std::uint32_t value) const noexcept
 {
     const DWORD data = value;
-    ::RegSetValueExW(m_key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
+    ::RegSetValueExW(Get(), name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
 }
 
 void RegistryKey::WriteString(const wchar_t* name, const std::wstring& value) const noexcept
 {
     const DWORD size = static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t));
-    ::RegSetValueExW(m_key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()), size);
+    ::RegSetValueExW(Get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()), size);
 }
 
 std::optional<std::wstring> RegistryKey::SubkeyName(DWORD index) const
 {
     std::array<wchar_t, 100> name{};
     DWORD length = static_cast<DWORD>(name.size());
-    if (::RegEnumKeyExW(m_key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+    if (::RegEnumKeyExW(Get(), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
         return std::nullopt;
     }
     return std::wstring(name.data(), length);

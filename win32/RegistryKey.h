@@ -1,7 +1,7 @@
 // An open registry key.
 #pragma once
 
-#include "win32/Windows.h"
+#include "win32/Handle.h"
 
 #include <cstdint>
 #include <optional>
@@ -15,11 +15,6 @@ class RegistryKey
 {
 public:
     RegistryKey() noexcept = default;
-    RegistryKey(RegistryKey&& other) noexcept;
-    RegistryKey& operator=(RegistryKey&& other) noexcept;
-    RegistryKey(const RegistryKey&) = delete;
-    RegistryKey& operator=(const RegistryKey&) = delete;
-    ~RegistryKey();
 
     /// Open with `access`; test the result before use.
     static RegistryKey Open(HKEY parent, const wchar_t* name, REGSAM access) noexcept;
@@ -29,8 +24,8 @@ public:
     static LSTATUS Open(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& opened) noexcept;
     static LSTATUS Create(HKEY parent, const wchar_t* name, REGSAM access, RegistryKey& created) noexcept;
 
-    explicit operator bool() const noexcept { return m_key != nullptr; }
-    HKEY Get() const noexcept { return m_key; }
+    explicit operator bool() const noexcept { return static_cast<bool>(m_key); }
+    HKEY Get() const noexcept { return m_key.Get(); }
 
     /// A REG_DWORD value; none when missing or of another type.
     std::optional<std::uint32_t> ReadDword(const wchar_t* name) const noexcept;
@@ -45,9 +40,13 @@ public:
     std::optional<std::wstring> SubkeyName(DWORD index) const;
 
 private:
-    explicit RegistryKey(HKEY key) noexcept : m_key(key) {}
+    struct Policy
+    {
+        static HKEY None() noexcept { return nullptr; }
+        static bool Close(HKEY key) noexcept { return ::RegCloseKey(key) == ERROR_SUCCESS; }
+    };
 
-    HKEY m_key = nullptr;
+    UniqueHandle<Policy> m_key;
 };
 
 } // namespace win32

@@ -55,11 +55,6 @@ bool Thread::Start(std::function<void()> body) noexcept
     }
 }
 
-void Thread::Join() noexcept
-{
-    JoinFor(INFINITE);
-}
-
 bool Thread::AwaitEnd(DWORD milliseconds) const noexcept
 {
     // A thread whose requests a driver keeps stays unsignalled after its end, for up to five minutes ("Canceling

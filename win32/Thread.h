@@ -16,15 +16,13 @@ class Thread
 public:
     Thread() noexcept = default;
     ~Thread() { Join(); }
-    Thread(const Thread&) = delete;
-    Thread& operator=(const Thread&) = delete;
 
     /// Runs `body` on a new thread, at once and with the default stack size. Whatever `body` throws ends with
     /// the thread. Returns false when Windows could not create it. Only while none is held.
     bool Start(std::function<void()> body) noexcept;
 
     /// Waits without limit until `body` has ended and closes the thread. Harmless when none is held.
-    void Join() noexcept;
+    void Join() noexcept { JoinFor(INFINITE); }
 
     /// As Join, but gives up after `milliseconds`: the handle is closed in either case and a thread that still
     /// runs is left to itself. Returns whether it ended.

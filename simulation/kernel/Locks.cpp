@@ -132,6 +132,16 @@ void WakeConditionVariable(CONDITION_VARIABLE* condition)
     Point("WakeConditionVariable done");
 }
 
+void WakeAllConditionVariable(CONDITION_VARIABLE* condition)
+{
+    Call call("WakeAllConditionVariable");
+    ForBlocked(condition, [](Fiber& fiber) {
+        Wake(fiber, WAIT_OBJECT_0);
+        return true;
+    });
+    Point("WakeAllConditionVariable done");
+}
+
 void AcquireSRWLockShared(SRWLOCK* lock)
 {
     Call call("AcquireSRWLockShared");

@@ -43,6 +43,7 @@ void EnterCriticalSection(CRITICAL_SECTION* section);
 void LeaveCriticalSection(CRITICAL_SECTION* section);
 BOOL SleepConditionVariableCS(CONDITION_VARIABLE* condition, CRITICAL_SECTION* section, DWORD milliseconds);
 void WakeConditionVariable(CONDITION_VARIABLE* condition);
+void WakeAllConditionVariable(CONDITION_VARIABLE* condition);
 void AcquireSRWLockShared(SRWLOCK* lock);
 void ReleaseSRWLockShared(SRWLOCK* lock);
 void AcquireSRWLockExclusive(SRWLOCK* lock);
