@@ -9,7 +9,7 @@
 
 #include "diag/DebugOptionsHost.h"
 #include "host/TraceFrontEnd.h"
-#include "ports/PortOptions.h"
+#include "ports/PortSettings.h"
 #include "transport/TransportHost.h"
 
 #include <cstdint>

@@ -3,7 +3,7 @@
 
 #include "firmware/FirmwareTransport.h"
 #include "host/PortTable.h"
-#include "ports/PortOptions.h"
+#include "ports/PortSettings.h"
 
 /// Main thread only.
 class IRouterHost

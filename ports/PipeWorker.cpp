@@ -222,9 +222,8 @@ void PipeWorker::OnPacketQueued()
     } else if (m_server.Exists()) {
         ::Sleep(ReplyWriter::PermissionTimeMs);
         Trace(m_settings.address.deviceType, trace::DevicePipe,
-              "CCDevicePortPipe::PipeProcessThread(%s) Write permission denied, %d To-Device packets, %d "
-              "From-Device "
-              "packets",
+              "CCDevicePortPipe::PipeProcessThread(%s) Write permission denied, %d To-Device packets, "
+              "%d From-Device packets",
               m_server.ShownName(), m_state.OutQueue.GetCount(), m_state.Pending.Count());
     } else {
         m_state.OutQueue.DestroyAll();

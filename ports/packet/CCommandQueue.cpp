@@ -9,11 +9,6 @@ CCommandQueue::CCommandQueue(Waiting waiting)
     }
 }
 
-CCommandQueue::~CCommandQueue()
-{
-    Clear();
-}
-
 std::int32_t CCommandQueue::Push(std::unique_ptr<CSerialPortCommand> command)
 {
     if (!command) {

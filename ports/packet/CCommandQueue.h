@@ -24,9 +24,7 @@ public:
     /// Throws std::bad_alloc.
     explicit CCommandQueue(Waiting waiting = Waiting::ByEvent);
     /// Clears the queue, which destroys no command: see Clear.
-    virtual ~CCommandQueue();
-    CCommandQueue(const CCommandQueue&) = delete;
-    CCommandQueue& operator=(const CCommandQueue&) = delete;
+    virtual ~CCommandQueue() { Clear(); }
 
     /// Appends a command and returns the count. Null is ignored. Throws std::bad_alloc.
     std::int32_t Push(std::unique_ptr<CSerialPortCommand> command);
