@@ -51,7 +51,7 @@ morvane_module(usb USES trace win32 SOURCES
 morvane_module(firmware USES packet trace win32 SOURCES
     ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
 morvane_module(transport USES firmware usb packet trace win32 SOURCES
-    CCyUSBDriver.cpp CommandTexts.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp
+    CCyUSBDriver.cpp CommandTexts.cpp CommandThread.cpp Outgoing.cpp ReadThreads.cpp Replies.cpp
     SimulationLink.cpp SkippedPacketLog.cpp UsbLink.cpp)
 morvane_module(ports USES transport packet trace win32 SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)

@@ -23,7 +23,7 @@ morvane_simulated(simulated_product FOLDER usb SOURCES
 morvane_simulated(simulated_product FOLDER firmware SOURCES
     ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
 morvane_simulated(simulated_product FOLDER transport SOURCES
-    CCyUSBDriver.cpp CommandTexts.cpp CommandThread.cpp Outgoing.cpp Pauses.cpp ReadThreads.cpp Replies.cpp
+    CCyUSBDriver.cpp CommandTexts.cpp CommandThread.cpp Outgoing.cpp ReadThreads.cpp Replies.cpp
     SimulationLink.cpp SkippedPacketLog.cpp UsbLink.cpp)
 morvane_simulated(simulated_product FOLDER ports SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)

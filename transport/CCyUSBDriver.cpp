@@ -5,7 +5,6 @@
 #include "transport/UsbLink.h"
 
 #include <functional>
-#include <span>
 #include <utility>
 
 namespace {
@@ -47,73 +46,29 @@ CCyUSBDriver::~CCyUSBDriver()
     m_hReplyThread.Join();
 }
 
-void CCyUSBDriver::USBCommandProcessThread()
+template <class Link, class... Parts>
+void CCyUSBDriver::RunCommandThread(Parts&... parts)
 {
     try {
-        UsbLink link(m_connection, m_replies, m_products, m_Firmware);
-        RunCommandThread(link);
+        Link link(parts...);
+        CommandThread({*this, m_connection, m_outgoing, m_replies, m_Firmware, m_watch, link}).Run();
     } catch (...) {
-        Trace(trace::RouterChannel, trace::Usb, "%s", UsbCommandTexts.cannotRun);
+        Trace(trace::RouterChannel, trace::Usb, "%s", Link::LinkTraits.texts.cannotRun);
     }
+}
+
+void CCyUSBDriver::USBCommandProcessThread()
+{
+    RunCommandThread<UsbLink>(m_connection, m_replies, m_products, m_Firmware);
 }
 
 void CCyUSBDriver::SimulationCommandProcessThread()
 {
-    try {
-        SimulationLink link(m_connection, m_replies);
-        RunCommandThread(link);
-    } catch (...) {
-        Trace(trace::RouterChannel, trace::Usb, "%s", SimulationCommandTexts.cannotRun);
-    }
-}
-
-void CCyUSBDriver::RunCommandThread(ILink& link)
-{
-    CommandThread({*this, m_connection, m_outgoing, m_replies, m_Firmware, m_watch}, link).Run();
-}
-
-void CCyUSBDriver::Reconnect()
-{
-    m_connection.m_hDisconnected.Set();
-}
-
-void CCyUSBDriver::Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length)
-{
-    m_outgoing.Send(x, y, data, length);
-}
-
-bool CCyUSBDriver::IsConnected()
-{
-    return m_connection.IsOpen();
+    RunCommandThread<SimulationLink>(m_connection, m_replies);
 }
 
 bool CCyUSBDriver::IsReady()
 {
     // The downloader is asked in simulation mode too: its answer is traced.
     return IsConnected() && (!m_Firmware.NeedsDownload() || m_bSimulation);
-}
-
-bool CCyUSBDriver::IsUpdatingFirmware()
-{
-    return m_Firmware.IsDownloading();
-}
-
-std::uint32_t CCyUSBDriver::GetTransferredBytes()
-{
-    return m_connection.TransferredBytes();
-}
-
-void CCyUSBDriver::DispatchToDevice(const std::uint8_t* data, std::uint32_t length)
-{
-    m_replies.Dispatch({data, data != nullptr ? length : 0});
-}
-
-void CCyUSBDriver::SubmitFirmware(std::span<const std::uint8_t> message)
-{
-    m_outgoing.Submit(wire::PortTraffic, 0, 0, message, message.size());
-}
-
-void CCyUSBDriver::ClearCommandQueue()
-{
-    m_outgoing.Queue().DestroyAll();
 }

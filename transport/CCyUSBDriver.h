@@ -17,6 +17,7 @@
 #include "win32/Thread.h"
 
 #include <cstdint>
+#include <span>
 
 class CCyUSBDriver : public CCommunicationDriver, private IFirmwareTransport
 {
@@ -24,16 +25,20 @@ public:
     /// Starts the command and reply threads. Not connected until Reconnect() is called for the first time.
     CCyUSBDriver(bool simulation, const TransportHost& host);
     ~CCyUSBDriver() override;
-    CCyUSBDriver(const CCyUSBDriver&) = delete;
-    CCyUSBDriver& operator=(const CCyUSBDriver&) = delete;
 
-    void Reconnect() override;
-    void Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) override;
-    bool IsConnected() override;
+    void Reconnect() override { m_connection.m_hDisconnected.Set(); }
+    void Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) override
+    {
+        m_outgoing.Send(x, y, data, length);
+    }
+    bool IsConnected() override { return m_connection.IsOpen(); }
     bool IsReady() override;
-    bool IsUpdatingFirmware() override;
-    std::uint32_t GetTransferredBytes() override;
-    void DispatchToDevice(const std::uint8_t* data, std::uint32_t length) override;
+    bool IsUpdatingFirmware() override { return m_Firmware.IsDownloading(); }
+    std::uint32_t GetTransferredBytes() override { return m_connection.TransferredBytes(); }
+    void DispatchToDevice(const std::uint8_t* data, std::uint32_t length) override
+    {
+        m_replies.Dispatch({data, data != nullptr ? length : 0});
+    }
 
 protected:
     Connection m_connection;
@@ -41,13 +46,17 @@ protected:
 
 private:
     // IFirmwareTransport
-    void SubmitFirmware(std::span<const std::uint8_t> message) override;
-    void ClearCommandQueue() override;
+    void SubmitFirmware(std::span<const std::uint8_t> message) override
+    {
+        m_outgoing.Submit(wire::PortTraffic, 0, 0, message, message.size());
+    }
+    void ClearCommandQueue() override { m_outgoing.Queue().DestroyAll(); }
 
     // Bodies of the command thread.
     void USBCommandProcessThread();
     void SimulationCommandProcessThread();
-    void RunCommandThread(ILink& link);
+    template <class Link, class... Parts>
+    void RunCommandThread(Parts&... parts);
 
     IProducts& m_products;
     IHostWatch& m_watch;

@@ -1,4 +1,4 @@
-#include "transport/CommandTexts.h"
+#include "transport/Link.h"
 
 const CommandTexts UsbCommandTexts{
     .cannotRun = "CCyUSBDriver::USBCommandProcessThread() cannot run",

@@ -1,7 +1,7 @@
 #include "transport/CommandThread.h"
 
 #include "trace/Trace.h"
-#include "transport/Pauses.h"
+#include "win32/PerformanceClock.h"
 
 #include <new>
 #include <string>
@@ -23,23 +23,30 @@ void NotifyState(bool connected)
           connected ? "Connected" : "Not Connected");
 }
 
+/// Sleeps for a whole millisecond. A single Sleep(1) may be shorter: it counts the ticks of the system timer, and
+/// the first one may be over at once ("Sleep function").
+void SleepOneMillisecond() noexcept
+{
+    const std::chrono::microseconds end = win32::PerformanceTime() + std::chrono::milliseconds(1);
+    do {
+        ::Sleep(1);
+    } while (win32::PerformanceTime() < end);
+}
+
 } // namespace
 
-CommandThread::CommandThread(const CommandParts& parts, ILink& link)
-    : m_driver(parts.driver),
+CommandThread::CommandThread(const CommandParts& parts)
+    : m_parts(parts),
       m_connection(parts.connection),
-      m_outgoing(parts.outgoing),
-      m_replies(parts.replies),
-      m_firmware(parts.firmware),
-      m_watch(parts.watch),
-      m_link(link),
-      m_traits(link.GetTraits()),
-      m_waits(m_connection.m_hStop.Get(), m_connection.m_hDisconnected.Get(), link.ReadEvent(), link.WriteEvent(),
-              m_outgoing.Queue().GetNotEmptyEvent())
+      m_link(parts.link),
+      m_queue(parts.outgoing.Queue()),
+      m_traits(m_link.GetTraits()),
+      m_waits(m_connection.m_hStop.Get(), m_connection.m_hDisconnected.Get(), m_link.ReadEvent(),
+              m_link.WriteEvent(), m_queue.GetNotEmptyEvent())
 {
     // A read event is missing by design where another thread reads.
-    if (link.WriteEvent() == nullptr || m_connection.m_hStop.Get() == nullptr ||
-        m_connection.m_hDisconnected.Get() == nullptr || m_outgoing.Queue().GetNotEmptyEvent() == nullptr)
+    if (m_link.WriteEvent() == nullptr || m_connection.m_hStop.Get() == nullptr ||
+        m_connection.m_hDisconnected.Get() == nullptr || m_queue.GetNotEmptyEvent() == nullptr)
     {
         throw std::bad_alloc();
     }
@@ -58,7 +65,7 @@ void CommandThread::Run()
         }
         ::Sleep(0);
         if (m_connection.m_bTerminate) {
-            m_watch.RequestQuit();
+            m_parts.watch.RequestQuit();
             m_running = false;
         }
     }
@@ -91,7 +98,7 @@ void CommandThread::OnStop()
     m_timerResolution.Restore();
     m_link.StopReading();
     m_link.Close();
-    m_outgoing.Queue().DestroyAll();
+    m_queue.DestroyAll();
 }
 
 void CommandThread::OnDisconnected()
@@ -108,7 +115,7 @@ void CommandThread::OnDisconnected()
     }
     if (m_connectAttempts++ % AttemptsPerTrace == 0) {
         Trace(trace::RouterChannel, trace::Usb, m_traits.texts.connecting, m_connectAttempts);
-        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.pendingWrites, m_outgoing.Queue().GetCount());
+        Trace(trace::RouterChannel, trace::Usb, m_traits.texts.pendingWrites, m_queue.GetCount());
     }
     m_link.StopReading();
     NotifyState(false);
@@ -133,11 +140,11 @@ void CommandThread::OnOpened()
         return;
     }
     // A simulated instrument is ready as it is, and a lost connection makes the driver not ready as well.
-    if (!m_driver.IsReady() && m_connection.IsOpen()) {
-        m_firmware.Download();
+    if (!m_parts.driver.IsReady() && m_connection.IsOpen()) {
+        m_parts.firmware.Download();
     }
-    m_replies.BeginNumbering();
-    m_outgoing.SetNextNumber(0);
+    m_parts.replies.BeginNumbering();
+    m_parts.outgoing.SetNextNumber(0);
 }
 
 void CommandThread::OnWriteDone()
@@ -161,20 +168,20 @@ void CommandThread::OnWriteDone()
 
 void CommandThread::OnCommandQueued()
 {
-    if (m_outgoing.Queue().GetCount() == 0) {
-        m_outgoing.Queue().ResetEventIfEmpty(); // signalled late: its packet has been written already
+    if (m_queue.GetCount() == 0) {
+        m_queue.ResetEventIfEmpty(); // signalled late: its packet has been written already
     } else if (!m_link.CanWrite()) {
         OnBusy();
     } else {
         WriteNext();
-        m_outgoing.Queue().ResetEventIfEmpty(); // only after the write, for which a client waits
+        m_queue.ResetEventIfEmpty(); // only after the write, for which a client waits
     }
 }
 
 void CommandThread::WriteNext()
 {
     m_timerResolution.RestoreAfter(ResolutionHoldMs);
-    std::unique_ptr<CSerialPortCommand> packet = m_outgoing.Queue().Take();
+    std::unique_ptr<CSerialPortCommand> packet = m_queue.Take();
     if (packet && packet->GetLength() != 0) {
         if (const std::string dump = PacketDump(trace::RouterChannel, trace::ReadWrite, packet->Bytes());
             !dump.empty())
@@ -231,8 +238,8 @@ void CommandThread::OnQuietSecond()
         m_connection.m_bTerminate = true;
         return;
     }
-    if (m_outgoing.Queue().GetCount() == 0 && m_driver.IsReady()) {
-        m_outgoing.SendIdlePacket();
+    if (m_queue.GetCount() == 0 && m_parts.driver.IsReady()) {
+        m_parts.outgoing.SendIdlePacket();
     }
     if (!IsReportDue(m_idlePasses)) {
         return;
@@ -244,11 +251,11 @@ void CommandThread::OnQuietSecond()
             m_link.AbortWrite();
         }
     }
-    Trace(trace::RouterChannel, trace::Usb, m_traits.texts.idle, m_outgoing.Queue().GetCount());
+    Trace(trace::RouterChannel, trace::Usb, m_traits.texts.idle, m_queue.GetCount());
 }
 
 bool CommandThread::HostIsGone() const
 {
-    return !m_watch.IsStandalone() && m_watch.FindProcess(m_watch.GetFirstHostName()) == 0 &&
-           m_watch.FindProcess(m_watch.GetSecondHostName()) == 0;
+    return !m_parts.watch.IsStandalone() && m_parts.watch.FindProcess(m_parts.watch.GetFirstHostName()) == 0 &&
+           m_parts.watch.FindProcess(m_parts.watch.GetSecondHostName()) == 0;
 }

@@ -19,6 +19,7 @@ struct CommandParts
     Replies& replies;
     FirmwareDownloader& firmware;
     IHostWatch& watch;
+    ILink& link;
 };
 
 /// What the command thread does, and its state; lives on that thread and is used by it alone.
@@ -26,7 +27,7 @@ class CommandThread
 {
 public:
     /// Throws std::bad_alloc also when an event is missing: every wait would fail.
-    CommandThread(const CommandParts& parts, ILink& link);
+    explicit CommandThread(const CommandParts& parts);
 
     /// Runs until the transport stops or no host program is left.
     void Run();
@@ -58,13 +59,10 @@ private:
     bool IsReportDue(int& passes) const noexcept;
     bool HostIsGone() const;
 
-    CCommunicationDriver& m_driver;
-    Connection& m_connection;
-    Outgoing& m_outgoing;
-    Replies& m_replies;
-    FirmwareDownloader& m_firmware;
-    IHostWatch& m_watch;
+    const CommandParts m_parts;
+    Connection& m_connection; // of m_parts, as the next three
     ILink& m_link;
+    CCommandQueue& m_queue;
     const ILink::Traits& m_traits;
     win32::TimerResolution m_timerResolution; // raised only while writes are aborted by time
 

@@ -20,8 +20,6 @@ class Connection
 public:
     /// `ports` is borrowed.
     explicit Connection(IPortDirectory& ports) noexcept : m_ports(ports) {}
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
 
     IPortDirectory& Ports() const noexcept { return m_ports; }
     bool IsOpen() const noexcept { return !m_hDisconnected.IsSet(); }

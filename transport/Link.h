@@ -2,12 +2,32 @@
 #pragma once
 
 #include "ports/packet/CSerialPortCommand.h"
-#include "transport/CommandTexts.h"
 #include "win32/WaitSet.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+
+/// What the command thread writes to the trace log: formats of Trace; the values of each are named after it. Each
+/// way to the instrument has texts of its own, whole in the source, so that a line of a log is found by searching
+/// for it.
+struct CommandTexts
+{
+    const char* cannotRun;
+    const char* started;
+    const char* failed;
+    const char* ended;
+    const char* connecting;    // number of the attempt
+    const char* pendingWrites; // packets in the queue
+    const char* written;       // bytes
+    const char* blocked;       // writes aborted so far
+    const char* aborts;        // writes aborted so far; null where no write is aborted
+    const char* idleBlocked;   // writes aborted so far
+    const char* idle;          // packets in the queue
+};
+
+extern const CommandTexts UsbCommandTexts;
+extern const CommandTexts SimulationCommandTexts;
 
 /// How a transfer ended. A failure may be one that Windows has no error for.
 struct TransferEnd

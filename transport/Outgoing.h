@@ -15,8 +15,6 @@ public:
     /// `connection` is borrowed. Throws std::bad_alloc.
     explicit Outgoing(const Connection& connection) : m_connection(connection) {}
     ~Outgoing() { m_CommandQueue.DestroyAll(); }
-    Outgoing(const Outgoing&) = delete;
-    Outgoing& operator=(const Outgoing&) = delete;
 
     /// Frames a packet of `packetType` for the address (x, y) and queues it; copies the payload. The header states
     /// `length`, which is the payload's unless the caller has no data. Dropped with a trace when there is no

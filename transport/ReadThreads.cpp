@@ -17,13 +17,7 @@ enum class Slot : DWORD { Stop, StopRead, ReadDone, TimedOut = WAIT_TIMEOUT, Fai
 class EndpointReader
 {
 public:
-    /// Throws std::bad_alloc also when there is no event for it: waits that fail would not hear of a stop.
-    explicit EndpointReader(CCyUSBEndPoint& in) : m_in(in)
-    {
-        if (EventHandle() == nullptr) {
-            throw std::bad_alloc();
-        }
-    }
+    explicit EndpointReader(CCyUSBEndPoint& in) noexcept : m_in(in) {}
 
     HANDLE EventHandle() const noexcept { return m_transfer.EventHandle(); }
     void Begin()
@@ -50,13 +44,8 @@ private:
 class PipeReader
 {
 public:
-    /// Throws std::bad_alloc also when there is no event for it.
-    explicit PipeReader(HANDLE pipe) : m_pipe(pipe), m_buffer(TransferLength + 1)
-    {
-        if (EventHandle() == nullptr) {
-            throw std::bad_alloc();
-        }
-    }
+    /// Throws std::bad_alloc.
+    explicit PipeReader(HANDLE pipe) : m_pipe(pipe), m_buffer(TransferLength + 1) {}
 
     HANDLE EventHandle() const noexcept { return m_operation.EventHandle(); }
     void Begin()

@@ -23,8 +23,6 @@ public:
     {
     }
     ~Replies() { m_ReplyQueue.DestroyAll(); }
-    Replies(const Replies&) = delete;
-    Replies& operator=(const Replies&) = delete;
 
     /// Queues a copy of received bytes for the reply thread. The thread that reads. The name keeps its three p's.
     void ApppendToReplyProcessQueue(std::span<const std::uint8_t> bytes) noexcept;

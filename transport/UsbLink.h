@@ -79,7 +79,7 @@ private:
     UsbDevice m_device;
     Endpoints m_endpoints; // of m_device; valid until it closes
     usb::BulkTransfer m_write;
-    bool m_writeInFlight =
-        false;                 // also after a failure without an error: the write is then aborted like a stuck one
+    // Also after a failure without an error: the write is then aborted like a stuck one.
+    bool m_writeInFlight = false;
     ReadThreads m_readThreads; // last: they use what stands above
 };
