@@ -117,3 +117,7 @@ inline void WakeConditionVariable(CONDITION_VARIABLE* condition)
 {
     condition->condition.notify_one(RL_INFO);
 }
+inline void WakeAllConditionVariable(CONDITION_VARIABLE* condition)
+{
+    condition->condition.notify_all(RL_INFO);
+}
