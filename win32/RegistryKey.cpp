@@ -59,14 +59,8 @@ std::optional<std::wstring> RegistryKey::ReadString(const wchar_t* name, std::si
         return std::nullopt;
     }
     // The stored text need not be terminated.
-    std::wstring text(buffer.data(), size / sizeof(wchar_t));
-    const std::size_t end = text.find(L'\0');
-    if (end != std::wstring::npos) {
-        text.resize(end);
-    } else if (text.size() == capacity) {
-        return std::nullopt;
-    }
-    return text;
+    const std::size_t length = ::wcsnlen(buffer.data(), size / sizeof(wchar_t));
+    return length < capacity ? std::optional(std::wstring(buffer.data(), length)) : std::nullopt;
 }
 
 void RegistryKey::WriteDword(const wchar_t* name, std::uint32_t value) const noexcept

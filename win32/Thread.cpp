@@ -16,19 +16,14 @@ struct Argument
     std::shared_ptr<Event> ended;
 };
 
-void Run(std::function<void()> body) noexcept
-{
-    try {
-        body();
-    } catch (...) {
-        // A thread that throws must not take the process with it; its loop has already traced what it could.
-    }
-}
-
 unsigned __stdcall Enter(void* argument) noexcept
 {
     const std::unique_ptr<Argument> owned(static_cast<Argument*>(argument));
-    Run(std::move(owned->body));
+    try {
+        std::exchange(owned->body, nullptr)(); // destroyed with all that it owns before the end is signalled
+    } catch (...) {
+        // A thread that throws must not take the process with it; its loop has already traced what it could.
+    }
     owned->ended->Set();
     return 0;
 }

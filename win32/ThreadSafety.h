@@ -11,9 +11,8 @@
 #define CAPABILITY(name)  THREAD_ANNOTATION(capability(name))
 #define SCOPED_CAPABILITY THREAD_ANNOTATION(scoped_lockable)
 
-/// Fields that may be touched only under the lock: the field itself, or what it points to.
-#define GUARDED_BY(lock)    THREAD_ANNOTATION(guarded_by(lock))
-#define PT_GUARDED_BY(lock) THREAD_ANNOTATION(pt_guarded_by(lock))
+/// A field that may be touched only under the lock.
+#define GUARDED_BY(lock) THREAD_ANNOTATION(guarded_by(lock))
 
 /// Functions whose caller holds the lock, and those that take or release it.
 #define REQUIRES(...)        THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
@@ -22,7 +21,6 @@
 #define ACQUIRE_SHARED(...)  THREAD_ANNOTATION(acquire_shared_capability(__VA_ARGS__))
 #define RELEASE(...)         THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define RELEASE_SHARED(...)  THREAD_ANNOTATION(release_shared_capability(__VA_ARGS__))
-#define RELEASE_GENERIC(...) THREAD_ANNOTATION(release_generic_capability(__VA_ARGS__))
 #define TRY_ACQUIRE(...)     THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 
 /// Each use has a comment that says why the analysis cannot follow.

@@ -26,7 +26,6 @@ public:
             Restore();
         }
     }
-    bool IsRaised() const noexcept { return m_raised; }
 
 private:
     bool m_raised = false;

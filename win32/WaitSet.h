@@ -76,8 +76,6 @@ public:
         return std::none_of(m_handles.begin(), m_handles.end(), [](HANDLE handle) { return handle == nullptr; });
     }
 
-    const HANDLE* Handles() const noexcept { return m_handles.data(); }
-
 private:
     using Asked = std::array<bool, Count>;
 
