@@ -104,16 +104,15 @@ morvane_mutant(${queue} AS CCommandQueueM6
 
 set(trace_table FILES host/TraceOptionsTable.h host/TraceOptionsTable.cpp NAME TraceOptions)
 morvane_mutant(${trace_table} AS TraceOptionsM1
-    FROM "    table.slots[at].options.store(options, std::memory_order_relaxed);
-    table.slots[at].key.store(key, std::memory_order_release);"
-    TO "    table.slots[at].key.store(key, std::memory_order_release);
-    table.slots[at].options.store(options, std::memory_order_relaxed);")
+    FROM "    Entry& entry = m_entries.emplace_front(device, Pack(options), before);
+    list.store(&entry, std::memory_order_release);"
+    TO "    Entry& entry = m_entries.emplace_front(device, std::uint64_t{0}, before);
+    list.store(&entry, std::memory_order_release);
+    entry.options.store(Pack(options), std::memory_order_relaxed);")
 morvane_mutant(${trace_table} AS TraceOptionsM2
-    FROM "key.store(key, std::memory_order_release)" TO "key.store(key, std::memory_order_relaxed)")
+    FROM "list.store(&entry, std::memory_order_release)" TO "list.store(&entry, std::memory_order_relaxed)")
 morvane_mutant(${trace_table} AS TraceOptionsM3
-    FROM "    auto bigger = std::make_unique<Table>(old.sizeBits + 1);"
-    TO "    auto bigger = std::make_unique<Table>(old.sizeBits + 1);
-    m_current.store(bigger.get(), std::memory_order_release);")
+    FROM "Pack(options), before)" TO "Pack(options), nullptr)")
 
 set(port_table FILES host/PortTable.h host/PortTable.cpp NAME PortTable)
 morvane_mutant(${port_table} AS PortTableM1
