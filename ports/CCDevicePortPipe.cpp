@@ -1,5 +1,6 @@
 #include "ports/CCDevicePortPipe.h"
 
+#include "ports/PipeWorker.h"
 #include "trace/Trace.h"
 
 #include <memory>

@@ -6,9 +6,9 @@
 #pragma once
 
 #include "ports/CSimulationDevice.h"
-#include "ports/PipeWorker.h"
 #include "ports/PortSettings.h"
 #include "ports/PortState.h"
+#include "ports/RequestReader.h"
 #include "transport/CCommunicationDriver.h"
 #include "win32/Thread.h"
 

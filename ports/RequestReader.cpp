@@ -29,12 +29,6 @@ std::optional<RequestReader::Message> RequestReader::Finish(HANDLE pipe)
     return Message(m_buffer.get(), m_buffer ? length : 0);
 }
 
-void RequestReader::ResetState() noexcept
-{
-    m_isReading = false;
-    m_keptLength = 0;
-}
-
 std::optional<RequestReader::Message> RequestReader::Cancel()
 {
     m_keptLength = 0;
@@ -43,9 +37,4 @@ std::optional<RequestReader::Message> RequestReader::Cancel()
         return std::nullopt;
     }
     return Message(m_buffer.get(), length);
-}
-
-win32::Expectation RequestReader::ExpectRead() const noexcept
-{
-    return m_keptLength > 0 ? win32::Expectation::Now : m_read.Expected();
 }

@@ -33,7 +33,11 @@ public:
 
     /// Forgets that a read was started, for a new client. One that is pending goes on: it may hold the first
     /// message.
-    void ResetState() noexcept;
+    void ResetState() noexcept
+    {
+        m_isReading = false;
+        m_keptLength = 0;
+    }
 
     /// Cancels the read. The message that was read and not yet taken by Finish, before the cancel or in spite of
     /// it.
@@ -42,7 +46,10 @@ public:
     /// From Start to Finish. Meanwhile enabling the next read changes nothing.
     bool IsReading() const noexcept { return m_isReading; }
     HANDLE ReadEvent() const noexcept { return m_read.EventHandle(); }
-    win32::Expectation ExpectRead() const noexcept;
+    win32::Expectation ExpectRead() const noexcept
+    {
+        return m_keptLength > 0 ? win32::Expectation::Now : m_read.Expected();
+    }
 
 private:
     const std::size_t m_size;

@@ -1,6 +1,7 @@
 #include "transport/CCyUSBDriver.h"
 
 #include "trace/Trace.h"
+#include "transport/CommandThread.h"
 #include "transport/SimulationLink.h"
 #include "transport/UsbLink.h"
 

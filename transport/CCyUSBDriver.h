@@ -9,7 +9,6 @@
 #include "firmware/FirmwareDownloader.h"
 #include "firmware/FirmwareTransport.h"
 #include "transport/CCommunicationDriver.h"
-#include "transport/CommandThread.h"
 #include "transport/Connection.h"
 #include "transport/Outgoing.h"
 #include "transport/Replies.h"

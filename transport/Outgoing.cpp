@@ -1,7 +1,5 @@
 #include "transport/Outgoing.h"
 
-#include "ports/packet/CCriticalSectionHelper.h"
-#include "ports/packet/WireFormat.h"
 #include "trace/Trace.h"
 
 #include <memory>
@@ -11,7 +9,6 @@
 namespace {
 
 constexpr std::int32_t QueueLimit = 500;
-constexpr std::uint8_t IdleAddress = 238;
 
 } // namespace
 
@@ -48,26 +45,4 @@ void Outgoing::SubmitOrDrop(std::uint8_t packetType, std::uint8_t x, std::uint8_
     } catch (const std::bad_alloc&) {
         // Dropped: there is no caller left to tell.
     }
-}
-
-void Outgoing::Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) noexcept
-{
-    SubmitOrDrop(wire::PortTraffic, x, y, {data, data != nullptr ? length : 0}, length);
-}
-
-void Outgoing::SendIdlePacket() noexcept
-{
-    SubmitOrDrop(wire::ControlPacket, IdleAddress, IdleAddress, {}, 0);
-}
-
-void Outgoing::SetNextNumber(std::uint8_t number) noexcept
-{
-    const CCriticalSectionHelper lock(m_Lock);
-    m_nNextPacketNumber = number;
-}
-
-std::uint8_t Outgoing::NextNumber() noexcept
-{
-    const CCriticalSectionHelper lock(m_Lock);
-    return m_nNextPacketNumber;
 }

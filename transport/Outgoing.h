@@ -2,8 +2,9 @@
 #pragma once
 
 #include "ports/packet/CCommandQueue.h"
+#include "ports/packet/CCriticalSectionHelper.h"
+#include "ports/packet/WireFormat.h"
 #include "transport/Connection.h"
-#include "win32/CriticalSection.h"
 
 #include <cstdint>
 #include <span>
@@ -24,18 +25,31 @@ public:
 
     /// A client's packet. Without memory it is dropped; its number is not used up, so the instrument sees no gap.
     /// By design the header states `length` also when `data` is null.
-    void Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) noexcept;
+    void Send(std::uint8_t x, std::uint8_t y, const std::uint8_t* data, std::uint32_t length) noexcept
+    {
+        SubmitOrDrop(wire::PortTraffic, x, y, {data, data != nullptr ? length : 0}, length);
+    }
     /// The packet that the router sends when nothing else happens.
-    void SendIdlePacket() noexcept;
+    void SendIdlePacket() noexcept { SubmitOrDrop(wire::ControlPacket, IdleAddress, IdleAddress, {}, 0); }
 
     /// The number of the next packet; each one counts up, 0 follows 255.
-    void SetNextNumber(std::uint8_t number) noexcept;
-    std::uint8_t NextNumber() noexcept;
+    void SetNextNumber(std::uint8_t number) noexcept
+    {
+        const CCriticalSectionHelper lock(m_Lock);
+        m_nNextPacketNumber = number;
+    }
+    std::uint8_t NextNumber() noexcept
+    {
+        const CCriticalSectionHelper lock(m_Lock);
+        return m_nNextPacketNumber;
+    }
 
     /// What was submitted, for the command thread.
     CCommandQueue& Queue() noexcept { return m_CommandQueue; }
 
 private:
+    static constexpr std::uint8_t IdleAddress = 238;
+
     void SubmitOrDrop(std::uint8_t packetType, std::uint8_t x, std::uint8_t y,
                       std::span<const std::uint8_t> payload, std::size_t length) noexcept;
 

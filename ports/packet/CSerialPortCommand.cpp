@@ -32,11 +32,6 @@ std::int32_t CSerialPortCommand::Append(const std::uint8_t* bytes, std::int32_t 
     return GetLength();
 }
 
-std::uint8_t CSerialPortCommand::GetByteAt(std::uint32_t index) const noexcept
-{
-    return index < m_Packet.size() ? m_Packet[index] : 255;
-}
-
 const std::uint8_t* CSerialPortCommand::Find(const std::uint8_t* pattern, std::int32_t patternLength,
                                              std::int32_t start, std::int32_t limit) const noexcept
 {

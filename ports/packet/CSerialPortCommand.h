@@ -39,7 +39,10 @@ public:
     std::int32_t GetReplyLength() const noexcept { return static_cast<std::int32_t>(m_Reply.size()); }
 
     /// The byte at `index`, 255 past the end.
-    std::uint8_t GetByteAt(std::uint32_t index) const noexcept;
+    std::uint8_t GetByteAt(std::uint32_t index) const noexcept
+    {
+        return index < m_Packet.size() ? m_Packet[index] : 255;
+    }
     void ClearData() noexcept { m_Packet.clear(); }
 
     /// First match of the pattern that begins at `start` or later and, when `limit` is not negative, before
