@@ -1,7 +1,6 @@
 #include "transport/CommandThread.h"
 
 #include "trace/Trace.h"
-#include "win32/PerformanceClock.h"
 
 #include <new>
 #include <string>
@@ -27,10 +26,16 @@ void NotifyState(bool connected)
 /// the first one may be over at once ("Sleep function").
 void SleepOneMillisecond() noexcept
 {
-    const std::chrono::microseconds end = win32::PerformanceTime() + std::chrono::milliseconds(1);
+    // "QueryPerformanceCounter function": neither call fails on any Windows since XP.
+    LARGE_INTEGER frequency{};
+    LARGE_INTEGER now{};
+    ::QueryPerformanceFrequency(&frequency);
+    ::QueryPerformanceCounter(&now);
+    const LONGLONG end = now.QuadPart + frequency.QuadPart / 1000;
     do {
         ::Sleep(1);
-    } while (win32::PerformanceTime() < end);
+        ::QueryPerformanceCounter(&now);
+    } while (now.QuadPart < end);
 }
 
 } // namespace

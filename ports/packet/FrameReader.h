@@ -29,10 +29,10 @@ public:
             if (!frame) {
                 return; // the partial packet stays at the front
             }
-            {
-                const ConsumeAtEnd consume(m_buffer, frame->Length());
-                handle(*frame);
-            }
+            // Before it is handled: a packet whose handling throws must not be handled, and throw, again and
+            // again.
+            m_buffer.Consume(frame->Length());
+            handle(*frame);
             SyncToFrame();
         }
     }
@@ -41,21 +41,6 @@ public:
     std::size_t Buffered() const noexcept { return m_buffer.Size(); }
 
 private:
-    /// Consumes a packet also when handling it throws. Left in the buffer it would be handled, and throw, again
-    /// and again, with everything after it waiting.
-    class ConsumeAtEnd
-    {
-    public:
-        ConsumeAtEnd(ReceiveBuffer& buffer, std::size_t length) noexcept : m_buffer(buffer), m_length(length) {}
-        ~ConsumeAtEnd() { m_buffer.Consume(m_length); }
-        ConsumeAtEnd(const ConsumeAtEnd&) = delete;
-        ConsumeAtEnd& operator=(const ConsumeAtEnd&) = delete;
-
-    private:
-        ReceiveBuffer& m_buffer;
-        std::size_t m_length;
-    };
-
     /// Drops what stands before the next "##", everything when there is none: a lone '#' at the end is dropped,
     /// too. Returns whether a pair is at the front now.
     bool SyncToFrame() noexcept

@@ -24,14 +24,8 @@ public:
     std::span<const std::uint8_t> Bytes() const noexcept { return std::span(m_bytes).subspan(m_taken); }
     std::size_t Size() const noexcept { return m_bytes.size() - m_taken; }
 
-    /// Takes `count` bytes (at most Size()) from the front.
-    void Consume(std::size_t count) noexcept
-    {
-        m_taken += count;
-        if (m_taken == m_bytes.size()) {
-            Clear();
-        }
-    }
+    /// Takes `count` bytes (at most Size()) from the front. They stay readable until the next Append.
+    void Consume(std::size_t count) noexcept { m_taken += count; }
 
     void Clear() noexcept
     {

@@ -1,5 +1,6 @@
 #include "tests/support/Frames.h"
 #include "tests/support/PatchedImport.h"
+#include "tests/support/PerformanceClock.h"
 #include "tests/support/RecordingTrace.h"
 #include "tests/support/TestSupport.h"
 #include "tests/unit/transport/FakeHost.h"
@@ -8,7 +9,6 @@
 #include "tests/unit/transport/ReplyPath.h"
 #include "transport/ReadThreads.h"
 #include "win32/OverlappedOperation.h"
-#include "win32/PerformanceClock.h"
 #include "win32/Thread.h"
 
 #include <gtest/gtest.h>
@@ -479,9 +479,9 @@ TEST_F(Simulation, AFailedAttemptIsFollowedByTheNextAfterTenMilliseconds)
     auto shortest = std::chrono::microseconds::max();
     RecordingTrace::OnLine([&](const std::string& line) {
         if (line == "Connection to USB failed") {
-            failed = win32::PerformanceTime();
+            failed = support::PerformanceTime();
         } else if (failed && line == "CCyUSBDriver::NotifyState(Not Connected)") {
-            shortest = std::min(shortest, win32::PerformanceTime() - *failed);
+            shortest = std::min(shortest, support::PerformanceTime() - *failed);
         }
     });
     StartDriver();

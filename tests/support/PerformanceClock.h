@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-namespace win32 {
+namespace support {
 
 /// Never runs backwards, counts from any moment. Any thread.
 inline std::chrono::microseconds PerformanceTime() noexcept
@@ -20,4 +20,4 @@ inline std::chrono::microseconds PerformanceTime() noexcept
     return std::chrono::microseconds(seconds * 1'000'000 + rest * 1'000'000 / frequency.QuadPart);
 }
 
-} // namespace win32
+} // namespace support
