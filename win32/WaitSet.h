@@ -51,23 +51,29 @@ public:
     /// costs no kernel call, unless an object of higher priority may be signalled: then that is polled.
     Slot Next(const Expectations& expected, DWORD milliseconds) const noexcept
     {
-        std::size_t known = 0;
-        while (known < Count && expected[known] != Expectation::Now) {
-            ++known;
-        }
+        const auto known =
+            static_cast<std::size_t>(std::ranges::find(expected, Expectation::Now) - expected.begin());
         const bool isKnown = known < Count;
-        Asked asked{};
-        bool any = false;
+        std::array<HANDLE, Count> handles{};
+        std::array<Slot, Count> slots{};
+        DWORD count = 0;
         for (std::size_t slot = 0; slot < known; ++slot) {
-            asked[slot] =
-                expected[slot] == Expectation::Maybe || (!isKnown && expected[slot] == Expectation::NotYet);
-            any = any || asked[slot];
+            if (expected[slot] == Expectation::Maybe || (!isKnown && expected[slot] == Expectation::NotYet)) {
+                handles[count] = m_handles[slot];
+                slots[count++] = static_cast<Slot>(slot);
+            }
         }
-        if (!isKnown) {
-            return AnyOf(asked, milliseconds);
+        if (isKnown && count == 0) {
+            return static_cast<Slot>(known);
         }
-        const Slot first = any ? AnyOf(asked, 0) : Slot::TimedOut;
-        return first == Slot::TimedOut || first == Slot::Failed ? static_cast<Slot>(known) : first;
+        const DWORD result = ::WaitForMultipleObjects(count, handles.data(), FALSE, isKnown ? 0 : milliseconds);
+        if (result < count) {
+            return slots[result];
+        }
+        if (isKnown) {
+            return static_cast<Slot>(known);
+        }
+        return result == WAIT_TIMEOUT ? Slot::TimedOut : Slot::Failed;
     }
 
     /// False when an object is missing, because Windows could not create it. Every wait for it would fail.
@@ -77,26 +83,6 @@ public:
     }
 
 private:
-    using Asked = std::array<bool, Count>;
-
-    Slot AnyOf(const Asked& asked, DWORD milliseconds) const noexcept
-    {
-        std::array<HANDLE, Count> handles{};
-        std::array<DWORD, Count> slots{};
-        DWORD count = 0;
-        for (std::size_t slot = 0; slot < Count; ++slot) {
-            if (asked[slot]) {
-                handles[count] = m_handles[slot];
-                slots[count++] = static_cast<DWORD>(slot);
-            }
-        }
-        const DWORD result = ::WaitForMultipleObjects(count, handles.data(), FALSE, milliseconds);
-        if (result < count) {
-            return static_cast<Slot>(slots[result]);
-        }
-        return result == WAIT_TIMEOUT ? Slot::TimedOut : Slot::Failed;
-    }
-
     std::array<HANDLE, Count> m_handles;
 };
 
