@@ -45,9 +45,8 @@ morvane_module(trace SOURCES
 morvane_module(packet FOLDER ports/packet USES win32 SOURCES
     CCommandQueue.cpp CSerialPortCommand.cpp WireFormat.cpp)
 morvane_module(usb USES trace win32 SOURCES
-    BulkTransfer.cpp CallLimits.cpp CCyBulkEndPoint.cpp CCyControlEndPoint.cpp CCyInterruptEndPoint.cpp
-    CCyIsocEndPoint.cpp CCyUSBEndPoint.cpp ConfigurationRecord.cpp Descriptors.cpp DeviceControl.cpp
-    DeviceInterfaces.cpp DeviceNotification.cpp RequestBlock.cpp Transfer.cpp UsbDevice.cpp UsbDeviceIdentity.cpp)
+    BulkTransfer.cpp CCyUSBEndPoint.cpp Descriptors.cpp DeviceControl.cpp DeviceInterfaces.cpp EndPointKinds.cpp
+    Transfer.cpp UsbDevice.cpp UsbDeviceIdentity.cpp)
 morvane_module(firmware USES packet trace win32 SOURCES
     ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
 morvane_module(transport USES firmware usb packet trace win32 SOURCES

@@ -21,6 +21,8 @@ morvane_simulated(simulated_tests FOLDER tests/instrument/driver SOURCES
 morvane_simulated(simulated_tests FOLDER tests/support SOURCES
     PipeClient.cpp RecordingTrace.cpp UniqueName.cpp WaitUntil.cpp)
 morvane_simulated(simulated_tests FOLDER simulation/unit SOURCES Calls.cpp Driver.cpp Imports.cpp Main.cpp)
+# What the archive brings along with the unit tests may be the tracer, in the same compilation as a part that they use.
+morvane_simulated(simulated_tests FOLDER simulation/scenario SOURCES NoWindow.cpp)
 
 add_executable(simulated_units ${simulated_tests})
 target_include_directories(simulated_units PRIVATE ${PROJECT_SOURCE_DIR}/simulation/unit/driver)

@@ -17,9 +17,8 @@ morvane_simulated(simulated_product FOLDER trace SOURCES PacketText.cpp Trace.cp
 morvane_simulated(simulated_product FOLDER ports/packet SOURCES
     CCommandQueue.cpp CSerialPortCommand.cpp WireFormat.cpp)
 morvane_simulated(simulated_product FOLDER usb SOURCES
-    BulkTransfer.cpp CallLimits.cpp CCyBulkEndPoint.cpp CCyControlEndPoint.cpp CCyInterruptEndPoint.cpp
-    CCyIsocEndPoint.cpp CCyUSBEndPoint.cpp ConfigurationRecord.cpp Descriptors.cpp DeviceControl.cpp
-    DeviceInterfaces.cpp DeviceNotification.cpp RequestBlock.cpp Transfer.cpp UsbDevice.cpp UsbDeviceIdentity.cpp)
+    BulkTransfer.cpp CCyUSBEndPoint.cpp Descriptors.cpp DeviceControl.cpp DeviceInterfaces.cpp EndPointKinds.cpp
+    Transfer.cpp UsbDevice.cpp UsbDeviceIdentity.cpp)
 morvane_simulated(simulated_product FOLDER firmware SOURCES
     ChunkPlan.cpp DownloadDialogue.cpp FirmwareDownloader.cpp FirmwareFile.cpp)
 morvane_simulated(simulated_product FOLDER transport SOURCES

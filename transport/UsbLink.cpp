@@ -132,7 +132,7 @@ void UsbLink::BeginWrite(std::unique_ptr<CSerialPortCommand> packet)
 {
     m_write.ResetEvent();
     const std::span<const std::uint8_t> bytes = packet->Bytes();
-    m_writeInFlight = m_write.BeginWrite(*m_endpoints.out, std::move(packet), bytes);
+    m_writeInFlight = m_write.BeginWrite(*m_endpoints.out, usb::Keep(std::move(packet)), bytes);
 }
 
 std::optional<TransferEnd> UsbLink::FinishWrite()

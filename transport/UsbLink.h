@@ -6,7 +6,7 @@
 #include "transport/Link.h"
 #include "transport/ReadThreads.h"
 #include "usb/BulkTransfer.h"
-#include "usb/CallLimits.h"
+#include "usb/DeviceControl.h"
 #include "usb/UsbDevice.h"
 
 #include <cstdint>

@@ -2,8 +2,6 @@
 
 namespace usb {
 
-BulkTransfer::BulkTransfer() : m_event(win32::Event::Kind::ManualReset) {}
-
 Transfer& BulkTransfer::Renew()
 {
     if (!m_transfer) {
@@ -15,7 +13,7 @@ Transfer& BulkTransfer::Renew()
     return *m_transfer;
 }
 
-bool BulkTransfer::BeginKept(CCyUSBEndPoint& endpoint, PayloadOwner packet, std::span<const std::uint8_t> bytes)
+bool BulkTransfer::BeginWrite(CCyUSBEndPoint& endpoint, PayloadOwner packet, std::span<const std::uint8_t> bytes)
 {
     Renew().packet = std::move(packet);
     // The driver's interface has one buffer for both directions; in this one it only reads.
@@ -52,18 +50,15 @@ bool BulkTransfer::Finish(std::uint32_t& length)
     // Without the byte after the longest read; a write has no buffer of its own.
     length = m_transfer->buffer.empty() ? 0 : static_cast<std::uint32_t>(m_transfer->buffer.size() - 1);
     RequestBlock* const context = m_transfer->block.release();
-    if (m_endpoint->FinishDataXfer(m_transfer->buffer.data(), length, &m_transfer->overlapped, context)) {
-        m_transfer->pending = false;
-        m_endpoint = nullptr;
-        return true;
-    }
-    if (m_endpoint->LastError() == ERROR_IO_INCOMPLETE) {
+    std::uint8_t* const buffer = m_transfer->buffer.data();
+    const bool worked = m_endpoint->FinishDataXfer(buffer, length, &m_transfer->overlapped, context);
+    if (!worked && m_endpoint->LastError() == ERROR_IO_INCOMPLETE) {
         m_transfer->block.reset(context); // asked too early: it is still pending
-    } else {
-        m_transfer->pending = false;
-        m_endpoint = nullptr;
+        return false;
     }
-    return false;
+    m_transfer->pending = false;
+    m_endpoint = nullptr;
+    return worked;
 }
 
 void BulkTransfer::Abandon() noexcept

@@ -23,7 +23,7 @@ namespace usb {
 class BulkTransfer
 {
 public:
-    BulkTransfer();
+    BulkTransfer() : m_event(win32::Event::Kind::ManualReset) {}
     ~BulkTransfer() { Abort(); }
     BulkTransfer(const BulkTransfer&) = delete;
     BulkTransfer& operator=(const BulkTransfer&) = delete;
@@ -32,13 +32,9 @@ public:
     HANDLE EventHandle() const noexcept { return m_event.Get(); }
     void ResetEvent() const noexcept { m_event.Reset(); }
 
-    /// Writes `bytes`, which `packet` owns and which is kept until the next start. Only while nothing is under
-    /// way. False when the device is closed.
-    template <class Owner>
-    bool BeginWrite(CCyUSBEndPoint& endpoint, std::unique_ptr<Owner> packet, std::span<const std::uint8_t> bytes)
-    {
-        return BeginKept(endpoint, Keep(std::move(packet)), bytes);
-    }
+    /// Writes `bytes`, which `packet` owns and which is kept until the next start. Only while nothing is pending.
+    /// False when the device is closed.
+    bool BeginWrite(CCyUSBEndPoint& endpoint, PayloadOwner packet, std::span<const std::uint8_t> bytes);
 
     /// Reads at most `length` bytes into a buffer of its own, which is allocated with the first read. Only while
     /// nothing is pending. False when the device is closed.
@@ -71,7 +67,6 @@ public:
 
 private:
     Transfer& Renew();
-    bool BeginKept(CCyUSBEndPoint& endpoint, PayloadOwner packet, std::span<const std::uint8_t> bytes);
     bool Begin(CCyUSBEndPoint& endpoint, std::uint8_t* buffer, std::uint32_t length);
 
     win32::Event m_event;

@@ -1,64 +1,38 @@
 #include "usb/CCyUSBEndPoint.h"
 
 #include "usb/ControlCodes.h"
-#include "usb/DeviceControl.h"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
-CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor,
-                               usb::CallLimits& limits) noexcept
-    : m_device(device),
-      m_limits(limits),
-      m_descriptorLength(descriptor.length),
-      m_descriptorType(descriptor.type),
-      m_address(descriptor.address),
-      m_attributes(descriptor.attributes),
-      m_maximumPacketSize(descriptor.MaximumPacketSize()),
-      m_packetsPerMicroFrame(descriptor.PacketsPerMicroFrame()),
-      m_interval(descriptor.interval),
-      m_in(descriptor.IsIn())
-{
-}
-
-CCyUSBEndPoint::~CCyUSBEndPoint() = default;
-
 usb::RequestBlock* CCyUSBEndPoint::BeginDirectXfer(std::uint8_t* buffer, std::uint32_t length,
                                                    OVERLAPPED* overlapped)
 {
-    auto block = std::make_unique<usb::RequestBlock>();
-    usb::TransferHeader header{};
-    header.endpointAddress = m_address;
-    block->SetHeader(header);
-    Start(usb::ControlDirectTransfer, *block, {buffer, length}, overlapped);
-    return block.release();
+    return StartDirect({.endpointAddress = Address()}, {buffer, length}, overlapped);
 }
 
 usb::RequestBlock* CCyUSBEndPoint::BeginBufferedXfer(std::uint8_t* buffer, std::uint32_t length,
                                                      OVERLAPPED* overlapped)
 {
-    usb::TransferHeader header{};
-    header.endpointAddress = m_address;
-    header.dataOffset = usb::TransferHeaderSize;
-    header.dataLength = length;
+    const usb::TransferHeader header{
+        .endpointAddress = Address(), .dataOffset = usb::TransferHeaderSize, .dataLength = length};
     return StartBuffered(usb::ControlBufferedTransfer, header, {buffer, length}, overlapped);
 }
 
-usb::RequestBlock* CCyUSBEndPoint::BeginPreferredXfer(std::uint8_t* buffer, std::uint32_t length,
-                                                      OVERLAPPED* overlapped)
+usb::RequestBlock* CCyUSBEndPoint::StartDirect(const usb::TransferHeader& header, std::span<std::uint8_t> data,
+                                               OVERLAPPED* overlapped)
 {
-    if (m_device == INVALID_HANDLE_VALUE) {
-        return nullptr;
-    }
-    return m_direct ? BeginDirectXfer(buffer, length, overlapped) : BeginBufferedXfer(buffer, length, overlapped);
+    auto block = std::make_unique<usb::RequestBlock>(header, std::size_t{header.isoPacketLength});
+    Start(usb::ControlDirectTransfer, *block, data, overlapped);
+    return block.release();
 }
 
 usb::RequestBlock* CCyUSBEndPoint::StartBuffered(DWORD code, const usb::TransferHeader& header,
                                                  std::span<const std::uint8_t> data, OVERLAPPED* overlapped)
 {
-    auto block = std::make_unique<usb::RequestBlock>(header.dataOffset - usb::TransferHeaderSize + data.size());
-    block->SetHeader(header);
+    const std::size_t trailing = header.dataOffset - usb::TransferHeaderSize + data.size();
+    auto block = std::make_unique<usb::RequestBlock>(header, trailing);
     std::copy(data.begin(), data.end(), block->Part(header.dataOffset, data.size()).begin());
     Start(code, *block, block->Bytes(), overlapped);
     return block.release();
@@ -160,6 +134,6 @@ void CCyUSBEndPoint::KeepStatuses(const usb::RequestBlock& block) noexcept
 bool CCyUSBEndPoint::Abort() noexcept
 {
     DWORD returned = 0;
-    std::uint8_t address = m_address;
+    std::uint8_t address = Address();
     return usb::DeviceControl(m_device, usb::ControlAbortPipe, {&address, 1}, returned, m_limits, m_abandoned);
 }

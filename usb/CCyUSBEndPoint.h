@@ -1,8 +1,8 @@
 // An endpoint of the open USB device: starts, finishes and aborts overlapped transfers.
 #pragma once
 
-#include "usb/CallLimits.h"
 #include "usb/Descriptors.h"
+#include "usb/DeviceControl.h"
 #include "usb/RequestBlock.h"
 #include "usb/Transfer.h"
 #include "win32/Windows.h"
@@ -21,7 +21,10 @@ class CCyUSBEndPoint
 public:
     /// `limits` is borrowed.
     CCyUSBEndPoint(HANDLE device, const usb::EndpointDescriptor& descriptor,
-                   usb::CallLimits& limits = usb::CallLimits::WithoutStop()) noexcept;
+                   usb::CallLimits& limits = usb::CallLimits::WithoutStop()) noexcept
+        : m_device(device), m_limits(limits), m_descriptor(descriptor), m_in(descriptor.IsIn())
+    {
+    }
     CCyUSBEndPoint(const CCyUSBEndPoint&) = delete;
     CCyUSBEndPoint& operator=(const CCyUSBEndPoint&) = delete;
 
@@ -46,7 +49,7 @@ public:
     virtual bool FinishDataXfer(std::uint8_t* buffer, std::uint32_t& length, OVERLAPPED* overlapped,
                                 usb::RequestBlock* context, std::span<usb::IsoPacketRecord> records = {}) noexcept;
 
-    virtual ~CCyUSBEndPoint();
+    virtual ~CCyUSBEndPoint() = default;
 
     /// Asks the driver to end all transfers of this endpoint; whether it reported no error. Harmless when there
     /// are none. Returns within the device's limits, whatever the driver does.
@@ -57,14 +60,10 @@ public:
     usb::AbandonedTransfers& Abandoned() noexcept { return m_abandoned; }
 
     HANDLE Device() const noexcept { return m_device; }
-    std::uint8_t Address() const noexcept { return m_address; }
-    std::uint8_t Attributes() const noexcept { return m_attributes; }
-    std::uint32_t MaximumPacketSize() const noexcept { return m_maximumPacketSize; }
-    std::uint32_t PacketsPerMicroFrame() const noexcept { return m_packetsPerMicroFrame; }
-    std::uint8_t Interval() const noexcept { return m_interval; }
+    const usb::EndpointDescriptor& Descriptor() const noexcept { return m_descriptor; }
+    std::uint8_t Address() const noexcept { return m_descriptor.address; }
+    std::uint8_t Attributes() const noexcept { return m_descriptor.attributes; }
     bool IsIn() const noexcept { return m_in; }
-    std::uint8_t DescriptorLength() const noexcept { return m_descriptorLength; }
-    std::uint8_t DescriptorType() const noexcept { return m_descriptorType; }
 
     std::uint32_t UsbdStatus() const noexcept { return m_usbdStatus; }
     std::uint32_t NtStatus() const noexcept { return m_ntStatus; }
@@ -77,30 +76,25 @@ public:
     void SetDirect(bool direct) noexcept { m_direct = direct; }
 
 protected:
-    /// Sends `block` as input of `code`; output is `output`. Keeps the outcome in the block and in this object.
-    void Start(DWORD code, usb::RequestBlock& block, std::span<std::uint8_t> output,
-               OVERLAPPED* overlapped) noexcept;
-    /// Direct or buffered, as the direct flag says; null when the device is closed.
-    usb::RequestBlock* BeginPreferredXfer(std::uint8_t* buffer, std::uint32_t length, OVERLAPPED* overlapped);
+    /// Sends a block of `header` and its empty packet records as input, `data` as output.
+    usb::RequestBlock* StartDirect(const usb::TransferHeader& header, std::span<std::uint8_t> data,
+                                   OVERLAPPED* overlapped);
     /// Makes a block of `header`, which tells the data's offset, and `data`; sends it as input and output.
     usb::RequestBlock* StartBuffered(DWORD code, const usb::TransferHeader& header,
                                      std::span<const std::uint8_t> data, OVERLAPPED* overlapped);
     void SetIn(bool in) noexcept { m_in = in; }
 
 private:
+    /// Sends `block` as input of `code`; output is `output`. Keeps the outcome in the block and in this object.
+    void Start(DWORD code, usb::RequestBlock& block, std::span<std::uint8_t> output,
+               OVERLAPPED* overlapped) noexcept;
     void KeepStatuses(const usb::RequestBlock& block) noexcept;
     void TakeData(usb::RequestBlock& block, std::uint32_t returned, std::span<std::uint8_t> room) noexcept;
     void TakeRecords(usb::RequestBlock& block, std::span<usb::IsoPacketRecord> records) const noexcept;
 
     HANDLE m_device; // the device object's, INVALID_HANDLE_VALUE for none
     usb::CallLimits& m_limits;
-    std::uint8_t m_descriptorLength;
-    std::uint8_t m_descriptorType;
-    std::uint8_t m_address;
-    std::uint8_t m_attributes;
-    std::uint32_t m_maximumPacketSize; // bytes of one micro-frame
-    std::uint32_t m_packetsPerMicroFrame;
-    std::uint8_t m_interval;
+    const usb::EndpointDescriptor m_descriptor;
     std::uint32_t m_timeout = 10000; // milliseconds
     std::uint32_t m_usbdStatus = 0;  // the last transfer's, as are the next three
     std::uint32_t m_ntStatus = 0;

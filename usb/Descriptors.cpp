@@ -14,9 +14,10 @@ std::uint16_t Word(ByteSpan bytes, std::size_t offset)
     return static_cast<std::uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
 }
 
-bool IsType(ByteSpan bytes, DescriptorType type)
+/// Whether `bytes` begin with a descriptor of that type which has and claims at least `size` bytes.
+bool BeginWith(ByteSpan bytes, DescriptorType type, std::size_t size)
 {
-    return bytes[1] == static_cast<std::uint8_t>(type);
+    return bytes.size() >= size && bytes[0] >= size && bytes[1] == static_cast<std::uint8_t>(type);
 }
 
 /// The descriptor at the front of `bytes`, at least its length and type; empty at the end and when the length byte
@@ -31,37 +32,33 @@ ByteSpan Front(ByteSpan bytes)
 
 bool IsInterface(ByteSpan descriptor)
 {
-    return IsType(descriptor, DescriptorType::Interface) && descriptor.size() >= InterfaceSize;
-}
-
-bool IsEndpoint(ByteSpan descriptor)
-{
-    return IsType(descriptor, DescriptorType::Endpoint) && descriptor.size() >= EndpointSize;
+    return BeginWith(descriptor, DescriptorType::Interface, InterfaceSize);
 }
 
 InterfaceDescription ParseInterface(ByteSpan descriptor)
 {
-    InterfaceDescription result;
-    result.number = descriptor[2];
-    result.alternateSetting = descriptor[3];
-    result.announcedEndpoints = descriptor[4];
-    result.interfaceClass = descriptor[5];
-    result.interfaceSubclass = descriptor[6];
-    result.protocol = descriptor[7];
-    result.nameString = descriptor[8];
-    return result;
+    return {
+        .number = descriptor[2],
+        .alternateSetting = descriptor[3],
+        .announcedEndpoints = descriptor[4],
+        .interfaceClass = descriptor[5],
+        .interfaceSubclass = descriptor[6],
+        .protocol = descriptor[7],
+        .nameString = descriptor[8],
+        .endpoints = {},
+    };
 }
 
 EndpointDescriptor ParseEndpoint(ByteSpan descriptor)
 {
-    EndpointDescriptor result;
-    result.length = descriptor[0];
-    result.type = descriptor[1];
-    result.address = descriptor[2];
-    result.attributes = descriptor[3];
-    result.maximumPacket = Word(descriptor, 4);
-    result.interval = descriptor[6];
-    return result;
+    return {
+        .length = descriptor[0],
+        .type = descriptor[1],
+        .address = descriptor[2],
+        .attributes = descriptor[3],
+        .maximumPacket = Word(descriptor, 4),
+        .interval = descriptor[6],
+    };
 }
 
 /// Takes the endpoints of `described` from the front of `bytes` and returns what is left: from the next interface
@@ -74,7 +71,7 @@ ByteSpan TakeEndpoints(ByteSpan bytes, InterfaceDescription& described)
         if (descriptor.empty() || IsInterface(descriptor)) {
             break;
         }
-        if (IsEndpoint(descriptor)) {
+        if (BeginWith(descriptor, DescriptorType::Endpoint, EndpointSize)) {
             described.endpoints.push_back(ParseEndpoint(descriptor));
         } else if (++foreign > MaximumForeignDescriptors) {
             break;
@@ -88,32 +85,28 @@ ByteSpan TakeEndpoints(ByteSpan bytes, InterfaceDescription& described)
 
 std::optional<DeviceDescriptor> ParseDevice(ByteSpan bytes)
 {
-    if (bytes.size() < DeviceDescriptorSize || bytes[0] < DeviceDescriptorSize ||
-        !IsType(bytes, DescriptorType::Device))
-    {
+    if (!BeginWith(bytes, DescriptorType::Device, DeviceDescriptorSize)) {
         return std::nullopt;
     }
-    DeviceDescriptor result;
-    result.usbVersion = Word(bytes, 2);
-    result.deviceClass = bytes[4];
-    result.deviceSubclass = bytes[5];
-    result.protocol = bytes[6];
-    result.maximumPacketSize0 = bytes[7];
-    result.vendorId = Word(bytes, 8);
-    result.productId = Word(bytes, 10);
-    result.deviceVersion = Word(bytes, 12);
-    result.manufacturerString = bytes[14];
-    result.productString = bytes[15];
-    result.serialNumberString = bytes[16];
-    result.configurations = bytes[17];
-    return result;
+    return DeviceDescriptor{
+        .usbVersion = Word(bytes, 2),
+        .deviceClass = bytes[4],
+        .deviceSubclass = bytes[5],
+        .protocol = bytes[6],
+        .maximumPacketSize0 = bytes[7],
+        .vendorId = Word(bytes, 8),
+        .productId = Word(bytes, 10),
+        .deviceVersion = Word(bytes, 12),
+        .manufacturerString = bytes[14],
+        .productString = bytes[15],
+        .serialNumberString = bytes[16],
+        .configurations = bytes[17],
+    };
 }
 
 std::optional<std::uint16_t> ConfigurationLength(ByteSpan bytes)
 {
-    if (bytes.size() < ConfigurationHeadSize || bytes[0] < ConfigurationHeadSize ||
-        !IsType(bytes, DescriptorType::Configuration))
-    {
+    if (!BeginWith(bytes, DescriptorType::Configuration, ConfigurationHeadSize)) {
         return std::nullopt;
     }
     return Word(bytes, 2);
@@ -147,23 +140,21 @@ std::optional<ConfigurationDescription> ParseConfiguration(ByteSpan bytes)
 const InterfaceDescription* ConfigurationDescription::Select(std::uint8_t number,
                                                              int alternateSetting) const noexcept
 {
-    const auto ofNumber = [&](const InterfaceDescription& i) { return i.number == number; };
-    const auto exact = [&](const InterfaceDescription& i) {
-        return ofNumber(i) && i.alternateSetting == alternateSetting;
-    };
-    auto found = std::find_if(interfaces.begin(), interfaces.end(), exact);
-    if (found == interfaces.end()) {
-        found = std::find_if(interfaces.begin(), interfaces.end(), ofNumber);
+    const InterfaceDescription* best = interfaces.empty() ? nullptr : &interfaces.front();
+    for (const InterfaceDescription& candidate : interfaces) {
+        if (candidate.number == number && candidate.alternateSetting == alternateSetting) {
+            return &candidate;
+        }
+        if (candidate.number == number && best->number != number) {
+            best = &candidate;
+        }
     }
-    if (found == interfaces.end()) {
-        found = interfaces.begin();
-    }
-    return found == interfaces.end() ? nullptr : &*found;
+    return best;
 }
 
 std::uint8_t StringLength(ByteSpan bytes)
 {
-    return bytes.size() >= StringHeadSize && IsType(bytes, DescriptorType::String) ? bytes[0] : std::uint8_t{0};
+    return BeginWith(bytes, DescriptorType::String, StringHeadSize) ? bytes[0] : std::uint8_t{0};
 }
 
 std::optional<std::uint16_t> ChooseLanguage(ByteSpan bytes)

@@ -3,12 +3,21 @@
 #include "win32/Event.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <utility>
 
 namespace usb {
 
 namespace {
+
+// Of the time for stopping, what stays for requests that were cancelled in it.
+constexpr ULONGLONG CancelReserveMs = 200;
+
+bool Wait(HANDLE event, DWORD milliseconds) noexcept
+{
+    return ::WaitForSingleObject(event, milliseconds) == WAIT_OBJECT_0;
+}
 
 /// The request, which outlives the call when the driver keeps it. Null when memory runs out.
 std::unique_ptr<Transfer> NewRequest(std::uint32_t code, std::span<const std::uint8_t> buffer,
@@ -37,6 +46,45 @@ bool Finish(HANDLE device, Transfer& request, std::span<std::uint8_t> buffer, DW
 }
 
 } // namespace
+
+CallLimits& CallLimits::WithoutStop() noexcept
+{
+    static CallLimits limits;
+    return limits;
+}
+
+bool CallLimits::IsStopping() noexcept
+{
+    if (m_stopEnd.load() != 0) {
+        return true;
+    }
+    if (m_stop == nullptr || !Wait(m_stop, 0)) {
+        return false;
+    }
+    ULONGLONG none = 0;
+    m_stopEnd.compare_exchange_strong(none, ::GetTickCount64() + StopMs);
+    return true;
+}
+
+DWORD CallLimits::LeftForStop(ULONGLONG reserved) const noexcept
+{
+    const ULONGLONG now = ::GetTickCount64() + reserved;
+    const ULONGLONG end = m_stopEnd.load();
+    return end > now ? static_cast<DWORD>(std::min<ULONGLONG>(end - now, StopMs)) : 0;
+}
+
+bool CallLimits::AwaitAnswer(HANDLE completed) noexcept
+{
+    if (!IsStopping()) {
+        const std::array<HANDLE, 2> handles{completed, m_stop};
+        const DWORD count = m_stop != nullptr ? 2 : 1;
+        const DWORD result = ::WaitForMultipleObjects(count, handles.data(), FALSE, m_answerMs);
+        if (result == WAIT_OBJECT_0 || !IsStopping()) {
+            return result == WAIT_OBJECT_0;
+        }
+    }
+    return Wait(completed, LeftForStop(CancelReserveMs));
+}
 
 bool DeviceControl(HANDLE device, std::uint32_t code, std::span<std::uint8_t> buffer, DWORD& returned,
                    CallLimits& limits, AbandonedTransfers& kept) noexcept

@@ -1,6 +1,5 @@
 #include "usb/DeviceInterfaces.h"
 
-#include <cstddef>
 #include <vector>
 
 namespace usb {
@@ -12,19 +11,6 @@ constexpr unsigned MaximumFailures = 256;
 constexpr std::uint8_t MaximumCount = 255;
 
 } // namespace
-
-DeviceInterfaces::DeviceInterfaces(const GUID& interfaceClass) noexcept
-    : m_interfaceClass(interfaceClass),
-      m_set(::SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
-{
-}
-
-DeviceInterfaces::~DeviceInterfaces()
-{
-    if (m_set != INVALID_HANDLE_VALUE) {
-        ::SetupDiDestroyDeviceInfoList(m_set);
-    }
-}
 
 bool DeviceInterfaces::Find(DWORD index, SP_DEVICE_INTERFACE_DATA& found) const noexcept
 {

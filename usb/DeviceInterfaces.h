@@ -15,8 +15,17 @@ namespace usb {
 class DeviceInterfaces
 {
 public:
-    explicit DeviceInterfaces(const GUID& interfaceClass) noexcept;
-    ~DeviceInterfaces();
+    explicit DeviceInterfaces(const GUID& interfaceClass) noexcept
+        : m_interfaceClass(interfaceClass),
+          m_set(::SetupDiGetClassDevsA(&interfaceClass, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
+    {
+    }
+    ~DeviceInterfaces()
+    {
+        if (m_set != INVALID_HANDLE_VALUE) {
+            ::SetupDiDestroyDeviceInfoList(m_set);
+        }
+    }
     DeviceInterfaces(const DeviceInterfaces&) = delete;
     DeviceInterfaces& operator=(const DeviceInterfaces&) = delete;
 

@@ -3,6 +3,8 @@
 
 #include "win32/Windows.h"
 
+#include <dbt.h>
+
 #include <utility>
 
 namespace usb {
@@ -16,10 +18,14 @@ public:
     DeviceNotification(const DeviceNotification&) = delete;
     DeviceNotification& operator=(const DeviceNotification&) = delete;
 
-    /// For devices of the class that come or go.
-    void RegisterClass(HWND window, const GUID& interfaceClass) noexcept;
-    /// For the fate of the one device that is open as `device`.
-    void RegisterDevice(HWND window, HANDLE device) noexcept;
+    /// `filter`: what the window is to hear of ("RegisterDeviceNotificationA function"). Replaces the
+    /// registration.
+    template <class Filter>
+    void Register(HWND window, Filter filter) noexcept
+    {
+        Unregister();
+        m_registration = ::RegisterDeviceNotificationA(window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
+    }
 
     /// Whether the registration could be ended; true as well when there is none.
     bool Unregister() noexcept

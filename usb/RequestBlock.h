@@ -3,9 +3,11 @@
 
 #include "win32/Windows.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <vector>
@@ -17,20 +19,20 @@ namespace usb {
 /// control requests follows at `dataOffset`.
 struct TransferHeader
 {
-    std::uint8_t requestType; // the setup packet of a control request, zero otherwise
-    std::uint8_t request;
-    std::uint16_t value;
-    std::uint16_t index;
-    std::uint16_t setupLength;
-    std::uint32_t timeoutSeconds; // control requests only
-    std::uint8_t reserved;
-    std::uint8_t endpointAddress;
-    std::uint32_t ntStatus;   // filled by the driver
-    std::uint32_t usbdStatus; // filled by the driver
-    std::uint32_t isoPacketOffset;
-    std::uint32_t isoPacketLength;
-    std::uint32_t dataOffset;
-    std::uint32_t dataLength;
+    std::uint8_t requestType = 0; // the setup packet of a control request, zero otherwise
+    std::uint8_t request = 0;
+    std::uint16_t value = 0;
+    std::uint16_t index = 0;
+    std::uint16_t setupLength = 0;
+    std::uint32_t timeoutSeconds = 0; // control requests only
+    std::uint8_t reserved = 0;
+    std::uint8_t endpointAddress = 0;
+    std::uint32_t ntStatus = 0;   // filled by the driver
+    std::uint32_t usbdStatus = 0; // filled by the driver
+    std::uint32_t isoPacketOffset = 0;
+    std::uint32_t isoPacketLength = 0;
+    std::uint32_t dataOffset = 0;
+    std::uint32_t dataLength = 0;
 };
 
 /// One packet of an isochronous transfer.
@@ -42,19 +44,7 @@ struct IsoPacketRecord
 #pragma pack(pop)
 
 static_assert(sizeof(TransferHeader) == 38);
-static_assert(offsetof(TransferHeader, requestType) == 0);
-static_assert(offsetof(TransferHeader, request) == 1);
-static_assert(offsetof(TransferHeader, value) == 2);
-static_assert(offsetof(TransferHeader, index) == 4);
-static_assert(offsetof(TransferHeader, setupLength) == 6);
-static_assert(offsetof(TransferHeader, timeoutSeconds) == 8);
-static_assert(offsetof(TransferHeader, reserved) == 12);
-static_assert(offsetof(TransferHeader, endpointAddress) == 13);
 static_assert(offsetof(TransferHeader, ntStatus) == 14);
-static_assert(offsetof(TransferHeader, usbdStatus) == 18);
-static_assert(offsetof(TransferHeader, isoPacketOffset) == 22);
-static_assert(offsetof(TransferHeader, isoPacketLength) == 26);
-static_assert(offsetof(TransferHeader, dataOffset) == 30);
 static_assert(offsetof(TransferHeader, dataLength) == 34);
 static_assert(sizeof(IsoPacketRecord) == 8);
 
@@ -65,19 +55,31 @@ inline constexpr std::uint32_t TransferHeaderSize = sizeof(TransferHeader);
 class RequestBlock
 {
 public:
-    /// Zeroed: the header and `trailing` bytes after it.
-    explicit RequestBlock(std::size_t trailing = 0);
+    /// `header` and `trailing` zeros after it.
+    explicit RequestBlock(const TransferHeader& header = {}, std::size_t trailing = 0)
+        : m_long(trailing != 0 ? TransferHeaderSize + trailing : 0),
+          m_bytes(trailing != 0 ? std::span<std::uint8_t>(m_long) : std::span<std::uint8_t>(m_header))
+    {
+        std::memcpy(m_bytes.data(), &header, sizeof header);
+    }
     RequestBlock(const RequestBlock&) = delete;
     RequestBlock& operator=(const RequestBlock&) = delete;
 
-    TransferHeader Header() const noexcept;
-    void SetHeader(const TransferHeader& header) noexcept;
+    TransferHeader Header() const noexcept
+    {
+        TransferHeader header;
+        std::memcpy(&header, m_bytes.data(), sizeof header);
+        return header;
+    }
 
-    std::span<std::uint8_t> Bytes() noexcept;
-    std::span<const std::uint8_t> Bytes() const noexcept;
+    std::span<std::uint8_t> Bytes() const noexcept { return m_bytes; }
 
     /// Up to `length` bytes at `offset`, never outside the block, whatever was asked for.
-    std::span<std::uint8_t> Part(std::size_t offset, std::size_t length) noexcept;
+    std::span<std::uint8_t> Part(std::size_t offset, std::size_t length) const noexcept
+    {
+        const std::span<std::uint8_t> rest = m_bytes.subspan(std::min(offset, m_bytes.size()));
+        return rest.first(std::min(length, rest.size()));
+    }
 
     /// Why Windows refused the request at once, as an error code, which may be 0; such a request never completes
     /// and never sets its event. None: it was accepted.
@@ -94,6 +96,7 @@ public:
 private:
     std::array<std::uint8_t, TransferHeaderSize> m_header{};
     std::vector<std::uint8_t> m_long; // instead of m_header, when something follows it
+    std::span<std::uint8_t> m_bytes;  // the one of them that is used
 };
 
 } // namespace usb

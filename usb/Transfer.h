@@ -27,7 +27,7 @@ struct Transfer
     bool pending = false;                       // accepted by the driver, result not taken
     std::uint32_t control = 0;                  // an I/O control's code; 0: a transfer
     std::unique_ptr<RequestBlock> block;        // of a transfer
-    PayloadOwner packet{nullptr, [](void*) {}}; // holds what is written
+    PayloadOwner packet{nullptr, [](void*) {}}; // owns what is written
     std::vector<std::uint8_t> buffer;           // takes what is read; an I/O control's data
     std::unique_ptr<Transfer> next;             // in the list of abandoned transfers
 

@@ -1,7 +1,6 @@
 #include "usb/UsbDevice.h"
 
 #include "usb/ControlCodes.h"
-#include "usb/DeviceControl.h"
 #include "usb/DeviceInterfaces.h"
 
 #include <stdexcept>
@@ -10,7 +9,11 @@ UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open, usb::Ca
     : m_interfaceClass(interfaceClass), m_window(window), m_limits(limits)
 {
     if (m_window != nullptr) {
-        m_interfaceNotification.RegisterClass(m_window, m_interfaceClass);
+        DEV_BROADCAST_DEVICEINTERFACE_A filter{};
+        filter.dbcc_size = sizeof filter;
+        filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+        filter.dbcc_classguid = m_interfaceClass;
+        m_interfaceNotification.Register(m_window, filter);
     }
     if (open) {
         try {
@@ -31,10 +34,9 @@ UsbDevice::~UsbDevice()
     }
 }
 
-std::uint8_t UsbDevice::DeviceCount()
+std::uint8_t UsbDevice::DeviceCount() const
 {
-    m_count = usb::DeviceInterfaces(m_interfaceClass).Count();
-    return m_count;
+    return usb::DeviceInterfaces(m_interfaceClass).Count();
 }
 
 bool UsbDevice::Open(std::uint8_t index)
@@ -49,8 +51,7 @@ bool UsbDevice::Open(std::uint8_t index)
     m_index = index;
     ReadIdentity();
     ReadConfigurations();
-    usb::EndpointDescriptor zero;
-    zero.maximumPacket = m_descriptor.maximumPacketSize0;
+    const usb::EndpointDescriptor zero{.maximumPacket = m_identity.descriptor.maximumPacketSize0};
     m_control = std::make_unique<CCyControlEndPoint>(m_device.Get(), zero, m_limits);
     if (m_configurations.empty()) {
         Close();
@@ -58,7 +59,11 @@ bool UsbDevice::Open(std::uint8_t index)
     }
     SelectInterface();
     if (m_window != nullptr) {
-        m_handleNotification.RegisterDevice(m_window, m_device.Get());
+        DEV_BROADCAST_HANDLE filter{};
+        filter.dbch_size = sizeof filter;
+        filter.dbch_devicetype = DBT_DEVTYP_HANDLE;
+        filter.dbch_handle = m_device.Get();
+        m_handleNotification.Register(m_window, filter);
     }
     return true;
 }
@@ -88,7 +93,7 @@ void UsbDevice::ForEachEndpoint(Function&& function)
         function(*m_control);
     }
     for (const auto& configuration : m_configurations) {
-        for (const auto& endpoint : configuration->Endpoints()) {
+        for (const auto& endpoint : configuration->endpoints) {
             function(*endpoint);
         }
     }
@@ -132,18 +137,8 @@ void UsbDevice::ResetState() noexcept
     m_control.reset();
     m_path.clear();
     m_index = 0;
-    m_count = 0;
-    m_descriptor = {};
-    m_manufacturer = {};
-    m_product = {};
-    m_serialNumber = {};
-    m_friendlyName = {};
-    m_configuration = 0;
+    m_identity = {};
     m_alternateSetting = 0;
-    m_address = 0;
-    m_driverVersion = 0;
-    m_stackVersion = 0;
-    m_highSpeed = false;
 }
 
 void UsbDevice::Unregister()
@@ -155,11 +150,10 @@ void UsbDevice::Unregister()
 
 void UsbDevice::ResetParentPort() noexcept
 {
-    DWORD returned = 0;
-    usb::DeviceControl(m_device.Get(), usb::ControlResetParentPort, {}, returned, m_limits, m_kept);
+    IoControl(usb::ControlResetParentPort, {});
 }
 
-bool UsbDevice::IoControl(std::uint32_t code, std::span<std::uint8_t> buffer)
+bool UsbDevice::IoControl(std::uint32_t code, std::span<std::uint8_t> buffer) noexcept
 {
     DWORD returned = 0;
     const bool worked = usb::DeviceControl(m_device.Get(), code, buffer, returned, m_limits, m_kept);

@@ -1,11 +1,10 @@
 // The instrument as a USB device: finds the device interfaces of one class, opens one, reads what it is.
 #pragma once
 
-#include "usb/CCyControlEndPoint.h"
-#include "usb/CallLimits.h"
-#include "usb/ConfigurationRecord.h"
 #include "usb/Descriptors.h"
+#include "usb/DeviceControl.h"
 #include "usb/DeviceNotification.h"
+#include "usb/EndPointKinds.h"
 #include "win32/Handle.h"
 
 #include <array>
@@ -15,6 +14,34 @@
 #include <span>
 #include <string>
 #include <vector>
+
+namespace usb {
+
+/// One configuration of the open device and the endpoint objects of all its interfaces.
+struct ConfigurationRecord
+{
+    std::vector<std::uint8_t> raw; // the descriptor as read
+    ConfigurationDescription description;
+    std::vector<std::unique_ptr<CCyUSBEndPoint>> endpoints; // interface by interface, in order
+};
+
+/// What the device and its driver tell; zero or empty where they do not. Texts end with a zero.
+struct DeviceIdentity
+{
+    static constexpr std::size_t TextRoom = 256;
+
+    DeviceDescriptor descriptor;
+    std::array<wchar_t, TextRoom> manufacturer{};
+    std::array<wchar_t, TextRoom> product{};
+    std::array<wchar_t, TextRoom> serialNumber{};
+    std::array<char, TextRoom> friendlyName{};
+    std::uint8_t address = 0;
+    std::uint32_t driverVersion = 0;
+    std::uint32_t stackVersion = 0;
+    bool highSpeed = false;
+};
+
+} // namespace usb
 
 /// Closed, or open after an Open that said true. One thread at a time (see CCyUSBEndPoint for the endpoints).
 class UsbDevice
@@ -31,7 +58,7 @@ public:
     UsbDevice& operator=(const UsbDevice&) = delete;
 
     /// Counts the devices present now, at most 255.
-    std::uint8_t DeviceCount();
+    std::uint8_t DeviceCount() const;
 
     /// Closes what is open and opens the device at `index` of the present ones. False, and closed, when there is
     /// no such device, it cannot be opened, it tells no configuration, or drivers keep too many requests of
@@ -61,25 +88,16 @@ public:
     std::size_t EndpointCount() const noexcept { return m_endpoints.size(); }
     CCyUSBEndPoint* Endpoint(std::size_t slot) const noexcept { return m_endpoints[slot]; }
 
-    std::uint16_t VendorId() const noexcept { return m_descriptor.vendorId; }
-    std::uint16_t ProductId() const noexcept { return m_descriptor.productId; }
-    const usb::DeviceDescriptor& Descriptor() const noexcept { return m_descriptor; }
-    const wchar_t* Manufacturer() const noexcept { return m_manufacturer.data(); }
-    const wchar_t* Product() const noexcept { return m_product.data(); }
-    const wchar_t* SerialNumber() const noexcept { return m_serialNumber.data(); }
-    const char* FriendlyName() const noexcept { return m_friendlyName.data(); }
+    const usb::DeviceIdentity& Identity() const noexcept { return m_identity; }
+    std::uint16_t VendorId() const noexcept { return m_identity.descriptor.vendorId; }
+    std::uint16_t ProductId() const noexcept { return m_identity.descriptor.productId; }
 
     /// Of the configurations that were read, which is at most two.
     std::size_t ConfigurationCount() const noexcept { return m_configurations.size(); }
     const usb::ConfigurationRecord& Configuration(std::size_t i) const { return *m_configurations[i]; }
-    std::uint8_t SelectedConfiguration() const noexcept { return m_configuration; }
     /// As the driver told; -1 when it failed to.
     int AlternateSetting() const noexcept { return m_alternateSetting; }
 
-    std::uint8_t Address() const noexcept { return m_address; }
-    std::uint32_t DriverVersion() const noexcept { return m_driverVersion; }
-    std::uint32_t StackVersion() const noexcept { return m_stackVersion; }
-    bool IsHighSpeed() const noexcept { return m_highSpeed; }
     /// Bytes that the driver returned to the last synchronous call.
     std::uint32_t LastByteCount() const noexcept { return m_lastByteCount; }
     /// Requests that a driver keeps although they were cancelled: I/O controls of this device and what earlier
@@ -87,11 +105,6 @@ public:
     std::size_t KeptByDrivers() const noexcept { return m_kept.Count(); }
 
 private:
-    static constexpr std::size_t MaximumConfigurations = 2;
-    static constexpr std::size_t TextRoom = 256; // with the terminating zero
-    using WideText = std::array<wchar_t, TextRoom>;
-    using NarrowText = std::array<char, TextRoom>;
-
     bool OpenPath(std::uint8_t index);
     void ResetState() noexcept;
     void LetGoOfTransfers() noexcept;
@@ -99,16 +112,15 @@ private:
     void ForEachEndpoint(Function&& function);
 
     void ReadIdentity();
-    std::optional<std::uint16_t> ReadLanguage();
-    void ReadText(std::uint8_t index, std::uint16_t language, WideText& text);
+    std::vector<std::uint8_t> ReadString(std::uint8_t index, std::uint16_t language);
+    void ReadText(std::uint8_t index, std::uint16_t language, std::span<wchar_t> text);
     void ReadDriverFacts();
     std::uint32_t ReadNumber(std::uint32_t code);
     void ReadConfigurations();
-    std::vector<std::uint8_t> ReadString(std::uint8_t index, std::uint16_t language);
     void SelectInterface();
     bool ReadDescriptor(usb::DescriptorType type, std::uint8_t index, std::uint16_t language,
                         std::span<std::uint8_t> bytes);
-    bool IoControl(std::uint32_t code, std::span<std::uint8_t> buffer);
+    bool IoControl(std::uint32_t code, std::span<std::uint8_t> buffer) noexcept;
 
     const GUID m_interfaceClass;
     const HWND m_window;
@@ -117,21 +129,11 @@ private:
     win32::FileHandle m_device;
     std::string m_path;
     std::uint8_t m_index = 0;
-    std::uint8_t m_count = 0;
     std::unique_ptr<CCyControlEndPoint> m_control;
     std::vector<CCyUSBEndPoint*> m_endpoints; // borrowed from m_control and m_configurations
-    usb::DeviceDescriptor m_descriptor;
-    WideText m_manufacturer{};
-    WideText m_product{};
-    WideText m_serialNumber{};
-    NarrowText m_friendlyName{};
+    usb::DeviceIdentity m_identity;
     std::vector<std::unique_ptr<usb::ConfigurationRecord>> m_configurations;
-    std::uint8_t m_configuration = 0; // the selected one's place in m_configurations
     int m_alternateSetting = 0;
-    std::uint8_t m_address = 0;
-    std::uint32_t m_driverVersion = 0;
-    std::uint32_t m_stackVersion = 0;
-    bool m_highSpeed = false;
     std::uint32_t m_lastByteCount = 0;
     usb::DeviceNotification m_interfaceNotification; // only with a window
     usb::DeviceNotification m_handleNotification;    // only with a window, while open

@@ -1,5 +1,6 @@
 // What an open device and its driver tell of themselves. None of it is taken on trust; see Descriptors.h.
 #include "usb/ControlCodes.h"
+#include "usb/EndPointKinds.h"
 #include "usb/UsbDevice.h"
 
 #include <algorithm>
@@ -11,24 +12,65 @@ namespace {
 constexpr std::uint8_t GetDescriptor = 6;
 constexpr std::uint32_t DescriptorTimeout = 10000; // milliseconds
 constexpr std::uint8_t InterfaceNumber = 0;
+constexpr std::size_t MaximumConfigurations = 2;
 
 static_assert(std::endian::native == std::endian::little, "the driver's numbers are read as they stand");
+
+std::unique_ptr<CCyUSBEndPoint> MakeEndpoint(HANDLE device, const usb::EndpointDescriptor& descriptor,
+                                             usb::CallLimits& limits)
+{
+    switch (descriptor.Kind()) {
+    case usb::TransferType::Isochronous: return std::make_unique<CCyIsocEndPoint>(device, descriptor, limits);
+    case usb::TransferType::Bulk: return std::make_unique<CCyBulkEndPoint>(device, descriptor, limits);
+    case usb::TransferType::Interrupt: return std::make_unique<CCyInterruptEndPoint>(device, descriptor, limits);
+    case usb::TransferType::Control: break;
+    }
+    return std::make_unique<CCyControlEndPoint>(device, descriptor, limits);
+}
+
+std::unique_ptr<usb::ConfigurationRecord> MakeRecord(HANDLE device, std::vector<std::uint8_t> raw,
+                                                     usb::ConfigurationDescription description,
+                                                     usb::CallLimits& limits)
+{
+    auto record = std::make_unique<usb::ConfigurationRecord>(std::move(raw), std::move(description));
+    for (const usb::InterfaceDescription& described : record->description.interfaces) {
+        for (const usb::EndpointDescriptor& endpoint : described.endpoints) {
+            record->endpoints.push_back(MakeEndpoint(device, endpoint, limits));
+        }
+    }
+    return record;
+}
+
+/// The endpoints of one of the configuration's interfaces, as many slots as it announced: a slot without a
+/// descriptor is null.
+std::vector<CCyUSBEndPoint*> EndpointsOf(const usb::ConfigurationRecord& configuration,
+                                         const usb::InterfaceDescription& described)
+{
+    auto next = configuration.endpoints.begin();
+    for (const auto* before = configuration.description.interfaces.data(); before != &described; ++before) {
+        next += static_cast<std::ptrdiff_t>(before->endpoints.size());
+    }
+    std::vector<CCyUSBEndPoint*> slots(described.announcedEndpoints, nullptr);
+    for (std::size_t i = 0; i < described.endpoints.size(); ++i) {
+        slots[i] = (next++)->get();
+    }
+    return slots;
+}
 
 } // namespace
 
 bool UsbDevice::ReadDescriptor(usb::DescriptorType type, std::uint8_t index, std::uint16_t language,
                                std::span<std::uint8_t> bytes)
 {
-    CCyControlEndPoint::Request request;
-    request.type = CCyControlEndPoint::RequestType::Standard;
-    request.direction = CCyControlEndPoint::Direction::FromDevice;
-    request.code = GetDescriptor;
-    request.value = static_cast<std::uint16_t>(static_cast<unsigned>(type) << 8 | index);
-    request.index = language;
-
-    usb::RequestBlock block(bytes.size());
-    block.SetHeader(
-        CCyControlEndPoint::Header(request, static_cast<std::uint16_t>(bytes.size()), DescriptorTimeout));
+    const CCyControlEndPoint::Request request{
+        .type = CCyControlEndPoint::RequestType::Standard,
+        .direction = CCyControlEndPoint::Direction::FromDevice,
+        .code = GetDescriptor,
+        .value = static_cast<std::uint16_t>(static_cast<unsigned>(type) << 8 | index),
+        .index = language,
+    };
+    const auto length = static_cast<std::uint16_t>(bytes.size());
+    const usb::RequestBlock block(CCyControlEndPoint::Header(request, length, DescriptorTimeout), length);
     if (!IoControl(usb::ControlEndpointZero, block.Bytes())) {
         return false;
     }
@@ -41,12 +83,12 @@ void UsbDevice::ReadIdentity()
 {
     std::array<std::uint8_t, usb::DeviceDescriptorSize> bytes{};
     if (ReadDescriptor(usb::DescriptorType::Device, 0, 0, bytes)) {
-        m_descriptor = usb::ParseDevice(bytes).value_or(usb::DeviceDescriptor{});
+        m_identity.descriptor = usb::ParseDevice(bytes).value_or(usb::DeviceDescriptor{});
     }
     if (const std::optional<std::uint16_t> language = usb::ChooseLanguage(ReadString(0, 0))) {
-        ReadText(m_descriptor.manufacturerString, *language, m_manufacturer);
-        ReadText(m_descriptor.productString, *language, m_product);
-        ReadText(m_descriptor.serialNumberString, *language, m_serialNumber);
+        ReadText(m_identity.descriptor.manufacturerString, *language, m_identity.manufacturer);
+        ReadText(m_identity.descriptor.productString, *language, m_identity.product);
+        ReadText(m_identity.descriptor.serialNumberString, *language, m_identity.serialNumber);
     }
     ReadDriverFacts();
 }
@@ -64,7 +106,7 @@ std::vector<std::uint8_t> UsbDevice::ReadString(std::uint8_t index, std::uint16_
     return bytes;
 }
 
-void UsbDevice::ReadText(std::uint8_t index, std::uint16_t language, WideText& text)
+void UsbDevice::ReadText(std::uint8_t index, std::uint16_t language, std::span<wchar_t> text)
 {
     if (index == 0) {
         return; // the device has no such string
@@ -77,15 +119,15 @@ void UsbDevice::ReadDriverFacts()
 {
     std::array<std::uint8_t, 1> address{};
     if (IoControl(usb::ControlDeviceAddress, address)) {
-        m_address = address[0];
+        m_identity.address = address[0];
     }
-    std::array<std::uint8_t, TextRoom> name{};
+    std::array<std::uint8_t, usb::DeviceIdentity::TextRoom> name{};
     if (IoControl(usb::ControlFriendlyName, name)) {
-        std::copy(name.begin(), name.end() - 1, m_friendlyName.begin());
+        std::copy(name.begin(), name.end() - 1, m_identity.friendlyName.begin());
     }
-    m_driverVersion = ReadNumber(usb::ControlDriverVersion);
-    m_stackVersion = ReadNumber(usb::ControlStackVersion);
-    m_highSpeed = ReadNumber(usb::ControlBusSpeed) == usb::HighSpeed;
+    m_identity.driverVersion = ReadNumber(usb::ControlDriverVersion);
+    m_identity.stackVersion = ReadNumber(usb::ControlStackVersion);
+    m_identity.highSpeed = ReadNumber(usb::ControlBusSpeed) == usb::HighSpeed;
 }
 
 std::uint32_t UsbDevice::ReadNumber(std::uint32_t code)
@@ -96,7 +138,7 @@ std::uint32_t UsbDevice::ReadNumber(std::uint32_t code)
 
 void UsbDevice::ReadConfigurations()
 {
-    const std::size_t count = std::min<std::size_t>(m_descriptor.configurations, MaximumConfigurations);
+    const std::size_t count = std::min<std::size_t>(m_identity.descriptor.configurations, MaximumConfigurations);
     for (std::size_t i = 0; i < count; ++i) {
         const auto index = static_cast<std::uint8_t>(i);
         std::array<std::uint8_t, usb::ConfigurationHeadSize> head{};
@@ -108,8 +150,7 @@ void UsbDevice::ReadConfigurations()
             continue;
         }
         if (std::optional<usb::ConfigurationDescription> parsed = usb::ParseConfiguration(raw)) {
-            m_configurations.push_back(std::make_unique<usb::ConfigurationRecord>(m_device.Get(), std::move(raw),
-                                                                                  std::move(*parsed), m_limits));
+            m_configurations.push_back(MakeRecord(m_device.Get(), std::move(raw), std::move(*parsed), m_limits));
         }
     }
 }
@@ -118,11 +159,10 @@ void UsbDevice::SelectInterface()
 {
     std::array<std::uint8_t, 1> setting{InterfaceNumber};
     m_alternateSetting = IoControl(usb::ControlAlternateSetting, setting) ? setting[0] : -1;
-    m_configuration = 0;
     m_endpoints.push_back(m_control.get());
-    const usb::ConfigurationRecord& configuration = *m_configurations[m_configuration];
-    if (const auto* selected = configuration.Description().Select(InterfaceNumber, m_alternateSetting)) {
-        const std::vector<CCyUSBEndPoint*> slots = configuration.EndpointsOf(*selected);
+    const usb::ConfigurationRecord& configuration = *m_configurations.front();
+    if (const auto* selected = configuration.description.Select(InterfaceNumber, m_alternateSetting)) {
+        const std::vector<CCyUSBEndPoint*> slots = EndpointsOf(configuration, *selected);
         m_endpoints.insert(m_endpoints.end(), slots.begin(), slots.end());
     }
 }

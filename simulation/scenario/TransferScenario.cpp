@@ -171,7 +171,7 @@ void Caller::Write()
     auto message = std::make_unique<std::vector<std::uint8_t>>(NextMessage());
     const std::span<const std::uint8_t> bytes(*message);
     m_write->ResetEvent();
-    if (!m_write->BeginWrite(*m_out, std::move(message), bytes)) {
+    if (!m_write->BeginWrite(*m_out, usb::Keep(std::move(message)), bytes)) {
         return Fault("a write of an open device is not begun");
     }
     AwaitMostly(*m_write);

@@ -69,7 +69,7 @@ bool UsbRouterEnd::Send(std::uint8_t deviceType, std::uint8_t port, const std::s
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(frame->data()), frame->size());
     const std::size_t wanted = frame->size();
     std::uint32_t length = 0;
-    return m_write.BeginWrite(*Endpoint(OutAddress), std::move(frame), bytes) &&
+    return m_write.BeginWrite(*Endpoint(OutAddress), usb::Keep(std::move(frame)), bytes) &&
            support::WaitFor(m_write.EventHandle()) && m_write.HasEnded() && m_write.Finish(length) &&
            length == wanted;
 }

@@ -95,8 +95,8 @@ TEST_F(AtOnce, AControlHasItsAnswer)
     const ControlHook hook(&DoneAtOnce);
     ASSERT_TRUE(device.Open(0));
     EXPECT_EQ(device.VendorId(), 0x1E4F);
-    EXPECT_EQ(device.DriverVersion(), 0x01020304u);
-    EXPECT_STREQ(device.FriendlyName(), "Simulated instrument");
+    EXPECT_EQ(device.Identity().driverVersion, 0x01020304u);
+    EXPECT_STREQ(device.Identity().friendlyName.data(), "Simulated instrument");
 }
 
 namespace {
@@ -136,7 +136,7 @@ TEST_F(AtOnce, AnOpenAsksInItsOrder)
         });
         ASSERT_TRUE(device.Open(0));
     }
-    const usb::DeviceDescriptor& texts = device.Descriptor();
+    const usb::DeviceDescriptor& texts = device.Identity().descriptor;
     const std::vector<Asked> expected{Descriptor(1), // the device
                                       Descriptor(3),
                                       Descriptor(3), // its languages: their length, then all

@@ -30,7 +30,7 @@ protected:
             if (opened.Endpoint(i)->Address() == endpoint) {
                 auto packet = std::make_unique<Bytes>(Pattern(10));
                 const std::span<const std::uint8_t> view(*packet);
-                ASSERT_TRUE(write.BeginWrite(*opened.Endpoint(i), std::move(packet), view));
+                ASSERT_TRUE(write.BeginWrite(*opened.Endpoint(i), usb::Keep(std::move(packet)), view));
             }
         }
     }

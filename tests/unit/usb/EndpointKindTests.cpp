@@ -1,7 +1,7 @@
 // The kinds of endpoints that the router does not use: control, interrupt, isochronous.
 #include "tests/unit/usb/UsbFixture.h"
-#include "usb/CCyIsocEndPoint.h"
 #include "usb/ControlCodes.h"
+#include "usb/EndPointKinds.h"
 
 #include <cstring>
 

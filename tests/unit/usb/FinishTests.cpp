@@ -16,23 +16,20 @@ protected:
     explicit FinishByHand(std::uint8_t address = In)
         : endpoint(INVALID_HANDLE_VALUE, {.length = 7, .type = 5, .address = address, .attributes = 2})
     {
-        std::iota(block->Bytes().begin(), block->Bytes().end(), std::uint8_t{0});
-        block->SetHeader({});
     }
+    /// The data of each block counts on from the header's size.
+    void MakeBlock(const usb::TransferHeader& header = {})
+    {
+        block = std::make_unique<usb::RequestBlock>(header, Room);
+        const std::span<std::uint8_t> data = block->Part(usb::TransferHeaderSize, Room);
+        std::iota(data.begin(), data.end(), std::uint8_t{usb::TransferHeaderSize});
+    }
+    void SetUp() override { MakeBlock(); }
     void SetStatuses(std::uint32_t ntStatus, std::uint32_t usbdStatus)
     {
-        usb::TransferHeader header = block->Header();
-        header.ntStatus = ntStatus;
-        header.usbdStatus = usbdStatus;
-        block->SetHeader(header);
+        MakeBlock({.ntStatus = ntStatus, .usbdStatus = usbdStatus});
     }
-    void MakeBuffered()
-    {
-        usb::TransferHeader header = block->Header();
-        header.dataOffset = usb::TransferHeaderSize;
-        header.dataLength = Room;
-        block->SetHeader(header);
-    }
+    void MakeBuffered() { MakeBlock({.dataOffset = usb::TransferHeaderSize, .dataLength = Room}); }
     Outcome Finish()
     {
         Outcome outcome;
@@ -51,7 +48,7 @@ protected:
 
     CCyBulkEndPoint endpoint;
     OVERLAPPED overlapped{};
-    std::unique_ptr<usb::RequestBlock> block = std::make_unique<usb::RequestBlock>(Room);
+    std::unique_ptr<usb::RequestBlock> block;
     Bytes buffer;
 };
 
@@ -69,7 +66,6 @@ TEST_F(FinishByHand, TakesTheCountOfARequestThatHasEnded)
 TEST_F(FinishByHand, BadStatusesAloneAreAFailureWithAnErrorOfWindows)
 {
     for (const auto& [nt, usbd] : {std::pair{0xC0000001u, 0u}, std::pair{0u, 0xC0000004u}}) {
-        block = std::make_unique<usb::RequestBlock>(Room);
         SetStatuses(nt, usbd);
         overlapped.InternalHigh = 7;
         const Outcome outcome = Finish();
@@ -114,7 +110,7 @@ TEST_F(FinishByHand, ACountBelowTheHeaderOfABufferedBlockIsNone)
 TEST_F(FinishByHand, ARefusalCountsWhateverStandsInTheRecord)
 {
     for (const ULONG_PTR status : {ULONG_PTR{0}, ULONG_PTR{STATUS_PENDING}, ULONG_PTR{0xC0000185}}) {
-        block = std::make_unique<usb::RequestBlock>(Room);
+        MakeBlock();
         block->refusal = ERROR_IO_DEVICE;
         overlapped.Internal = status;
         overlapped.InternalHigh = 7;

@@ -1,8 +1,7 @@
 // What an open instrument and its driver tell: identifiers, strings, configurations, endpoints.
 #include "tests/unit/usb/UsbFixture.h"
-#include "usb/CCyInterruptEndPoint.h"
-#include "usb/CCyIsocEndPoint.h"
 #include "usb/ControlCodes.h"
+#include "usb/EndPointKinds.h"
 
 #include <string>
 
@@ -40,20 +39,20 @@ TEST_F(Identity, TheDeviceDescriptorIsRead)
     Connect(Instrument(0x1E4F, 0x0301));
     EXPECT_EQ(device.VendorId(), 0x1E4F);
     EXPECT_EQ(device.ProductId(), 0x0301);
-    EXPECT_EQ(device.Descriptor().usbVersion, 0x0200);
-    EXPECT_EQ(device.Descriptor().deviceClass, 0xFF);
-    EXPECT_EQ(device.Descriptor().deviceVersion, 0x1234);
-    EXPECT_EQ(device.Descriptor().configurations, 1);
+    EXPECT_EQ(device.Identity().descriptor.usbVersion, 0x0200);
+    EXPECT_EQ(device.Identity().descriptor.deviceClass, 0xFF);
+    EXPECT_EQ(device.Identity().descriptor.deviceVersion, 0x1234);
+    EXPECT_EQ(device.Identity().descriptor.configurations, 1);
 }
 
 TEST_F(Identity, TheDriverTellsAddressNameVersionsAndSpeed)
 {
     Connect();
-    EXPECT_EQ(device.Address(), 5);
-    EXPECT_STREQ(device.FriendlyName(), "Simulated instrument");
-    EXPECT_EQ(device.DriverVersion(), 0x01020304u);
-    EXPECT_EQ(device.StackVersion(), 0x00000200u);
-    EXPECT_TRUE(device.IsHighSpeed());
+    EXPECT_EQ(device.Identity().address, 5);
+    EXPECT_STREQ(device.Identity().friendlyName.data(), "Simulated instrument");
+    EXPECT_EQ(device.Identity().driverVersion, 0x01020304u);
+    EXPECT_EQ(device.Identity().stackVersion, 0x00000200u);
+    EXPECT_TRUE(device.Identity().highSpeed);
     EXPECT_EQ(device.LastByteCount(), 1u) << "of the alternate setting, which is asked for last";
 }
 
@@ -63,7 +62,7 @@ TEST_F(Identity, OnlySpeedTwoIsHighSpeed)
         instrumentbus::Description description = Instrument();
         description.speed = speed;
         Connect(description);
-        EXPECT_FALSE(device.IsHighSpeed()) << speed;
+        EXPECT_FALSE(device.Identity().highSpeed) << speed;
     }
 }
 
@@ -72,7 +71,7 @@ TEST_F(Identity, AFriendlyNameWithoutAnEndIsCut)
     instrumentbus::Description description = Instrument();
     description.friendlyName = std::string(256, 'n');
     Connect(description);
-    EXPECT_EQ(std::string(device.FriendlyName()), std::string(255, 'n'));
+    EXPECT_EQ(std::string(device.Identity().friendlyName.data()), std::string(255, 'n'));
 }
 
 TEST_F(Identity, WhatTheDriverRefusesOrCutsIsZeroAndOpeningWorks)
@@ -86,20 +85,20 @@ TEST_F(Identity, WhatTheDriverRefusesOrCutsIsZeroAndOpeningWorks)
         bus.SetRule(rule);
     }
     Connect();
-    EXPECT_EQ(device.Address(), 0);
-    EXPECT_STREQ(device.FriendlyName(), "");
-    EXPECT_EQ(device.DriverVersion(), 0u);
-    EXPECT_EQ(device.StackVersion(), 0u) << "three bytes of four";
-    EXPECT_FALSE(device.IsHighSpeed());
+    EXPECT_EQ(device.Identity().address, 0);
+    EXPECT_STREQ(device.Identity().friendlyName.data(), "");
+    EXPECT_EQ(device.Identity().driverVersion, 0u);
+    EXPECT_EQ(device.Identity().stackVersion, 0u) << "three bytes of four";
+    EXPECT_FALSE(device.Identity().highSpeed);
     EXPECT_EQ(Addresses(), (std::vector<int>{Out, In}));
 }
 
 TEST_F(Identity, TheStringsAreReadInEnglish)
 {
     Connect();
-    EXPECT_STREQ(device.Manufacturer(), L"Morvane");
-    EXPECT_STREQ(device.Product(), L"Instrument");
-    EXPECT_STREQ(device.SerialNumber(), L"0001");
+    EXPECT_STREQ(device.Identity().manufacturer.data(), L"Morvane");
+    EXPECT_STREQ(device.Identity().product.data(), L"Instrument");
+    EXPECT_STREQ(device.Identity().serialNumber.data(), L"0001");
 }
 
 TEST_F(Identity, EnglishIsChosenAmongSeveralLanguages)
@@ -108,7 +107,7 @@ TEST_F(Identity, EnglishIsChosenAmongSeveralLanguages)
     description.Raw(StringType) = describe::Text(u"\x0407\x0409");
     description.descriptors.push_back({StringType, 2, 0x0407, describe::Text(u"Messger\x00E4t")});
     Connect(description);
-    EXPECT_STREQ(device.Product(), L"Instrument");
+    EXPECT_STREQ(device.Identity().product.data(), L"Instrument");
 }
 
 TEST_F(Identity, TheFirstLanguageIsChosenWhenEnglishIsNotListed)
@@ -117,8 +116,8 @@ TEST_F(Identity, TheFirstLanguageIsChosenWhenEnglishIsNotListed)
     description.Raw(StringType) = describe::Text(u"\x0407\x040C");
     description.descriptors.push_back({StringType, 2, 0x0407, describe::Text(u"Messger\x00E4t")});
     Connect(description);
-    EXPECT_STREQ(device.Product(), L"Messger\x00E4t");
-    EXPECT_STREQ(device.Manufacturer(), L"") << "exists in English only";
+    EXPECT_STREQ(device.Identity().product.data(), L"Messger\x00E4t");
+    EXPECT_STREQ(device.Identity().manufacturer.data(), L"") << "exists in English only";
 }
 
 TEST_F(Identity, WithoutALanguageThereAreNoStrings)
@@ -128,7 +127,7 @@ TEST_F(Identity, WithoutALanguageThereAreNoStrings)
         instrumentbus::Description description = Instrument();
         description.Raw(StringType) = list;
         Connect(description);
-        EXPECT_STREQ(device.Product(), L"");
+        EXPECT_STREQ(device.Identity().product.data(), L"");
     }
 }
 
@@ -137,8 +136,8 @@ TEST_F(Identity, AStringIndexOfZeroMeansNoString)
     instrumentbus::Description description = Instrument();
     description.Raw(DeviceType)[15] = 0;
     Connect(description);
-    EXPECT_STREQ(device.Product(), L"");
-    EXPECT_STREQ(device.SerialNumber(), L"0001");
+    EXPECT_STREQ(device.Identity().product.data(), L"");
+    EXPECT_STREQ(device.Identity().serialNumber.data(), L"0001");
 }
 
 TEST_F(Identity, AStringThatTheDeviceDoesNotHaveIsEmpty)
@@ -146,7 +145,7 @@ TEST_F(Identity, AStringThatTheDeviceDoesNotHaveIsEmpty)
     instrumentbus::Description description = Instrument();
     description.Raw(DeviceType)[15] = 9;
     Connect(description);
-    EXPECT_STREQ(device.Product(), L"");
+    EXPECT_STREQ(device.Identity().product.data(), L"");
 }
 
 TEST_F(Identity, TheLongestStringAndOneWithAnOddLengthAreRead)
@@ -155,8 +154,8 @@ TEST_F(Identity, TheLongestStringAndOneWithAnOddLengthAreRead)
     description.Raw(StringType, 2) = describe::Text(std::u16string(126, u'x'));
     description.Raw(StringType, 3) = Bytes{7, 3, 'a', 0, 'b', 0, 'c'};
     Connect(description);
-    EXPECT_EQ(std::wstring(device.Product()), std::wstring(126, L'x'));
-    EXPECT_STREQ(device.SerialNumber(), L"ab");
+    EXPECT_EQ(std::wstring(device.Identity().product.data()), std::wstring(126, L'x'));
+    EXPECT_STREQ(device.Identity().serialNumber.data(), L"ab");
 }
 
 TEST_F(Identity, AStringShorterThanItSaysIsLeftOut)
@@ -164,7 +163,7 @@ TEST_F(Identity, AStringShorterThanItSaysIsLeftOut)
     instrumentbus::Description description = Instrument();
     description.Raw(StringType, 2) = Bytes{40, 3, 'a', 0, 'b', 0};
     Connect(description);
-    EXPECT_STREQ(device.Product(), L"");
+    EXPECT_STREQ(device.Identity().product.data(), L"");
 }
 
 TEST_F(Identity, TheConfigurationAndItsEndpointsAreRead)
@@ -173,7 +172,7 @@ TEST_F(Identity, TheConfigurationAndItsEndpointsAreRead)
                             describe::Endpoint(0x83, 1, 0x1400), describe::Endpoint(0x04, 0, 64)}));
     ASSERT_EQ(device.EndpointCount(), 5u);
     EXPECT_EQ(device.Endpoint(0)->Address(), 0);
-    EXPECT_EQ(device.Endpoint(0)->MaximumPacketSize(), 64u);
+    EXPECT_EQ(device.Endpoint(0)->Descriptor().MaximumPacketSize(), 64u);
     EXPECT_NE(dynamic_cast<CCyControlEndPoint*>(device.Endpoint(0)), nullptr);
     EXPECT_NE(dynamic_cast<CCyInterruptEndPoint*>(device.Endpoint(1)), nullptr);
     EXPECT_NE(dynamic_cast<CCyBulkEndPoint*>(device.Endpoint(2)), nullptr);
@@ -182,14 +181,14 @@ TEST_F(Identity, TheConfigurationAndItsEndpointsAreRead)
     EXPECT_EQ(device.Endpoint(1)->Attributes(), 3);
     EXPECT_TRUE(device.Endpoint(1)->IsIn());
     EXPECT_FALSE(device.Endpoint(2)->IsIn());
-    EXPECT_EQ(device.Endpoint(3)->MaximumPacketSize(), 3072u);
-    EXPECT_EQ(device.Endpoint(3)->PacketsPerMicroFrame(), 3u);
-    EXPECT_EQ(device.Endpoint(2)->DescriptorLength(), 7);
-    EXPECT_EQ(device.Endpoint(2)->DescriptorType(), 5);
+    EXPECT_EQ(device.Endpoint(3)->Descriptor().MaximumPacketSize(), 3072u);
+    EXPECT_EQ(device.Endpoint(3)->Descriptor().PacketsPerMicroFrame(), 3u);
+    EXPECT_EQ(device.Endpoint(2)->Descriptor().length, 7);
+    EXPECT_EQ(device.Endpoint(2)->Descriptor().type, 5);
     EXPECT_EQ(device.Endpoint(2)->Timeout(), 10000u);
     EXPECT_TRUE(device.Endpoint(2)->IsDirect());
     ASSERT_EQ(device.ConfigurationCount(), 1u);
-    EXPECT_EQ(device.Configuration(0).Raw().size(), 9u + 9u + 4u * 7u);
+    EXPECT_EQ(device.Configuration(0).raw.size(), 9u + 9u + 4u * 7u);
 }
 
 TEST_F(Identity, UnusualAttributeBitsKeepTheKindOfEndpointAndAreTold)
@@ -247,7 +246,7 @@ TEST_F(Identity, TwoConfigurationsAreKeptOfThoseAnnounced)
     Connect(description);
     EXPECT_EQ(device.ConfigurationCount(), 2u);
     EXPECT_EQ(Addresses(), (std::vector<int>{Out, In})) << "of the first";
-    EXPECT_EQ(device.Configuration(1).Endpoints().size(), 1u);
+    EXPECT_EQ(device.Configuration(1).endpoints.size(), 1u);
 }
 
 TEST_F(Identity, TheSecondConfigurationServesWhenTheFirstCannotBeRead)
@@ -345,7 +344,7 @@ TEST_F(Identity, TheLongestConfigurationIsReadWhole)
         describe::Joined({describe::Interface(0, 0, 2), describe::Endpoint(0x02), describe::Endpoint(0x86)});
     interfaces.resize(65'535 - 9, 2); // "two bytes of type two", to the end
     Connect(WithConfiguration(describe::Configuration(interfaces)));
-    EXPECT_EQ(device.Configuration(0).Raw().size(), 65'535u);
+    EXPECT_EQ(device.Configuration(0).raw.size(), 65'535u);
     EXPECT_EQ(Addresses(), (std::vector<int>{Out, In}));
 }
 

@@ -8,7 +8,7 @@ namespace usbtest {
 TEST(RequestBlock, IsZeroedAndOfTheRightSize)
 {
     for (std::size_t trailing : {0u, 1u, 1'000u}) {
-        usb::RequestBlock block(trailing);
+        usb::RequestBlock block({}, trailing);
         ASSERT_EQ(block.Bytes().size(), 38 + trailing);
         EXPECT_TRUE(std::all_of(block.Bytes().begin(), block.Bytes().end(), [](int byte) { return byte == 0; }));
         EXPECT_FALSE(block.refusal);
@@ -31,8 +31,7 @@ TEST(RequestBlock, HeaderFieldsLieWhereTheDriverExpectsThem)
     header.isoPacketLength = 0x1E1D1C1B;
     header.dataOffset = 0x2221201F;
     header.dataLength = 0x26252423;
-    usb::RequestBlock block;
-    block.SetHeader(header);
+    const usb::RequestBlock block(header);
     Bytes expected(38);
     for (std::size_t i = 0; i < expected.size(); ++i) {
         expected[i] = static_cast<std::uint8_t>(i + 1);
@@ -45,7 +44,7 @@ TEST(RequestBlock, HeaderFieldsLieWhereTheDriverExpectsThem)
 
 TEST(RequestBlock, APartNeverReachesOutside)
 {
-    usb::RequestBlock block(10);
+    usb::RequestBlock block({}, 10);
     EXPECT_EQ(block.Part(38, 10).size(), 10u);
     EXPECT_EQ(block.Part(38, 11).size(), 10u);
     EXPECT_EQ(block.Part(47, 0xFFFFFFFF).size(), 1u);

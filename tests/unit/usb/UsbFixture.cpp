@@ -38,7 +38,7 @@ bool UsbTest::Write(usb::BulkTransfer& transfer, Bytes bytes)
 {
     auto packet = std::make_unique<Bytes>(std::move(bytes));
     const std::span<const std::uint8_t> view(*packet);
-    return transfer.BeginWrite(*Endpoint(Out), std::move(packet), view);
+    return transfer.BeginWrite(*Endpoint(Out), usb::Keep(std::move(packet)), view);
 }
 
 Outcome End(usb::BulkTransfer& transfer)

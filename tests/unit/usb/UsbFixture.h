@@ -4,7 +4,7 @@
 #include "tests/instrument/InstrumentControl.h"
 #include "tests/support/TestSupport.h"
 #include "usb/BulkTransfer.h"
-#include "usb/CCyBulkEndPoint.h"
+#include "usb/EndPointKinds.h"
 #include "usb/UsbDevice.h"
 
 #include <gtest/gtest.h>
