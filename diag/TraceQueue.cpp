@@ -1,7 +1,7 @@
 #include "diag/TraceQueue.h"
 
 #include "diag/TimeStamp.h"
-#include "trace/TraceMask.h"
+#include "trace/Trace.h"
 
 #include <array>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // The tracer's own thread.
 #include "diag/CDebugThread.h"
 #include "diag/TimeStamp.h"
-#include "trace/TraceMask.h"
+#include "trace/Trace.h"
 
 #include <array>
 #include <cstdio>

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <limits>
+#include <system_error>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -14,67 +15,41 @@ bool Contains(std::string_view text, std::string_view keyword) noexcept
     return text.find(keyword) != std::string_view::npos;
 }
 
-/// Reads a reply as "%s %d %d" would: a word, then numbers until one is missing.
-class ReplyReader
+// A reply is read as "%s %d %d" would: a word, then numbers until one is missing. Each function takes what it
+// reads from the front of the text.
+
+constexpr std::string_view Blanks = " \t\n\v\f\r";
+constexpr std::size_t LongestWord = 100;
+
+void SkipBlanks(std::string_view& text) noexcept
 {
-public:
-    explicit ReplyReader(std::string_view text) noexcept : m_Rest(text) {}
+    text.remove_prefix(std::min(text.find_first_not_of(Blanks), text.size()));
+}
 
-    /// A longer word than the instrument's longest makes the reply unreadable.
-    bool SkipWord() noexcept
-    {
-        SkipBlanks();
-        const std::size_t length = std::min(m_Rest.find_first_of(Blanks), m_Rest.size());
-        m_Rest.remove_prefix(length);
-        return length >= 1 && length <= LongestWord;
-    }
-
-    /// A number beyond 32 bits reads as the largest or smallest one. (Taken modulo 2^32 instead, a wrong echo
-    /// could pass for the right one.)
-    bool ReadNumber(std::int32_t& number) noexcept
-    {
-        SkipBlanks();
-        const bool negative = !m_Rest.empty() && m_Rest.front() == '-';
-        if (negative || (!m_Rest.empty() && m_Rest.front() == '+')) {
-            m_Rest.remove_prefix(1);
-        }
-        const std::int64_t least = std::numeric_limits<std::int32_t>::min();
-        const std::int64_t limit = negative ? -least : std::numeric_limits<std::int32_t>::max();
-        std::int64_t value = 0;
-        bool found = false;
-        for (; !m_Rest.empty() && m_Rest.front() >= '0' && m_Rest.front() <= '9'; m_Rest.remove_prefix(1)) {
-            value = std::min(value * 10 + (m_Rest.front() - '0'), limit);
-            found = true;
-        }
-        if (found) {
-            number = static_cast<std::int32_t>(negative ? -value : value);
-        }
-        return found;
-    }
-
-private:
-    static constexpr std::string_view Blanks = " \t\n\v\f\r";
-    static constexpr std::size_t LongestWord = 100;
-
-    void SkipBlanks() noexcept { m_Rest.remove_prefix(std::min(m_Rest.find_first_not_of(Blanks), m_Rest.size())); }
-
-    std::string_view m_Rest;
-};
-
-struct ReadyReply
+/// A longer word than the instrument's longest makes the reply unreadable.
+bool SkipWord(std::string_view& text) noexcept
 {
-    std::int32_t imageSize = 0;
-    std::int32_t chunkSize = 0;
-};
+    SkipBlanks(text);
+    const std::size_t length = std::min(text.find_first_of(Blanks), text.size());
+    text.remove_prefix(length);
+    return length >= 1 && length <= LongestWord;
+}
 
-ReadyReply ParseReadyReply(std::string_view text) noexcept
+/// A number beyond 32 bits reads as the largest or smallest one. (Taken modulo 2^32 instead, a wrong echo could
+/// pass for the right one.)
+bool ReadNumber(std::string_view& text, std::int32_t& number) noexcept
 {
-    ReadyReply reply;
-    ReplyReader reader(text);
-    if (reader.SkipWord() && reader.ReadNumber(reply.imageSize)) {
-        reader.ReadNumber(reply.chunkSize);
+    SkipBlanks(text);
+    if (text.starts_with('+') && !text.starts_with("+-")) {
+        text.remove_prefix(1);
     }
-    return reply;
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc::result_out_of_range) {
+        using Limits = std::numeric_limits<std::int32_t>;
+        number = text.starts_with('-') ? Limits::min() : Limits::max();
+    }
+    text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
+    return error != std::errc::invalid_argument;
 }
 
 } // namespace
@@ -88,7 +63,7 @@ void DownloadDialogue::SetImage(FirmwareImagePtr image) noexcept
 void DownloadDialogue::Start(std::uint32_t tick) noexcept
 {
     m_nRetries = 0;
-    m_nNow = tick;
+    m_nStartTick = tick;
     Dispatch(Event::Start);
 }
 
@@ -100,7 +75,7 @@ void DownloadDialogue::Retry(std::uint32_t tick) noexcept
     m_Output.Report(
         "FirmwareDownloader::NeedsDownload() retry reached, sending E_DOWNLOAD_START to try and resync");
     ++m_nRetries;
-    m_nNow = tick;
+    m_nStartTick = tick;
     Dispatch(Event::Start);
 }
 
@@ -133,9 +108,12 @@ void DownloadDialogue::ReceiveWhileWaiting(std::string_view text) noexcept
 {
     if (Contains(text, "RECEIVE_READY")) {
         m_Output.Report("FirmwareDownloader::OnReceive RECEIVE_READY");
-        const ReadyReply reply = ParseReadyReply(text);
-        m_nChunkSize = reply.chunkSize;
-        if (reply.chunkSize != 0 && static_cast<std::uint32_t>(reply.imageSize) == m_nImageSize) {
+        std::int32_t imageSize = 0;
+        m_nChunkSize = 0;
+        if (SkipWord(text) && ReadNumber(text, imageSize)) {
+            ReadNumber(text, m_nChunkSize);
+        }
+        if (m_nChunkSize != 0 && static_cast<std::uint32_t>(imageSize) == m_nImageSize) {
             Dispatch(Event::InstrumentReady);
             return;
         }
@@ -178,17 +156,16 @@ void DownloadDialogue::Handle(Event event)
 {
     switch (event) {
     case Event::Start:
-        m_nStartTick = m_nNow;
         DownloadStart();
         m_nState = State::WaitingForReady;
         break;
     case Event::InstrumentReady:
-        m_Output.ClearCommandQueue();
+        m_Transport.ClearCommandQueue();
         DownloadImage();
         m_nState = State::SendingImage;
         break;
     case Event::ChunkAcknowledged:
-        if (!SubmitNextChunk()) {
+        if (std::vector<std::uint8_t> message; !SubmitNext(m_Chunks, message)) {
             Handle(Event::End);
         }
         break;
@@ -206,53 +183,44 @@ void DownloadDialogue::DownloadStart()
     // "%d" also for images beyond 2 GB: the instrument echoes the number as it got it.
     const int length =
         std::snprintf(text.data(), text.size(), "PREPARE_DOWNLOAD %d\r", static_cast<std::int32_t>(m_nImageSize));
-    m_Output.Submit({reinterpret_cast<const std::uint8_t*>(text.data()), static_cast<std::size_t>(length)});
+    m_Transport.SubmitFirmware(
+        {reinterpret_cast<const std::uint8_t*>(text.data()), static_cast<std::size_t>(length)});
 }
 
 void DownloadDialogue::DownloadImage()
 {
     m_Output.Report("FirmwareDownloader::DownloadImage() Firmware image download...");
     ChunkPlan chunks(m_Image, m_nChunkSize);
+    std::vector<std::uint8_t> message;
     if (!m_bQueued) {
         // Chunks left by a queued download that broke off stay where they are: acknowledgements send them.
-        SubmitAll(std::move(chunks));
+        do {
+            ReportChunk(chunks, chunks.Offset());
+        } while (SubmitNext(chunks, message));
         return;
     }
-    m_Chunks = std::move(chunks);
-    ReportChunks();
-    SubmitNextChunk();
-}
-
-void DownloadDialogue::ReportChunks() noexcept
-{
-    std::uint32_t offset = m_Chunks.Offset();
-    while (const std::uint32_t size = m_Chunks.SizeAt(offset)) {
-        m_Output.ReportChunk(offset, size);
+    std::uint32_t offset = chunks.Offset();
+    while (const std::uint32_t size = ReportChunk(chunks, offset)) {
         offset += size;
     }
+    m_Chunks = std::move(chunks);
+    SubmitNext(m_Chunks, message);
 }
 
-void DownloadDialogue::SubmitAll(ChunkPlan chunks)
+std::uint32_t DownloadDialogue::ReportChunk(const ChunkPlan& chunks, std::uint32_t offset) noexcept
 {
-    std::vector<std::uint8_t> message;
-    for (;;) {
-        const std::uint32_t offset = chunks.Offset();
-        if (const std::uint32_t size = chunks.SizeAt(offset); size != 0) {
-            m_Output.ReportChunk(offset, size);
-        }
-        if (!chunks.Take(message)) {
-            return;
-        }
-        m_Output.Submit(message);
+    const std::uint32_t size = chunks.SizeAt(offset);
+    if (size != 0) {
+        m_Output.ReportChunk(offset, size);
     }
+    return size;
 }
 
-bool DownloadDialogue::SubmitNextChunk()
+bool DownloadDialogue::SubmitNext(ChunkPlan& chunks, std::vector<std::uint8_t>& message)
 {
-    std::vector<std::uint8_t> message;
-    if (!m_Chunks.Take(message)) {
+    if (!chunks.Take(message)) {
         return false;
     }
-    m_Output.Submit(message);
+    m_Transport.SubmitFirmware(message);
     return true;
 }

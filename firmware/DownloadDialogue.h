@@ -14,22 +14,19 @@
 
 #include "firmware/ChunkPlan.h"
 #include "firmware/FirmwareImage.h"
+#include "firmware/FirmwareTransport.h"
 
 #include <atomic>
 #include <cstdint>
-#include <span>
 #include <string_view>
+#include <vector>
 
-/// What the dialogue does to the world, called by it while it handles an event.
+/// Hears of the dialogue while it handles an event.
 class IDialogueOutput
 {
 public:
     virtual ~IDialogueOutput() = default;
 
-    /// Sends one message, a copy of the bytes. May throw.
-    virtual void Submit(std::span<const std::uint8_t> message) = 0;
-    /// Drops what waits to be sent. May throw.
-    virtual void ClearCommandQueue() = 0;
     /// The dialogue has ended, one way or another.
     virtual void Completed() noexcept = 0;
     virtual void Report(const char* line) noexcept = 0;
@@ -37,7 +34,7 @@ public:
 };
 
 /// One thread at a time, but for the operations named for any thread. Nothing thrown leaves it: a failed
-/// allocation, its own or the output's, ends the dialogue.
+/// allocation, its own or the transport's, ends the dialogue.
 class DownloadDialogue
 {
 public:
@@ -52,7 +49,11 @@ public:
     static constexpr std::int32_t MaxRetries = 3;
     static constexpr std::uint32_t RetryAfter = 3000; // ms
 
-    explicit DownloadDialogue(IDialogueOutput& output) noexcept : m_Output(output) {}
+    /// Both are borrowed.
+    DownloadDialogue(IFirmwareTransport& transport, IDialogueOutput& output) noexcept
+        : m_Transport(transport), m_Output(output)
+    {
+    }
 
     /// The image for the next dialogue, null for none; one that is being sent goes on with its own.
     void SetImage(FirmwareImagePtr image) noexcept;
@@ -85,17 +86,18 @@ private:
     void ReceiveWhileSending(std::string_view text) noexcept;
     void DownloadStart();
     void DownloadImage();
-    void ReportChunks() noexcept;
-    void SubmitAll(ChunkPlan chunks);
-    bool SubmitNextChunk();
+    /// Reports the chunk at `offset` and returns its size, 0 when there is none.
+    std::uint32_t ReportChunk(const ChunkPlan& chunks, std::uint32_t offset) noexcept;
+    /// Sends the next message of `chunks`, made in `message`; false when none is left.
+    bool SubmitNext(ChunkPlan& chunks, std::vector<std::uint8_t>& message);
 
+    IFirmwareTransport& m_Transport;
     IDialogueOutput& m_Output;
     FirmwareImagePtr m_Image;
     std::uint32_t m_nImageSize = 0;
     std::int32_t m_nChunkSize = DefaultChunkSize; // bytes, the instrument's answer: any number
     bool m_bQueued = true;                        // one chunk for each acknowledgement
     ChunkPlan m_Chunks;                           // what a queued download has yet to send
-    std::uint32_t m_nNow = 0;                     // ms, the time of the event being handled
 
     // Written as above, read by any thread.
     std::atomic<State> m_nState{State::Idle};

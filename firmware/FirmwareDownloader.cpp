@@ -5,19 +5,17 @@
 
 #include <limits>
 #include <string>
-#include <string_view>
 #include <utility>
 
 FirmwareDownloader::FirmwareDownloader(IFirmwareTransport& transport, IDeviceNames& names,
                                        FirmwareSurroundings surroundings)
-    : m_Transport(transport),
-      m_Surroundings(std::move(surroundings)),
-      m_Dialogue(*this),
+    : m_Surroundings(std::move(surroundings)),
+      m_Dialogue(transport, *this),
       m_CompletionMutex(::CreateMutexW(nullptr, FALSE, nullptr))
 {
     names.RegisterDeviceName(L"_FirmwareDownload", trace::FirmwareChannel);
     names.RegisterDeviceName(L"_FirmwareDebug", trace::RouterChannel);
-    if (!m_hDownloaded.Exists() || !m_CompletionMutex) {
+    if (m_hDownloaded.Get() == nullptr || !m_CompletionMutex) {
         Report(
             "FirmwareDownloader::FirmwareDownloader() Windows has no event or mutex for it, no download can end");
     }
@@ -28,7 +26,7 @@ bool FirmwareDownloader::ReadFirmwareFile(std::uint16_t productId, std::int32_t 
     Report("FirmwareDownloader::ReadFirmwareFile()");
     FirmwareReading reading = ReadProductFile(productId);
     if (reading.outcome == FirmwareReading::Outcome::Discarded) {
-        SetDownloaded();
+        m_hDownloaded.Set();
     }
     const bool loaded = reading.outcome == FirmwareReading::Outcome::Loaded;
 
@@ -67,8 +65,8 @@ void FirmwareDownloader::Download() noexcept
 bool FirmwareDownloader::NeedsDownload() noexcept
 {
     bool needed = true;
-    if (m_hDownloaded.Exists()) {
-        if (m_bDownloaded) {
+    if (m_hDownloaded.Get() != nullptr) {
+        if (m_hDownloaded.IsSet()) {
             needed = false;
         } else {
             needed = Dialogue().HasImage();
@@ -94,11 +92,6 @@ void FirmwareDownloader::ResendWhenDue() noexcept
     }
 }
 
-bool FirmwareDownloader::IsDownloading() const noexcept
-{
-    return Dialogue().IsDownloading();
-}
-
 void FirmwareDownloader::OnReceive(const std::uint8_t* bytes, std::uint32_t length) noexcept
 {
     if (bytes == nullptr || length == 0 || length > std::uint32_t{std::numeric_limits<std::int32_t>::max()}) {
@@ -115,16 +108,6 @@ void FirmwareDownloader::SetForDownloadOnNextConnect() noexcept
     m_Dialogue.Reset();
 }
 
-void FirmwareDownloader::Submit(std::span<const std::uint8_t> message)
-{
-    m_Transport.SubmitFirmware(message);
-}
-
-void FirmwareDownloader::ClearCommandQueue()
-{
-    m_Transport.ClearCommandQueue();
-}
-
 void FirmwareDownloader::Completed() noexcept
 {
     Report("FirmwareDownloader::Completed()");
@@ -132,7 +115,7 @@ void FirmwareDownloader::Completed() noexcept
         return;
     }
     Report("FirmwareDownloader::Completed() setting event m_hDownloaded");
-    SetDownloaded();
+    m_hDownloaded.Set();
     m_nSpare = -1;
 }
 
@@ -148,12 +131,6 @@ bool FirmwareDownloader::OwnCompletionMutex() noexcept
         m_bCompletionOwned = result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
     }
     return m_bCompletionOwned;
-}
-
-void FirmwareDownloader::SetDownloaded() noexcept
-{
-    m_hDownloaded.Set();
-    m_bDownloaded = true;
 }
 
 void FirmwareDownloader::Report(const char* line) noexcept

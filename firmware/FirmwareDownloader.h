@@ -1,8 +1,5 @@
 // Loads a firmware image from a file beside the program and sends it to the instrument at connection.
-//
-// Threads: the transport's command thread calls ReadFirmwareFile and Download, its reply thread OnReceive, and any
-// thread NeedsDownload and IsDownloading. What is sent when, is the business of DownloadDialogue; this class gives
-// it the file, the clock, the events and one lock.
+// DownloadDialogue decides what is sent when; this class gives it the file, the clock, the events and one lock.
 //
 // The lock (m_mutex) is held for one whole event of the dialogue, with everything that the event sends, so that
 // messages leave in the order of the events that caused them. Hence the order of locks: m_mutex before whatever
@@ -13,12 +10,10 @@
 
 #include "firmware/DownloadDialogue.h"
 #include "firmware/FirmwareFile.h"
-#include "firmware/FirmwareTransport.h"
 #include "win32/CriticalSection.h"
-#include "win32/Event.h"
 #include "win32/Handle.h"
+#include "win32/MirroredEvent.h"
 
-#include <atomic>
 #include <cstdint>
 
 /// Part of a transport and used only while that lives. Nothing thrown leaves any operation: a failed allocation
@@ -45,7 +40,7 @@ public:
     bool NeedsDownload() noexcept;
 
     /// Whether the dialogue is running. Any thread.
-    bool IsDownloading() const noexcept;
+    bool IsDownloading() const noexcept { return Dialogue().IsDownloading(); }
 
     /// One reply of the instrument: `length` bytes of text, with or without a terminating zero. Nothing when null
     /// or empty. Reply thread.
@@ -55,8 +50,6 @@ public:
     void SetForDownloadOnNextConnect() noexcept;
 
 private:
-    void Submit(std::span<const std::uint8_t> message) override;
-    void ClearCommandQueue() override;
     void Completed() noexcept override REQUIRES(m_mutex);
     void Report(const char* line) noexcept override;
     void ReportChunk(std::uint32_t offset, std::uint32_t size) noexcept override;
@@ -66,12 +59,9 @@ private:
     /// For its const operations, which any thread may call without m_mutex; hence outside the analysis.
     const DownloadDialogue& Dialogue() const noexcept NO_THREAD_SAFETY_ANALYSIS { return m_Dialogue; }
     bool OwnCompletionMutex() noexcept REQUIRES(m_mutex);
-    void SetDownloaded() noexcept;
 
-    IFirmwareTransport& m_Transport;
     const FirmwareSurroundings m_Surroundings;
-    win32::Event m_hDownloaded{win32::Event::Kind::ManualReset}; // once set, set for the life of the object
-    std::atomic<bool> m_bDownloaded{false};                      // mirrors it: no kernel call for each query
+    win32::MirroredEvent m_hDownloaded; // once set, set for the life of the object
 
     win32::SharedLock m_mutex;
     DownloadDialogue m_Dialogue GUARDED_BY(m_mutex);

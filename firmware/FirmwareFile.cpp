@@ -5,35 +5,7 @@
 
 #include <limits>
 #include <new>
-#include <optional>
-
-namespace {
-
-std::optional<std::uint32_t> SizeOf(const win32::FileHandle& file) noexcept
-{
-    LARGE_INTEGER size{};
-    if (::GetFileSizeEx(file.Get(), &size) == FALSE || size.QuadPart > std::numeric_limits<std::uint32_t>::max()) {
-        return std::nullopt;
-    }
-    return static_cast<std::uint32_t>(size.QuadPart);
-}
-
-FirmwareReading ReadOpenFile(const win32::FileHandle& file, std::uint32_t size, decltype(&::ReadFile) readFile)
-{
-    const auto image = std::make_shared<FirmwareImage>();
-    image->bytes.reset(new std::uint8_t[size]); // not zeroed: an image is some megabytes
-    DWORD count = 0;
-    const bool worked = readFile(file.Get(), image->bytes.get(), size, &count, nullptr) != FALSE;
-    image->size = count;
-    // By design: a read that worked gives an image. One that failed with all bytes gives none, and nothing is
-    // downloaded. One that failed with fewer gives the bytes that it has read as the image.
-    if (!worked && count == size) {
-        return {FirmwareReading::Outcome::Discarded, nullptr, count};
-    }
-    return {FirmwareReading::Outcome::Loaded, image, count};
-}
-
-} // namespace
+#include <utility>
 
 FirmwareSurroundings FirmwareSurroundings::OfThisProcess()
 {
@@ -53,16 +25,27 @@ FirmwareReading ReadFirmware(const std::wstring& name, decltype(&::ReadFile) rea
     }
     const win32::FileHandle file(::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                                FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) {
+    LARGE_INTEGER size{};
+    if (!file || ::GetFileSizeEx(file.Get(), &size) == FALSE ||
+        size.QuadPart > std::numeric_limits<std::uint32_t>::max())
+    {
         return {};
     }
-    const std::optional<std::uint32_t> size = SizeOf(file);
-    if (!size) {
-        return {};
-    }
+    const auto length = static_cast<DWORD>(size.QuadPart);
+    std::shared_ptr<FirmwareImage> image;
     try {
-        return ReadOpenFile(file, *size, readFile);
+        image = std::make_shared<FirmwareImage>();
+        image->bytes.reset(new std::uint8_t[length]); // not zeroed: an image is some megabytes
     } catch (const std::bad_alloc&) {
         return {};
     }
+    DWORD count = 0;
+    const bool worked = readFile(file.Get(), image->bytes.get(), length, &count, nullptr) != FALSE;
+    image->size = count;
+    // By design: a read that worked gives an image. One that failed with all bytes gives none, and nothing is
+    // downloaded. One that failed with fewer gives the bytes that it has read as the image.
+    if (!worked && count == length) {
+        return {FirmwareReading::Outcome::Discarded, nullptr, count};
+    }
+    return {FirmwareReading::Outcome::Loaded, std::move(image), count};
 }

@@ -8,6 +8,14 @@ namespace {
 
 constinit std::atomic<ITraceSink*> g_sink{nullptr};
 
+/// The installed sink if it wants something of `mask`, which is cut to that; null if not.
+ITraceSink* SinkFor(std::int32_t device, std::uint32_t& mask) noexcept
+{
+    ITraceSink* const sink = g_sink.load(std::memory_order_acquire);
+    mask = sink != nullptr ? sink->EffectiveMask(device, mask) : 0;
+    return mask != 0 ? sink : nullptr;
+}
+
 } // namespace
 
 void InstallTraceSink(ITraceSink& sink) noexcept
@@ -23,17 +31,13 @@ void RemoveTraceSink(ITraceSink& sink) noexcept
 
 void Trace(std::int32_t device, std::uint32_t classMask, const char* format, ...) noexcept
 {
-    ITraceSink* const sink = g_sink.load(std::memory_order_acquire);
-    if (sink == nullptr) {
-        return;
-    }
-    const std::uint32_t effective = sink->EffectiveMask(device, classMask);
-    if (effective == 0) [[likely]] {
+    ITraceSink* const sink = SinkFor(device, classMask);
+    if (sink == nullptr) [[likely]] {
         return;
     }
     std::va_list arguments;
     va_start(arguments, format);
-    sink->Write(device, effective, format, arguments);
+    sink->Write(device, classMask, format, arguments);
     va_end(arguments);
 }
 
@@ -41,16 +45,12 @@ bool DumpPacket(std::int32_t device, std::uint32_t classMask, const std::uint8_t
                 bool hexOnly, std::string& out) noexcept
 {
     out.clear();
-    ITraceSink* const sink = g_sink.load(std::memory_order_acquire);
-    if (sink == nullptr || data == nullptr || length == 0) {
-        return false;
-    }
-    const std::uint32_t effective = sink->EffectiveMask(device, classMask);
-    if (effective == 0) [[likely]] {
+    ITraceSink* const sink = data != nullptr && length != 0 ? SinkFor(device, classMask) : nullptr;
+    if (sink == nullptr) [[likely]] {
         return false;
     }
     try {
-        return sink->Dump(device, effective, data, length, hexOnly, out);
+        return sink->Dump(device, classMask, data, length, hexOnly, out);
     } catch (...) {
         out.clear();
         return false;

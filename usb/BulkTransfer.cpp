@@ -1,5 +1,7 @@
 #include "usb/BulkTransfer.h"
 
+#include <utility>
+
 namespace usb {
 
 Transfer& BulkTransfer::Renew()

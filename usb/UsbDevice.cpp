@@ -13,7 +13,8 @@ UsbDevice::UsbDevice(HWND window, const GUID& interfaceClass, bool open, usb::Ca
         filter.dbcc_size = sizeof filter;
         filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
         filter.dbcc_classguid = m_interfaceClass;
-        m_interfaceNotification.Register(m_window, filter);
+        m_interfaceNotification.Reset(
+            ::RegisterDeviceNotificationA(m_window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE));
     }
     if (open) {
         try {
@@ -63,7 +64,7 @@ bool UsbDevice::Open(std::uint8_t index)
         filter.dbch_size = sizeof filter;
         filter.dbch_devicetype = DBT_DEVTYP_HANDLE;
         filter.dbch_handle = m_device.Get();
-        m_handleNotification.Register(m_window, filter);
+        m_handleNotification.Reset(::RegisterDeviceNotificationA(m_window, &filter, DEVICE_NOTIFY_WINDOW_HANDLE));
     }
     return true;
 }
@@ -102,7 +103,7 @@ void UsbDevice::ForEachEndpoint(Function&& function)
 void UsbDevice::Close()
 {
     const char* failure = nullptr;
-    if (!m_handleNotification.Unregister()) {
+    if (!m_handleNotification.Reset()) {
         failure = "Failed to close the handle notification handle.";
     }
     ForEachEndpoint([&](CCyUSBEndPoint& endpoint) { endpoint.Abandoned().CancelAll(m_device.Get()); });
@@ -110,7 +111,13 @@ void UsbDevice::Close()
         failure = "Failed to close the device handle.";
     }
     LetGoOfTransfers();
-    ResetState();
+    m_endpoints.clear();
+    m_configurations.clear();
+    m_control.reset();
+    m_path.clear();
+    m_index = 0;
+    m_identity = {};
+    m_alternateSetting = 0;
     if (failure != nullptr) {
         throw std::runtime_error(failure);
     }
@@ -130,20 +137,9 @@ void UsbDevice::LetGoOfTransfers() noexcept
     m_kept.Sweep();
 }
 
-void UsbDevice::ResetState() noexcept
-{
-    m_endpoints.clear();
-    m_configurations.clear();
-    m_control.reset();
-    m_path.clear();
-    m_index = 0;
-    m_identity = {};
-    m_alternateSetting = 0;
-}
-
 void UsbDevice::Unregister()
 {
-    if (!m_interfaceNotification.Unregister()) {
+    if (!m_interfaceNotification.Reset()) {
         throw std::runtime_error("Failed to close the device notification handle.");
     }
 }

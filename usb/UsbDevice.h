@@ -3,14 +3,14 @@
 
 #include "usb/Descriptors.h"
 #include "usb/DeviceControl.h"
-#include "usb/DeviceNotification.h"
 #include "usb/EndPointKinds.h"
 #include "win32/Handle.h"
+
+#include <dbt.h>
 
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -40,6 +40,17 @@ struct DeviceIdentity
     std::uint32_t stackVersion = 0;
     bool highSpeed = false;
 };
+
+/// A window's registration for the coming and going of devices.
+struct NotificationPolicy
+{
+    static HDEVNOTIFY None() noexcept { return nullptr; }
+    static bool Close(HDEVNOTIFY registration) noexcept
+    {
+        return ::UnregisterDeviceNotification(registration) != FALSE;
+    }
+};
+using DeviceNotification = win32::UniqueHandle<NotificationPolicy>;
 
 } // namespace usb
 
@@ -106,7 +117,6 @@ public:
 
 private:
     bool OpenPath(std::uint8_t index);
-    void ResetState() noexcept;
     void LetGoOfTransfers() noexcept;
     template <class Function>
     void ForEachEndpoint(Function&& function);
@@ -114,7 +124,6 @@ private:
     void ReadIdentity();
     std::vector<std::uint8_t> ReadString(std::uint8_t index, std::uint16_t language);
     void ReadText(std::uint8_t index, std::uint16_t language, std::span<wchar_t> text);
-    void ReadDriverFacts();
     std::uint32_t ReadNumber(std::uint32_t code);
     void ReadConfigurations();
     void SelectInterface();

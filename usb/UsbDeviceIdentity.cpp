@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
+#include <utility>
 
 namespace {
 
@@ -26,19 +26,6 @@ std::unique_ptr<CCyUSBEndPoint> MakeEndpoint(HANDLE device, const usb::EndpointD
     case usb::TransferType::Control: break;
     }
     return std::make_unique<CCyControlEndPoint>(device, descriptor, limits);
-}
-
-std::unique_ptr<usb::ConfigurationRecord> MakeRecord(HANDLE device, std::vector<std::uint8_t> raw,
-                                                     usb::ConfigurationDescription description,
-                                                     usb::CallLimits& limits)
-{
-    auto record = std::make_unique<usb::ConfigurationRecord>(std::move(raw), std::move(description));
-    for (const usb::InterfaceDescription& described : record->description.interfaces) {
-        for (const usb::EndpointDescriptor& endpoint : described.endpoints) {
-            record->endpoints.push_back(MakeEndpoint(device, endpoint, limits));
-        }
-    }
-    return record;
 }
 
 /// The endpoints of one of the configuration's interfaces, as many slots as it announced: a slot without a
@@ -90,7 +77,17 @@ void UsbDevice::ReadIdentity()
         ReadText(m_identity.descriptor.productString, *language, m_identity.product);
         ReadText(m_identity.descriptor.serialNumberString, *language, m_identity.serialNumber);
     }
-    ReadDriverFacts();
+    std::array<std::uint8_t, 1> address{};
+    if (IoControl(usb::ControlDeviceAddress, address)) {
+        m_identity.address = address[0];
+    }
+    std::array<std::uint8_t, usb::DeviceIdentity::TextRoom> name{};
+    if (IoControl(usb::ControlFriendlyName, name)) {
+        std::copy(name.begin(), name.end() - 1, m_identity.friendlyName.begin());
+    }
+    m_identity.driverVersion = ReadNumber(usb::ControlDriverVersion);
+    m_identity.stackVersion = ReadNumber(usb::ControlStackVersion);
+    m_identity.highSpeed = ReadNumber(usb::ControlBusSpeed) == usb::HighSpeed;
 }
 
 std::vector<std::uint8_t> UsbDevice::ReadString(std::uint8_t index, std::uint16_t language)
@@ -115,21 +112,6 @@ void UsbDevice::ReadText(std::uint8_t index, std::uint16_t language, std::span<w
     std::copy_n(read.begin(), std::min(read.size(), text.size() - 1), text.begin());
 }
 
-void UsbDevice::ReadDriverFacts()
-{
-    std::array<std::uint8_t, 1> address{};
-    if (IoControl(usb::ControlDeviceAddress, address)) {
-        m_identity.address = address[0];
-    }
-    std::array<std::uint8_t, usb::DeviceIdentity::TextRoom> name{};
-    if (IoControl(usb::ControlFriendlyName, name)) {
-        std::copy(name.begin(), name.end() - 1, m_identity.friendlyName.begin());
-    }
-    m_identity.driverVersion = ReadNumber(usb::ControlDriverVersion);
-    m_identity.stackVersion = ReadNumber(usb::ControlStackVersion);
-    m_identity.highSpeed = ReadNumber(usb::ControlBusSpeed) == usb::HighSpeed;
-}
-
 std::uint32_t UsbDevice::ReadNumber(std::uint32_t code)
 {
     std::array<std::uint8_t, 4> bytes{};
@@ -149,9 +131,17 @@ void UsbDevice::ReadConfigurations()
         if (raw.empty() || !ReadDescriptor(usb::DescriptorType::Configuration, index, 0, raw)) {
             continue;
         }
-        if (std::optional<usb::ConfigurationDescription> parsed = usb::ParseConfiguration(raw)) {
-            m_configurations.push_back(MakeRecord(m_device.Get(), std::move(raw), std::move(*parsed), m_limits));
+        std::optional<usb::ConfigurationDescription> parsed = usb::ParseConfiguration(raw);
+        if (!parsed) {
+            continue;
         }
+        auto record = std::make_unique<usb::ConfigurationRecord>(std::move(raw), std::move(*parsed));
+        for (const usb::InterfaceDescription& described : record->description.interfaces) {
+            for (const usb::EndpointDescriptor& endpoint : described.endpoints) {
+                record->endpoints.push_back(MakeEndpoint(m_device.Get(), endpoint, m_limits));
+            }
+        }
+        m_configurations.push_back(std::move(record));
     }
 }
 

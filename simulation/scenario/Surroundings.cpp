@@ -3,7 +3,7 @@
 #include "simulation/kernel/Memory.h"
 #include "simulation/kernel/Scheduler.h"
 #include "trace/PacketText.h"
-#include "trace/TraceMask.h"
+#include "trace/Trace.h"
 
 #include <algorithm>
 #include <array>

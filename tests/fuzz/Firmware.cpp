@@ -84,7 +84,7 @@ private:
     void Report(const char* line) { m_output.Report(line); }
     void Submit(const std::string& message)
     {
-        m_output.Submit({reinterpret_cast<const std::uint8_t*>(message.data()), message.size()});
+        m_output.SubmitFirmware({reinterpret_cast<const std::uint8_t*>(message.data()), message.size()});
     }
     void Prepare(std::uint32_t tick)
     {
@@ -199,7 +199,7 @@ public:
 private:
     Recorder m_output;
     Recorder m_expected;
-    DownloadDialogue m_dialogue{m_output};
+    DownloadDialogue m_dialogue{m_output, m_output};
     Model m_model{m_expected};
     std::uint32_t m_tick = 0; // ms
     std::uint32_t m_imageSize = 0;
@@ -273,7 +273,7 @@ void CheckWholeDownload(Choices choices)
     const std::uint32_t chunk = 11 + choices.Below(3000);
     const FirmwareImagePtr image = MakeImage(size, chunk);
     Recorder output;
-    DownloadDialogue dialogue(output);
+    DownloadDialogue dialogue(output, output);
     if (!queued) {
         dialogue.SwitchQueuedModeOff();
     }
@@ -301,7 +301,7 @@ void CheckAnyReplies(Choices choices)
 {
     Recorder output;
     output.keepChunkLines = false;
-    DownloadDialogue dialogue(output);
+    DownloadDialogue dialogue(output, output);
     Load(dialogue, MakeImage(500));
     while (!choices.AtEnd()) {
         const std::uint8_t todo = choices.Byte();

@@ -66,7 +66,7 @@ protected:
     }
 
     Recorder output;
-    DownloadDialogue dialogue{output};
+    DownloadDialogue dialogue{output, output};
     std::optional<instrument::Bootloader> bootloader;
     FirmwareImagePtr image;
 

@@ -122,7 +122,7 @@ class FirmwareChunkSizes : public testing::TestWithParam<std::int32_t>
 TEST_P(FirmwareChunkSizes, WithoutSpaceTheClosingMessageCompletesTheDialogue)
 {
     Recorder output;
-    DownloadDialogue dialogue(output);
+    DownloadDialogue dialogue(output, output);
     Load(dialogue, MakeImage(100));
     dialogue.Start(0);
     Receive(dialogue, "RECEIVE_READY 100 " + std::to_string(GetParam()));
@@ -141,7 +141,7 @@ TEST(FirmwareChunks, AMillionTinyChunksHoldNoMoreMemoryThanOne)
     constexpr std::uint32_t size = 2'000'000;
     Recorder output;
     output.keepChunkLines = false;
-    DownloadDialogue dialogue(output);
+    DownloadDialogue dialogue(output, output);
     Load(dialogue, MakeImage(size));
     dialogue.Start(0);
 #ifdef __SANITIZE_ADDRESS__

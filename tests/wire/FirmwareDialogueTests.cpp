@@ -50,7 +50,7 @@ protected:
     }
 
     Recorder output;
-    DownloadDialogue dialogue{output};
+    DownloadDialogue dialogue{output, output};
     FirmwareImagePtr image;
 };
 
@@ -331,7 +331,7 @@ TEST_F(FirmwareDialogue, RunningOutOfMemoryAtAnyMessageEndsItLikeARefusal)
         for (std::int32_t calls = 0; failed; ++calls) {
             Recorder failing;
             failing.callsUntilFailure = calls;
-            DownloadDialogue broken(failing);
+            DownloadDialogue broken(failing, failing);
             if (!queued) {
                 broken.SwitchQueuedModeOff();
             }

@@ -46,10 +46,10 @@ inline std::string Chunk(const FirmwareImagePtr& image, std::uint32_t offset, st
     return "DOWNLOAD " + Bytes(image, offset, size);
 }
 
-class Recorder : public IDialogueOutput
+class Recorder : public IFirmwareTransport, public IDialogueOutput
 {
 public:
-    void Submit(std::span<const std::uint8_t> bytes) override
+    void SubmitFirmware(std::span<const std::uint8_t> bytes) override
     {
         FailWhenTold();
         const std::string message(bytes.begin(), bytes.end());

@@ -15,7 +15,7 @@ namespace {
 std::optional<std::uint32_t> FirstChunk(const std::string& reply, std::uint32_t imageSize = 100)
 {
     Recorder output;
-    DownloadDialogue dialogue(output);
+    DownloadDialogue dialogue(output, output);
     Load(dialogue, MakeImage(imageSize));
     dialogue.Start(0);
     Receive(dialogue, reply);

@@ -33,7 +33,7 @@ protected:
     }
 
     Recorder output;
-    DownloadDialogue dialogue{output};
+    DownloadDialogue dialogue{output, output};
 };
 
 TEST_F(FirmwareRetry, After3001MillisecondsPrepareDownloadIsSentNotAfter3000)
