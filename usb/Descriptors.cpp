@@ -140,12 +140,12 @@ std::optional<ConfigurationDescription> ParseConfiguration(ByteSpan bytes)
 const InterfaceDescription* ConfigurationDescription::Select(std::uint8_t number,
                                                              int alternateSetting) const noexcept
 {
-    const InterfaceDescription* best = interfaces.empty() ? nullptr : &interfaces.front();
+    const InterfaceDescription* best = nullptr;
     for (const InterfaceDescription& candidate : interfaces) {
         if (candidate.number == number && candidate.alternateSetting == alternateSetting) {
             return &candidate;
         }
-        if (candidate.number == number && best->number != number) {
+        if (best == nullptr || (candidate.number == number && best->number != number)) {
             best = &candidate;
         }
     }
