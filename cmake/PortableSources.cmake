@@ -14,6 +14,5 @@ set(MORVANE_PORTABLE_SOURCES
     instrument/Lexer.cpp
     instrument/Output.cpp
     instrument/Script.cpp
-    instrument/SequencedPayload.cpp
     tools/RouterProbe/RoundTrips.cpp)
 list(TRANSFORM MORVANE_PORTABLE_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)

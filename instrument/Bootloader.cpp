@@ -12,22 +12,13 @@ namespace instrument {
 
 namespace {
 
+using Plan = ResponsePlan;
+
 constexpr std::string_view PrepareWord = "PREPARE_DOWNLOAD ";
 constexpr std::string_view ChunkWord = "DOWNLOAD ";
 constexpr std::string_view DoneWord = "DOWNLOAD_DONE";
 
-Bootloader::Answer Reply(std::string_view text)
-{
-    return {Bytes(text.begin(), text.end()), std::nullopt};
-}
-
 } // namespace
-
-double FirmwareReport::BytesPerSecond() const noexcept
-{
-    const double seconds = std::chrono::duration<double>(latest - began).count();
-    return seconds > 0 ? static_cast<double>(received) / seconds : 0;
-}
 
 std::string FirmwareReport::Line() const
 {
@@ -53,12 +44,7 @@ std::string FirmwareReport::Line() const
     return line.str();
 }
 
-Bootloader::Bootloader(FirmwareScript script, std::optional<Bytes> expectedImage)
-    : m_script(std::move(script)), m_expected(std::move(expectedImage))
-{
-}
-
-Bootloader::Answer Bootloader::OnMessage(std::span<const std::uint8_t> message, Time now)
+ResponsePlan Bootloader::OnMessage(std::span<const std::uint8_t> message, Time now)
 {
     m_report.latest = now;
     const std::string_view text(reinterpret_cast<const char*>(message.data()), message.size());
@@ -68,16 +54,16 @@ Bootloader::Answer Bootloader::OnMessage(std::span<const std::uint8_t> message, 
     const bool isChunk = text.starts_with(ChunkWord);
     if (!isChunk && !text.starts_with(DoneWord)) {
         ++m_report.unknown;
-        return {};
+        return Plan::Silence();
     }
     m_report.tooLong += isChunk && std::cmp_greater(message.size(), m_script.chunkSize) ? 1 : 0;
     if (m_report.state != FirmwareReport::State::Prepared && m_report.state != FirmwareReport::State::Receiving) {
-        return Reply("DOWNLOAD_FAIL\r");
+        return Plan::Reply("DOWNLOAD_FAIL\r");
     }
     return isChunk ? OnChunk(message.subspan(ChunkWord.size()), now) : OnDone();
 }
 
-Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
+ResponsePlan Bootloader::OnPrepare(std::string_view size)
 {
     m_image.clear();
     m_report = {.state = FirmwareReport::State::Ended,
@@ -87,22 +73,22 @@ Bootloader::Answer Bootloader::OnPrepare(std::string_view size)
                 .latest = m_report.latest};
     const auto [unused, error] = std::from_chars(size.data(), size.data() + size.size(), m_report.announced);
     if (m_report.prepares <= m_script.unansweredPrepares) {
-        return {};
+        return Plan::Silence();
     }
     if (error != std::errc()) {
-        return Reply("DENY\r");
+        return Plan::Reply("DENY\r");
     }
     if (m_script.prepareAnswer) {
-        return {m_script.prepareAnswer, std::nullopt};
+        return {.fixedAnswer = m_script.prepareAnswer};
     }
     if (m_script.echoOffset == 0) {
         m_report.state = FirmwareReport::State::Prepared;
     }
-    return Reply("RECEIVE_READY " + std::to_string(m_report.announced + m_script.echoOffset) + " " +
-                 std::to_string(m_script.chunkSize) + "\r");
+    return Plan::Reply("RECEIVE_READY " + std::to_string(m_report.announced + m_script.echoOffset) + " " +
+                       std::to_string(m_script.chunkSize) + "\r");
 }
 
-Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time now)
+ResponsePlan Bootloader::OnChunk(std::span<const std::uint8_t> data, Time now)
 {
     if (m_report.chunks++ == 0) {
         m_report.began = now;
@@ -110,28 +96,28 @@ Bootloader::Answer Bootloader::OnChunk(std::span<const std::uint8_t> data, Time 
     m_report.state = FirmwareReport::State::Receiving;
     m_report.received += data.size();
     m_image.insert(m_image.end(), data.begin(), data.end());
-    return TakeIncidentAt(m_report.chunks).value_or(m_script.answersChunks ? Reply("DOWNLOAD_OK\r") : Answer{});
+    return AnswerAt(m_report.chunks, m_script.answersChunks ? Plan::Reply("DOWNLOAD_OK\r") : Plan::Silence());
 }
 
-Bootloader::Answer Bootloader::OnDone()
+ResponsePlan Bootloader::OnDone()
 {
     Compare();
     m_report.state = FirmwareReport::State::Done;
     ++m_report.downloads;
     const bool whole = m_report.received == m_report.announced;
-    return TakeIncidentAt(FirmwareScript::AtDone).value_or(Reply(whole ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r"));
+    return AnswerAt(FirmwareScript::AtDone, Plan::Reply(whole ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r"));
 }
 
-std::optional<Bootloader::Answer> Bootloader::TakeIncidentAt(std::uint64_t place)
+ResponsePlan Bootloader::AnswerAt(std::uint64_t place, ResponsePlan usual)
 {
     if (!m_script.incident || m_script.incident->at != place) {
-        return std::nullopt;
+        return usual;
     }
     const auto incident = std::exchange(m_script.incident, std::nullopt); // the next download goes through
     if (incident->ends && m_report.state != FirmwareReport::State::Done) {
         m_report.state = FirmwareReport::State::Ended;
     }
-    return Answer{incident->text, incident->vanishing};
+    return incident->answer;
 }
 
 void Bootloader::Compare()

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 namespace instrument {
 
@@ -30,7 +31,11 @@ struct FirmwareReport
     std::uint64_t firstDifference = 0; // offset, when Different
 
     /// Image bytes per second from the first chunk to the latest message; 0 before any time has passed.
-    double BytesPerSecond() const noexcept;
+    double BytesPerSecond() const noexcept
+    {
+        const double seconds = std::chrono::duration<double>(latest - began).count();
+        return seconds > 0 ? static_cast<double>(received) / seconds : 0;
+    }
     /// How far the download is or has come, in one line for people.
     std::string Line() const;
 };
@@ -38,24 +43,22 @@ struct FirmwareReport
 class Bootloader
 {
 public:
-    struct Answer
+    Bootloader(FirmwareScript script, std::optional<Bytes> expectedImage)
+        : m_script(std::move(script)), m_expected(std::move(expectedImage))
     {
-        std::optional<Bytes> text;          // none: silence
-        std::optional<Vanishing> vanishing; // after the text, if any
-    };
+    }
 
-    Bootloader(FirmwareScript script, std::optional<Bytes> expectedImage);
-
-    /// One message of the router, without its frame.
-    Answer OnMessage(std::span<const std::uint8_t> message, Time now);
+    /// One message of the router, without its frame. What it does then: a fixed answer or silence, maybe a
+    /// vanishing.
+    ResponsePlan OnMessage(std::span<const std::uint8_t> message, Time now);
 
     const FirmwareReport& Report() const noexcept { return m_report; }
 
 private:
-    Answer OnPrepare(std::string_view size);
-    Answer OnChunk(std::span<const std::uint8_t> data, Time now);
-    Answer OnDone();
-    std::optional<Answer> TakeIncidentAt(std::uint64_t place);
+    ResponsePlan OnPrepare(std::string_view size);
+    ResponsePlan OnChunk(std::span<const std::uint8_t> data, Time now);
+    ResponsePlan OnDone();
+    ResponsePlan AnswerAt(std::uint64_t place, ResponsePlan usual);
     void Compare();
 
     FirmwareScript m_script;

@@ -8,25 +8,29 @@
 
 namespace instrument {
 
-Endpoint::Endpoint(Engine& engine, const Observer& observer, HANDLE stop, std::vector<Awaited> awaited)
-    : m_engine(engine), m_stop(stop), m_observer(observer), m_awaited(std::move(awaited))
-{
-}
+namespace {
 
-Endpoint::End Endpoint::Run(const Limits& limits)
+/// After so many steps in a row without waiting the wait is asked again, so that the stop signal is seen.
+constexpr int Burst = 64;
+
+} // namespace
+
+Endpoint::End Endpoint::Run(const Limits& limits, const std::function<void()>& served,
+                            const std::function<void()>& pass)
 {
     const Time end =
         limits.milliseconds != 0 ? console::Now() + std::chrono::milliseconds(limits.milliseconds) : Time::max();
-    m_end.reset();
     Begin();
     if (!m_end) {
-        m_observer.served();
+        served();
     }
     while (!m_end) {
         Await(WaitTime(end));
         PlayWhatIsDue();
-        m_observer.pass();
-        CheckLimits(limits, end);
+        pass();
+        if (!m_end) {
+            m_end = LimitReached(limits, end);
+        }
     }
     Leave();
     return *m_end;
@@ -54,10 +58,21 @@ void Endpoint::Await(DWORD milliseconds)
     }
 }
 
-std::optional<DWORD> Endpoint::ResultOf(win32::OverlappedOperation& operation, HANDLE file)
+void Endpoint::TakeReads()
+{
+    for (int step = 0; step < Burst && m_read.IsPending(); ++step) {
+        if (const auto length = ResultOf(m_read)) {
+            OnRead(*length);
+        } else {
+            return;
+        }
+    }
+}
+
+std::optional<DWORD> Endpoint::ResultOf(win32::OverlappedOperation& operation)
 {
     DWORD length = 0;
-    if (operation.Finish(file, length)) {
+    if (operation.Finish(m_file.Get(), length)) {
         return length;
     }
     if (::GetLastError() != ERROR_IO_INCOMPLETE) {
@@ -69,7 +84,7 @@ std::optional<DWORD> Endpoint::ResultOf(win32::OverlappedOperation& operation, H
 DWORD Endpoint::WaitTime(Time end) const
 {
     // What is due while a write is pending waits for the end of the write.
-    const Time due = std::min(end, IsWriting() ? Time::max() : m_engine.NextDue().value_or(Time::max()));
+    const Time due = std::min(end, m_write.IsPending() ? Time::max() : m_engine.NextDue().value_or(Time::max()));
     if (due == Time::max()) {
         return INFINITE;
     }
@@ -78,55 +93,47 @@ DWORD Endpoint::WaitTime(Time end) const
     return static_cast<DWORD>(std::clamp<std::int64_t>(left, 0, 60'000));
 }
 
-void Endpoint::CheckLimits(const Limits& limits, Time end)
+std::optional<Endpoint::End> Endpoint::LimitReached(const Limits& limits, Time end) const
 {
-    if (m_end) {
-        return;
-    }
-    const bool allWritten = !m_engine.HasUnsent() && !IsWriting();
     if (console::Now() >= end) {
-        m_end = End::TimeOver;
-    } else if (limits.requests != 0 && allWritten &&
-               std::cmp_greater_equal(m_engine.Counted().requests, limits.requests))
-    {
-        m_end = End::EnoughRequests;
+        return End::TimeOver;
     }
+    const bool allWritten = !m_engine.HasUnsent() && !m_write.IsPending();
+    const bool enough = std::cmp_greater_equal(m_engine.Counted().requests, limits.requests);
+    return limits.requests != 0 && enough && allWritten ? std::optional(End::EnoughRequests) : std::nullopt;
 }
 
 void Endpoint::PlayWhatIsDue()
 {
-    for (int step = 0; step < Burst && !m_end && !IsWriting(); ++step) {
+    for (int step = 0; step < Burst && !m_end && !m_write.IsPending(); ++step) {
         switch (m_engine.Take(console::Now(), m_writing)) {
         case Engine::Order::Nothing: return;
-        case Engine::Order::Write: Write(m_writing); break;
+        case Engine::Order::Write:
+            StartWrite();
+            ResultOf(m_write); // mostly it is complete already, and its event not waited for at all
+            break;
         case Engine::Order::Vanish:
             Vanish();
-            m_observer.Say("instrument vanished");
+            m_engine.Say("instrument vanished");
             break;
         case Engine::Order::Return:
-            m_observer.Say("instrument back");
+            m_engine.Say("instrument back");
             Return();
             break;
         }
     }
 }
 
-void Endpoint::FinishWith(End end, std::string failure)
-{
-    m_end = end;
-    m_failure = std::move(failure);
-}
-
 void Endpoint::OnConnected()
 {
     m_engine.Connected(console::Now());
-    m_observer.Say("router connected");
+    m_engine.Say("router connected");
 }
 
 void Endpoint::OnRouterGone(const std::string& reason)
 {
     m_engine.Disconnected();
-    m_observer.Say(reason.empty() ? "router gone" : "router gone (" + reason + ")");
+    m_engine.Say(reason.empty() ? "router gone" : "router gone (" + reason + ")");
 }
 
 } // namespace instrument

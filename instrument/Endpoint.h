@@ -2,6 +2,7 @@
 #pragma once
 
 #include "instrument/Engine.h"
+#include "win32/Handle.h"
 #include "win32/OverlappedOperation.h"
 
 #include <functional>
@@ -26,10 +27,11 @@ public:
     };
 
     virtual ~Endpoint() = default;
-    Endpoint(const Endpoint&) = delete;
-    Endpoint& operator=(const Endpoint&) = delete;
 
-    End Run(const Limits& limits);
+    /// Once. Calls `served` as soon as the router can find the instrument, and `pass` after each pass of the loop.
+    End Run(
+        const Limits& limits, const std::function<void()>& served = [] {},
+        const std::function<void()>& pass = [] {});
 
     /// After End::Refused: why, in a few words.
     const std::string& Failure() const noexcept { return m_failure; }
@@ -42,17 +44,18 @@ protected:
         std::function<void()> onCompleted;
     };
 
-    /// After so many steps in a row without waiting the wait is asked again, so that the stop signal is seen.
-    static constexpr int Burst = 64;
-
-    /// `stop` is borrowed. Of several completed operations the first of `awaited` comes first.
-    Endpoint(Engine& engine, const Observer& observer, HANDLE stop, std::vector<Awaited> awaited);
+    /// `stop` is borrowed.
+    Endpoint(Engine& engine, HANDLE stop, std::size_t readLength)
+        : m_engine(engine), m_stop(stop), m_readBuffer(readLength)
+    {
+    }
 
     /// The instrument can be found from now on, or FinishWith was called.
     virtual void Begin() = 0;
-    virtual bool IsWriting() const = 0;
-    /// Writes `bytes`, which stay as they are until IsWriting() is false again.
-    virtual void Write(const Bytes& bytes) = 0;
+    /// m_read has succeeded with `length` bytes, and is not pending any more.
+    virtual void OnRead(DWORD length) = 0;
+    /// Starts m_write with m_writing, which stays as it is until that has completed.
+    virtual void StartWrite() = 0;
     virtual void Vanish() = 0;
     virtual void Return() = 0;
     /// The instrument cannot be found any more.
@@ -60,27 +63,41 @@ protected:
     /// `operation` was refused or has failed with GetLastError().
     virtual void OnFailure(const win32::OverlappedOperation& operation) = 0;
 
-    void FinishWith(End end, std::string failure = {});
+    void FinishWith(End end, std::string failure = {})
+    {
+        m_end = end;
+        m_failure = std::move(failure);
+    }
     void OnConnected();
     /// The reason may be empty.
     void OnRouterGone(const std::string& reason);
     /// Plays what the engine has to write or to do just now, as far as no write is pending.
     void PlayWhatIsDue();
-    /// The bytes transferred when `operation` on `file` has succeeded; none while it is pending and after a
+    /// Calls OnRead, also for what comes meanwhile: that is taken without going through the wait.
+    void TakeReads();
+    void StopTransfers()
+    {
+        m_write.Cancel();
+        m_read.Cancel();
+    }
+    /// The bytes transferred when `operation` on m_file has succeeded; none while it is pending and after a
     /// failure, for which OnFailure was called.
-    std::optional<DWORD> ResultOf(win32::OverlappedOperation& operation, HANDLE file);
+    std::optional<DWORD> ResultOf(win32::OverlappedOperation& operation);
 
     Engine& m_engine;
     const HANDLE m_stop;
+    std::vector<Awaited> m_awaited; // of several completed operations the first comes first
+    Bytes m_readBuffer;
+    Bytes m_writing;
+    win32::FileHandle m_file; // the pipe, or the remote control of the driver
+    win32::OverlappedOperation m_read;
+    win32::OverlappedOperation m_write;
 
 private:
     void Await(DWORD milliseconds);
     DWORD WaitTime(Time end) const;
-    void CheckLimits(const Limits& limits, Time end);
+    std::optional<End> LimitReached(const Limits& limits, Time end) const;
 
-    const Observer& m_observer;
-    const std::vector<Awaited> m_awaited;
-    Bytes m_writing;
     std::string m_failure;
     std::optional<End> m_end;
 };
@@ -96,11 +113,9 @@ struct UsbPlace
 };
 
 /// Serves the pipe `path` (with its "\\.\pipe\"). `stop` is borrowed, as in the next.
-std::unique_ptr<Endpoint> MakePipeEndpoint(const std::wstring& path, Engine& engine, const Observer& observer,
-                                           HANDLE stop);
+std::unique_ptr<Endpoint> MakePipeEndpoint(const std::wstring& path, Engine& engine, HANDLE stop);
 /// Plugs the device in by the remote control of the simulated instruments' driver. The router is there from its
 /// first transfer until it closes the device. The device is closed with the process, whichever way that ends.
-std::unique_ptr<Endpoint> MakeUsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer,
-                                          HANDLE stop);
+std::unique_ptr<Endpoint> MakeUsbEndpoint(const UsbPlace& place, Engine& engine, HANDLE stop);
 
 } // namespace instrument

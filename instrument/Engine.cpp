@@ -23,15 +23,6 @@ std::string LineOf(const wire::Frame& frame)
 
 } // namespace
 
-Engine::Engine(Script script, const Observer& observer, std::optional<Bytes> expectedImage)
-    : m_script(std::move(script)),
-      m_observer(observer),
-      m_firmware(m_script.firmware, std::move(expectedImage)),
-      m_output(m_script),
-      m_random(m_script.seed)
-{
-}
-
 void Engine::Connected(Time now)
 {
     Disconnected();
@@ -82,7 +73,7 @@ bool Engine::SkipToSync()
     if (garbage != 0) {
         m_counters.garbageReceived += garbage;
         m_received.Consume(garbage);
-        m_observer.Say(std::to_string(garbage) + " bytes that belong to no packet");
+        Say(std::to_string(garbage) + " bytes that belong to no packet");
     }
     return sync.has_value();
 }
@@ -103,9 +94,8 @@ void Engine::OnFrame(const wire::Frame& frame, Time now)
         OnFirmwareMessage(frame, now);
         return;
     }
-    if (m_observer.event) {
-        m_observer.event(LineOf(frame) + (gap ? " (number gap)" : "") +
-                         (wrongChecksum ? " (wrong checksum)" : ""));
+    if (m_listener) {
+        m_listener(LineOf(frame) + (gap ? " (number gap)" : "") + (wrongChecksum ? " (wrong checksum)" : ""));
     }
     if (isTraffic) {
         OnRequest(frame, now);
@@ -117,20 +107,15 @@ void Engine::OnFrame(const wire::Frame& frame, Time now)
 void Engine::OnFirmwareMessage(const wire::Frame& frame, Time now)
 {
     ++m_counters.firmwareMessages;
-    const Bootloader::Answer answer = m_firmware.OnMessage(frame.payload, now);
-    ResponsePlan plan;
+    ResponsePlan plan = m_firmware.OnMessage(frame.payload, now);
     plan.delay = m_script.firmware.delay;
-    plan.vanishing = answer.vanishing;
-    m_counters.answers += answer.text ? 1 : 0;
-    if (answer.text || answer.vanishing) {
-        m_output.Send(plan, BootloaderAddress, answer.text, now);
-    }
+    Perform(plan, BootloaderAddress, frame.payload, now, m_counters.answers);
     const FirmwareReport& report = m_firmware.Report();
     const bool receiving = report.state == FirmwareReport::State::Receiving && report.state == m_stateSaid;
-    if (m_observer.event && (!receiving || now - m_progressSaid >= ProgressPeriod)) {
+    if (m_listener && (!receiving || now - m_progressSaid >= ProgressPeriod)) {
         m_stateSaid = report.state;
         m_progressSaid = now;
-        m_observer.event(report.Line());
+        m_listener(report.Line());
     }
 }
 
@@ -151,25 +136,21 @@ void Engine::Perform(const ResponsePlan& plan, Address from, std::span<const std
                      std::uint64_t& counter)
 {
     // What is done to packets is done to the answer, or without one to the first of the others.
-    bool treated = false;
-    const auto send = [&](Address to, std::span<const std::uint8_t> payload) {
-        if (std::exchange(treated, true)) {
-            ResponsePlan plain;
-            plain.delay = plan.delay;
-            m_output.Send(plain, to, payload, now);
-            ++counter;
-        } else {
-            m_output.Send(plan, to, payload, now);
-            counter += plan.copies;
-        }
+    const ResponsePlan plain{.delay = plan.delay};
+    const ResponsePlan* treatment = &plan;
+    const auto send = [&](Address to, const std::optional<Bytes>& payload) {
+        m_output.Send(*treatment, to, payload ? std::span<const std::uint8_t>(*payload) : request, now);
+        counter += treatment->copies;
+        treatment = &plain;
     };
-    if (plan.answer != ResponsePlan::Answer::None) {
-        send(from, plan.answer == ResponsePlan::Answer::Echo ? request : plan.fixedAnswer);
+    if (plan.isAnswered) {
+        send(from, plan.fixedAnswer);
     }
     for (const ResponsePlan::Extra& extra : plan.extras) {
-        send(extra.to, extra.payload ? std::span<const std::uint8_t>(*extra.payload) : request);
+        send(extra.to, extra.payload);
     }
-    if (!treated && plan.HasSurroundings()) {
+    const bool sendsWithoutPacket = plan.garbage != 0 || !plan.rawAhead.empty() || plan.vanishing;
+    if (treatment == &plan && sendsWithoutPacket) {
         m_output.Send(plan, from, std::nullopt, now);
     }
 }
@@ -178,8 +159,7 @@ void Engine::RunTimers(Time now)
 {
     for (auto& [due, rule] : m_timers) {
         while (due <= now) {
-            ResponsePlan plan;
-            plan.answer = ResponsePlan::Answer::None;
+            ResponsePlan plan = ResponsePlan::Silence();
             rule->Apply(plan);
             Perform(plan, {}, {}, due, m_counters.unsolicited);
             due = rule->trigger.repeats ? due + *rule->trigger.after : Time::max();
@@ -220,12 +200,8 @@ void Engine::RunFlood(Time now)
 
 Engine::Order Engine::Take(Time now, Bytes& bytes)
 {
-    if (m_return && *m_return <= now) {
-        m_return.reset();
-        return Order::Return;
-    }
-    if (m_return || !m_connected) {
-        return Order::Nothing;
+    if (IsAway()) {
+        return m_output.Take(now, bytes);
     }
     RunTimers(now);
     Order order = m_output.Take(now, bytes);
@@ -238,19 +214,19 @@ Engine::Order Engine::Take(Time now, Bytes& bytes)
     } else if (order == Order::Vanish) {
         ++m_counters.vanished;
         Disconnected();
-        const std::optional<Time> away = m_output.AwayFor();
-        m_return = away ? now + *away : Time::max();
     }
     return order;
 }
 
 std::optional<Time> Engine::NextDue() const
 {
-    Time due = std::min(m_output.NextDue(), FloodDue());
-    for (const auto& timer : m_timers) {
-        due = std::min(due, timer.first);
+    Time due = m_output.NextDue();
+    if (!IsAway()) {
+        due = std::min(due, FloodDue());
+        for (const auto& timer : m_timers) {
+            due = std::min(due, timer.first);
+        }
     }
-    due = m_return.value_or(due);
     return due != Time::max() ? std::optional(due) : std::nullopt;
 }
 

@@ -1,14 +1,6 @@
 // A simulated instrument without its cable: takes what the router wrote, gives what the router is to read, says
 // when to go away and come back. Portable; the endpoints pass the time in and do the I/O.
-//
-// An endpoint's loop:
-//     on connection:  engine.Connected(now)
-//     on bytes:       engine.Receive(bytes, now)
-//     whenever no write is pending:
-//         switch (engine.Take(now, bytes)) { Write: write bytes; Vanish: unplug; Return: plug in; Nothing: wait }
-//     wait for:       bytes, the end of the write, the connection's end, the time engine.NextDue()
-//     on its end:     engine.Disconnected()
-// Times never run backwards. One thread.
+// One thread, with times that never run backwards.
 #pragma once
 
 #include "instrument/Bootloader.h"
@@ -45,28 +37,23 @@ struct Counters
     std::uint64_t vanished = 0;
 };
 
-/// Called by the engine and its endpoint, from inside their calls.
-struct Observer
-{
-    std::function<void(const std::string& what)> event; // a line for people; none: it is not wanted
-    std::function<void()> served = [] {};               // the router can find the instrument; at the start only
-    std::function<void()> pass = [] {};                 // the end of each pass of the endpoint's loop
-
-    void Say(const std::string& what) const
-    {
-        if (event) {
-            event(what);
-        }
-    }
-};
+/// Takes a line for people about what happens, during a call of the engine or of its endpoint.
+using Listener = std::function<void(const std::string& what)>;
 
 class Engine
 {
 public:
     using Order = Output::Order;
 
-    /// `observer` must outlive the engine. `expectedImage`: what a download is compared with.
-    Engine(Script script, const Observer& observer, std::optional<Bytes> expectedImage = std::nullopt);
+    /// Without a listener no lines are made. `expectedImage`: what a download is compared with.
+    explicit Engine(Script script, Listener listener = {}, std::optional<Bytes> expectedImage = std::nullopt)
+        : m_script(std::move(script)),
+          m_listener(std::move(listener)),
+          m_firmware(m_script.firmware, std::move(expectedImage)),
+          m_output(m_script),
+          m_random(m_script.seed)
+    {
+    }
 
     /// The router is there; numbering starts afresh and nothing of an earlier connection is left.
     void Connected(Time now);
@@ -76,19 +63,27 @@ public:
     /// What the router wrote: any bytes in any cut.
     void Receive(std::span<const std::uint8_t> bytes, Time now);
 
-    /// The next thing to do. Write: `bytes` (whose old content is dropped) holds at least one byte, to be written
-    /// in one go. Vanish: the endpoint takes the instrument away as if unplugged. Return: it puts it back.
-    /// After Vanish nothing comes but Return.
+    /// The next thing to do, asked whenever no write is pending. Write: `bytes` (whose old content is dropped)
+    /// holds at least one byte, to be written in one go. Vanish: the endpoint takes the instrument away as if
+    /// unplugged. Return: it puts it back. After Vanish nothing comes but Return.
     Order Take(Time now, Bytes& bytes);
 
     /// When Take may give something although nothing was received meanwhile; none: not before a Receive.
     std::optional<Time> NextDue() const;
 
-    bool IsAway() const noexcept { return m_return.has_value(); }
+    bool IsAway() const noexcept { return m_output.IsAway(); }
     /// True while anything that was meant to be sent has not been taken yet.
     bool HasUnsent() const noexcept { return !m_output.IsEmpty(); }
     const Counters& Counted() const noexcept { return m_counters; }
     const FirmwareReport& Firmware() const noexcept { return m_firmware.Report(); }
+
+    /// Tells the listener, if there is one.
+    void Say(const std::string& what) const
+    {
+        if (m_listener) {
+            m_listener(what);
+        }
+    }
 
 private:
     bool SkipToSync();
@@ -103,7 +98,7 @@ private:
     void RunFlood(Time now);
 
     const Script m_script;
-    const Observer& m_observer;
+    const Listener m_listener;
     Counters m_counters;
     Bootloader m_firmware;
     Output m_output;
@@ -115,7 +110,6 @@ private:
     Time m_floodStart{};
     Bytes m_floodPayload;
     bool m_connected = false;
-    std::optional<Time> m_return; // when it comes back; Time::max(): never; none: it is not away
     Time m_progressSaid{};
     FirmwareReport::State m_stateSaid = FirmwareReport::State::None;
 };

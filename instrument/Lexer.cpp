@@ -4,6 +4,7 @@
 #include "console/TypedBytes.h"
 
 #include <algorithm>
+#include <ranges>
 
 namespace instrument {
 
@@ -39,23 +40,22 @@ Lexer::Lexer(std::string_view line)
     }
 }
 
-bool Lexer::Is(std::string_view word, std::size_t ahead) const noexcept
-{
-    const std::size_t at = m_next + ahead;
-    return at < m_words.size() && !m_words[at].quoted && m_words[at].text == word;
-}
-
 bool Lexer::Has(std::string_view word) const noexcept
 {
     return std::any_of(m_words.begin() + static_cast<std::ptrdiff_t>(m_next), m_words.end(),
-                       [&](const Word& each) { return !each.quoted && each.text == word; });
+                       [&](const Word& each) { return each.Is(word); });
 }
 
-bool Lexer::Accept(std::string_view word) noexcept
+bool Lexer::Accept(std::string_view words) noexcept
 {
-    const bool accepted = Is(word);
-    m_next += accepted ? 1 : 0;
-    return accepted;
+    std::size_t next = m_next;
+    for (const auto word : std::views::split(words, ' ')) {
+        if (next == m_words.size() || !m_words[next++].Is({word.begin(), word.end()})) {
+            return false;
+        }
+    }
+    m_next = next;
+    return true;
 }
 
 void Lexer::Expect(std::string_view word)
@@ -108,9 +108,9 @@ Address Lexer::PortAddress()
     if (comma == std::string::npos) {
         throw ParseError("'" + text + "' is not a port address (TYPE,PORT)");
     }
-    const std::string_view all = text;
-    return {static_cast<std::uint8_t>(WholeNumber(all.substr(0, comma), "device type", 0, 255)),
-            static_cast<std::uint8_t>(WholeNumber(all.substr(comma + 1), "port", 0, 255))};
+    const auto type = WholeNumber(text.substr(0, comma), "device type", 0, 255);
+    const auto port = WholeNumber(text.substr(comma + 1), "port", 0, 255);
+    return {static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(port)};
 }
 
 Bytes Lexer::Payload()

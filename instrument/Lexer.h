@@ -1,7 +1,7 @@
 // One line of the script language as words. Portable.
 #pragma once
 
-#include "instrument/Values.h"
+#include "instrument/Script.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace instrument {
 
@@ -27,13 +28,12 @@ public:
     bool AtEnd() const noexcept { return m_next == m_words.size(); }
     /// At the end of the line or before a ";", which ends one action.
     bool AtEndOfAction() const noexcept { return AtEnd() || Is(";"); }
-    bool Is(std::string_view word, std::size_t ahead = 0) const noexcept;
+    bool Is(std::string_view word) const noexcept { return !AtEnd() && m_words[m_next].Is(word); }
     bool Has(std::string_view word) const noexcept; // anywhere from here on
-    /// Takes the next word when it is this one.
-    bool Accept(std::string_view word) noexcept;
+    /// Takes the next words when they are these, with a space between them.
+    bool Accept(std::string_view words) noexcept;
     void Expect(std::string_view word);
     void ExpectEnd() const;
-    void Skip(std::size_t words) noexcept { m_next += words; }
 
     /// `what` names the thing in the message.
     std::string Next(const std::string& what);
@@ -55,6 +55,7 @@ private:
     {
         std::string text;
         bool quoted;
+        bool Is(std::string_view word) const noexcept { return !quoted && text == word; }
     };
 
     static std::int64_t WholeNumber(std::string_view text, const char* what, std::int64_t least,

@@ -6,13 +6,6 @@
 
 namespace instrument {
 
-void Output::Restart()
-{
-    m_delayed.clear();
-    m_stream.clear();
-    m_nextNumber = m_script.firstNumber;
-}
-
 void Output::Send(const ResponsePlan& plan, Address to, Payload payload, Time now)
 {
     if (plan.delay > Time::zero()) {
@@ -93,7 +86,7 @@ Output::Piece& Output::AddPiece(std::span<const std::uint8_t> bytes, Time now)
 {
     Piece& piece = m_stream.emplace_back();
     piece.bytes.assign(bytes.begin(), bytes.end());
-    piece.notBefore = now;
+    piece.due = now;
     return piece;
 }
 
@@ -120,27 +113,33 @@ void Output::QueueJoined(const ResponsePlan& plan, Time now)
         last != nullptr && last->joinable && last->bytes.size() + m_composed.size() <= m_script.largestWrite;
     if (fits && (last->missingPackets != 0 || plan.mergeOf == 0)) {
         last->bytes.insert(last->bytes.end(), m_composed.begin(), m_composed.end());
-        last->joinable = last->missingPackets != 1;
-        last->missingPackets -= last->missingPackets != 0 ? 1 : 0;
+        if (last->missingPackets != 0 && --last->missingPackets == 0) {
+            last->joinable = false;
+            last->due = now;
+        }
         return;
     }
     Piece& piece = AddPiece(m_composed, now);
     piece.joinable = true;
     if (plan.mergeOf > 1) {
         piece.missingPackets = plan.mergeOf - 1;
-        piece.holdUntil = now + plan.mergeWait;
+        piece.due = now + plan.mergeWait;
     }
 }
 
 Output::Order Output::Take(Time now, Bytes& bytes)
 {
+    if (m_return && *m_return <= now) {
+        m_return.reset();
+        return Order::Return;
+    }
     EmitDue(now);
-    if (m_stream.empty() || m_stream.front().Due() > now) {
+    if (m_return || m_stream.empty() || m_stream.front().due > now) {
         return Order::Nothing;
     }
     Piece& front = m_stream.front();
     if (front.vanish && front.bytes.empty()) {
-        m_awayFor = front.vanish->back;
+        m_return = front.vanish->back ? now + *front.vanish->back : Time::max();
         Restart();
         return Order::Vanish;
     }
@@ -156,14 +155,17 @@ Output::Order Output::Take(Time now, Bytes& bytes)
         m_stream.pop_front();
     }
     if (!m_stream.empty()) {
-        m_stream.front().notBefore = std::max(m_stream.front().notBefore, now + m_stream.front().gap);
+        m_stream.front().due = std::max(m_stream.front().due, now + m_stream.front().gap);
     }
     return Order::Write;
 }
 
 Time Output::NextDue() const
 {
-    return std::min(m_stream.empty() ? Time::max() : m_stream.front().Due(),
+    if (m_return) {
+        return *m_return;
+    }
+    return std::min(m_stream.empty() ? Time::max() : m_stream.front().due,
                     m_delayed.empty() ? Time::max() : m_delayed.begin()->first);
 }
 

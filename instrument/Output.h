@@ -17,7 +17,6 @@ namespace instrument {
 class Output
 {
 public:
-    /// Return comes from the engine only.
     enum class Order { Nothing, Write, Vanish, Return };
     using Payload = std::optional<std::span<const std::uint8_t>>;
 
@@ -28,22 +27,26 @@ public:
     }
 
     /// Drops everything on its way and numbers from the first number again.
-    void Restart();
+    void Restart()
+    {
+        m_delayed.clear();
+        m_stream.clear();
+        m_nextNumber = m_script.firstNumber;
+    }
 
     /// One packet of type 1, `plan.delay` from now; of the plan only what is about one packet counts.
     /// Without a payload there is no packet, only what the plan puts around it.
     void Send(const ResponsePlan& plan, Address to, Payload payload, Time now);
 
     /// What is due by `now`, joined as far as the plans allow. Write: `bytes` holds it and nothing else.
-    /// Vanish: everything still on its way is dropped.
+    /// Vanish: everything still on its way is dropped. Then comes Return, if anything.
     Order Take(Time now, Bytes& bytes);
 
-    /// When Take may give something; Time::max() while nothing is on its way.
+    /// When Take may give something; Time::max(): not before the next Send.
     Time NextDue() const;
 
-    /// After Order::Vanish: for how long; none for good.
-    std::optional<Time> AwayFor() const noexcept { return m_awayFor; }
-
+    /// From Order::Vanish until Order::Return.
+    bool IsAway() const noexcept { return m_return.has_value(); }
     bool IsEmpty() const noexcept { return m_delayed.empty() && m_stream.empty(); }
 
 private:
@@ -59,14 +62,11 @@ private:
     struct Piece
     {
         Bytes bytes;
-        Time notBefore{};
+        Time due{};
         Time gap{};                     // at least this long after the piece before it
-        std::size_t missingPackets = 0; // leaves when so many more are in it,
-        Time holdUntil{};               // or then
+        std::size_t missingPackets = 0; // is due at once when so many more are in it
         bool joinable = false;          // more packets may be put to its end
         std::optional<Vanishing> vanish;
-
-        Time Due() const noexcept { return missingPackets == 0 ? notBefore : std::max(notBefore, holdUntil); }
     };
 
     void EmitDue(Time now);
@@ -81,7 +81,7 @@ private:
     const Script& m_script;
     std::minstd_rand m_random;
     std::uint8_t m_nextNumber;
-    std::optional<Time> m_awayFor;
+    std::optional<Time> m_return;           // when it comes back; Time::max(): never; none: it is not away
     std::multimap<Time, Delayed> m_delayed; // by the time they are due; of the same time in order of arrival
     std::deque<Piece> m_stream;
     Bytes m_composed; // the packet in the making; kept for its room

@@ -1,7 +1,6 @@
 // The scripted instrument at the router's simulator pipe.
 #include "console/Console.h"
 #include "instrument/Endpoint.h"
-#include "win32/Handle.h"
 
 #include <span>
 #include <utility>
@@ -13,7 +12,7 @@ namespace {
 // Much more than the router ever has pending, so that neither end waits for the other's buffer, and one write for
 // all that is due: a peer for measurements.
 constexpr DWORD PipeBuffer = 1024 * 1024;
-constexpr DWORD ReadBuffer = 256 * 1024;
+constexpr DWORD ReadLength = 256 * 1024;
 
 /// The old pipe's name is free only once the router has closed its end.
 constexpr Time NameTakenTimeout = std::chrono::seconds(10);
@@ -22,13 +21,10 @@ constexpr DWORD NameTakenPauseMs = 10;
 class PipeEndpoint : public Endpoint
 {
 public:
-    PipeEndpoint(std::wstring path, Engine& engine, const Observer& observer, HANDLE stop)
-        : Endpoint(
-              engine, observer, stop,
-              {{&m_reading, [this] { OnRead(); }}, {&m_writes, [this] { ResultOf(m_writes, m_pipe.Get()); }}}),
-          m_path(std::move(path)),
-          m_readBuffer(ReadBuffer)
+    PipeEndpoint(std::wstring path, Engine& engine, HANDLE stop)
+        : Endpoint(engine, stop, ReadLength), m_path(std::move(path))
     {
+        m_awaited = {{&m_read, [this] { TakeReads(); }}, {&m_write, [this] { ResultOf(m_write); }}};
     }
 
 private:
@@ -57,20 +53,17 @@ private:
         StartConnecting();
     }
 
-    bool IsWriting() const override { return m_writes.IsPending(); }
-
-    void Write(const Bytes& bytes) override
+    void StartWrite() override
     {
-        // Mostly the pipe has space and the write is complete already: its event is then not waited for at all.
-        m_writes.Write(m_pipe.Get(), bytes.data(), static_cast<DWORD>(bytes.size()));
-        ResultOf(m_writes, m_pipe.Get());
+        m_write.Write(m_file.Get(), m_writing.data(), static_cast<DWORD>(m_writing.size()));
     }
 
     void Vanish() override
     {
         StopTransfers();
+        m_connected = false;
         // Closed, not disconnected: what was written before stays readable for the router.
-        m_pipe.Reset();
+        m_file.Reset();
     }
 
     void Leave() override { Vanish(); }
@@ -78,75 +71,55 @@ private:
     bool OpenPipe()
     {
         constexpr DWORD Mode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
-        m_pipe.Reset(::CreateNamedPipeW(m_path.c_str(), Mode, PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1,
+        m_file.Reset(::CreateNamedPipeW(m_path.c_str(), Mode, PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 1,
                                         PipeBuffer, PipeBuffer, 0, nullptr));
-        return static_cast<bool>(m_pipe);
-    }
-
-    void StopTransfers()
-    {
-        m_writes.Cancel();
-        m_reading.Cancel();
-        m_connected = false;
+        return static_cast<bool>(m_file);
     }
 
     void StartConnecting()
     {
         // A client that came and went between two steps makes the pipe unusable until it is disconnected.
-        while (!m_reading.ConnectPipe(m_pipe.Get())) {
+        while (!m_read.ConnectPipe(m_file.Get())) {
             const DWORD error = ::GetLastError();
-            if (error != ERROR_NO_DATA || ::DisconnectNamedPipe(m_pipe.Get()) == FALSE) {
+            if (error != ERROR_NO_DATA || ::DisconnectNamedPipe(m_file.Get()) == FALSE) {
                 return FinishWith(End::Refused, std::to_string(error));
             }
         }
     }
 
-    void OnRead()
+    void OnRead(DWORD length) override
     {
-        // What has come meanwhile is taken without going through the wait.
-        for (int step = 0; step < Burst && m_reading.IsPending(); ++step) {
-            const auto length = ResultOf(m_reading, m_pipe.Get());
-            if (!length) {
-                return;
-            }
-            if (std::exchange(m_connected, true)) {
-                m_engine.Receive(std::span(m_readBuffer).first(*length), console::Now());
-                PlayWhatIsDue();
-            } else {
-                OnConnected();
-            }
-            if (m_connected && !m_reading.Read(m_pipe.Get(), m_readBuffer.data(), ReadBuffer)) {
-                OnFailure(m_reading);
-            }
+        if (std::exchange(m_connected, true)) {
+            m_engine.Receive(std::span(m_readBuffer).first(length), console::Now());
+            PlayWhatIsDue();
+        } else {
+            OnConnected();
+        }
+        if (m_connected && !m_read.Read(m_file.Get(), m_readBuffer.data(), ReadLength)) {
+            OnFailure(m_read);
         }
     }
 
     void OnFailure(const win32::OverlappedOperation&) override
     {
         const DWORD error = ::GetLastError();
-        const bool wasConnected = m_connected;
         StopTransfers();
-        if (wasConnected) {
+        if (std::exchange(m_connected, false)) {
             OnRouterGone(std::to_string(error));
         }
-        ::DisconnectNamedPipe(m_pipe.Get());
+        ::DisconnectNamedPipe(m_file.Get());
         StartConnecting();
     }
 
     const std::wstring m_path;
-    std::vector<std::uint8_t> m_readBuffer;
-    win32::FileHandle m_pipe;
-    win32::OverlappedOperation m_reading; // the connection, then the reads
-    win32::OverlappedOperation m_writes;
-    bool m_connected = false;
+    bool m_connected = false; // until then m_read is the connection
 };
 
 } // namespace
 
-std::unique_ptr<Endpoint> MakePipeEndpoint(const std::wstring& path, Engine& engine, const Observer& observer,
-                                           HANDLE stop)
+std::unique_ptr<Endpoint> MakePipeEndpoint(const std::wstring& path, Engine& engine, HANDLE stop)
 {
-    return std::make_unique<PipeEndpoint>(path, engine, observer, stop);
+    return std::make_unique<PipeEndpoint>(path, engine, stop);
 }
 
 } // namespace instrument

@@ -83,8 +83,8 @@ std::vector<commandline::Switch> SwitchesOf(const PlayProgram& program, Options&
     return switches;
 }
 
-/// The counters as a few lines.
-std::string SummaryOf(const Engine& engine, Time running)
+/// The counters as a few lines, and what has ended the program.
+std::string SummaryOf(const Engine& engine, Time running, Endpoint::End end)
 {
     const Counters& counted = engine.Counted();
     std::ostringstream text;
@@ -101,61 +101,44 @@ std::string SummaryOf(const Engine& engine, Time running)
         text << "  " << engine.Firmware().Line() << "; " << engine.Firmware().downloads
              << " downloads came whole\n";
     }
+    text << "ended: "
+         << (end == Endpoint::End::Stopped    ? "stopped"
+             : end == Endpoint::End::TimeOver ? "time over"
+                                              : "enough requests");
     return text.str();
 }
 
-/// Prints what is observed, once a pass, and sets `ready`. The arguments must outlive the observer.
-void Attach(Observer& observer, std::string& lines, const std::string& serving, const console::ReadySignal& ready)
+int Play(const PlayProgram& program, const Options& options, const std::optional<Bytes>& expected)
 {
-    observer.pass = [&lines] {
-        if (!lines.empty()) {
-            console::Say(std::exchange(lines, {}));
-        }
-    };
-    observer.served = [&] {
-        observer.Say(serving);
-        observer.pass(); // the line comes before the signal
-        ready.Set();
-    };
-}
-
-int Play(const PlayProgram& program, const Options& options)
-{
-    std::optional<Bytes> expected;
-    if (!options.expectFile.empty()) {
-        expected = WholeFile(options.expectFile);
-        if (!expected) {
-            return console::Fail(program.name, "'" + options.expectFile + "' can't be read",
-                                 PlayProgram::ImageUnreadable);
-        }
-    }
-    const PlayProgram::Place place = program.place();
     const console::StopSignal stop(options.stopEvent);
     const console::ReadySignal ready(options.readyEvent);
     const Time start = console::Now();
     std::string lines; // gathered, printed once a pass
-    Observer observer;
-    if (!options.quiet) {
-        observer.event = [&](const std::string& what) {
-            lines += console::Format("%11.6f ", std::chrono::duration<double>(console::Now() - start).count()) +
-                     what + "\n";
-        };
-    }
-    Attach(observer, lines, place.serving, ready);
-    Engine engine(options.script, observer, expected);
-    const auto endpoint = program.makeEndpoint(engine, observer, stop.Get());
-    const Endpoint::End end = endpoint->Run(options.limits);
-    observer.pass();
+    const auto gather = [&](const std::string& what) {
+        const std::chrono::duration<double> time = console::Now() - start;
+        lines += console::Format("%11.6f ", time.count()) + what + "\n";
+    };
+    const auto print = [&lines] {
+        if (!lines.empty()) {
+            console::Say(std::exchange(lines, {}));
+        }
+    };
+    Engine engine(options.script, options.quiet ? Listener() : gather, expected);
+    const PlayProgram::Place place = program.place(engine, stop.Get());
+    const auto served = [&] {
+        engine.Say(place.serving);
+        print(); // the line comes before the signal
+        ready.Set();
+    };
+    const Endpoint::End end = place.endpoint->Run(options.limits, served, print);
     if (end == Endpoint::End::Taken) {
         return console::Fail(program.name, place.taken, PlayProgram::Taken);
     }
     if (end == Endpoint::End::Refused) {
-        return console::Fail(program.name, place.refused + " (" + endpoint->Failure() + ")", PlayProgram::Refused);
+        return console::Fail(program.name, place.refused + " (" + place.endpoint->Failure() + ")",
+                             PlayProgram::Refused);
     }
-    console::Say(SummaryOf(engine, console::Now() - start) + (end == Endpoint::End::Stopped ? "ended: stopped"
-                                                              : end == Endpoint::End::TimeOver
-                                                                  ? "ended: time over"
-                                                                  : "ended: enough requests"));
+    console::Say(SummaryOf(engine, console::Now() - start, end));
     const bool arrived = !expected || engine.Firmware().match == FirmwareReport::Match::Same;
     return arrived
              ? PlayProgram::Good
@@ -177,8 +160,14 @@ int Run(const PlayProgram& program, int count, wchar_t** arguments)
             console::Say(console::VersionLine(program.name));
             return PlayProgram::Good;
         }
-        return error ? console::Fail(program.name, *error + " (--help tells more)", console::UsageError)
-                     : Play(program, options);
+        if (error) {
+            return console::Fail(program.name, *error + " (--help tells more)", console::UsageError);
+        }
+        const bool expects = !options.expectFile.empty();
+        const auto expected = expects ? WholeFile(options.expectFile) : std::nullopt;
+        return expects && !expected ? console::Fail(program.name, "'" + options.expectFile + "' can't be read",
+                                                    PlayProgram::ImageUnreadable)
+                                    : Play(program, options, expected);
     } catch (const std::exception& fault) {
         return console::Fail(program.name, fault.what(), PlayProgram::Failed);
     }

@@ -16,9 +16,10 @@ struct PlayProgram
 {
     enum ExitCode { Good = 0, Failed = 1, Taken = 3, Refused = 4, ImageUnreadable = 5, ImageWrong = 6 };
 
-    /// Lines about the place that the instrument is played at.
+    /// The place that the instrument is played at, and lines about it.
     struct Place
     {
+        std::unique_ptr<Endpoint> endpoint;
         std::string serving; // as soon as the router can find the instrument
         std::string taken;
         std::string refused; // a reason in parentheses follows
@@ -29,8 +30,7 @@ struct PlayProgram
     std::string switchHelp;   // lines about `switches`
     std::string exitCodeHelp; // lines about Taken and Refused
     std::vector<commandline::Switch> switches;
-    std::function<Place()> place; // asked once the switches are read
-    std::function<std::unique_ptr<Endpoint>(Engine&, const Observer&, HANDLE stop)> makeEndpoint;
+    std::function<Place(Engine& engine, HANDLE stop)> place; // asked once the switches are read
 };
 
 /// Reads the command line and plays until something ends it: a limit, Ctrl+C, Ctrl+Break or the stop event. The

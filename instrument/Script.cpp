@@ -21,21 +21,16 @@ constexpr std::int64_t MostBytes = 65535;
 template <class Target>
 struct Phrase
 {
-    const char* syntax;
+    std::string_view syntax;
     const char* help;
     void (*read)(Lexer& in, Target& target);
 };
 
-/// The lower-case words that `syntax` begins with.
-std::vector<std::string_view> FixedWords(std::string_view syntax)
+/// The lower-case words that `syntax` begins with, one or two.
+std::string_view FixedWords(std::string_view syntax)
 {
-    std::vector<std::string_view> words;
-    while (!syntax.empty() && syntax[0] >= 'a' && syntax[0] <= 'z') {
-        const std::size_t end = std::min(syntax.find(' '), syntax.size());
-        words.push_back(syntax.substr(0, end));
-        syntax.remove_prefix(std::min(end + 1, syntax.size()));
-    }
-    return words;
+    const std::size_t variable = syntax.find_first_of("[ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+    return syntax.substr(0, variable == syntax.npos ? variable : variable - 1);
 }
 
 /// Takes the fixed words of a phrase and returns it; null when the next word begins none of them.
@@ -44,17 +39,13 @@ const Phrase<Target>* Find(const std::vector<Phrase<Target>>& phrases, Lexer& in
 {
     std::string continuations;
     for (const Phrase<Target>& phrase : phrases) {
-        const auto words = FixedWords(phrase.syntax);
-        std::size_t matching = 0;
-        while (matching < words.size() && in.Is(words[matching], matching)) {
-            ++matching;
-        }
-        if (matching == words.size()) {
-            in.Skip(matching);
+        const std::string_view words = FixedWords(phrase.syntax);
+        if (in.Accept(words)) {
             return &phrase;
         }
-        if (matching != 0) {
-            continuations += (continuations.empty() ? "" : ", ") + std::string(words[matching]);
+        const std::size_t space = std::min(words.find(' '), words.size());
+        if (in.Is(words.substr(0, space))) {
+            continuations += (continuations.empty() ? "" : ", ") + std::string(words.substr(space + 1));
         }
     }
     return continuations.empty()
@@ -119,11 +110,14 @@ std::optional<Time> TimeOfReturn(Lexer& in)
 
 const std::vector<Phrase<Plan>> Actions = {
     {"echo", "answer with the request's payload, to its sender (the default)",
-     [](Lexer&, Plan& plan) { plan.answer = Plan::Answer::Echo; }},
-    {"silence", "don't answer", [](Lexer&, Plan& plan) { plan.answer = Plan::Answer::None; }},
+     [](Lexer&, Plan& plan) {
+         plan.isAnswered = true;
+         plan.fixedAnswer.reset();
+     }},
+    {"silence", "don't answer", [](Lexer&, Plan& plan) { plan.isAnswered = false; }},
     {"reply PAYLOAD", "answer with this",
      [](Lexer& in, Plan& plan) {
-         plan.answer = Plan::Answer::Fixed;
+         plan.isAnswered = true;
          plan.fixedAnswer = in.Payload();
      }},
     {"send TYPE,PORT [PAYLOAD]", "one more packet, after the answer; without a payload the request's",
@@ -172,20 +166,21 @@ const std::vector<Phrase<Plan>> Actions = {
 
 const std::vector<Phrase<Incident>> Incidents = {
     {"fail", "DOWNLOAD_FAIL",
-     [](Lexer&, Incident& incident) { incident.text = console::BytesOfText("DOWNLOAD_FAIL\r"); }},
+     [](Lexer&, Incident& incident) { incident.answer = Plan::Reply("DOWNLOAD_FAIL\r"); }},
     {"ready", "FIRMWARE_READY",
-     [](Lexer&, Incident& incident) { incident.text = console::BytesOfText("FIRMWARE_READY\r"); }},
+     [](Lexer&, Incident& incident) { incident.answer = Plan::Reply("FIRMWARE_READY\r"); }},
     {"rebooting [back MS]", "REBOOTING; with \"back\", vanish and be there again after MS",
      [](Lexer& in, Incident& incident) {
-         incident.text = console::BytesOfText("REBOOTING\r");
+         incident.answer = Plan::Reply("REBOOTING\r");
          if (const auto back = TimeOfReturn(in)) {
-             incident.vanishing = {SIZE_MAX, back};
+             incident.answer.vanishing = {SIZE_MAX, back};
          }
      }},
     {"silence", "no answer", [](Lexer&, Incident& incident) { incident.ends = false; }},
     {"vanish [back MS]", "no answer, and gone",
-     [](Lexer& in, Incident& incident) { incident.vanishing = {SIZE_MAX, TimeOfReturn(in)}; }},
-    {"answer PAYLOAD", "this", [](Lexer& in, Incident& incident) { incident.text = in.Payload(); }},
+     [](Lexer& in, Incident& incident) { incident.answer.vanishing = {SIZE_MAX, TimeOfReturn(in)}; }},
+    {"answer PAYLOAD", "this",
+     [](Lexer& in, Incident& incident) { incident.answer = {.fixedAnswer = in.Payload()}; }},
 };
 
 // A chunk size may be any number: a foolish one shows what the router makes of it.
@@ -262,7 +257,7 @@ Trigger ReadTrigger(Lexer& in)
 /// Without a request there is nothing to answer and no payload to send on.
 void CheckTimedRule(const Plan& plan)
 {
-    if (plan.answer != Plan::Answer::None) {
+    if (plan.isAnswered) {
         throw ParseError("an answer needs a request");
     }
     if (!std::ranges::all_of(plan.extras, [](const auto& extra) { return extra.payload.has_value(); })) {
@@ -276,8 +271,7 @@ Rule ReadRule(Lexer& in)
     if (in.Has(":")) {
         rule.trigger = ReadTrigger(in);
     }
-    Plan plan;
-    plan.answer = Plan::Answer::None;
+    Plan plan = Plan::Silence();
     do {
         const Phrase<Plan>& action = Get(Actions, in, "an action");
         rule.actions.push_back([&action, words = in](Plan& target) {
@@ -310,7 +304,7 @@ std::string HelpOf(const std::vector<Phrase<Target>>& phrases, std::size_t inden
     constexpr std::size_t Column = 26;
     std::string text;
     for (const Phrase<Target>& phrase : phrases) {
-        std::string line = std::string(indent, ' ') + phrase.syntax;
+        std::string line = std::string(indent, ' ').append(phrase.syntax);
         line.resize(std::max(line.size() + 2, Column), ' ');
         for (const char* at = phrase.help; *at != '\0'; ++at) {
             line += *at;
@@ -322,19 +316,6 @@ std::string HelpOf(const std::vector<Phrase<Target>>& phrases, std::size_t inden
 }
 
 } // namespace
-
-bool Trigger::Matches(std::uint64_t number, Address sender, std::minstd_rand& random) const
-{
-    return !after && (!from || *from == sender) && number >= first && number <= last && number % every == 0 &&
-           (!percent || random() % 100 < *percent);
-}
-
-void Rule::Apply(ResponsePlan& plan) const
-{
-    for (const Action& action : actions) {
-        action(plan);
-    }
-}
 
 std::optional<std::string> AddScriptLine(Script& script, std::string_view line)
 {

@@ -1,8 +1,7 @@
 // What a simulated instrument does and when: the script, read from a small line language. Portable.
 #pragma once
 
-#include "instrument/Values.h"
-
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,6 +14,17 @@
 
 namespace instrument {
 
+/// A point in time or a span of it. Points count from any fixed moment that the caller likes.
+using Time = std::chrono::microseconds;
+using Bytes = std::vector<std::uint8_t>;
+
+struct Address
+{
+    std::uint8_t deviceType = 0;
+    std::uint8_t port = 0;
+    bool operator==(const Address&) const = default;
+};
+
 /// The instrument goes away and, after `back`, is there again; without `back` it stays away.
 struct Vanishing
 {
@@ -25,33 +35,31 @@ struct Vanishing
 /// The answer to one request, or what happens without one; the actions of the matching rules fill it in.
 struct ResponsePlan
 {
-    enum class Answer { Echo, Fixed, None };
-
     struct Extra
     {
         Address to;
         std::optional<Bytes> payload; // none: the request's payload
     };
 
-    Answer answer = Answer::Echo;
-    Bytes fixedAnswer;
-    std::vector<Extra> extras; // packets after the answer
+    bool isAnswered = true;
+    std::optional<Bytes> fixedAnswer{}; // none: the request's payload
+    std::vector<Extra> extras{};        // packets after the answer
     Time delay{};
     unsigned copies = 1;
     bool wrongPayload = false;
     bool wrongChecksum = false;
-    std::optional<std::uint8_t> packetNumber;
+    std::optional<std::uint8_t> packetNumber{};
     unsigned skippedNumbers = 0;
-    Bytes rawAhead;            // unframed bytes before the answer
+    Bytes rawAhead{};          // unframed bytes before the answer
     std::size_t garbage = 0;   // so many random bytes, without a sync pair, before those
     std::size_t splitInto = 0; // bytes of one write; 0: unsplit
     Time splitGap{};
     std::size_t mergeOf = 0; // packets of one write; 0: as they come
     Time mergeWait{};        // how long a write that is not full waits for more
-    std::optional<Vanishing> vanishing;
+    std::optional<Vanishing> vanishing{};
 
-    /// True when there is something to send even without a packet.
-    bool HasSurroundings() const noexcept { return garbage != 0 || !rawAhead.empty() || vanishing.has_value(); }
+    static ResponsePlan Silence() { return {.isAnswered = false}; }
+    static ResponsePlan Reply(std::string_view text) { return {.fixedAnswer = Bytes(text.begin(), text.end())}; }
 };
 
 /// When a rule applies: to requests that fulfil every condition, or (`after`) without one.
@@ -65,7 +73,11 @@ struct Trigger
     std::optional<Time> after; // so long after the connection,
     bool repeats = false;      // and again so long after each time
 
-    bool Matches(std::uint64_t number, Address sender, std::minstd_rand& random) const;
+    bool Matches(std::uint64_t number, Address sender, std::minstd_rand& random) const
+    {
+        return !after && (!from || *from == sender) && number >= first && number <= last && number % every == 0 &&
+               (!percent || random() % 100 < *percent);
+    }
 };
 
 struct Rule
@@ -75,7 +87,12 @@ struct Rule
     Trigger trigger;
     std::vector<Action> actions;
 
-    void Apply(ResponsePlan& plan) const;
+    void Apply(ResponsePlan& plan) const
+    {
+        for (const Action& action : actions) {
+            action(plan);
+        }
+    }
 };
 
 /// Unrequested packets, for measurements.
@@ -96,8 +113,7 @@ struct FirmwareScript
     struct Incident
     {
         std::uint64_t at = AtDone; // a chunk, counted from 1, or the closing message
-        std::optional<Bytes> text; // the answer; none: silence
-        std::optional<Vanishing> vanishing;
+        ResponsePlan answer = ResponsePlan::Silence();
         bool ends = true; // the download is over with it
     };
 

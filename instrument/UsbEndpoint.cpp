@@ -32,22 +32,23 @@ constexpr std::chrono::milliseconds LastReads{200};
 class UsbEndpoint : public Endpoint
 {
 public:
-    UsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer, HANDLE stop)
-        : Endpoint(engine, observer, stop,
-                   // The written bytes come before the connection's end: what the router wrote before it left is
-                   // taken.
-                   {{&m_supply, [this] { ResultOf(m_supply, m_remote.Get()); }},
-                    {&m_take, [this] { OnTaken(); }},
-                    {&m_watch, [this] { OnWatched(); }}}),
+    UsbEndpoint(const UsbPlace& place, Engine& engine, HANDLE stop)
+        : Endpoint(engine, stop, sizeof(bus::Taken) + LongestWrite),
           m_place(place),
           m_slotTurn(::CreateMutexW(nullptr, FALSE,
-                                    (L"Local\\MorvaneTestInstrumentSlot" + std::to_wstring(place.slot)).c_str())),
-          m_taken(sizeof(bus::Taken) + LongestWrite)
+                                    (L"Local\\MorvaneTestInstrumentSlot" + std::to_wstring(place.slot)).c_str()))
     {
+        // The written bytes come before the connection's end: what the router wrote before it left is taken.
+        m_awaited = {{&m_write, [this] { ResultOf(m_write); }},
+                     {&m_read, [this] { TakeReads(); }},
+                     {&m_watch, [this] { OnWatched(); }}};
     }
 
-    /// Refused, without effect, when the slot is another program's.
-    ~UsbEndpoint() override { ::ReleaseMutex(m_slotTurn.Get()); }
+    ~UsbEndpoint() override
+    {
+        StopTransfers();                  // before m_control, with whose handle the device leaves
+        ::ReleaseMutex(m_slotTurn.Get()); // refused, without effect, when the slot is another program's
+    }
 
 private:
     void Begin() override
@@ -69,23 +70,18 @@ private:
         } catch (const std::exception& fault) {
             return FinishWith(End::Refused, fault.what());
         }
-        m_remote = bus::OpenRemote();
+        m_file = bus::OpenRemote();
         StartTaking();
         StartWatching();
     }
 
-    bool IsWriting() const override { return m_supply.IsPending(); }
-
-    void Write(const Bytes& bytes) override
+    void StartWrite() override
     {
         const bus::Supply head{m_place.slot, InEndpoint, m_connection};
-        m_supplied.resize(sizeof head);
-        std::memcpy(m_supplied.data(), &head, sizeof head);
-        m_supplied.insert(m_supplied.end(), bytes.begin(), bytes.end());
-        // Refused, or mostly complete already because there is space: its event is then not waited for at all.
-        m_supply.Control(m_remote.Get(), bus::RemoteSupply, m_supplied.data(),
-                         static_cast<DWORD>(m_supplied.size()), nullptr, 0);
-        ResultOf(m_supply, m_remote.Get());
+        const auto* const at = reinterpret_cast<const std::uint8_t*>(&head);
+        m_writing.insert(m_writing.begin(), at, at + sizeof head);
+        m_write.Control(m_file.Get(), bus::RemoteSupply, m_writing.data(), static_cast<DWORD>(m_writing.size()),
+                        nullptr, 0);
     }
 
     void Return() override
@@ -103,7 +99,7 @@ private:
 
     void Leave() override
     {
-        if (!m_remote) {
+        if (!m_file) {
             return; // it has not begun
         }
         // Unplugged first: that ends supply and watch. Wine's kernel is not up to a cancellation that meets an
@@ -114,7 +110,7 @@ private:
             ::WaitForSingleObject(m_watch.EventHandle(), INFINITE);
         }
         m_watch.Cancel();
-        m_take.Cancel();
+        StopTransfers();
     }
 
     void Unplug()
@@ -129,54 +125,50 @@ private:
     {
         const DWORD error = ::GetLastError();
         // A connection that is over: the watch reports it next. Only a fault of the driver refuses anything else.
-        if (&operation == &m_supply && error == ERROR_DEVICE_NOT_CONNECTED) {
+        if (&operation == &m_write && error == ERROR_DEVICE_NOT_CONNECTED) {
             return;
         }
-        const std::string what = &operation == &m_supply ? "supplying answers"
-                               : &operation == &m_take   ? "taking what is written"
-                                                         : "watching for the router";
+        const std::string what = &operation == &m_write ? "supplying answers"
+                               : &operation == &m_read  ? "taking what is written"
+                                                        : "watching for the router";
         FinishWith(End::Refused, what + " failed with error " + std::to_string(error));
     }
 
     void StartTaking()
     {
         const bus::Target target{m_place.slot, OutEndpoint};
-        if (!m_take.Control(m_remote.Get(), bus::RemoteTake, &target, sizeof target, m_taken.data(),
-                            static_cast<DWORD>(m_taken.size())))
+        if (!m_read.Control(m_file.Get(), bus::RemoteTake, &target, sizeof target, m_readBuffer.data(),
+                            static_cast<DWORD>(m_readBuffer.size())))
         {
-            OnFailure(m_take);
+            OnFailure(m_read);
         }
     }
 
-    void OnTaken()
+    void OnRead(DWORD) override
     {
-        // What has come meanwhile is taken without going through the wait.
-        for (int step = 0; step < Burst && ResultOf(m_take, m_remote.Get()); ++step) {
-            bus::Taken head{};
-            std::memcpy(&head, m_taken.data(), sizeof head);
-            if (head.connection > m_latestConnection) {
-                SetConnection(head.connection); // faster than the watch
-            }
-            if (head.connection == m_connection) {
-                m_engine.Receive(std::span(m_taken).subspan(sizeof head, head.length), console::Now());
-            }
-            StartTaking();
-            PlayWhatIsDue();
+        bus::Taken head{};
+        std::memcpy(&head, m_readBuffer.data(), sizeof head);
+        if (head.connection > m_latestConnection) {
+            SetConnection(head.connection); // faster than the watch
         }
+        if (head.connection == m_connection) {
+            m_engine.Receive(std::span(m_readBuffer).subspan(sizeof head, head.length), console::Now());
+        }
+        StartTaking();
+        PlayWhatIsDue();
     }
 
     void StartWatching()
     {
         const bus::Watch watch{m_place.slot, m_connection};
-        if (!m_watch.Control(m_remote.Get(), bus::RemoteWatch, &watch, sizeof watch, &m_watched, sizeof m_watched))
-        {
+        if (!m_watch.Control(m_file.Get(), bus::RemoteWatch, &watch, sizeof watch, &m_watched, sizeof m_watched)) {
             OnFailure(m_watch);
         }
     }
 
     void OnWatched()
     {
-        if (!ResultOf(m_watch, m_remote.Get())) {
+        if (!ResultOf(m_watch)) {
             return;
         }
         // A write of the next connection may have reported it already.
@@ -203,32 +195,26 @@ private:
     void AwaitSupply()
     {
         DWORD length = 0;
-        if (m_supply.IsPending()) {
-            ::WaitForSingleObject(m_supply.EventHandle(), INFINITE);
-            m_supply.Finish(m_remote.Get(), length);
+        if (m_write.IsPending()) {
+            ::WaitForSingleObject(m_write.EventHandle(), INFINITE);
+            m_write.Finish(m_file.Get(), length);
         }
     }
 
     const UsbPlace m_place;
     win32::KernelHandle m_slotTurn;                  // a mutex, ours while the slot is
     std::optional<bus::InstrumentControl> m_control; // whose handle keeps the device
-    win32::FileHandle m_remote;
-    std::vector<std::uint8_t> m_taken;
-    std::vector<std::uint8_t> m_supplied;
     bus::Connection m_watched{};
     std::uint32_t m_connection = 0;       // 0: none
     std::uint32_t m_latestConnection = 0; // the last that there was
-    win32::OverlappedOperation m_supply;
-    win32::OverlappedOperation m_take;
     win32::OverlappedOperation m_watch;
 };
 
 } // namespace
 
-std::unique_ptr<Endpoint> MakeUsbEndpoint(const UsbPlace& place, Engine& engine, const Observer& observer,
-                                          HANDLE stop)
+std::unique_ptr<Endpoint> MakeUsbEndpoint(const UsbPlace& place, Engine& engine, HANDLE stop)
 {
-    return std::make_unique<UsbEndpoint>(place, engine, observer, stop);
+    return std::make_unique<UsbEndpoint>(place, engine, stop);
 }
 
 } // namespace instrument

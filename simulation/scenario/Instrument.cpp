@@ -86,7 +86,7 @@ instrument::Script ScriptOf(const Plan& plan)
     }
     for (const PortPlan& port : plan.ports) {
         if (plan.StaysUnanswered(port)) {
-            every(1, [](ResponsePlan& answer) { answer.answer = ResponsePlan::Answer::None; });
+            every(1, [](ResponsePlan& answer) { answer.isAnswered = false; });
             script.rules.back().trigger.from = instrument::Address{port.deviceType, port.port};
         }
     }
@@ -96,7 +96,7 @@ instrument::Script ScriptOf(const Plan& plan)
 } // namespace
 
 Instrument::Instrument(const Plan& plan, Account& account)
-    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan), m_observer)
+    : m_plan(plan), m_account(account), m_engine(ScriptOf(plan))
 {
     if (plan.path == Path::Usb) {
         UsbInstrument& device = TheInstrument();

@@ -56,7 +56,6 @@ private:
 
     const Plan& m_plan;
     Account& m_account;
-    const instrument::Observer m_observer;
     instrument::Engine m_engine;
     instrument::Bytes m_due;
     ReceiveBuffer m_received;                 // bytes received that form no packet yet

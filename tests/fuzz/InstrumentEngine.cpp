@@ -101,7 +101,7 @@ Bytes Traffic(Choices& choices)
 class Driver
 {
 public:
-    explicit Driver(const instrument::Script& script) : m_engine(script, m_observer) { m_engine.Connected(m_now); }
+    explicit Driver(const instrument::Script& script) : m_engine(script) { m_engine.Connected(m_now); }
 
     void Receive(std::span<const std::uint8_t> bytes) { m_engine.Receive(bytes, m_now); }
     void Reconnect()
@@ -148,7 +148,6 @@ public:
 
 private:
     Time m_now{};
-    instrument::Observer m_observer;
     instrument::Engine m_engine;
     Order m_last = Order::Nothing;
 };

@@ -41,9 +41,8 @@ public:
     Instrument()
     {
         m_thread.Start([this] {
-            const instrument::Observer observer;
-            instrument::Engine engine({}, observer);
-            const auto endpoint = instrument::MakePipeEndpoint(InstrumentPipe, engine, observer, m_stop.Get());
+            instrument::Engine engine({});
+            const auto endpoint = instrument::MakePipeEndpoint(InstrumentPipe, engine, m_stop.Get());
             m_isTaken = endpoint->Run({}) != instrument::Endpoint::End::Stopped;
         });
     }

@@ -65,7 +65,7 @@ class Router
 {
 public:
     explicit Router(std::string_view script, std::optional<Bytes> expectedImage = std::nullopt)
-        : engine(ScriptOf(script), observer, std::move(expectedImage))
+        : engine(ScriptOf(script), {}, std::move(expectedImage))
     {
         engine.Connected(now);
     }
@@ -138,7 +138,6 @@ public:
     std::size_t Unparsed() const { return m_received.Size(); }
 
     Time now{};
-    instrument::Observer observer;
     Engine engine;
     Order last = Order::Nothing; // what ended the last Writes() or Packets()
 

@@ -42,8 +42,8 @@ protected:
             const std::string message = output.messages[m_answered];
             const auto answer =
                 bootloader->OnMessage({reinterpret_cast<const std::uint8_t*>(message.data()), message.size()}, {});
-            if (answer.text) {
-                Receive(dialogue, {reinterpret_cast<const char*>(answer.text->data()), answer.text->size()});
+            if (answer.fixedAnswer) {
+                Receive(dialogue, std::string(answer.fixedAnswer->begin(), answer.fixedAnswer->end()));
             }
         }
     }

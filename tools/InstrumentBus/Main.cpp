@@ -42,13 +42,11 @@ commandline::Handler StoreId(std::uint16_t& target)
     };
 }
 
-instrument::PlayProgram::Place Described(const instrument::UsbPlace& place)
+std::string Described(const instrument::UsbPlace& place)
 {
-    return {console::Format("plugged in at slot %u, vendor 0x%04X, product 0x%04X",
-                            static_cast<unsigned>(place.slot), static_cast<unsigned>(place.vendorId),
-                            static_cast<unsigned>(place.productId)),
-            "slot " + std::to_string(place.slot) + " is played by another program already",
-            "the device can't be played"};
+    return console::Format("plugged in at slot %u, vendor 0x%04X, product 0x%04X",
+                           static_cast<unsigned>(place.slot), static_cast<unsigned>(place.vendorId),
+                           static_cast<unsigned>(place.productId));
 }
 
 } // namespace
@@ -65,12 +63,12 @@ int wmain(int count, wchar_t** arguments)
         {{"--vendor", true, StoreId(place.vendorId)},
          {"--product", true, StoreId(place.productId)},
          {"--slot", true, commandline::StoreNumber(slot, 0, instrument::UsbPlace::Slots - 1)}},
-        [&] {
+        [&](instrument::Engine& engine, HANDLE stop) {
             place.slot = static_cast<std::uint32_t>(slot);
-            return Described(place);
-        },
-        [&place](instrument::Engine& engine, const instrument::Observer& observer, HANDLE stop) {
-            return instrument::MakeUsbEndpoint(place, engine, observer, stop);
+            return instrument::PlayProgram::Place{
+                instrument::MakeUsbEndpoint(place, engine, stop), Described(place),
+                "slot " + std::to_string(slot) + " is played by another program already",
+                "the device can't be played"};
         }};
     return instrument::Run(program, count, arguments);
 }

@@ -39,12 +39,10 @@ int wmain(int count, wchar_t** arguments)
         SwitchHelp,
         ExitCodeHelp,
         {{"--pipe", true, setPipe}},
-        [&path] {
+        [&path](instrument::Engine& engine, HANDLE stop) {
             return instrument::PlayProgram::Place{
-                "serving " + path, path + " is served by another program already", path + " can't be served"};
-        },
-        [&path](instrument::Engine& engine, const instrument::Observer& observer, HANDLE stop) {
-            return instrument::MakePipeEndpoint(console::Wide(path), engine, observer, stop);
+                instrument::MakePipeEndpoint(console::Wide(path), engine, stop), "serving " + path,
+                path + " is served by another program already", path + " can't be served"};
         }};
     return instrument::Run(program, count, arguments);
 }
