@@ -11,7 +11,6 @@ set(MORVANE_PORTABLE_SOURCES
     console/TypedBytes.cpp
     instrument/Bootloader.cpp
     instrument/Engine.cpp
-    instrument/Lexer.cpp
     instrument/Output.cpp
     instrument/Script.cpp
     tools/RouterProbe/RoundTrips.cpp)

@@ -33,7 +33,7 @@ morvane_simulated(simulated_product FOLDER diag SOURCES
 # Around it.
 morvane_simulated(surroundings FOLDER console SOURCES CommandLine.cpp HexDump.cpp TypedBytes.cpp)
 morvane_simulated(surroundings FOLDER instrument SOURCES
-    Bootloader.cpp Engine.cpp Lexer.cpp Output.cpp Script.cpp)
+    Bootloader.cpp Engine.cpp Output.cpp Script.cpp)
 morvane_simulated(surroundings FOLDER simulation/scenario SOURCES
     Account.cpp Client.cpp Instrument.cpp NoWindow.cpp Plan.cpp ReplyScenario.cpp Scenario.cpp Surroundings.cpp
     TracerAccount.cpp TracerScenario.cpp TransferScenario.cpp)

@@ -26,7 +26,7 @@ target_compile_definitions(morvane_clientcalls PUBLIC MORVANE_CLIENT_STATIC)
 target_link_libraries(morvane_clientcalls PUBLIC morvane_client)
 morvane_precompile(morvane_clientcalls)
 morvane_module(instrument USES console testdriver packet win32 SOURCES
-    Bootloader.cpp Endpoint.cpp Engine.cpp Lexer.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
+    Bootloader.cpp Endpoint.cpp Engine.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
     Script.cpp UsbEndpoint.cpp)
 # One by one in every tree: a program takes the objects it needs, and with them what they import.
 set_target_properties(morvane_console morvane_client morvane_instrument PROPERTIES UNITY_BUILD OFF)

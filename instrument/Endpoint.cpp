@@ -8,13 +8,6 @@
 
 namespace instrument {
 
-namespace {
-
-/// After so many steps in a row without waiting the wait is asked again, so that the stop signal is seen.
-constexpr int Burst = 64;
-
-} // namespace
-
 Endpoint::End Endpoint::Run(const Limits& limits, const std::function<void()>& served,
                             const std::function<void()>& pass)
 {

@@ -94,6 +94,9 @@ protected:
     win32::OverlappedOperation m_write;
 
 private:
+    /// After so many steps in a row without waiting the wait is asked again, so that the stop signal is seen.
+    static constexpr int Burst = 64;
+
     void Await(DWORD milliseconds);
     DWORD WaitTime(Time end) const;
     std::optional<End> LimitReached(const Limits& limits, Time end) const;

@@ -13,14 +13,6 @@ namespace {
 constexpr Address BootloaderAddress{0, 0};
 constexpr Time ProgressPeriod = std::chrono::seconds(1);
 
-/// Number, type, address, length and first bytes of a packet.
-std::string LineOf(const wire::Frame& frame)
-{
-    return console::Format("no %3d type %3d [%02d,%02d] %5zu bytes ", frame.packetNumber, frame.packetType,
-                           frame.deviceType, frame.port, frame.payload.size()) +
-           hexdump::Short(frame.payload);
-}
-
 } // namespace
 
 void Engine::Connected(Time now)
@@ -95,7 +87,10 @@ void Engine::OnFrame(const wire::Frame& frame, Time now)
         return;
     }
     if (m_listener) {
-        m_listener(LineOf(frame) + (gap ? " (number gap)" : "") + (wrongChecksum ? " (wrong checksum)" : ""));
+        m_listener(console::Format("no %3d type %3d [%02d,%02d] %5zu bytes ", frame.packetNumber, frame.packetType,
+                                   frame.deviceType, frame.port, frame.payload.size()) +
+                   hexdump::Short(frame.payload) + (gap ? " (number gap)" : "") +
+                   (wrongChecksum ? " (wrong checksum)" : ""));
     }
     if (isTraffic) {
         OnRequest(frame, now);

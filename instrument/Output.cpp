@@ -10,7 +10,9 @@ void Output::Send(const ResponsePlan& plan, Address to, Payload payload, Time no
 {
     if (plan.delay > Time::zero()) {
         auto copy = payload ? std::optional(Bytes(payload->begin(), payload->end())) : std::nullopt;
-        m_delayed.emplace(now + plan.delay, Delayed{plan, to, std::move(copy)});
+        m_delayed.emplace(now + plan.delay, [this, plan, to, copy = std::move(copy)](Time due) {
+            Emit(plan, to, copy ? Payload(*copy) : std::nullopt, due);
+        });
         return;
     }
     EmitDue(now);
@@ -20,8 +22,8 @@ void Output::Send(const ResponsePlan& plan, Address to, Payload payload, Time no
 void Output::EmitDue(Time now)
 {
     while (!m_delayed.empty() && m_delayed.begin()->first <= now) {
-        const auto& [due, next] = *m_delayed.begin();
-        Emit(next.plan, next.to, next.payload ? Payload(*next.payload) : std::nullopt, due);
+        const auto& [due, emit] = *m_delayed.begin();
+        emit(due);
         m_delayed.erase(m_delayed.begin());
     }
 }
@@ -42,8 +44,11 @@ void Output::Compose(const ResponsePlan& plan, Address to, Payload payload)
     if (!payload) {
         return;
     }
+    const auto next = static_cast<std::uint8_t>(m_nextNumber + plan.skippedNumbers);
+    const std::uint8_t number = m_script.numbersAreZero ? std::uint8_t{0} : plan.packetNumber.value_or(next);
+    m_nextNumber = static_cast<std::uint8_t>(number + 1);
     const wire::Header header =
-        wire::BuildHeader(TakeNumber(plan), wire::PortTraffic, to.deviceType, to.port, payload->size());
+        wire::BuildHeader(number, wire::PortTraffic, to.deviceType, to.port, payload->size());
     m_composed.insert(m_composed.end(), header.begin(), header.end());
     const std::size_t payloadAt = m_composed.size();
     m_composed.insert(m_composed.end(), payload->begin(), payload->end());
@@ -71,22 +76,11 @@ void Output::AppendGarbage(std::size_t count)
     }
 }
 
-std::uint8_t Output::TakeNumber(const ResponsePlan& plan)
-{
-    if (m_script.numbersAreZero) {
-        return 0;
-    }
-    const std::uint8_t number =
-        plan.packetNumber.value_or(static_cast<std::uint8_t>(m_nextNumber + plan.skippedNumbers));
-    m_nextNumber = static_cast<std::uint8_t>(number + 1);
-    return number;
-}
-
-Output::Piece& Output::AddPiece(std::span<const std::uint8_t> bytes, Time now)
+Output::Piece& Output::AddPiece(std::span<const std::uint8_t> bytes, Time due)
 {
     Piece& piece = m_stream.emplace_back();
     piece.bytes.assign(bytes.begin(), bytes.end());
-    piece.due = now;
+    piece.due = due;
     return piece;
 }
 
@@ -109,21 +103,16 @@ void Output::Queue(const ResponsePlan& plan, Time now)
 void Output::QueueJoined(const ResponsePlan& plan, Time now)
 {
     Piece* const last = m_stream.empty() ? nullptr : &m_stream.back();
-    const bool fits =
-        last != nullptr && last->joinable && last->bytes.size() + m_composed.size() <= m_script.largestWrite;
-    if (fits && (last->missingPackets != 0 || plan.mergeOf == 0)) {
+    const bool fits = last != nullptr && last->bytes.size() + m_composed.size() <= m_script.largestWrite;
+    if (fits && last->room != 0 && (last->room != AnyNumber || plan.mergeOf == 0)) {
         last->bytes.insert(last->bytes.end(), m_composed.begin(), m_composed.end());
-        if (last->missingPackets != 0 && --last->missingPackets == 0) {
-            last->joinable = false;
+        if (last->room != AnyNumber && --last->room == 0) {
             last->due = now;
         }
-        return;
-    }
-    Piece& piece = AddPiece(m_composed, now);
-    piece.joinable = true;
-    if (plan.mergeOf > 1) {
-        piece.missingPackets = plan.mergeOf - 1;
-        piece.due = now + plan.mergeWait;
+    } else if (plan.mergeOf == 0) {
+        AddPiece(m_composed, now).room = AnyNumber;
+    } else {
+        AddPiece(m_composed, now + plan.mergeWait).room = plan.mergeOf - 1;
     }
 }
 
@@ -147,7 +136,7 @@ Output::Order Output::Take(Time now, Bytes& bytes)
         const auto cut = front.bytes.begin() + static_cast<std::ptrdiff_t>(m_script.largestWrite);
         bytes.assign(front.bytes.begin(), cut);
         front.bytes.erase(front.bytes.begin(), cut);
-        front.joinable = false;
+        front.room = 0;
         return Order::Write;
     }
     bytes = std::exchange(front.bytes, {});
@@ -158,15 +147,6 @@ Output::Order Output::Take(Time now, Bytes& bytes)
         m_stream.front().due = std::max(m_stream.front().due, now + m_stream.front().gap);
     }
     return Order::Write;
-}
-
-Time Output::NextDue() const
-{
-    if (m_return) {
-        return *m_return;
-    }
-    return std::min(m_stream.empty() ? Time::max() : m_stream.front().due,
-                    m_delayed.empty() ? Time::max() : m_delayed.begin()->first);
 }
 
 } // namespace instrument

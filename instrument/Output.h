@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <random>
@@ -38,42 +39,37 @@ public:
     /// Without a payload there is no packet, only what the plan puts around it.
     void Send(const ResponsePlan& plan, Address to, Payload payload, Time now);
 
-    /// What is due by `now`, joined as far as the plans allow. Write: `bytes` holds it and nothing else.
-    /// Vanish: everything still on its way is dropped. Then comes Return, if anything.
+    /// See Engine::Take. What is due by `now` is joined as far as the plans allow; Vanish drops what is not due.
     Order Take(Time now, Bytes& bytes);
 
     /// When Take may give something; Time::max(): not before the next Send.
-    Time NextDue() const;
+    Time NextDue() const
+    {
+        const Time due = m_stream.empty() ? Time::max() : m_stream.front().due;
+        return m_return.value_or(m_delayed.empty() ? due : std::min(due, m_delayed.begin()->first));
+    }
 
     /// From Order::Vanish until Order::Return.
     bool IsAway() const noexcept { return m_return.has_value(); }
     bool IsEmpty() const noexcept { return m_delayed.empty() && m_stream.empty(); }
 
 private:
-    /// A packet that is not due yet.
-    struct Delayed
-    {
-        ResponsePlan plan;
-        Address to;
-        std::optional<Bytes> payload;
-    };
-
     /// Bytes that leave in one go, and then maybe the instrument. Pieces leave in their order.
     struct Piece
     {
         Bytes bytes;
         Time due{};
-        Time gap{};                     // at least this long after the piece before it
-        std::size_t missingPackets = 0; // is due at once when so many more are in it
-        bool joinable = false;          // more packets may be put to its end
+        Time gap{};           // at least this long after the piece before it
+        std::size_t room = 0; // more packets may be put to its end; with the last of them it is due at once
         std::optional<Vanishing> vanish;
     };
+
+    static constexpr std::size_t AnyNumber = SIZE_MAX;
 
     void EmitDue(Time now);
     void Emit(const ResponsePlan& plan, Address to, Payload payload, Time now);
     void Compose(const ResponsePlan& plan, Address to, Payload payload);
     void AppendGarbage(std::size_t count);
-    std::uint8_t TakeNumber(const ResponsePlan& plan);
     void Queue(const ResponsePlan& plan, Time now);
     void QueueJoined(const ResponsePlan& plan, Time now);
     Piece& AddPiece(std::span<const std::uint8_t> bytes, Time now);
@@ -81,8 +77,9 @@ private:
     const Script& m_script;
     std::minstd_rand m_random;
     std::uint8_t m_nextNumber;
-    std::optional<Time> m_return;           // when it comes back; Time::max(): never; none: it is not away
-    std::multimap<Time, Delayed> m_delayed; // by the time they are due; of the same time in order of arrival
+    std::optional<Time> m_return; // when it comes back; Time::max(): never; none: it is not away
+    /// Emit packets when they are due, those of the same time in order of arrival.
+    std::multimap<Time, std::function<void(Time due)>> m_delayed;
     std::deque<Piece> m_stream;
     Bytes m_composed; // the packet in the making; kept for its room
 };

@@ -5,8 +5,8 @@
 #include "console/Version.h"
 #include "console/WholeFile.h"
 
+#include <array>
 #include <exception>
-#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -79,7 +79,7 @@ std::vector<commandline::Switch> SwitchesOf(const PlayProgram& program, Options&
         {"--do", true, [&options](const std::string& line) { return AddScriptLine(options.script, line); }},
         {"--firmware-expect", true, Store(options.expectFile)},
     };
-    std::ranges::copy(program.switches, std::back_inserter(switches));
+    switches.insert(switches.end(), program.switches.begin(), program.switches.end());
     return switches;
 }
 
@@ -101,10 +101,8 @@ std::string SummaryOf(const Engine& engine, Time running, Endpoint::End end)
         text << "  " << engine.Firmware().Line() << "; " << engine.Firmware().downloads
              << " downloads came whole\n";
     }
-    text << "ended: "
-         << (end == Endpoint::End::Stopped    ? "stopped"
-             : end == Endpoint::End::TimeOver ? "time over"
-                                              : "enough requests");
+    static constexpr std::array<const char*, 3> ends = {"stopped", "time over", "enough requests"};
+    text << "ended: " << ends[static_cast<std::size_t>(end)];
     return text.str();
 }
 
@@ -152,12 +150,8 @@ int Run(const PlayProgram& program, int count, wchar_t** arguments)
     try {
         Options options;
         const auto error = commandline::Parse(console::Arguments(count, arguments), SwitchesOf(program, options));
-        if (options.help) {
-            console::Say(HelpOf(program));
-            return PlayProgram::Good;
-        }
-        if (options.version) {
-            console::Say(console::VersionLine(program.name));
+        if (options.help || options.version) {
+            console::Say(options.help ? HelpOf(program) : console::VersionLine(program.name));
             return PlayProgram::Good;
         }
         if (error) {

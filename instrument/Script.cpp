@@ -5,6 +5,7 @@
 #include "instrument/Lexer.h"
 
 #include <algorithm>
+#include <ranges>
 #include <utility>
 
 namespace instrument {
@@ -33,9 +34,10 @@ std::string_view FixedWords(std::string_view syntax)
     return syntax.substr(0, variable == syntax.npos ? variable : variable - 1);
 }
 
-/// Takes the fixed words of a phrase and returns it; null when the next word begins none of them.
+/// Takes the fixed words of a phrase and returns it. When the next word begins none of them, it is no `what`; null
+/// when that is nothing.
 template <class Target>
-const Phrase<Target>* Find(const std::vector<Phrase<Target>>& phrases, Lexer& in)
+const Phrase<Target>* Find(const std::vector<Phrase<Target>>& phrases, Lexer& in, const char* what = nullptr)
 {
     std::string continuations;
     for (const Phrase<Target>& phrase : phrases) {
@@ -48,17 +50,38 @@ const Phrase<Target>* Find(const std::vector<Phrase<Target>>& phrases, Lexer& in
             continuations += (continuations.empty() ? "" : ", ") + std::string(words.substr(space + 1));
         }
     }
-    return continuations.empty()
-             ? nullptr
-             : throw ParseError("'" + in.Next("") + "' must be followed by one of: " + continuations);
+    if (!continuations.empty()) {
+        throw ParseError("'" + in.Next("") + "' must be followed by one of: " + continuations);
+    }
+    return what == nullptr ? nullptr : throw ParseError("'" + in.Next(what) + "' is not " + what);
 }
 
-/// The same, but never null; `what` names the kind of phrase.
-template <class Target>
-const Phrase<Target>& Get(const std::vector<Phrase<Target>>& phrases, Lexer& in, const std::string& what)
+/// "TYPE,PORT", 0 to 255 each.
+Address PortAddress(Lexer& in)
 {
-    const Phrase<Target>* const phrase = Find(phrases, in);
-    return phrase != nullptr ? *phrase : throw ParseError("'" + in.Next(what) + "' is not " + what);
+    const std::string text = in.Next("a port address (TYPE,PORT)");
+    const std::size_t comma = text.find(',');
+    if (comma == std::string::npos) {
+        throw ParseError("'" + text + "' is not a port address (TYPE,PORT)");
+    }
+    const auto type = Lexer::WholeNumber(text.substr(0, comma), "device type", 0, 255);
+    const auto port = Lexer::WholeNumber(text.substr(comma + 1), "port", 0, 255);
+    return {static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(port)};
+}
+
+/// All words up to the end of the action: hex digits, two a byte, or text in quotes; at least one.
+Bytes Payload(Lexer& in)
+{
+    if (in.AtEndOfAction()) {
+        throw ParseError("a payload is missing (hex digits or a text in quotes)");
+    }
+    Bytes payload;
+    while (!in.AtEndOfAction()) {
+        const std::string_view word = in.NextWord();
+        const Bytes more = word[0] == '"' ? console::BytesOfText(word.substr(1)) : console::BytesOfHex(word);
+        payload.insert(payload.end(), more.begin(), more.end());
+    }
+    return payload;
 }
 
 const std::vector<Phrase<Trigger>> RequestTriggers = {
@@ -79,7 +102,7 @@ const std::vector<Phrase<Trigger>> RequestTriggers = {
     {"chance P", "P percent of them, drawn by \"seed\"",
      [](Lexer& in, Trigger& trigger) { trigger.percent = in.Number("chance in percent", 0, 100); }},
     {"from TYPE,PORT", "only of that port; also after any of the above",
-     [](Lexer& in, Trigger& trigger) { trigger.from = in.PortAddress(); }},
+     [](Lexer& in, Trigger& trigger) { trigger.from = PortAddress(in); }},
 };
 
 const std::vector<Phrase<Trigger>> TimeTriggers = {
@@ -99,7 +122,7 @@ const std::vector<Phrase<Trigger>> TimeTriggers = {
 
 void AddPacket(Plan& plan, Address to, Lexer& in)
 {
-    plan.extras.push_back({to, in.AtEndOfAction() ? std::nullopt : std::optional(in.Payload())});
+    plan.extras.push_back({to, in.AtEndOfAction() ? std::nullopt : std::optional(Payload(in))});
 }
 
 /// "[back MS]".
@@ -118,10 +141,10 @@ const std::vector<Phrase<Plan>> Actions = {
     {"reply PAYLOAD", "answer with this",
      [](Lexer& in, Plan& plan) {
          plan.isAnswered = true;
-         plan.fixedAnswer = in.Payload();
+         plan.fixedAnswer = Payload(in);
      }},
     {"send TYPE,PORT [PAYLOAD]", "one more packet, after the answer; without a payload the request's",
-     [](Lexer& in, Plan& plan) { AddPacket(plan, in.PortAddress(), in); }},
+     [](Lexer& in, Plan& plan) { AddPacket(plan, PortAddress(in), in); }},
     {"broadcast [PAYLOAD]", "the same to 255,2, which the router hands to every port numbered 2",
      [](Lexer& in, Plan& plan) { AddPacket(plan, {255, 2}, in); }},
     {"delay MS", "answer so long after the request",
@@ -142,7 +165,7 @@ const std::vector<Phrase<Plan>> Actions = {
     {"garbage N", "N random bytes before the answer",
      [](Lexer& in, Plan& plan) { plan.garbage = in.Number<std::size_t>("count of bytes", 1, MostBytes); }},
     {"raw PAYLOAD", "these bytes, unframed, before the answer",
-     [](Lexer& in, Plan& plan) { plan.rawAhead = in.Payload(); }},
+     [](Lexer& in, Plan& plan) { plan.rawAhead = Payload(in); }},
     {"split N [MS]", "the answer in writes of N bytes, so long apart (0)",
      [](Lexer& in, Plan& plan) {
          plan.splitInto = in.Number<std::size_t>("count of bytes", 1, MostBytes);
@@ -180,7 +203,7 @@ const std::vector<Phrase<Incident>> Incidents = {
     {"vanish [back MS]", "no answer, and gone",
      [](Lexer& in, Incident& incident) { incident.answer.vanishing = {SIZE_MAX, TimeOfReturn(in)}; }},
     {"answer PAYLOAD", "this",
-     [](Lexer& in, Incident& incident) { incident.answer = {.fixedAnswer = in.Payload()}; }},
+     [](Lexer& in, Incident& incident) { incident.answer = {.fixedAnswer = Payload(in)}; }},
 };
 
 // A chunk size may be any number: a foolish one shows what the router makes of it.
@@ -189,7 +212,7 @@ const std::vector<Phrase<Script>> Statements = {
      "unrequested packets, RATE a second (0, the default: as fast as\n"
      "they are taken), COUNT in all (0, the default: without end); numbered payloads",
      [](Lexer& in, Script& script) {
-         script.flood = {in.PortAddress(), in.Number<std::size_t>("payload length", 1, MostBytes),
+         script.flood = {PortAddress(in), in.Number<std::size_t>("payload length", 1, MostBytes),
                          in.AtEndOfAction() ? 0 : in.Number("rate per second", 0, 1'000'000),
                          in.AtEndOfAction() ? 0 : in.Number("count of packets", 0)};
      }},
@@ -222,7 +245,7 @@ const std::vector<Phrase<Script>> Statements = {
          script.firmware.echoOffset = 1;
      }},
     {"firmware answer PAYLOAD", "answer it with this",
-     [](Lexer& in, Script& script) { script.firmware.prepareAnswer = in.Payload(); }},
+     [](Lexer& in, Script& script) { script.firmware.prepareAnswer = Payload(in); }},
     {"firmware unanswered N", "don't answer the first N of them",
      [](Lexer& in, Script& script) { script.firmware.unansweredPrepares = in.Number("count of messages", 0); }},
     {"firmware delay MS", "before each answer of the bootloader",
@@ -234,7 +257,7 @@ const std::vector<Phrase<Script>> Statements = {
      [](Lexer& in, Script& script) {
          Incident incident;
          incident.at = in.Accept("done") ? FirmwareScript::AtDone : in.Number("chunk number", 1);
-         Get(Incidents, in, "what happens then").read(in, incident);
+         Find(Incidents, in, "what happens then")->read(in, incident);
          script.firmware.incident = std::move(incident);
      }},
 };
@@ -245,9 +268,9 @@ Trigger ReadTrigger(Lexer& in)
     if (const auto* const timed = Find(TimeTriggers, in)) {
         timed->read(in, trigger);
     } else {
-        Get(RequestTriggers, in, "a condition").read(in, trigger);
+        Find(RequestTriggers, in, "a condition")->read(in, trigger);
         if (in.Accept("from")) {
-            trigger.from = in.PortAddress();
+            trigger.from = PortAddress(in);
         }
     }
     in.Expect(":");
@@ -273,12 +296,12 @@ Rule ReadRule(Lexer& in)
     }
     Plan plan = Plan::Silence();
     do {
-        const Phrase<Plan>& action = Get(Actions, in, "an action");
-        rule.actions.push_back([&action, words = in](Plan& target) {
+        const Phrase<Plan>* const action = Find(Actions, in, "an action");
+        rule.actions.push_back([action, words = in](Plan& target) {
             Lexer again = words;
-            action.read(again, target);
+            action->read(again, target);
         });
-        action.read(in, plan);
+        action->read(in, plan);
     } while (in.Accept(";"));
     if (rule.trigger.after) {
         CheckTimedRule(plan);
@@ -331,13 +354,12 @@ std::optional<std::string> AddScriptLine(Script& script, std::string_view line)
 
 std::optional<std::string> AddScriptText(Script& script, std::string_view text)
 {
-    std::size_t number = 1;
-    for (std::size_t at = 0; at < text.size(); ++number) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        if (const auto error = AddScriptLine(script, text.substr(at, end - at))) {
+    std::size_t number = 0;
+    for (const auto line : std::views::split(text, '\n')) {
+        ++number;
+        if (const auto error = AddScriptLine(script, {line.begin(), line.end()})) {
             return "line " + std::to_string(number) + ": " + *error;
         }
-        at = end + 1;
     }
     return std::nullopt;
 }
