@@ -123,10 +123,10 @@ void Endpoint::OnConnected()
     m_engine.Say("router connected");
 }
 
-void Endpoint::OnRouterGone(const std::string& reason)
+void Endpoint::OnRouterGone(const std::string& line)
 {
     m_engine.Disconnected();
-    m_engine.Say(reason.empty() ? "router gone" : "router gone (" + reason + ")");
+    m_engine.Say(line);
 }
 
 } // namespace instrument

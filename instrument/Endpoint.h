@@ -29,9 +29,7 @@ public:
     virtual ~Endpoint() = default;
 
     /// Once. Calls `served` as soon as the router can find the instrument, and `pass` after each pass of the loop.
-    End Run(
-        const Limits& limits, const std::function<void()>& served = [] {},
-        const std::function<void()>& pass = [] {});
+    End Run(const Limits& limits, const std::function<void()>& served, const std::function<void()>& pass);
 
     /// After End::Refused: why, in a few words.
     const std::string& Failure() const noexcept { return m_failure; }
@@ -69,8 +67,7 @@ protected:
         m_failure = std::move(failure);
     }
     void OnConnected();
-    /// The reason may be empty.
-    void OnRouterGone(const std::string& reason);
+    void OnRouterGone(const std::string& line);
     /// Plays what the engine has to write or to do just now, as far as no write is pending.
     void PlayWhatIsDue();
     /// Calls OnRead, also for what comes meanwhile: that is taken without going through the wait.

@@ -45,29 +45,25 @@ void Engine::Receive(std::span<const std::uint8_t> bytes, Time now)
     }
     m_counters.bytesReceived += bytes.size();
     m_received.Append(bytes);
-    while (SkipToSync()) {
-        const std::optional<wire::Frame> frame = wire::ParseFrame(m_received.Bytes());
-        if (!frame) {
-            return;
-        }
+    DropGarbage();
+    while (const auto frame = wire::ParseFrame(m_received.Bytes())) {
         OnFrame(*frame, now);
         m_received.Consume(frame->Length());
+        DropGarbage();
     }
 }
 
-bool Engine::SkipToSync()
+void Engine::DropGarbage()
 {
     const auto bytes = m_received.Bytes();
-    const std::optional<std::size_t> sync = wire::FindSync(bytes);
     // A last lone '#' may be the first half of a pair that was cut.
-    const bool halfPair = !sync && !bytes.empty() && bytes.back() == wire::SyncByte;
-    const std::size_t garbage = sync.value_or(bytes.size() - (halfPair ? 1 : 0));
+    const bool endsInHalf = !bytes.empty() && bytes.back() == wire::SyncByte;
+    const std::size_t garbage = wire::FindSync(bytes).value_or(bytes.size() - (endsInHalf ? 1 : 0));
     if (garbage != 0) {
         m_counters.garbageReceived += garbage;
         m_received.Consume(garbage);
         Say(std::to_string(garbage) + " bytes that belong to no packet");
     }
-    return sync.has_value();
 }
 
 void Engine::OnFrame(const wire::Frame& frame, Time now)

@@ -86,7 +86,7 @@ public:
     }
 
 private:
-    bool SkipToSync();
+    void DropGarbage();
     void OnFrame(const wire::Frame& frame, Time now);
     void OnRequest(const wire::Frame& frame, Time now);
     void OnFirmwareMessage(const wire::Frame& frame, Time now);

@@ -105,7 +105,7 @@ private:
         const DWORD error = ::GetLastError();
         StopTransfers();
         if (std::exchange(m_connected, false)) {
-            OnRouterGone(std::to_string(error));
+            OnRouterGone("router gone (" + std::to_string(error) + ")");
         }
         ::DisconnectNamedPipe(m_file.Get());
         StartConnecting();

@@ -182,7 +182,7 @@ private:
     {
         if (m_connection != 0) {
             AwaitSupply();
-            OnRouterGone({});
+            OnRouterGone("router gone");
         }
         m_connection = connection;
         m_latestConnection = std::max(m_latestConnection, connection);

@@ -43,7 +43,7 @@ public:
         m_thread.Start([this] {
             instrument::Engine engine({});
             const auto endpoint = instrument::MakePipeEndpoint(InstrumentPipe, engine, m_stop.Get());
-            m_isTaken = endpoint->Run({}) != instrument::Endpoint::End::Stopped;
+            m_isTaken = endpoint->Run({}, [] {}, [] {}) != instrument::Endpoint::End::Stopped;
         });
     }
     ~Instrument()
