@@ -101,10 +101,19 @@ ResponsePlan Bootloader::OnChunk(std::span<const std::uint8_t> data, Time now)
 
 ResponsePlan Bootloader::OnDone()
 {
-    Compare();
+    using Match = FirmwareReport::Match;
+    const bool whole = m_report.received == m_report.announced;
     m_report.state = FirmwareReport::State::Done;
     ++m_report.downloads;
-    const bool whole = m_report.received == m_report.announced;
+    if (m_expected) {
+        const auto [ours, theirs] = std::ranges::mismatch(m_image, *m_expected);
+        const bool same = ours == m_image.end() && theirs == m_expected->end();
+        m_report.match = same ? Match::Same : Match::Different;
+        m_report.firstDifference = same ? 0 : static_cast<std::uint64_t>(ours - m_image.begin());
+    } else {
+        m_report.match = whole ? Match::Unknown : Match::Different;
+        m_report.firstDifference = std::min(m_report.received, m_report.announced);
+    }
     return AnswerAt(FirmwareScript::AtDone, Plan::Reply(whole ? "DOWNLOAD_OK\r" : "DOWNLOAD_FAIL\r"));
 }
 
@@ -118,20 +127,6 @@ ResponsePlan Bootloader::AnswerAt(std::uint64_t place, ResponsePlan usual)
         m_report.state = FirmwareReport::State::Ended;
     }
     return incident->answer;
-}
-
-void Bootloader::Compare()
-{
-    using Match = FirmwareReport::Match;
-    if (!m_expected) {
-        m_report.match = m_report.received == m_report.announced ? Match::Unknown : Match::Different;
-        m_report.firstDifference = std::min(m_report.received, m_report.announced);
-        return;
-    }
-    const auto [ours, theirs] = std::ranges::mismatch(m_image, *m_expected);
-    const bool same = ours == m_image.end() && theirs == m_expected->end();
-    m_report.match = same ? Match::Same : Match::Different;
-    m_report.firstDifference = same ? 0 : static_cast<std::uint64_t>(ours - m_image.begin());
 }
 
 } // namespace instrument

@@ -59,7 +59,6 @@ private:
     ResponsePlan OnChunk(std::span<const std::uint8_t> data, Time now);
     ResponsePlan OnDone();
     ResponsePlan AnswerAt(std::uint64_t place, ResponsePlan usual);
-    void Compare();
 
     FirmwareScript m_script;
     const std::optional<Bytes> m_expected;

@@ -117,16 +117,4 @@ void Endpoint::PlayWhatIsDue()
     }
 }
 
-void Endpoint::OnConnected()
-{
-    m_engine.Connected(console::Now());
-    m_engine.Say("router connected");
-}
-
-void Endpoint::OnRouterGone(const std::string& line)
-{
-    m_engine.Disconnected();
-    m_engine.Say(line);
-}
-
 } // namespace instrument

@@ -57,7 +57,7 @@ protected:
     virtual void Vanish() = 0;
     virtual void Return() = 0;
     /// The instrument cannot be found any more.
-    virtual void Leave() = 0;
+    virtual void Leave() { Vanish(); }
     /// `operation` was refused or has failed with GetLastError().
     virtual void OnFailure(const win32::OverlappedOperation& operation) = 0;
 
@@ -66,8 +66,6 @@ protected:
         m_end = end;
         m_failure = std::move(failure);
     }
-    void OnConnected();
-    void OnRouterGone(const std::string& line);
     /// Plays what the engine has to write or to do just now, as far as no write is pending.
     void PlayWhatIsDue();
     /// Calls OnRead, also for what comes meanwhile: that is taken without going through the wait.

@@ -27,6 +27,7 @@ void Engine::Connected(Time now)
             m_timers.emplace_back(now + *rule.trigger.after, &rule);
         }
     }
+    Say("router connected");
 }
 
 void Engine::Disconnected()
@@ -179,12 +180,12 @@ void Engine::RunFlood(Time now)
     const Address to = m_script.flood->to;
     const auto mark = static_cast<std::uint16_t>(to.deviceType << 8 | to.port);
     const std::size_t packetLength = m_script.flood->payloadLength + wire::FrameOverhead;
-    m_floodPayload.resize(m_script.flood->payloadLength);
+    Bytes payload(m_script.flood->payloadLength);
     // At least one packet, else as many as one write holds.
     std::size_t room = std::max(m_script.largestWrite, packetLength);
     for (; FloodDue() <= now && room >= packetLength; room -= packetLength) {
-        sequenced::Fill(m_floodPayload, m_flooded++, mark);
-        m_output.Send(plain, to, m_floodPayload, now);
+        sequenced::Fill(payload, m_flooded++, mark);
+        m_output.Send(plain, to, payload, now);
         ++m_counters.unsolicited;
     }
 }

@@ -108,7 +108,6 @@ private:
     std::optional<std::uint8_t> m_lastNumber;           // of the router's last packet in this connection
     std::uint64_t m_flooded = 0;
     Time m_floodStart{};
-    Bytes m_floodPayload;
     bool m_connected = false;
     Time m_progressSaid{};
     FirmwareReport::State m_stateSaid = FirmwareReport::State::None;

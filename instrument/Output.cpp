@@ -31,88 +31,81 @@ void Output::EmitDue(Time now)
 void Output::Emit(const ResponsePlan& plan, Address to, Payload payload, Time now)
 {
     for (unsigned copy = 0; copy < plan.copies; ++copy) {
-        Compose(plan, to, payload);
-        Queue(plan, now);
+        Queue(plan, Compose(plan, to, payload), now);
     }
 }
 
-void Output::Compose(const ResponsePlan& plan, Address to, Payload payload)
+Bytes Output::Compose(const ResponsePlan& plan, Address to, Payload payload)
 {
-    m_composed.clear();
-    AppendGarbage(plan.garbage);
-    m_composed.insert(m_composed.end(), plan.rawAhead.begin(), plan.rawAhead.end());
+    Bytes bytes = Garbage(plan.garbage);
+    bytes.insert(bytes.end(), plan.rawAhead.begin(), plan.rawAhead.end());
     if (!payload) {
-        return;
+        return bytes;
     }
     const auto next = static_cast<std::uint8_t>(m_nextNumber + plan.skippedNumbers);
     const std::uint8_t number = m_script.numbersAreZero ? std::uint8_t{0} : plan.packetNumber.value_or(next);
     m_nextNumber = static_cast<std::uint8_t>(number + 1);
     const wire::Header header =
         wire::BuildHeader(number, wire::PortTraffic, to.deviceType, to.port, payload->size());
-    m_composed.insert(m_composed.end(), header.begin(), header.end());
-    const std::size_t payloadAt = m_composed.size();
-    m_composed.insert(m_composed.end(), payload->begin(), payload->end());
+    bytes.reserve(bytes.size() + payload->size() + wire::FrameOverhead);
+    bytes.insert(bytes.end(), header.begin(), header.end());
+    const std::size_t payloadAt = bytes.size();
+    bytes.insert(bytes.end(), payload->begin(), payload->end());
     if (plan.wrongPayload && !payload->empty()) {
-        m_composed[payloadAt] = static_cast<std::uint8_t>(m_composed[payloadAt] ^ 0xFF);
+        bytes[payloadAt] = static_cast<std::uint8_t>(bytes[payloadAt] ^ 0xFF);
     }
-    wire::Trailer trailer = wire::BuildTrailer(std::span(m_composed).subspan(payloadAt));
+    wire::Trailer trailer = wire::BuildTrailer(std::span(bytes).subspan(payloadAt));
     if (plan.wrongChecksum) {
         trailer[0] = static_cast<std::uint8_t>(trailer[0] ^ 0xFF);
     }
-    m_composed.insert(m_composed.end(), trailer.begin(), trailer.end());
+    bytes.insert(bytes.end(), trailer.begin(), trailer.end());
+    return bytes;
 }
 
-void Output::AppendGarbage(std::size_t count)
+Bytes Output::Garbage(std::size_t count)
 {
-    // A '#' right before a packet would make the reader take it for the first half of the packet's sync pair.
-    std::uint8_t previous = wire::SyncByte;
-    for (std::size_t left = count; left > 0; --left) {
-        auto byte = static_cast<std::uint8_t>(m_random() >> 8);
-        if (byte == wire::SyncByte && (previous == wire::SyncByte || left == 1)) {
-            byte = 0;
+    Bytes garbage(count);
+    for (std::size_t at = 0; at < count; ++at) {
+        garbage[at] = static_cast<std::uint8_t>(m_random() >> 8);
+        // A '#' right before a packet would make the reader take it for the first half of the packet's sync pair.
+        const bool mayPair = at == 0 || garbage[at - 1] == wire::SyncByte || at + 1 == count;
+        if (garbage[at] == wire::SyncByte && mayPair) {
+            garbage[at] = 0;
         }
-        m_composed.push_back(byte);
-        previous = byte;
     }
+    return garbage;
 }
 
-Output::Piece& Output::AddPiece(std::span<const std::uint8_t> bytes, Time due)
+void Output::Queue(const ResponsePlan& plan, Bytes bytes, Time now)
 {
-    Piece& piece = m_stream.emplace_back();
-    piece.bytes.assign(bytes.begin(), bytes.end());
-    piece.due = due;
-    return piece;
-}
-
-void Output::Queue(const ResponsePlan& plan, Time now)
-{
-    const std::span<const std::uint8_t> all(m_composed);
     if (plan.vanishing) {
-        const std::size_t last = plan.vanishing->after.value_or(all.size() / 2);
-        AddPiece(all.first(std::min(last, all.size())), now).vanish = plan.vanishing;
+        bytes.resize(std::min(plan.vanishing->after.value_or(bytes.size() / 2), bytes.size()));
+        m_stream.push_back({.bytes = std::move(bytes), .due = now, .vanish = plan.vanishing});
     } else if (plan.splitInto != 0) {
-        for (std::size_t at = 0; at < all.size(); at += plan.splitInto) {
-            AddPiece(all.subspan(at, std::min(plan.splitInto, all.size() - at)), now).gap =
-                at == 0 ? Time::zero() : plan.splitGap;
+        for (std::span<const std::uint8_t> rest(bytes); !rest.empty();) {
+            const auto part = rest.first(std::min(plan.splitInto, rest.size()));
+            const Time gap = rest.size() == bytes.size() ? Time::zero() : plan.splitGap;
+            m_stream.push_back({.bytes = Bytes(part.begin(), part.end()), .due = now, .gap = gap});
+            rest = rest.subspan(part.size());
         }
     } else {
-        QueueJoined(plan, now);
+        QueueJoined(plan, std::move(bytes), now);
     }
 }
 
-void Output::QueueJoined(const ResponsePlan& plan, Time now)
+void Output::QueueJoined(const ResponsePlan& plan, Bytes bytes, Time now)
 {
     Piece* const last = m_stream.empty() ? nullptr : &m_stream.back();
-    const bool fits = last != nullptr && last->bytes.size() + m_composed.size() <= m_script.largestWrite;
+    const bool fits = last != nullptr && last->bytes.size() + bytes.size() <= m_script.largestWrite;
     if (fits && last->room != 0 && (last->room != AnyNumber || plan.mergeOf == 0)) {
-        last->bytes.insert(last->bytes.end(), m_composed.begin(), m_composed.end());
+        last->bytes.insert(last->bytes.end(), bytes.begin(), bytes.end());
         if (last->room != AnyNumber && --last->room == 0) {
             last->due = now;
         }
     } else if (plan.mergeOf == 0) {
-        AddPiece(m_composed, now).room = AnyNumber;
+        m_stream.push_back({.bytes = std::move(bytes), .due = now, .room = AnyNumber});
     } else {
-        AddPiece(m_composed, now + plan.mergeWait).room = plan.mergeOf - 1;
+        m_stream.push_back({.bytes = std::move(bytes), .due = now + plan.mergeWait, .room = plan.mergeOf - 1});
     }
 }
 

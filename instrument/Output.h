@@ -57,22 +57,21 @@ private:
     /// Bytes that leave in one go, and then maybe the instrument. Pieces leave in their order.
     struct Piece
     {
-        Bytes bytes;
+        Bytes bytes{};
         Time due{};
         Time gap{};           // at least this long after the piece before it
         std::size_t room = 0; // more packets may be put to its end; with the last of them it is due at once
-        std::optional<Vanishing> vanish;
+        std::optional<Vanishing> vanish{};
     };
 
     static constexpr std::size_t AnyNumber = SIZE_MAX;
 
     void EmitDue(Time now);
     void Emit(const ResponsePlan& plan, Address to, Payload payload, Time now);
-    void Compose(const ResponsePlan& plan, Address to, Payload payload);
-    void AppendGarbage(std::size_t count);
-    void Queue(const ResponsePlan& plan, Time now);
-    void QueueJoined(const ResponsePlan& plan, Time now);
-    Piece& AddPiece(std::span<const std::uint8_t> bytes, Time now);
+    Bytes Compose(const ResponsePlan& plan, Address to, Payload payload);
+    Bytes Garbage(std::size_t count);
+    void Queue(const ResponsePlan& plan, Bytes bytes, Time now);
+    void QueueJoined(const ResponsePlan& plan, Bytes bytes, Time now);
 
     const Script& m_script;
     std::minstd_rand m_random;
@@ -81,7 +80,6 @@ private:
     /// Emit packets when they are due, those of the same time in order of arrival.
     std::multimap<Time, std::function<void(Time due)>> m_delayed;
     std::deque<Piece> m_stream;
-    Bytes m_composed; // the packet in the making; kept for its room
 };
 
 } // namespace instrument

@@ -66,8 +66,6 @@ private:
         m_file.Reset();
     }
 
-    void Leave() override { Vanish(); }
-
     bool OpenPipe()
     {
         constexpr DWORD Mode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
@@ -93,7 +91,7 @@ private:
             m_engine.Receive(std::span(m_readBuffer).first(length), console::Now());
             PlayWhatIsDue();
         } else {
-            OnConnected();
+            m_engine.Connected(console::Now());
         }
         if (m_connected && !m_read.Read(m_file.Get(), m_readBuffer.data(), ReadLength)) {
             OnFailure(m_read);
@@ -105,7 +103,8 @@ private:
         const DWORD error = ::GetLastError();
         StopTransfers();
         if (std::exchange(m_connected, false)) {
-            OnRouterGone("router gone (" + std::to_string(error) + ")");
+            m_engine.Disconnected();
+            m_engine.Say("router gone (" + std::to_string(error) + ")");
         }
         ::DisconnectNamedPipe(m_file.Get());
         StartConnecting();

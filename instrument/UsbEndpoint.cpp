@@ -182,12 +182,13 @@ private:
     {
         if (m_connection != 0) {
             AwaitSupply();
-            OnRouterGone("router gone");
+            m_engine.Disconnected();
+            m_engine.Say("router gone");
         }
         m_connection = connection;
         m_latestConnection = std::max(m_latestConnection, connection);
         if (connection != 0) {
-            OnConnected();
+            m_engine.Connected(console::Now());
         }
     }
 
