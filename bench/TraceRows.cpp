@@ -21,7 +21,7 @@ std::wstring g_program; // written before the tracer starts, read by its thread
 CDebugThread::Owner NewTracer(const std::filesystem::path& folder)
 {
     g_program = (folder / L"bench.exe").wstring();
-    CDebugThread::Surroundings surroundings;
+    TracerSurroundings surroundings;
     surroundings.ProgramPath = [] { return std::optional(g_program); };
     return CDebugThread::Create(surroundings);
 }

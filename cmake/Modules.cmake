@@ -55,9 +55,8 @@ morvane_module(transport USES firmware usb packet trace win32 SOURCES
 morvane_module(ports USES transport packet trace win32 SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
 morvane_module(diag USES trace win32 SOURCES
-    CDebugOption.cpp CDebugOptionDlg.cpp CDebugThread.cpp CDebugWindow.cpp DebugList.cpp DebugOptionControls.cpp
-    LogFile.cpp ModalLoops.cpp TimeStamp.cpp TraceQueue.cpp TracerSession.cpp TracerWorker.cpp TrayIcon.cpp
-    WindowPlacement.cpp)
+    CDebugOption.cpp CDebugOptionDlg.cpp CDebugThread.cpp CDebugWindow.cpp DebugList.cpp LogFile.cpp TimeStamp.cpp
+    TraceQueue.cpp TracerWorker.cpp TrayIcon.cpp)
 morvane_module(host USES diag ports transport firmware usb packet trace win32 SOURCES
     BoundedStep.cpp CMorvanePortRouterModule.cpp CMorvaneUSBRouter.cpp CommandLine.cpp ComOptions.cpp ComServer.cpp
     ConfigurationStore.cpp HostWatch.cpp PortTable.cpp RegistrarScript.cpp Registration.cpp RouterTypeLibrary.cpp

@@ -28,7 +28,7 @@ morvane_simulated(simulated_product FOLDER ports SOURCES
     CCDevicePortPipe.cpp PipeServer.cpp PipeWorker.cpp ReplyWriter.cpp RequestReader.cpp)
 morvane_simulated(simulated_product FOLDER host SOURCES PortTable.cpp TraceOptionsTable.cpp)
 morvane_simulated(simulated_product FOLDER diag SOURCES
-    CDebugThread.cpp LogFile.cpp ModalLoops.cpp TimeStamp.cpp TraceQueue.cpp TracerSession.cpp TracerWorker.cpp)
+    CDebugThread.cpp LogFile.cpp TimeStamp.cpp TraceQueue.cpp TracerWorker.cpp)
 
 # Around it.
 morvane_simulated(surroundings FOLDER console SOURCES CommandLine.cpp HexDump.cpp TypedBytes.cpp)

@@ -5,11 +5,8 @@
 
 #include <bitset>
 #include <cstdint>
+#include <map>
 #include <string>
-
-namespace win32 {
-class RegistryKey;
-}
 
 /// A plain record without a lock: its owner (the module's options map, the dialog's working copy) sees to that.
 /// A copy takes every field.
@@ -18,7 +15,7 @@ class CDebugOption
 public:
     static constexpr std::uint32_t DefaultLength = 100;
 
-    explicit CDebugOption(std::int32_t deviceNumber);
+    explicit CDebugOption(std::int32_t deviceNumber) : DeviceNumber(deviceNumber) {}
     CDebugOption(const CDebugOption&) = default;
     CDebugOption& operator=(const CDebugOption&) = default;
     virtual ~CDebugOption() = default;
@@ -30,8 +27,8 @@ public:
     bool Persist(HKEY parentKey, bool save);
 
     /// The mask as a number: low half to the debug window, high half to the log file.
-    std::uint32_t GetMask() const;
-    void SetMask(std::uint32_t mask);
+    std::uint32_t GetMask() const { return static_cast<std::uint32_t>(m_debugMask.to_ulong()); }
+    void SetMask(std::uint32_t mask) { m_debugMask = mask; }
     /// `index` 0 to 31; others are ignored.
     void SetMaskBit(unsigned index, bool on);
 
@@ -45,8 +42,8 @@ public:
     std::uint32_t EnableSimulation = 0;                  // used as bool
 
 private:
-    void Save(const win32::RegistryKey& key) const;
-    void Load(const win32::RegistryKey& key);
-
     std::bitset<32> m_debugMask;
 };
+
+/// Device number to record, in ascending order.
+using DebugOptionsMap = std::map<std::int32_t, CDebugOption>;

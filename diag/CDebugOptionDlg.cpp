@@ -1,9 +1,39 @@
-// The window itself: creation, messages, showing and hiding. What its controls do is in DebugOptionControls.cpp.
 #include "diag/CDebugOptionDlg.h"
 
 #include "diag/Resource.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
+
+namespace {
+
+struct MaskBox
+{
+    WORD id;
+    unsigned bit;
+};
+
+/// Upper half: to the log file; lower half: to the debug window.
+constexpr std::array<MaskBox, 12> MaskBoxes{{
+    {IDC_READ_WRITE_LOG, 16},
+    {IDC_READ_WRITE_SHOW, 0},
+    {IDC_PARSING_LOG, 17},
+    {IDC_PARSING_SHOW, 1},
+    {IDC_PIPE_LOG, 18},
+    {IDC_PIPE_SHOW, 2},
+    {IDC_USB_LOG, 19},
+    {IDC_USB_SHOW, 3},
+    {IDC_DISPATCH_LOG, 20},
+    {IDC_DISPATCH_SHOW, 4},
+    {IDC_GENERAL_LOG, 21},
+    {IDC_GENERAL_SHOW, 5},
+}};
+
+/// Reads and writes of whole packets are traced for the router itself and for no single device.
+constexpr std::int32_t ReadWriteDevice = -1;
+
+} // namespace
 
 bool CDebugOptionDlg::Create(HINSTANCE program, IDebugOptionsHost& host)
 {
@@ -27,11 +57,6 @@ void CDebugOptionDlg::Destroy() noexcept
     if (m_window != nullptr) {
         ::DestroyWindow(m_window);
     }
-}
-
-bool CDebugOptionDlg::TranslateDialogMessage(MSG& message) noexcept
-{
-    return IsVisible() && ::IsDialogMessageW(m_window, &message) != FALSE;
 }
 
 INT_PTR CALLBACK CDebugOptionDlg::DialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) noexcept
@@ -88,8 +113,7 @@ void CDebugOptionDlg::OnTimer()
 {
     m_tray.Refresh();
     if (m_host->IsQuitWanted()) {
-        // Still here: a menu or the moving of the window has taken the message for itself. It is ended, and the
-        // message repeated.
+        // A menu or the moving of the window took the message for itself. End that and repeat the message.
         ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
         ::PostQuitMessage(0);
     }
@@ -129,19 +153,14 @@ void CDebugOptionDlg::OnTrayCallback(LPARAM mouseMessage)
         // What is chosen is left unused on purpose: the entry only closes the menu, the double click opens.
         m_tray.ShowPopupMenu(IDR_TRAY_MENU);
     } else if (mouseMessage == WM_LBUTTONDBLCLK) {
-        ShowToUser();
-    }
-}
-
-/// Opened again, the keyboard begins at the top, wherever it was left the last time.
-void CDebugOptionDlg::ShowToUser() noexcept
-{
-    const bool opening = !IsVisible();
-    ::ShowWindow(m_window, SW_SHOW);
-    ::SetForegroundWindow(m_window);
-    if (opening) {
-        ::SendMessageW(m_window, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(::GetDlgItem(m_window, IDC_DEVICE)),
-                       TRUE);
+        const bool opening = !IsVisible();
+        ::ShowWindow(m_window, SW_SHOW);
+        ::SetForegroundWindow(m_window);
+        if (opening) {
+            // The keyboard begins at the top, wherever it was left the last time.
+            const HWND first = ::GetDlgItem(m_window, IDC_DEVICE);
+            ::SendMessageW(m_window, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(first), TRUE);
+        }
     }
 }
 
@@ -155,7 +174,130 @@ void CDebugOptionDlg::OnDestroy()
     m_window = nullptr;
 }
 
-void CDebugOptionDlg::Hide() noexcept
+void CDebugOptionDlg::LoadOptions()
 {
-    ::ShowWindow(m_window, SW_HIDE);
+    m_options = m_host->DeviceOptions();
+    FillDevices();
+    ::SetDlgItemInt(m_window, IDC_LOG_FILE_SIZE, m_host->LogFileLimit(), TRUE);
+    ::CheckDlgButton(m_window, IDC_APPEND_TO_FILE, m_host->AppendLogFile() ? BST_CHECKED : BST_UNCHECKED);
+    ::CheckDlgButton(m_window, IDC_ENABLE_SIMULATION, m_host->SimulateUsb() ? BST_CHECKED : BST_UNCHECKED);
+    ::SetDlgItemTextW(m_window, IDC_LOG_FOLDER, (L"Log File Name:   " + m_host->LogFileName()).c_str());
+}
+
+/// The list sorts itself by text: the entry that comes first is shown.
+void CDebugOptionDlg::FillDevices()
+{
+    const HWND list = ::GetDlgItem(m_window, IDC_DEVICE);
+    ::SendMessageW(list, CB_RESETCONTENT, 0, 0);
+    for (const auto& [number, option] : m_options) {
+        const std::wstring text = option.DeviceName + L" (" + std::to_wstring(number) + L")";
+        const LRESULT index = ::SendMessageW(list, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(text.c_str()));
+        ::SendMessageW(list, CB_SETITEMDATA, static_cast<WPARAM>(index), number);
+        if (index == 0) {
+            ::SendMessageW(list, CB_SETCURSEL, 0, 0);
+            FillControls(option);
+        }
+    }
+}
+
+void CDebugOptionDlg::FillControls(const CDebugOption& option)
+{
+    const BOOL readWrite = option.DeviceNumber == ReadWriteDevice;
+    ::EnableWindow(::GetDlgItem(m_window, IDC_READ_WRITE_LOG), readWrite);
+    ::EnableWindow(::GetDlgItem(m_window, IDC_READ_WRITE_SHOW), readWrite);
+    const std::uint32_t mask = option.GetMask();
+    for (const MaskBox& box : MaskBoxes) {
+        ::CheckDlgButton(m_window, box.id, (mask >> box.bit & 1) != 0 ? BST_CHECKED : BST_UNCHECKED);
+    }
+    ::SetDlgItemInt(m_window, IDC_MAX_PARSED, option.MaxParsedPacketLength, TRUE);
+    ::SetDlgItemInt(m_window, IDC_MAX_PACKET, option.MaxPacketLength, TRUE);
+}
+
+bool CDebugOptionDlg::OnCommand(WORD id, WORD notification)
+{
+    if (notification == BN_CLICKED) {
+        return OnButton(id);
+    }
+    if (notification == CBN_SELCHANGE && id == IDC_DEVICE) {
+        ShowSelectedDevice();
+        return true;
+    }
+    if (notification == EN_KILLFOCUS && (id == IDC_MAX_PACKET || id == IDC_MAX_PARSED)) {
+        StoreLength(id);
+        return true;
+    }
+    return false;
+}
+
+bool CDebugOptionDlg::OnButton(WORD id)
+{
+    switch (id) {
+    case IDOK: Apply(); return true;
+    case IDCANCEL: Hide(); return true;
+    case IDC_RESET_ALL: ResetAll(); return true;
+    case IDC_LOG_FOLDER:
+        m_shell.Execute(m_window, L"explore", m_host->LogFolder().c_str(), nullptr, nullptr, SW_SHOWNORMAL);
+        return true;
+    default: break;
+    }
+    const auto box = std::ranges::find(MaskBoxes, id, &MaskBox::id);
+    if (box == MaskBoxes.end()) {
+        return false;
+    }
+    if (CDebugOption* option = SelectedOption()) {
+        option->SetMaskBit(box->bit, ::IsDlgButtonChecked(m_window, id) == BST_CHECKED);
+    }
+    return true;
+}
+
+CDebugOption* CDebugOptionDlg::SelectedOption()
+{
+    const HWND list = ::GetDlgItem(m_window, IDC_DEVICE);
+    const LRESULT index = ::SendMessageW(list, CB_GETCURSEL, 0, 0);
+    if (index == CB_ERR) {
+        return nullptr;
+    }
+    const LRESULT number = ::SendMessageW(list, CB_GETITEMDATA, static_cast<WPARAM>(index), 0);
+    const auto found = m_options.find(static_cast<std::int32_t>(number));
+    return found == m_options.end() ? nullptr : &found->second;
+}
+
+void CDebugOptionDlg::ShowSelectedDevice()
+{
+    if (const CDebugOption* option = SelectedOption()) {
+        FillControls(*option);
+    }
+}
+
+void CDebugOptionDlg::StoreLength(WORD id)
+{
+    if (CDebugOption* option = SelectedOption()) {
+        const std::uint32_t length = ::GetDlgItemInt(m_window, id, nullptr, TRUE);
+        (id == IDC_MAX_PACKET ? option->MaxPacketLength : option->MaxParsedPacketLength) = length;
+    }
+}
+
+void CDebugOptionDlg::ResetAll()
+{
+    for (auto& [number, option] : m_options) {
+        option.Reset();
+    }
+    ShowSelectedDevice();
+    ::SetDlgItemInt(m_window, IDC_LOG_FILE_SIZE, 10, TRUE); // megabytes
+    ::CheckDlgButton(m_window, IDC_APPEND_TO_FILE, BST_CHECKED);
+    ::CheckDlgButton(m_window, IDC_ENABLE_SIMULATION, BST_UNCHECKED);
+}
+
+void CDebugOptionDlg::Apply()
+{
+    // The Enter key presses OK without taking the focus off the edit that is being typed in; a length is stored
+    // when its edit loses the focus.
+    const HWND focus = ::GetFocus();
+    if (focus == ::GetDlgItem(m_window, IDC_MAX_PACKET) || focus == ::GetDlgItem(m_window, IDC_MAX_PARSED)) {
+        ::SetFocus(::GetDlgItem(m_window, IDOK));
+    }
+    m_host->ApplySettings(::GetDlgItemInt(m_window, IDC_LOG_FILE_SIZE, nullptr, TRUE),
+                          ::IsDlgButtonChecked(m_window, IDC_APPEND_TO_FILE) == BST_CHECKED,
+                          ::IsDlgButtonChecked(m_window, IDC_ENABLE_SIMULATION) == BST_CHECKED, m_options);
+    Hide();
 }

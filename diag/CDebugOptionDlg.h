@@ -2,15 +2,14 @@
 #pragma once
 
 #include "diag/DebugOptionsHost.h"
-#include "diag/Shell.h"
 #include "diag/TrayIcon.h"
 #include "win32/Windows.h"
 
 #include <atomic>
 #include <cstdint>
 
-/// Modeless. Lives on the main thread, whose message loop gives it its messages; only Exists and IsVisible are for
-/// any thread. It edits a copy of the options, taken when it is shown, and hands the copy to its host on OK.
+/// Modeless. Main thread, whose message loop gives it its messages; only Exists and IsVisible are for any thread.
+/// It edits a copy of the options, taken when it is shown, and hands the copy to its host on OK.
 class CDebugOptionDlg
 {
 public:
@@ -30,7 +29,10 @@ public:
 
     /// For the message loop, before TranslateMessage: takes the keys that move in the dialog (Tab, Enter, Escape,
     /// arrows). True when the message is dealt with.
-    bool TranslateDialogMessage(MSG& message) noexcept;
+    bool TranslateDialogMessage(MSG& message) noexcept
+    {
+        return IsVisible() && ::IsDialogMessageW(m_window, &message) != FALSE;
+    }
 
     HWND Window() const noexcept { return m_window; }
 
@@ -44,7 +46,6 @@ private:
     void OnShow(bool shown);
     void OnPositionChanged(const WINDOWPOS& position) noexcept;
     void OnTrayCallback(LPARAM mouseMessage);
-    void ShowToUser() noexcept;
     void OnDestroy();
 
     void LoadOptions();
@@ -52,13 +53,10 @@ private:
     void FillControls(const CDebugOption& option);
     void ShowSelectedDevice();
     CDebugOption* SelectedOption();
-    void StoreMaskBit(WORD id, unsigned bit);
     void StoreLength(WORD id);
-    void FinishEditing() noexcept;
     void ResetAll();
     void Apply();
-    void Hide() noexcept;
-    void OpenLogFolder() const;
+    void Hide() noexcept { ::ShowWindow(m_window, SW_HIDE); }
 
     const Shell m_shell;
     HWND m_window = nullptr;

@@ -1,13 +1,6 @@
 #include "diag/CDebugThread.h"
 
-#include <utility>
-
-CDebugThread::Owner CDebugThread::Create()
-{
-    return Create(Surroundings());
-}
-
-CDebugThread::Owner CDebugThread::Create(const Surroundings& surroundings)
+CDebugThread::Owner CDebugThread::Create(const TracerSurroundings& surroundings)
 {
     return Owner(new CDebugThread(surroundings));
 }
@@ -19,7 +12,7 @@ void CDebugThread::Deleter::operator()(CDebugThread* tracer) const noexcept
     }
 }
 
-CDebugThread::CDebugThread(const Surroundings& surroundings)
+CDebugThread::CDebugThread(const TracerSurroundings& surroundings)
     : m_surroundings(surroundings), m_file(surroundings.Disk)
 {
     m_window.OnSessionEnd = [this] { OnSessionEnd(); };
@@ -30,13 +23,13 @@ CDebugThread::CDebugThread(const Surroundings& surroundings)
 
 void CDebugThread::SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append)
 {
-    m_options.TraceFilter = filter;
+    m_traceFilter = filter;
     if (fileName != nullptr) {
         const win32::ExclusiveScope lock(m_namesLock);
-        m_logFileName = fileName;
+        m_names.LogFileName = fileName;
     }
-    m_options.FileSizeLimit = limitMB << 20;
-    m_options.AppendToFile = append;
+    m_fileSizeLimit = limitMB << 20;
+    m_appendToFile = append;
     if (m_threadHeld) {
         m_settings.Set();
     }
@@ -45,29 +38,35 @@ void CDebugThread::SetOptions(std::uint32_t filter, const wchar_t* fileName, std
 bool CDebugThread::Start()
 {
     m_running = true;
-    const bool started = m_thread.Start([this] { Run(); });
-    m_threadHeld = started;
-    return started;
+    m_threadHeld = m_thread.Start([this] {
+        InitInstance();
+        while (m_running) {
+            ServeOnce(INFINITE);
+        }
+        ExitInstance();
+    });
+    return m_threadHeld;
 }
 
 bool CDebugThread::Stop()
 {
-    if (!m_thread.IsHeld()) {
-        return !m_abandoned;
+    constexpr DWORD limitMs = 5000;
+    if (m_thread.IsHeld()) {
+        BeginStop();
+        m_abandoned = !m_thread.JoinFor(limitMs);
+        m_threadHeld = false;
     }
-    BeginStop();
-    m_abandoned = !m_thread.JoinFor(StopPatience);
-    m_threadHeld = false;
     return !m_abandoned;
 }
 
 bool CDebugThread::StopForSessionEnd()
 {
+    constexpr DWORD limitMs = 2000;
     if (!m_thread.IsHeld()) {
         return !m_abandoned;
     }
     BeginStop();
-    const bool complete = m_logEnded.Wait(SessionEndPatience);
+    const bool complete = m_logEnded.Wait(limitMs);
     m_threadHeld = false;
     return complete;
 }
@@ -75,7 +74,7 @@ bool CDebugThread::StopForSessionEnd()
 void CDebugThread::BeginStop()
 {
     m_stop.Set();
-    // A loop of Windows (see ModalLoops.cpp) takes messages without a window for itself, so it has to end first.
+    // A modal loop (see TracerWorker.cpp) takes messages without a window for itself, so it has to end first.
     if (const HWND window = m_shownWindow; window != nullptr) {
         ::PostMessageW(window, WM_CANCELMODE, 0, 0);
     }
@@ -83,41 +82,20 @@ void CDebugThread::BeginStop()
     m_running = false;
 }
 
-bool CDebugThread::Accepts(std::uint32_t mask) const noexcept
+void CDebugThread::Add(std::uint32_t mask, std::string text, TraceQueue::Stamp stamp)
 {
-    return m_threadHeld && (mask & m_options.TraceFilter) != 0;
-}
-
-void CDebugThread::AddTrace(std::uint32_t mask, std::string text)
-{
-    if (Accepts(mask)) {
-        m_queue.Push(mask, std::move(text), TraceQueue::Stamp::Now);
-        WakeModalLoop();
+    if (!Accepts(mask)) {
+        return;
+    }
+    m_queue.Push(mask, std::move(text), stamp);
+    // After the entry is in the queue; see TracerWorker.cpp. Does not wait.
+    if (m_mayBeInLoop && !m_isServeRequested.exchange(true)) {
+        ::SendNotifyMessageW(m_shownWindow, CDebugWindow::ServeMessage, 0, 0);
     }
 }
 
-void CDebugThread::AddRawTrace(std::uint32_t mask, std::string text)
-{
-    if (Accepts(mask)) {
-        m_queue.Push(mask, std::move(text), TraceQueue::Stamp::None);
-        WakeModalLoop();
-    }
-}
-
-std::wstring CDebugThread::LogFileName() const
+CDebugThread::LogNames CDebugThread::Names() const
 {
     const win32::SharedScope lock(m_namesLock);
-    return m_logFileName;
-}
-
-std::wstring CDebugThread::LogFilePath() const
-{
-    const win32::SharedScope lock(m_namesLock);
-    return m_logFilePath;
-}
-
-std::wstring CDebugThread::LogFolder() const
-{
-    const win32::SharedScope lock(m_namesLock);
-    return m_logFolder;
+    return m_names;
 }

@@ -12,20 +12,20 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+
+/// What may be exchanged for tests.
+struct TracerSurroundings
+{
+    std::optional<std::wstring> (*ProgramPath)() = &win32::ModulePath; // the log folder lies beside it
+    LogFile::Disk Disk;
+};
 
 /// Created, configured, started and stopped by one thread (the main one); traced to by any. A producer never
-/// waits for disk or window: it takes a short lock and signals. Only its own Deleter destroys one, hence the
-/// protected destructor; it is virtual because the hooks are.
+/// waits for disk or window: it takes a short lock and signals. Only its own Deleter destroys one.
 class CDebugThread // NOLINT(cppcoreguidelines-virtual-class-destructor)
 {
 public:
-    /// What may be exchanged for tests.
-    struct Surroundings
-    {
-        std::optional<std::wstring> (*ProgramPath)() = &win32::ModulePath; // the log folder lies beside it
-        LogFile::Disk Disk;
-    };
-
     /// Stops the tracer before it deletes it. A tracer whose thread did not end in time is left in memory on
     /// purpose, since its thread may still come back to it.
     struct Deleter
@@ -34,18 +34,21 @@ public:
     };
     using Owner = std::unique_ptr<CDebugThread, Deleter>;
 
-    static constexpr DWORD StopPatience = 5000;       // ms
-    static constexpr DWORD SessionEndPatience = 2000; // ms
+    struct LogNames
+    {
+        std::wstring LogFileName = L"Debug.log"; // bare
+        std::wstring LogFilePath;                // of the last file that was to be opened; empty before
+        std::wstring LogFolder;                  // the same; with its trailing backslash
+    };
 
-    static Owner Create();
-    static Owner Create(const Surroundings& surroundings);
+    static Owner Create(const TracerSurroundings& surroundings = {});
 
     CDebugThread(const CDebugThread&) = delete;
     CDebugThread& operator=(const CDebugThread&) = delete;
 
     /// `filter`: the OR of all masks that lines may come with. `fileName`: bare; null keeps the one there is.
-    /// `limitMB`: where the log file is given up for a new one; unchecked, 4096 and more wrap around. Takes
-    /// effect while running, too.
+    /// `limitMB`: size that ends a log file; unchecked, 4096 and more wrap around. Takes effect while running,
+    /// too.
     void SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append);
 
     /// Whether the debug window may be closed by its system menu. Before Start only.
@@ -58,29 +61,25 @@ public:
     /// False when the thread could not be created.
     bool Start();
 
-    /// Ends the thread, which first writes at most 1000 of the waiting lines; waits at most 5 seconds. False
-    /// when it did not end in that time; it is not waited for again.
+    /// Ends the thread, which first writes at most 1000 of the waiting lines. False when it did not end in 5
+    /// seconds; it is not waited for again.
     bool Stop();
 
-    /// Stop for the end of the Windows session: returns when the log is complete, at the latest after 2 seconds.
-    /// The thread itself may be in the debug window's procedure, which returns after that of the session window;
-    /// Stop or the Deleter joins it later. False when the log was not complete in that time.
+    /// Stop for the end of the Windows session: waits at most 2 seconds for a complete log, false when it is not.
+    /// Stop or the Deleter joins the thread later: it may be in the debug window's procedure, which returns after
+    /// that of the session window.
     bool StopForSessionEnd();
 
-    /// Queues a line with a time stamp; drops it unless the thread is there and mask and filter meet. Any
-    /// thread.
-    void AddTrace(std::uint32_t mask, std::string text);
+    /// Queues a line with a time stamp; drops it unless the thread is there and mask and filter meet. Any thread.
+    void AddTrace(std::uint32_t mask, std::string text) { Add(mask, std::move(text), TraceQueue::Stamp::Now); }
     /// The same without the time stamp.
-    void AddRawTrace(std::uint32_t mask, std::string text);
+    void AddRawTrace(std::uint32_t mask, std::string text) { Add(mask, std::move(text), TraceQueue::Stamp::None); }
 
-    /// Any thread. The path and the folder (with its trailing backslash) are those of the last file that was to
-    /// be opened; empty before.
-    std::wstring LogFileName() const;
-    std::wstring LogFilePath() const;
-    std::wstring LogFolder() const;
+    /// Any thread.
+    LogNames Names() const;
 
 protected:
-    explicit CDebugThread(const Surroundings& surroundings);
+    explicit CDebugThread(const TracerSurroundings& surroundings);
     virtual ~CDebugThread() = default;
 
     /// The first and the last thing that the thread does.
@@ -88,50 +87,30 @@ protected:
     virtual unsigned ExitInstance();
 
 private:
-    enum class Slot : DWORD {
-        Stop = WAIT_OBJECT_0,
-        SettingsChanged,
-        EntriesQueued,
-        InputPending,
-        TimedOut = WAIT_TIMEOUT,
-        Failed = WAIT_FAILED
-    };
-
-    /// Written by SetOptions, read by the producers (the filter) and the worker.
-    struct Options
-    {
-        std::atomic<std::uint32_t> TraceFilter{0xFFFFFFFF};
-        std::atomic<std::uint32_t> FileSizeLimit{0x500000}; // bytes
-        std::atomic<bool> AppendToFile{true};
-    };
-
-    bool Accepts(std::uint32_t mask) const noexcept;
-
+    bool Accepts(std::uint32_t mask) const noexcept { return m_threadHeld && (mask & m_traceFilter) != 0; }
+    void Add(std::uint32_t mask, std::string text, TraceQueue::Stamp stamp);
     void BeginStop();
-    void WakeModalLoop() noexcept;
 
-    void Run();
     void ServeOnce(DWORD timeoutMs) noexcept;
-    void Serve(DWORD timeoutMs);
     void DispatchMessages();
     void EnterLoop() noexcept;
     void LeaveLoop() noexcept;
     void ServeModalLoop() noexcept;
-    Slot Wait(DWORD timeoutMs) const noexcept;
     void OnEntriesQueued();
     void ApplySettings();
     std::wstring ChooseLogFilePath();
     void ProcessEntries(std::uint32_t maxCount);
-    void Deliver(const CDebugEntry& entry, int& lastLine);
     void EndLog() noexcept;
-    void WriteLastLines();
     void OnSessionEnd() noexcept;
-    static void CALLBACK OnRouterEnded(HWND dialog, UINT message, ULONG_PTR tracer, LRESULT result) noexcept;
 
-    const Surroundings m_surroundings;
+    const TracerSurroundings m_surroundings;
     HWND m_sessionWindow = nullptr; // fixed while the thread runs
 
-    Options m_options;
+    // Written by SetOptions, read by the producers (the filter) and the worker.
+    std::atomic<std::uint32_t> m_traceFilter{0xFFFFFFFF};
+    std::atomic<std::uint32_t> m_fileSizeLimit{0x500000}; // bytes
+    std::atomic<bool> m_appendToFile{true};
+
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_threadHeld{false};
     std::atomic<HWND> m_shownWindow{nullptr};    // the debug window; a stale handle is harmless
@@ -139,9 +118,7 @@ private:
     std::atomic<bool> m_isServeRequested{false}; // such a loop has a message pending that serves the queue
 
     mutable win32::SharedLock m_namesLock;
-    std::wstring m_logFileName GUARDED_BY(m_namesLock) = L"Debug.log";
-    std::wstring m_logFilePath GUARDED_BY(m_namesLock);
-    std::wstring m_logFolder GUARDED_BY(m_namesLock);
+    LogNames m_names GUARDED_BY(m_namesLock);
 
     TraceQueue m_queue;
     const win32::Event m_stop{win32::Event::Kind::ManualReset};

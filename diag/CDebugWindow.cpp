@@ -1,23 +1,19 @@
 #include "diag/CDebugWindow.h"
 
 #include "diag/Resource.h"
-#include "diag/WindowPlacement.h"
+#include "win32/RegistryKey.h"
 
 #include <array>
 #include <string>
+#include <utility>
 
 namespace {
 
 constexpr wchar_t ClassName[] = L"MorvaneDebugWindow";
+constexpr wchar_t ProductKey[] = L"Software\\Morvane Biosystems\\Devices\\MorvanePortRouter";
+constexpr wchar_t PlacementKey[] = L"DebugWinSettings";
 
 enum Command : WORD { ClearList = 150, Hold, Release, BringWindowToView };
-
-void Call(const std::function<void()>& callback) noexcept
-{
-    if (callback) {
-        callback();
-    }
-}
 
 HINSTANCE Program() noexcept
 {
@@ -47,6 +43,56 @@ void RegisterWindowClass(WNDPROC procedure) noexcept
     ::RegisterClassExW(&definition); // fails from the second time on, which is fine
 }
 
+struct Placement
+{
+    std::uint32_t x = 10;
+    std::uint32_t y = 10;
+    std::uint32_t width = 500;
+    std::uint32_t height = 500;
+};
+
+/// The placement kept in the registry; the corner (0, 0) when the product's key does not open.
+Placement LoadPlacement() noexcept
+{
+    Placement placement;
+    const auto root = win32::RegistryKey::Open(HKEY_LOCAL_MACHINE, ProductKey, KEY_ALL_ACCESS);
+    if (!root) {
+        return {.x = 0, .y = 0};
+    }
+    if (const auto key = win32::RegistryKey::Open(root.Get(), PlacementKey, KEY_READ | KEY_WRITE)) {
+        placement.x = key.ReadDword(L"XOrigin").value_or(placement.x);
+        placement.y = key.ReadDword(L"YOrigin").value_or(placement.y);
+        placement.width = key.ReadDword(L"Width").value_or(placement.width);
+        placement.height = key.ReadDword(L"Height").value_or(placement.height);
+    }
+    // Where Windows keeps a minimised window, on no screen. No page promises the number.
+    constexpr auto minimisedOrigin = static_cast<std::uint32_t>(-32000);
+    if (placement.x == minimisedOrigin && placement.y == minimisedOrigin) {
+        placement.x = Placement().x;
+        placement.y = Placement().y;
+    }
+    return placement;
+}
+
+/// Silent when the key cannot be written.
+void SavePlacement(HWND window) noexcept
+{
+    RECT place;
+    if (!::GetWindowRect(window, &place)) {
+        return;
+    }
+    const auto root = win32::RegistryKey::Create(HKEY_LOCAL_MACHINE, ProductKey, KEY_READ | KEY_WRITE);
+    if (!root) {
+        return;
+    }
+    if (const auto key = win32::RegistryKey::Create(root.Get(), PlacementKey, KEY_READ | KEY_WRITE)) {
+        key.WriteDword(L"XOrigin", static_cast<std::uint32_t>(place.left));
+        key.WriteDword(L"YOrigin", static_cast<std::uint32_t>(place.top));
+        key.WriteDword(L"Width", static_cast<std::uint32_t>(place.right - place.left));
+        key.WriteDword(L"Height", static_cast<std::uint32_t>(place.bottom - place.top));
+    }
+}
+
 } // namespace
 
 void CDebugWindow::Create()
@@ -55,10 +101,10 @@ void CDebugWindow::Create()
         return;
     }
     RegisterWindowClass(&WindowProc);
-    const RECT place = LoadWindowPlacement();
+    const Placement place = LoadPlacement();
     ::CreateWindowExW(0, ClassName, Title().c_str(), WS_OVERLAPPEDWINDOW | WS_VISIBLE | WS_CLIPCHILDREN,
-                      place.left, place.top, place.right - place.left, place.bottom - place.top, nullptr, nullptr,
-                      Program(), this);
+                      static_cast<int>(place.x), static_cast<int>(place.y), static_cast<int>(place.width),
+                      static_cast<int>(place.height), nullptr, nullptr, Program(), this);
     if (Exists() && !Closable) {
         ::EnableMenuItem(::GetSystemMenu(m_window, FALSE), SC_CLOSE, MF_BYCOMMAND | MF_GRAYED);
     }
@@ -83,11 +129,6 @@ LRESULT CALLBACK CDebugWindow::WindowProc(HWND window, UINT message, WPARAM wPar
     if (self == nullptr) {
         return ::DefWindowProcW(window, message, wParam, lParam);
     }
-    if (message == WM_NCDESTROY) {
-        ::SetWindowLongPtrW(window, GWLP_USERDATA, 0);
-        self->m_window = nullptr;
-        return ::DefWindowProcW(window, message, wParam, lParam);
-    }
     return self->Handle(message, wParam, lParam);
 }
 
@@ -99,21 +140,30 @@ LRESULT CDebugWindow::Handle(UINT message, WPARAM wParam, LPARAM lParam) noexcep
     case WM_SIZE: m_list.Resize(LOWORD(lParam), HIWORD(lParam)); return 0;
     case WM_SETFOCUS: ::SetFocus(m_list.Window()); return 0; // the arrow keys scroll
     case WM_COMMAND: OnCommand(LOWORD(wParam)); return 0;
-    case WM_TIMER: OnTimer(wParam); return 0;
-    case ServeMessage: Call(ServeQueue); return 0;
+    case WM_TIMER:
+        if (wParam == ServeTimer) {
+            ServeQueue();
+        } else {
+            m_list.Paint();
+        }
+        return 0;
+    case ServeMessage: ServeQueue(); return 0;
     case WM_ENTERMENULOOP:
-    case WM_ENTERSIZEMOVE: Call(OnLoopBegins); break;
+    case WM_ENTERSIZEMOVE: OnLoopBegins(); break;
     case WM_EXITMENULOOP:
-    case WM_EXITSIZEMOVE: Call(OnLoopEnds); break;
+    case WM_EXITSIZEMOVE: OnLoopEnds(); break;
     case WM_CANCELMODE: CancelModeOfChild(); break;
-    case WM_WINDOWPOSCHANGED: SavePlacement(); break;
+    case WM_WINDOWPOSCHANGED: SavePlacement(m_window); break;
     case WM_QUERYENDSESSION: return TRUE;
     case WM_ENDSESSION:
         if (wParam != FALSE) {
             ::SendMessageW(m_window, WM_CANCELMODE, 0, 0);
-            Call(OnSessionEnd);
+            OnSessionEnd();
         }
         return 0;
+    case WM_NCDESTROY:
+        ::SetWindowLongPtrW(m_window, GWLP_USERDATA, 0);
+        return ::DefWindowProcW(std::exchange(m_window, nullptr), message, wParam, lParam);
     default: break;
     }
     return ::DefWindowProcW(m_window, message, wParam, lParam);
@@ -139,15 +189,6 @@ void CDebugWindow::OnDestroy() noexcept
     m_menuBar = nullptr;
     m_isServeTimerSet = false; // destroyed with the window
     m_list.ResetState();
-}
-
-void CDebugWindow::OnTimer(WPARAM timer) noexcept
-{
-    if (timer == ServeTimer) {
-        Call(ServeQueue);
-    } else {
-        m_list.Paint();
-    }
 }
 
 /// A timer, because its message comes after all others: a message posted to itself would come before the user's
@@ -180,7 +221,10 @@ void CDebugWindow::OnCommand(WORD id) noexcept
     case ClearList: m_list.Clear(); break;
     case Hold: SetHeld(true); break;
     case Release: SetHeld(false); break;
-    case BringWindowToView: BringToView(); break;
+    case BringWindowToView:
+        ::ShowWindow(m_window, SW_RESTORE);
+        ::MoveWindow(m_window, 10, 10, 500, 500, TRUE);
+        break;
     default: break;
     }
 }
@@ -192,18 +236,4 @@ void CDebugWindow::SetHeld(bool held) noexcept
     ::RemoveMenu(m_menuBar, held ? Hold : Release, MF_BYCOMMAND);
     ::AppendMenuW(m_menuBar, MF_STRING, held ? Release : Hold, held ? L"&Release" : L"&Hold");
     ::DrawMenuBar(m_window);
-}
-
-void CDebugWindow::BringToView() noexcept
-{
-    ::ShowWindow(m_window, SW_RESTORE);
-    ::MoveWindow(m_window, 10, 10, 500, 500, TRUE);
-}
-
-void CDebugWindow::SavePlacement() const noexcept
-{
-    RECT place;
-    if (::GetWindowRect(m_window, &place)) {
-        SaveWindowPlacement(place);
-    }
 }

@@ -31,22 +31,20 @@ public:
     /// Whether the user may close the window; set before Create.
     bool Closable = true;
 
-    /// Called by the window procedure for each ServeMessage, and when the time of ServeSoon has come. Windows runs
-    /// message loops of its own while a menu is open, a window is moved or a scroll bar is held; this is how the
-    /// owner's work goes on meanwhile. Must not throw. Set before Create.
-    std::function<void()> ServeQueue;
-    /// Called by the window procedure when such a loop, of the menu or of the frame, begins and ends. As
-    /// ServeQueue.
-    std::function<void()> OnLoopBegins;
-    std::function<void()> OnLoopEnds;
+    // Called by the window procedure. Must not throw. Set before Create.
+    /// For each ServeMessage, and when the time of ServeSoon has come. Windows runs message loops of its own while
+    /// a menu is open, a window is moved or a scroll bar is held; this is how the owner's work goes on meanwhile.
+    std::function<void()> ServeQueue = [] {};
+    /// When such a loop, of the menu or of the frame, begins and ends.
+    std::function<void()> OnLoopBegins = [] {};
+    std::function<void()> OnLoopEnds = [] {};
+    /// When the Windows session ends; Windows may end the process as soon as it returns.
+    std::function<void()> OnSessionEnd = [] {};
+
     /// Without parameters; any thread may send it.
     static constexpr UINT ServeMessage = WM_APP;
     /// On: calls ServeQueue about every 10 ms while no other message waits.
     void ServeSoon(bool on) noexcept;
-
-    /// Called by the window procedure when the Windows session ends; Windows may end the process as soon as it
-    /// returns. Must not throw. Set before Create.
-    std::function<void()> OnSessionEnd;
 
 private:
     static constexpr UINT_PTR ServeTimer = DebugList::PaintTimer + 1;
@@ -55,12 +53,9 @@ private:
     LRESULT Handle(UINT message, WPARAM wParam, LPARAM lParam) noexcept;
     bool OnCreate() noexcept;
     void OnDestroy() noexcept;
-    void OnTimer(WPARAM timer) noexcept;
     void CancelModeOfChild() noexcept;
     void OnCommand(WORD id) noexcept;
     void SetHeld(bool held) noexcept;
-    void BringToView() noexcept;
-    void SavePlacement() const noexcept;
 
     HWND m_window = nullptr;
     HMENU m_menuBar = nullptr;

@@ -4,26 +4,21 @@
 
 #include <algorithm>
 
-namespace {
-
-constexpr int ListId = 100;
-constexpr int Extent = 2000; // pixels that the list scrolls sideways
-
-} // namespace
-
 bool DebugList::Create(HWND parent) noexcept
 {
+    constexpr INT_PTR listId = 100;
+    constexpr WPARAM extent = 2000; // pixels that the list scrolls sideways
     m_parent = parent;
     RECT client;
     ::GetClientRect(parent, &client);
     // Sorted on purpose: each line begins with its time, so the order is that of the text.
-    m_list = ::CreateWindowExW(
-        0, L"LISTBOX", nullptr,
-        WS_CHILD | WS_VISIBLE | WS_BORDER | WS_VSCROLL | WS_HSCROLL | LBS_NOTIFY | LBS_SORT | LBS_NOINTEGRALHEIGHT,
-        0, 0, client.right, client.bottom, parent, reinterpret_cast<HMENU>(static_cast<INT_PTR>(ListId)),
-        ::GetModuleHandleW(nullptr), nullptr);
+    m_list = ::CreateWindowExW(0, L"LISTBOX", nullptr,
+                               WS_CHILD | WS_VISIBLE | WS_BORDER | WS_VSCROLL | WS_HSCROLL | LBS_NOTIFY |
+                                   LBS_SORT | LBS_NOINTEGRALHEIGHT,
+                               0, 0, client.right, client.bottom, parent, reinterpret_cast<HMENU>(listId),
+                               ::GetModuleHandleW(nullptr), nullptr);
     ::SendMessageW(m_list, WM_SETFONT, reinterpret_cast<WPARAM>(::GetStockObject(ANSI_VAR_FONT)), FALSE);
-    ::SendMessageW(m_list, LB_SETHORIZONTALEXTENT, Extent, 0);
+    ::SendMessageW(m_list, LB_SETHORIZONTALEXTENT, extent, 0);
     return m_list != nullptr;
 }
 

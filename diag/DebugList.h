@@ -5,8 +5,8 @@
 
 #include <string_view>
 
-/// A sorted list box. Used on the window's thread alone. Lines and scrolling are the list's at once or at its next
-/// painting; it is painted at most every PaintInterval, since painting costs a hundred times what a line does.
+/// A sorted list box. Used on the window's thread alone. It is painted at most every PaintInterval, since painting
+/// costs a hundred times what a line does.
 class DebugList
 {
 public:

@@ -4,11 +4,7 @@
 #include "diag/CDebugOption.h"
 
 #include <cstdint>
-#include <map>
 #include <string>
-
-/// Device number to record, in ascending order.
-using DebugOptionsMap = std::map<std::int32_t, CDebugOption>;
 
 /// Main thread only.
 class IDebugOptionsHost
@@ -36,7 +32,7 @@ public:
     /// Whether WM_QUIT was posted to this thread.
     virtual bool IsQuitWanted() const = 0;
 
-    /// The Windows session ends. Ends the router in order and returns only then: Windows may end the process as
-    /// soon as the caller, the dialog's window procedure, has returned. May destroy the dialog.
+    /// The Windows session ends. Returns only when the router has ended in order: Windows may end the process once
+    /// the caller, the dialog's window procedure, has returned. May destroy the dialog.
     virtual void OnSessionEnd() = 0;
 };

@@ -7,8 +7,7 @@
 #include <string>
 #include <string_view>
 
-/// Used by the tracer's thread alone. No failure is reported: a file that cannot be opened is not open, and what
-/// is written to a full disk or to a file that is not open is lost.
+/// Used by the tracer's thread alone. No failure is reported: what cannot be written is lost.
 class LogFile
 {
 public:
@@ -29,13 +28,12 @@ public:
     /// Whether WriteLine is to be called: the file is open, or a rotation lost it and WriteLine opens it again.
     bool TakesLines() const noexcept { return IsOpen() || m_isInterrupted; }
 
-    /// Opens or creates the file, keeps its contents if `append`, and writes the begin banner. Only while none
-    /// is open.
+    /// Opens or creates the file, keeps its contents if `append`, writes the begin banner. Only while none is
+    /// open.
     void Open(const std::wstring& path, bool append);
 
-    /// Appends one line. A file that holds more than `sizeLimit` bytes is first moved
-    /// aside, in place of the previous backup, and a new one begun. When that fails, lines are lost until a later
-    /// call can open the file; at most one call a second tries.
+    /// Appends one line. A file of more than `sizeLimit` bytes is first moved aside, in place of the previous
+    /// backup. When no new one can be opened, lines are lost until a later call can; at most one a second tries.
     void WriteLine(std::string_view text, std::uint32_t sizeLimit);
 
     /// Writes `text` as it is: a banner.

@@ -9,9 +9,8 @@
 /// Characters of a time stamp with its trailing blank.
 inline constexpr std::size_t TimeStampLength = 25;
 
-/// Month, day, year, then hours, minutes, seconds and milliseconds in brackets with a trailing blank:
-/// [03-07-09 14:05:09:0042]. The milliseconds take four digits; readers of the log count on that.
-/// `out` takes exactly TimeStampLength characters, without a terminator.
+/// Writes TimeStampLength characters without a terminator: [03-07-09 14:05:09:0042] with month, day and year, and
+/// a trailing blank. Readers of the log count on the four digits of the milliseconds.
 void WriteTimeStamp(char* out, const SYSTEMTIME& time) noexcept;
 
 /// The same for the local time of now.

@@ -26,15 +26,13 @@ public:
 
     enum class Stamp { None, Now };
 
-    /// Appends `text`, with a time stamp when asked; `mask` tells where it goes. The stamps of two entries
-    /// never contradict their order.
+    /// Appends `text`; `mask` tells where it goes. The stamps of two entries never contradict their order.
     void Push(std::uint32_t mask, std::string text, Stamp stamp);
 
     /// Takes the oldest entry; false when there is none.
     bool Pop(CDebugEntry& entry);
 
-    /// When the queue has reached its limit: discards every entry, appends a line that tells how many (if
-    /// `report`), and returns true.
+    /// A queue at its limit: discards every entry, appends a line that says how many (if `report`), returns true.
     bool DiscardOverflow(bool report);
 
     std::size_t Size() const;

@@ -1,29 +1,25 @@
-// The tracer's own thread.
+// The tracer's own thread. Windows runs message loops of its own on it: while the debug window's menu is open,
+// while the window is moved or sized, while a scroll bar is held. The thread's wait returns only after such a
+// modal loop, so the queue is served from within it. A producer sends the debug window a message, which is
+// delivered whenever the thread asks for messages, whatever kind it asks for ("About Messages and Message
+// Queues"). What is left in the queue waits for a timer, after the user's input.
 #include "diag/CDebugThread.h"
-#include "diag/TimeStamp.h"
 #include "trace/Trace.h"
 
 #include <array>
-#include <cstdio>
 #include <exception>
-#include <string>
 
 namespace {
 
 constexpr std::uint32_t EntriesPerWakeUp = 3; // then the window's messages have their turn
 constexpr std::uint32_t EntriesAtEnd = 1000;
-constexpr DWORD GatherTime = 8; // ms
+constexpr DWORD GatherTimeMs = 8;
+constexpr DWORD ModalSliceMs = 30; // then the modal loop has its turn
+
+/// Longer than the main thread takes to end the router. Windows counts a program that answers later as hung.
+constexpr DWORD SessionEndLimitMs = 5000;
 
 } // namespace
-
-void CDebugThread::Run()
-{
-    InitInstance();
-    while (m_running) {
-        ServeOnce(INFINITE);
-    }
-    ExitInstance();
-}
 
 bool CDebugThread::InitInstance()
 {
@@ -33,49 +29,84 @@ bool CDebugThread::InitInstance()
 
 void CDebugThread::ServeOnce(DWORD timeoutMs) noexcept
 {
+    enum : DWORD { StopRequested = WAIT_OBJECT_0, SettingsChanged, EntriesQueued, InputPending };
     try {
-        Serve(timeoutMs);
+        DispatchMessages();
+        const std::array<HANDLE, 3> handles{m_stop.Get(), m_settings.Get(), m_queue.DataEvent()};
+        const DWORD result = ::MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
+                                                         timeoutMs, QS_ALLINPUT);
+        switch (result) {
+        case SettingsChanged: ApplySettings(); break;
+        case EntriesQueued: OnEntriesQueued(); break;
+        case InputPending:
+        case WAIT_TIMEOUT: break;
+        default: m_running = false; break; // StopRequested, or the wait failed
+        }
     } catch (const std::exception&) {
         // What memory could not be found for is lost; the tracer goes on.
     }
 }
 
-void CDebugThread::Serve(DWORD timeoutMs)
+void CDebugThread::DispatchMessages()
 {
-    DispatchMessages();
-    switch (Wait(timeoutMs)) {
-    case Slot::SettingsChanged: ApplySettings(); break;
-    case Slot::EntriesQueued: OnEntriesQueued(); break;
-    case Slot::InputPending:
-    case Slot::TimedOut: break;
-    case Slot::Stop:
-    case Slot::Failed: m_running = false; break;
+    MSG message;
+    while (::PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        if (message.message == WM_QUIT) {
+            m_running = false;
+            return;
+        }
+        EnterLoop(); // almost every message may begin one
+        ::TranslateMessage(&message);
+        ::DispatchMessageW(&message);
+        LeaveLoop();
     }
+}
+
+/// Also called by the window procedure, for a loop that a sent message has begun.
+void CDebugThread::EnterLoop() noexcept
+{
+    m_isServeRequested = false; // a producer that was late may have set it after LeaveLoop
+    m_mayBeInLoop = m_window.Exists();
+    m_window.ServeSoon(m_queue.Size() != 0); // no producer sends a message for these
+}
+
+void CDebugThread::LeaveLoop() noexcept
+{
+    m_mayBeInLoop = false;
+    m_window.ServeSoon(false);
+}
+
+/// Settings wait for the end of the loop: applying them may destroy the window that the loop works for.
+void CDebugThread::ServeModalLoop() noexcept
+{
+    if (!m_mayBeInLoop) {
+        return; // came late: the thread's own loop serves the queue, and takes settings between
+    }
+    const DWORD begin = ::GetTickCount();
+    try {
+        do {
+            OnEntriesQueued();
+        } while (m_running && m_queue.Size() != 0 && ::GetTickCount() - begin < ModalSliceMs);
+    } catch (const std::exception&) {
+        // As in ServeOnce.
+    }
+    m_isServeRequested = false;
+    m_window.ServeSoon(m_queue.Size() != 0);
 }
 
 /// The first lines wait a moment for more. What comes meanwhile wakes no thread; a wake-up for every line made the
 /// round trips of traced packets half as long again.
 void CDebugThread::OnEntriesQueued()
 {
-    const bool stopping =
-        m_queue.Size() < EntriesPerWakeUp && ::WaitForSingleObject(m_stop.Get(), GatherTime) == WAIT_OBJECT_0;
+    const bool stopping = m_queue.Size() < EntriesPerWakeUp && m_stop.Wait(GatherTimeMs);
     if (!stopping) {
         ProcessEntries(EntriesPerWakeUp);
     }
 }
 
-CDebugThread::Slot CDebugThread::Wait(DWORD timeoutMs) const noexcept
-{
-    const std::array<HANDLE, 3> handles{m_stop.Get(), m_settings.Get(), m_queue.DataEvent()};
-    const DWORD result = ::MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
-                                                     timeoutMs, QS_ALLINPUT);
-    const bool known = result <= static_cast<DWORD>(Slot::InputPending) || result == WAIT_TIMEOUT;
-    return known ? static_cast<Slot>(result) : Slot::Failed;
-}
-
 void CDebugThread::ApplySettings()
 {
-    const std::uint32_t filter = m_options.TraceFilter;
+    const std::uint32_t filter = m_traceFilter;
     if (WantsWindow(filter)) {
         m_window.Create();
         if (!m_window.Exists()) {
@@ -86,7 +117,7 @@ void CDebugThread::ApplySettings()
     }
     m_shownWindow = m_window.Window();
     if (WantsFile(filter) && !m_file.IsOpen()) {
-        m_file.Open(ChooseLogFilePath(), m_options.AppendToFile);
+        m_file.Open(ChooseLogFilePath(), m_appendToFile);
     } else if (!WantsFile(filter) && m_file.IsOpen()) {
         m_file.Close();
     }
@@ -99,16 +130,16 @@ std::wstring CDebugThread::ChooseLogFilePath()
     if (program) {
         folder = win32::FolderOf(*program);
         if (folder.empty()) {
-            return LogFilePath();
+            return Names().LogFilePath;
         }
         folder += L"Log";
         ::CreateDirectoryW(folder.c_str(), nullptr);
         folder += L'\\';
     }
     const win32::ExclusiveScope lock(m_namesLock);
-    m_logFolder = folder;
-    m_logFilePath = folder + m_logFileName;
-    return m_logFilePath;
+    m_names.LogFolder = folder;
+    m_names.LogFilePath = folder + m_names.LogFileName;
+    return m_names.LogFilePath;
 }
 
 void CDebugThread::ProcessEntries(std::uint32_t maxCount)
@@ -116,31 +147,24 @@ void CDebugThread::ProcessEntries(std::uint32_t maxCount)
     int lastLine = -1;
     CDebugEntry entry;
     for (std::uint32_t taken = 0; taken < maxCount && m_queue.Pop(entry); ++taken) {
-        if (!entry.Text.empty()) {
-            Deliver(entry, lastLine);
+        const std::uint32_t filter = m_traceFilter;
+        if (WantsWindow(filter) && entry.ToWindow && !entry.Text.empty()) {
+            lastLine = m_window.AddLine(entry.Text, false);
         }
-        if (m_queue.DiscardOverflow(Accepts(EveryTrace)) && WantsWindow(m_options.TraceFilter)) {
+        if (WantsFile(filter) && m_file.TakesLines() && entry.ToFile && !entry.Text.empty()) {
+            m_file.WriteLine(entry.Text, m_fileSizeLimit);
+        }
+        if (m_queue.DiscardOverflow(Accepts(EveryTrace)) && WantsWindow(m_traceFilter)) {
             m_window.Clear();
         }
         ::Sleep(0);
     }
-    const std::uint32_t filter = m_options.TraceFilter;
+    const std::uint32_t filter = m_traceFilter;
     if (WantsWindow(filter)) {
         m_window.ScrollTo(lastLine);
     }
     if (WantsFile(filter) && m_file.IsOpen()) {
         m_file.FlushWhenDue();
-    }
-}
-
-void CDebugThread::Deliver(const CDebugEntry& entry, int& lastLine)
-{
-    const std::uint32_t filter = m_options.TraceFilter;
-    if (WantsWindow(filter) && entry.ToWindow) {
-        lastLine = m_window.AddLine(entry.Text, false);
-    }
-    if (WantsFile(filter) && m_file.TakesLines() && entry.ToFile) {
-        m_file.WriteLine(entry.Text, m_options.FileSizeLimit);
     }
 }
 
@@ -155,27 +179,49 @@ unsigned CDebugThread::ExitInstance()
 void CDebugThread::EndLog() noexcept
 {
     try {
-        WriteLastLines();
+        if (WantsFile(m_traceFilter) && m_file.IsOpen()) {
+            m_file.Write("********* Debug Tracer Terminating *********\r\n");
+            ProcessEntries(EntriesAtEnd);
+            if (const std::size_t lost = m_queue.Size(); lost != 0) {
+                // With a blank before the line end, as the log's readers know it.
+                m_file.Write("********* " + std::to_string(lost) + " Entries Not Yet Processed ********* \r\n");
+            }
+            m_file.Close();
+        }
     } catch (const std::exception&) {
         // Out of memory: what is written up to here is the log.
     }
     m_logEnded.Set();
 }
 
-void CDebugThread::WriteLastLines()
+/// Windows may end the process as soon as the window procedure has returned ("WM_ENDSESSION message"), so the
+/// main thread ends the router before that. This one writes the log meanwhile: after a blocking SendMessage the
+/// main thread's wait for the log would time out.
+void CDebugThread::OnSessionEnd() noexcept
 {
-    if (!WantsFile(m_options.TraceFilter) || !m_file.IsOpen()) {
+    if (std::exchange(m_sessionEnds, true)) {
         return;
     }
-    m_file.Write("********* Debug Tracer Terminating *********\r\n");
-    ProcessEntries(EntriesAtEnd);
-    const std::size_t lost = m_queue.Size();
-    if (lost != 0) {
-        // With a blank before the line end, as the log's readers know it.
-        std::array<char, 80> text{};
-        std::snprintf(text.data(), text.size(), "********* %d Entries Not Yet Processed ********* \r\n",
-                      static_cast<int>(lost));
-        m_file.Write(text.data());
+    // Called when the dialog's window procedure has returned, or the dialog was destroyed before it got the
+    // message.
+    const SENDASYNCPROC routerEnded = [](HWND, UINT, ULONG_PTR tracer, LRESULT) noexcept {
+        reinterpret_cast<CDebugThread*>(tracer)->m_routerEnded = true;
+    };
+    m_routerEnded = ::SendMessageCallbackW(m_sessionWindow, WM_ENDSESSION, TRUE, 0, routerEnded,
+                                           reinterpret_cast<ULONG_PTR>(this)) == FALSE;
+    const ULONGLONG end = ::GetTickCount64() + SessionEndLimitMs;
+    const auto remaining = [end]() noexcept -> DWORD {
+        const ULONGLONG now = ::GetTickCount64();
+        return now < end ? static_cast<DWORD>(end - now) : 0;
+    };
+    for (DWORD left = remaining(); m_running && !m_routerEnded && left != 0; left = remaining()) {
+        ServeOnce(left);
     }
-    m_file.Close();
+    m_running = false;
+    EndLog();
+    for (DWORD left = remaining(); !m_routerEnded && left != 0; left = remaining()) {
+        ::MsgWaitForMultipleObjects(0, nullptr, FALSE, left, QS_SENDMESSAGE);
+        MSG ignored;
+        ::PeekMessageW(&ignored, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE); // calls routerEnded
+    }
 }

@@ -4,13 +4,6 @@
 
 #include <array>
 
-namespace {
-
-constexpr std::int32_t FramesAfterConnecting = 10;
-constexpr std::array<UINT, 3> Frames{IDI_CONNECTED_1, IDI_CONNECTED_2, IDI_CONNECTED_3};
-
-} // namespace
-
 void TrayIcon::SetUp(HWND window, HINSTANCE program, const IDebugOptionsHost& host)
 {
     m_window = window;
@@ -37,11 +30,13 @@ void TrayIcon::Refresh()
 /// Moves for the first ticks after each connection, then only while data does.
 void TrayIcon::Animate(std::int32_t delta)
 {
+    constexpr std::int32_t framesAfterConnecting = 10;
+    constexpr std::array<UINT, 3> frames{IDI_CONNECTED_1, IDI_CONNECTED_2, IDI_CONNECTED_3};
     if (!m_host->IsConnected()) {
         SetIcon(IDI_DISCONNECTED);
         m_animation = 0;
-    } else if (delta > 0 || m_animation < FramesAfterConnecting) {
-        SetIcon(Frames[static_cast<std::size_t>(m_animation) % Frames.size()]);
+    } else if (delta > 0 || m_animation < framesAfterConnecting) {
+        SetIcon(frames[static_cast<std::size_t>(m_animation) % frames.size()]);
         ++m_animation;
     }
 }
@@ -80,12 +75,9 @@ void TrayIcon::SetTimerState(bool on, UINT interval)
 {
     if (m_timer != 0) {
         ::KillTimer(m_window, m_timer);
-        m_timer = 0;
     }
     m_interval = interval;
-    if (on) {
-        m_timer = ::SetTimer(m_window, TimerId, m_interval, nullptr);
-    }
+    m_timer = on ? ::SetTimer(m_window, TimerId, m_interval, nullptr) : 0;
 }
 
 void TrayIcon::EnableTray(bool on)
@@ -113,7 +105,6 @@ void TrayIcon::Notify(DWORD message)
     NOTIFYICONDATAW data{};
     data.cbSize = sizeof data;
     data.hWnd = m_window;
-    data.uID = 0;
     data.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
     data.uCallbackMessage = CallbackMessage;
     data.hIcon = ::LoadIconW(m_program, MAKEINTRESOURCEW(m_iconId));

@@ -2,15 +2,21 @@
 #pragma once
 
 #include "diag/DebugOptionsHost.h"
-#include "diag/Shell.h"
 #include "win32/Windows.h"
 
+#include <shellapi.h>
 #include <cstdint>
 #include <string>
 
-/// Belongs to the Debug Options dialog and is used on that window's thread alone. A shell that is not there or
-/// refuses is no error: the icon is added again with the next reading, and when the shell says that its taskbar is
-/// there (TaskbarCreated).
+/// The calls into Windows' shell that a test wants to see instead of the user.
+struct Shell
+{
+    decltype(&::Shell_NotifyIconW) NotifyIcon = &::Shell_NotifyIconW;
+    decltype(&::ShellExecuteW) Execute = &::ShellExecuteW;
+};
+
+/// Belongs to the Debug Options dialog and is used on that window's thread alone. When the shell is missing or
+/// refuses, the icon is added again with the next reading, or by Restore.
 class TrayIcon
 {
 public:
@@ -27,7 +33,7 @@ public:
     /// Takes a new reading of the transport, and adds an icon that is missing: for each WM_TIMER.
     void Refresh();
 
-    /// Puts the icon back after the shell's taskbar was recreated.
+    /// Puts the icon back: for TaskbarCreated, which says that the shell's taskbar was recreated.
     void Restore();
 
     void RemoveTrayIcon();

@@ -206,12 +206,12 @@ void CMorvanePortRouterModule::ApplySettings(std::uint32_t limit, bool append, b
 
 std::wstring CMorvanePortRouterModule::LogFileName() const
 {
-    return m_tracer != nullptr ? m_tracer->LogFileName() : ConfigurationStore::LogFileName;
+    return m_tracer != nullptr ? m_tracer->Names().LogFileName : ConfigurationStore::LogFileName;
 }
 
 std::wstring CMorvanePortRouterModule::LogFolder() const
 {
-    return m_tracer != nullptr ? m_tracer->LogFolder() : std::wstring();
+    return m_tracer != nullptr ? m_tracer->Names().LogFolder : std::wstring();
 }
 
 bool CMorvanePortRouterModule::IsConnected() const

@@ -7,7 +7,7 @@
 // there.
 #pragma once
 
-#include "diag/DebugOptionsHost.h"
+#include "diag/CDebugOption.h"
 #include "host/TraceFrontEnd.h"
 #include "ports/PortSettings.h"
 #include "transport/TransportHost.h"

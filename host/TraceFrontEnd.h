@@ -4,7 +4,7 @@
 // lock, no allocation. The options gate keeps lines out while the options change; it is tested, never waited for.
 #pragma once
 
-#include "diag/DebugOptionsHost.h"
+#include "diag/CDebugOption.h"
 #include "host/TraceOptionsTable.h"
 #include "trace/TraceSink.h"
 #include "win32/MirroredEvent.h"

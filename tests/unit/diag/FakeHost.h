@@ -2,7 +2,7 @@
 #pragma once
 
 #include "diag/DebugOptionsHost.h"
-#include "diag/Shell.h"
+#include "diag/TrayIcon.h"
 
 #include <functional>
 #include <string>

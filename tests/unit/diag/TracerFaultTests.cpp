@@ -176,10 +176,10 @@ TEST_F(TracerTest, ProgramWhosePathIsUnknownLogsToTheRootOfDriveC)
     const std::wstring name = support::UniqueName(std::wstring_view(L"Root")) + L".log";
     m_tracer->SetOptions(ToFile, name.c_str(), 10, true);
     ASSERT_TRUE(m_tracer->Start());
-    EXPECT_TRUE(support::WaitUntil([&] { return m_tracer->LogFilePath() == L"c:\\" + name; }));
+    EXPECT_TRUE(support::WaitUntil([&] { return m_tracer->Names().LogFilePath == L"c:\\" + name; }));
     ASSERT_TRUE(m_tracer->Stop());
-    EXPECT_EQ(m_tracer->LogFolder(), L"c:\\");
-    ::DeleteFileW(m_tracer->LogFilePath().c_str());
+    EXPECT_EQ(m_tracer->Names().LogFolder, L"c:\\");
+    ::DeleteFileW(m_tracer->Names().LogFilePath.c_str());
 }
 
 TEST_F(TracerTest, ProgramPathWithoutABackslashMeansNoFile)
@@ -189,8 +189,8 @@ TEST_F(TracerTest, ProgramPathWithoutABackslashMeansNoFile)
     ASSERT_TRUE(m_tracer->Start());
     m_tracer->AddTrace(ToBoth, "line");
     ASSERT_TRUE(support::WaitUntil([] { return WindowLines() == 1; }));
-    EXPECT_EQ(m_tracer->LogFilePath(), L"");
-    EXPECT_EQ(m_tracer->LogFolder(), L"");
+    EXPECT_EQ(m_tracer->Names().LogFilePath, L"");
+    EXPECT_EQ(m_tracer->Names().LogFolder, L"");
     EXPECT_EQ(WrittenLines(), 0);
 }
 

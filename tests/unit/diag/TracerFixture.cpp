@@ -93,7 +93,7 @@ TracerTest::TracerTest() : m_logFolder((m_folder.Path() / L"Log\\").wstring())
     g_flushes = 0;
     RefuseFiles(false);
     SetProgramPath((m_folder.Path() / L"Program.exe").wstring());
-    CDebugThread::Surroundings surroundings;
+    TracerSurroundings surroundings;
     surroundings.ProgramPath = &ProgramPath;
     surroundings.Disk.Create = &RefusableCreate;
     surroundings.Disk.Write = &GatedWrite;

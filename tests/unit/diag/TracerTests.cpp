@@ -15,30 +15,30 @@ TEST_F(TracerTest, LogFolderLiesBesideTheProgramByDefault)
     const std::wstring name = support::UniqueName(std::wstring_view(L"Default")) + L".log";
     tracer->SetOptions(ToFile, name.c_str(), 10, true);
     ASSERT_TRUE(tracer->Start());
-    ASSERT_TRUE(support::WaitUntil([&] { return !tracer->LogFolder().empty(); }));
+    ASSERT_TRUE(support::WaitUntil([&] { return !tracer->Names().LogFolder.empty(); }));
     ASSERT_TRUE(tracer->Stop());
-    EXPECT_EQ(tracer->LogFolder(), win32::FolderOf(*win32::ModulePath()) + L"Log\\");
-    EXPECT_EQ(tracer->LogFilePath(), tracer->LogFolder() + name);
-    EXPECT_EQ(ReadLines(tracer->LogFilePath()).size(), 3u);
-    ::DeleteFileW(tracer->LogFilePath().c_str());
+    EXPECT_EQ(tracer->Names().LogFolder, win32::FolderOf(*win32::ModulePath()) + L"Log\\");
+    EXPECT_EQ(tracer->Names().LogFilePath, tracer->Names().LogFolder + name);
+    EXPECT_EQ(ReadLines(tracer->Names().LogFilePath).size(), 3u);
+    ::DeleteFileW(tracer->Names().LogFilePath.c_str());
 }
 
 TEST_F(TracerTest, FileNameIsDebugLogUntilOneIsGivenAndStaysWhenNoneIs)
 {
-    EXPECT_EQ(m_tracer->LogFileName(), L"Debug.log");
+    EXPECT_EQ(m_tracer->Names().LogFileName, L"Debug.log");
     m_tracer->SetOptions(0, nullptr, 10, true);
-    EXPECT_EQ(m_tracer->LogFileName(), L"Debug.log");
+    EXPECT_EQ(m_tracer->Names().LogFileName, L"Debug.log");
     m_tracer->SetOptions(0, L"MorvanePortRouter.log", 10, true);
     m_tracer->SetOptions(0, nullptr, 10, true);
-    EXPECT_EQ(m_tracer->LogFileName(), L"MorvanePortRouter.log");
+    EXPECT_EQ(m_tracer->Names().LogFileName, L"MorvanePortRouter.log");
 }
 
 TEST_F(TracerTest, PathAndFolderAreEmptyBeforeAFileWasWanted)
 {
     Start(ToWindow);
     EXPECT_TRUE(support::WaitUntil([] { return DebugWindow() != nullptr; }));
-    EXPECT_EQ(m_tracer->LogFolder(), L"");
-    EXPECT_EQ(m_tracer->LogFilePath(), L"");
+    EXPECT_EQ(m_tracer->Names().LogFolder, L"");
+    EXPECT_EQ(m_tracer->Names().LogFilePath, L"");
 }
 
 TEST_F(TracerTest, LogBeginsAndEndsWithItsBanners)
@@ -196,7 +196,7 @@ TEST_F(TracerTest, NewFileNameCountsFromTheNextOpening)
     ASSERT_TRUE(WaitForLine("End Logging"));
     SetOptions(ToFile);
     EXPECT_TRUE(support::WaitUntil([&] { return ReadLines(m_logFolder + L"Other.log").size() == 1; }));
-    EXPECT_EQ(m_tracer->LogFilePath(), m_logFolder + L"Other.log");
+    EXPECT_EQ(m_tracer->Names().LogFilePath, m_logFolder + L"Other.log");
 }
 
 TEST_F(TracerTest, FileIsMovedAsideOneLineAfterTheLimitOfOneMegabyte)
