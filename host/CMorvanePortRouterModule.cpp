@@ -45,11 +45,6 @@ CMorvanePortRouterModule::CMorvanePortRouterModule(HINSTANCE instance)
 {
 }
 
-CMorvanePortRouterModule::~CMorvanePortRouterModule()
-{
-    TearDown();
-}
-
 int CMorvanePortRouterModule::WinMain(const wchar_t* commandLine)
 {
     const HRESULT initialised = ::CoInitialize(nullptr);
@@ -202,29 +197,4 @@ void CMorvanePortRouterModule::ApplySettings(std::uint32_t limit, bool append, b
     if (m_tracer != nullptr) {
         ConfigureTracer();
     }
-}
-
-std::wstring CMorvanePortRouterModule::LogFileName() const
-{
-    return m_tracer != nullptr ? m_tracer->Names().LogFileName : ConfigurationStore::LogFileName;
-}
-
-std::wstring CMorvanePortRouterModule::LogFolder() const
-{
-    return m_tracer != nullptr ? m_tracer->Names().LogFolder : std::wstring();
-}
-
-bool CMorvanePortRouterModule::IsConnected() const
-{
-    return m_transport != nullptr && m_transport->IsConnected();
-}
-
-bool CMorvanePortRouterModule::IsUpdatingFirmware() const
-{
-    return m_transport != nullptr && m_transport->IsUpdatingFirmware();
-}
-
-std::uint32_t CMorvanePortRouterModule::GetTransferredBytes() const
-{
-    return m_transport != nullptr ? m_transport->GetTransferredBytes() : 0;
 }

@@ -8,7 +8,6 @@
 #include "diag/CDebugOptionDlg.h"
 #include "diag/CDebugThread.h"
 #include "diag/DebugOptionsHost.h"
-#include "host/CDebugOptionsLock.h"
 #include "host/ComServer.h"
 #include "host/CommandLine.h"
 #include "host/ConfigurationStore.h"
@@ -32,7 +31,7 @@ public:
 
     explicit CMorvanePortRouterModule(HINSTANCE instance);
     /// Takes down what PostMessageLoop would; only when that was not reached.
-    ~CMorvanePortRouterModule() override;
+    ~CMorvanePortRouterModule() override { TearDown(); }
     CMorvanePortRouterModule(const CMorvanePortRouterModule&) = delete;
     CMorvanePortRouterModule& operator=(const CMorvanePortRouterModule&) = delete;
 
@@ -61,11 +60,14 @@ public:
     bool AppendLogFile() const override { return m_configuration.AppendLogFile(); }
     bool SimulateUsb() const override { return m_configuration.IsSimulation(); }
     void ApplySettings(std::uint32_t limit, bool append, bool simulate, const DebugOptionsMap& options) override;
-    std::wstring LogFileName() const override;
-    std::wstring LogFolder() const override;
-    bool IsConnected() const override;
-    bool IsUpdatingFirmware() const override;
-    std::uint32_t GetTransferredBytes() const override;
+    std::wstring LogFileName() const override { return ConfigurationStore::LogFileName; }
+    std::wstring LogFolder() const override { return m_tracer ? m_tracer->Names().LogFolder : std::wstring(); }
+    bool IsConnected() const override { return m_transport && m_transport->IsConnected(); }
+    bool IsUpdatingFirmware() const override { return m_transport && m_transport->IsUpdatingFirmware(); }
+    std::uint32_t GetTransferredBytes() const override
+    {
+        return m_transport ? m_transport->GetTransferredBytes() : 0;
+    }
     bool IsQuitWanted() const override { return m_quit.IsWanted(); }
     void OnSessionEnd() override;
 

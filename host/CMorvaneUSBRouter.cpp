@@ -1,10 +1,11 @@
 #include "host/CMorvaneUSBRouter.h"
 
-#include "host/RouterTypeLibrary.h"
 #include "ports/CCDevicePortPipe.h"
 #include "trace/Trace.h"
+#include "win32/ModulePath.h"
 #include "win32/Text.h"
 
+#include <oleauto.h>
 #include <string_view>
 
 namespace {
@@ -20,10 +21,30 @@ PortAddress AddressOf(LONG deviceType, ULONG port)
     return {deviceType, static_cast<std::int32_t>(port)};
 }
 
+/// The description of IMorvaneUSBRouter that IDispatch works by, from the type library in this program's
+/// resources.
+HRESULT LoadTypeInfo(ComPointer<ITypeInfo>& info)
+{
+    const std::optional<std::wstring> path = win32::ModulePath();
+    if (!path) {
+        return HRESULT_FROM_WIN32(::GetLastError());
+    }
+    ITypeLib* library = nullptr;
+    HRESULT result = ::LoadTypeLibEx(path->c_str(), REGKIND_NONE, &library);
+    if (SUCCEEDED(result)) {
+        const ComPointer<ITypeLib> owner(library);
+        ITypeInfo* found = nullptr;
+        result = library->GetTypeInfoOfGuid(__uuidof(IMorvaneUSBRouter), &found);
+        info.reset(found);
+    }
+    return result;
+}
+
 } // namespace
 
-CMorvaneUSBRouter::CMorvaneUSBRouter(IRouterHost& host) : m_host(host), m_serverLock(host)
+CMorvaneUSBRouter::CMorvaneUSBRouter(IRouterHost& host) : m_host(host)
 {
+    m_host.AddServerLock();
     Trace(trace::RouterChannel, trace::Dispatch, "CMorvaneUSBRouter::CMorvaneUSBRouter()");
 }
 
@@ -97,16 +118,13 @@ HRESULT CMorvaneUSBRouter::QueryInterface(REFIID id, void** object) noexcept
     return S_OK;
 }
 
-ULONG CMorvaneUSBRouter::AddRef() noexcept
-{
-    return ++m_references;
-}
-
 ULONG CMorvaneUSBRouter::Release() noexcept
 {
     const ULONG left = --m_references;
     if (left == 0) {
+        IRouterHost& host = m_host;
         delete this;
+        host.ReleaseServerLock(); // the last one ends the process
     }
     return left;
 }
@@ -115,7 +133,7 @@ HRESULT CMorvaneUSBRouter::NeedTypeInfo() noexcept
 {
     HRESULT result = S_OK;
     try {
-        result = m_typeInfo != nullptr ? S_OK : LoadRouterTypeInfo(m_typeInfo);
+        result = m_typeInfo != nullptr ? S_OK : LoadTypeInfo(m_typeInfo);
     } catch (...) {
         result = E_OUTOFMEMORY;
     }

@@ -24,7 +24,7 @@ public:
 
     // IUnknown
     STDMETHODIMP QueryInterface(REFIID id, void** object) noexcept override;
-    STDMETHODIMP_(ULONG) AddRef() noexcept override;
+    STDMETHODIMP_(ULONG) AddRef() noexcept override { return ++m_references; }
     STDMETHODIMP_(ULONG) Release() noexcept override;
 
     // IDispatch, by the type library
@@ -50,20 +50,7 @@ private:
     void AddPort(PortAddress address, LONG readBufferSize, LONG writeBufferSize, BSTR portName);
     HRESULT NeedTypeInfo() noexcept;
 
-    class ServerLock
-    {
-    public:
-        explicit ServerLock(IRouterHost& host) : m_host(host) { m_host.AddServerLock(); }
-        ~ServerLock() { m_host.ReleaseServerLock(); }
-        ServerLock(const ServerLock&) = delete;
-        ServerLock& operator=(const ServerLock&) = delete;
-
-    private:
-        IRouterHost& m_host;
-    };
-
     IRouterHost& m_host;
-    const ServerLock m_serverLock; // released last
     ULONG m_references = 1;
     ComPointer<ITypeInfo> m_typeInfo; // null until it is needed
     std::set<PortAddress> m_registeredPorts;

@@ -3,12 +3,20 @@
 // Main thread only. The class object is registered once and never revoked: the process ends with it.
 #pragma once
 
-#include "host/ComOptions.h"
 #include "host/QuitRequest.h"
 #include "host/RouterHost.h"
 #include "win32/Windows.h"
 
-#include <unknwn.h>
+#include <objbase.h>
+#include <objidl.h>
+
+/// How COM treats this process. Clients that died are run down at once, not after six minutes, and COM catches no
+/// fault of a call: the process ends instead of serving on in a damaged state. Main thread, after CoInitialize and
+/// before a class object is registered; COM takes each setting once. A Windows that knows a setting not keeps its
+/// own way; the first failure is returned.
+HRESULT SetComOptions(IGlobalOptions& options) noexcept;
+/// The same with COM's own object.
+HRESULT SetComOptions() noexcept;
 
 /// Creates automation objects. Its lifetime is the server's, so references to it are not counted; a client that
 /// wants to keep the process alive by it calls LockServer.
@@ -50,7 +58,7 @@ public:
     /// COM must be initialised on this thread.
     HRESULT RegisterClassObjects() noexcept;
 
-    void AddLock() noexcept;
+    void AddLock() noexcept { ::CoAddRefServerProcess(); }
     void ReleaseLock() noexcept;
     bool IsStopping() const noexcept { return m_isStopping; }
 

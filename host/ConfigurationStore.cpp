@@ -1,6 +1,5 @@
 #include "host/ConfigurationStore.h"
 
-#include "host/CDebugOptionsLock.h"
 #include "win32/RegistryKey.h"
 
 #include <algorithm>
@@ -20,14 +19,7 @@ constexpr REGSAM WriteAccess = KEY_READ | KEY_WRITE;
 constexpr wchar_t LogFileLimitValue[] = L"LogFileLimt(MB)";
 constexpr wchar_t AppendLogFileValue[] = L"AppendLogFile";
 constexpr wchar_t SimulateUsbValue[] = L"SimulateUSB";
-constexpr wchar_t FlushLimitValue[] = L"FlushLimit(ms)";
-constexpr wchar_t RestrictPipesValue[] = L"RestrictPipes";
-constexpr wchar_t ProductIdValue[] = L"ProductID";
-constexpr wchar_t BootloaderVersionValue[] = L"BootloaderVersion";
 
-constexpr std::uint32_t DefaultLogFileLimit = 10;
-constexpr std::uint32_t DefaultAppendLogFile = 1;
-constexpr std::uint32_t DefaultSimulateUsb = 0;
 constexpr std::uint32_t DefaultBootloaderVersion = 2;
 
 constexpr std::uint16_t SupportedVendor = 0x1E4F;
@@ -50,8 +42,8 @@ void ConfigurationStore::LoadProducts()
     for (DWORD index = 0; const auto name = key.SubkeyName(index); ++index) {
         const auto product = win32::RegistryKey::Open(key.Get(), name->c_str(), KEY_READ);
         if (product) {
-            const auto id = static_cast<std::uint16_t>(product.ReadDword(ProductIdValue).value_or(0));
-            m_products.emplace(id, product.ReadDword(BootloaderVersionValue).value_or(DefaultBootloaderVersion));
+            const auto id = static_cast<std::uint16_t>(product.ReadDword(L"ProductID").value_or(0));
+            m_products.emplace(id, product.ReadDword(L"BootloaderVersion").value_or(DefaultBootloaderVersion));
         }
     }
 }
@@ -63,11 +55,11 @@ void ConfigurationStore::LoadDeviceOptions()
         return;
     }
     const CDebugOptionsLock lock(m_frontEnd.Gate());
-    m_logFileLimit = key.ReadDword(LogFileLimitValue).value_or(DefaultLogFileLimit);
-    m_appendLogFile = key.ReadDword(AppendLogFileValue).value_or(DefaultAppendLogFile);
-    m_simulateUsb = key.ReadDword(SimulateUsbValue).value_or(DefaultSimulateUsb);
-    m_portOptions = {.flushLimitMs = key.ReadDword(FlushLimitValue).value_or(0),
-                     .restrictPipe = key.ReadDword(RestrictPipesValue).value_or(0) != 0};
+    m_logFileLimit = key.ReadDword(LogFileLimitValue).value_or(m_logFileLimit);
+    m_appendLogFile = key.ReadDword(AppendLogFileValue).value_or(m_appendLogFile);
+    m_simulateUsb = key.ReadDword(SimulateUsbValue).value_or(m_simulateUsb);
+    m_portOptions = {.flushLimitMs = key.ReadDword(L"FlushLimit(ms)").value_or(0),
+                     .restrictPipe = key.ReadDword(L"RestrictPipes").value_or(0) != 0};
     m_options.clear();
     for (DWORD index = 0; const auto name = key.SubkeyName(index); ++index) {
         // A name that is no number means device 0, and its values are then looked for below "0".

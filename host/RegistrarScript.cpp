@@ -2,18 +2,9 @@
 
 #include "win32/RegistryKey.h"
 
-#include <algorithm>
-
 namespace {
 
-using Key = RegistrarScript::Key;
-
-HRESULT SetText(HKEY key, const wchar_t* name, const std::wstring& text)
-{
-    const auto bytes = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
-    return HRESULT_FROM_WIN32(
-        ::RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), bytes));
-}
+using Key = RegistrationKey;
 
 /// Success when there was nothing to remove.
 HRESULT Removed(LSTATUS status)
@@ -40,29 +31,13 @@ HRESULT RemoveTree(HKEY parent, const std::wstring& name, REGSAM view)
     return Removed(::RegDeleteKeyExW(parent, name.c_str(), view, 0));
 }
 
-HRESULT WriteKey(HKEY parent, const Key& key, REGSAM view);
-
-HRESULT WriteContents(HKEY handle, const Key& key, REGSAM view)
+HRESULT WriteContents(const win32::RegistryKey& handle, const Key& key, REGSAM view)
 {
-    if (key.defaultValue) {
-        const HRESULT result = SetText(handle, nullptr, *key.defaultValue);
-        if (FAILED(result)) {
-            return result;
-        }
+    LSTATUS status = key.defaultValue ? handle.WriteString(nullptr, *key.defaultValue) : ERROR_SUCCESS;
+    for (auto value = key.values.begin(); status == ERROR_SUCCESS && value != key.values.end(); ++value) {
+        status = handle.WriteString(value->first.c_str(), value->second);
     }
-    for (const auto& [name, text] : key.values) {
-        const HRESULT result = SetText(handle, name.c_str(), text);
-        if (FAILED(result)) {
-            return result;
-        }
-    }
-    for (const Key& child : key.children) {
-        const HRESULT result = WriteKey(handle, child, view);
-        if (FAILED(result)) {
-            return result;
-        }
-    }
-    return S_OK;
+    return status == ERROR_SUCCESS ? WriteKeys(handle.Get(), key.children, view) : HRESULT_FROM_WIN32(status);
 }
 
 HRESULT WriteKey(HKEY parent, const Key& key, REGSAM view)
@@ -76,7 +51,7 @@ HRESULT WriteKey(HKEY parent, const Key& key, REGSAM view)
     win32::RegistryKey handle;
     const LSTATUS status =
         win32::RegistryKey::Create(parent, key.name.c_str(), KEY_READ | KEY_WRITE | view, handle);
-    return status == ERROR_SUCCESS ? WriteContents(handle.Get(), key, view) : HRESULT_FROM_WIN32(status);
+    return status == ERROR_SUCCESS ? WriteContents(handle, key, view) : HRESULT_FROM_WIN32(status);
 }
 
 bool IsEmpty(HKEY key)
@@ -87,18 +62,13 @@ bool IsEmpty(HKEY key)
            subkeys == 0;
 }
 
-HRESULT RemoveKey(HKEY parent, const Key& key, REGSAM view);
-
 /// Removes what the script put into the key; keys that others put there stay.
 HRESULT RemoveContents(HKEY handle, const Key& key, REGSAM view)
 {
-    HRESULT first = S_OK;
-    const auto keep = [&first](HRESULT result) { first = SUCCEEDED(first) ? result : first; };
-    for (const Key& child : key.children) {
-        keep(RemoveKey(handle, child, view));
-    }
+    HRESULT first = RemoveKeys(handle, key.children, view);
     for (const auto& entry : key.values) {
-        keep(Removed(::RegDeleteValueW(handle, entry.first.c_str())));
+        const HRESULT result = Removed(::RegDeleteValueW(handle, entry.first.c_str()));
+        first = SUCCEEDED(first) ? result : first;
     }
     return first;
 }
@@ -128,32 +98,20 @@ HRESULT RemoveKey(HKEY parent, const Key& key, REGSAM view)
 
 } // namespace
 
-HRESULT RegistrarScript::Parse(const std::wstring& text, const Replacements& replacements)
+HRESULT WriteKeys(HKEY parent, const std::vector<Key>& keys, REGSAM view)
 {
-    std::optional<std::vector<Key>> keys = ScriptParser(text, replacements).Parse();
-    if (!keys) {
-        return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+    HRESULT result = S_OK;
+    for (auto key = keys.begin(); SUCCEEDED(result) && key != keys.end(); ++key) {
+        result = WriteKey(parent, *key, view);
     }
-    m_keys = std::move(*keys);
-    return S_OK;
+    return result;
 }
 
-HRESULT RegistrarScript::Register(HKEY classes, REGSAM view) const
-{
-    for (const Key& key : m_keys) {
-        const HRESULT result = WriteKey(classes, key, view);
-        if (FAILED(result)) {
-            return result;
-        }
-    }
-    return S_OK;
-}
-
-HRESULT RegistrarScript::Unregister(HKEY classes, REGSAM view) const
+HRESULT RemoveKeys(HKEY parent, const std::vector<Key>& keys, REGSAM view)
 {
     HRESULT first = S_OK;
-    for (const Key& key : m_keys) {
-        const HRESULT result = RemoveKey(classes, key, view);
+    for (const Key& key : keys) {
+        const HRESULT result = RemoveKey(parent, key, view);
         first = SUCCEEDED(first) ? result : first;
     }
     return first;

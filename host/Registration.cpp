@@ -19,7 +19,7 @@ std::wstring CommandFor(const std::wstring& modulePath)
     return modulePath.find(L' ') != std::wstring::npos ? L'"' + modulePath + L'"' : modulePath;
 }
 
-RegistrarScript::Replacements ReplacementsOfScripts(const std::wstring& path)
+ScriptReplacements ReplacementsOfScripts(const std::wstring& path)
 {
     return {
         {L"APPID", ApplicationId},
@@ -29,7 +29,7 @@ RegistrarScript::Replacements ReplacementsOfScripts(const std::wstring& path)
     };
 }
 
-HRESULT LoadScript(int resource, const std::wstring& modulePath, RegistrarScript& script)
+HRESULT LoadScript(int resource, const std::wstring& modulePath, std::vector<RegistrationKey>& keys)
 {
     const HRSRC found = ::FindResourceW(nullptr, MAKEINTRESOURCEW(resource), L"REGISTRY");
     const HGLOBAL loaded = found != nullptr ? ::LoadResource(nullptr, found) : nullptr;
@@ -38,7 +38,12 @@ HRESULT LoadScript(int resource, const std::wstring& modulePath, RegistrarScript
     }
     const std::string_view text(static_cast<const char*>(::LockResource(loaded)),
                                 ::SizeofResource(nullptr, found));
-    return script.Parse(win32::FromAnsi(text), ReplacementsOfScripts(modulePath));
+    auto read = ParseScript(win32::FromAnsi(text), ReplacementsOfScripts(modulePath));
+    if (!read) {
+        return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+    }
+    keys = std::move(*read);
+    return S_OK;
 }
 
 /// A part of the registration and the view of the registry that it goes to. The router is a 64-bit program: its
@@ -59,73 +64,56 @@ constexpr std::array Parts{
 
 /// The root is not HKEY_CLASSES_ROOT, where Windows shows both hives merged: what the user has there already it
 /// would write, and remove, in place of the machine's.
-HRESULT Run(const Part& part, HKEY hive, HRESULT (RegistrarScript::*run)(HKEY, REGSAM) const)
+HRESULT Run(decltype(&WriteKeys) run, RegistrationHive hive, const RegistrationPart& part)
 {
     // Every key from here on is opened in the same view ("Accessing an Alternate Registry View").
     win32::RegistryKey classes;
     const LSTATUS status =
-        win32::RegistryKey::Create(hive, L"Software\\Classes", KEY_READ | KEY_WRITE | part.view, classes);
-    if (status != ERROR_SUCCESS) {
-        return HRESULT_FROM_WIN32(status);
+        win32::RegistryKey::Create(hive == RegistrationHive::Machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER,
+                                   L"Software\\Classes", KEY_READ | KEY_WRITE | part.view, classes);
+    return status == ERROR_SUCCESS ? run(classes.Get(), part.keys, part.view) : HRESULT_FROM_WIN32(status);
+}
+
+} // namespace
+
+HRESULT ReadRegistration(const std::wstring& modulePath, std::vector<RegistrationPart>& parts)
+{
+    HRESULT result = S_OK;
+    for (auto part = Parts.begin(); SUCCEEDED(result) && part != Parts.end(); ++part) {
+        parts.push_back({{}, part->view});
+        result = LoadScript(part->script, modulePath, parts.back().keys);
     }
-    RegistrarScript script;
-    const HRESULT result = LoadScript(part.script, win32::ModulePath().value_or(std::wstring()), script);
-    return SUCCEEDED(result) ? (script.*run)(classes.Get(), part.view) : result;
+    return result;
 }
 
 // The type library is registered by a script as well. Windows' own calls for it (RegisterTypeLib and its per-user
 // form) register the kind of system that the library was made for only, and the per-user form keeps to the user's
 // hive on some systems only.
-HRESULT RegisterAll(HKEY hive)
-{
-    for (const Part& part : Parts) {
-        const HRESULT result = Run(part, hive, &RegistrarScript::Register);
-        if (FAILED(result)) {
-            return result;
-        }
-    }
-    return S_OK;
-}
-
-HRESULT UnregisterAll(HKEY hive)
-{
-    HRESULT first = S_OK;
-    for (auto part = Parts.rbegin(); part != Parts.rend(); ++part) {
-        const HRESULT result = Run(*part, hive, &RegistrarScript::Unregister);
-        first = SUCCEEDED(first) ? result : first;
-    }
-    return first;
-}
-
-HRESULT RunIn(RegistrationHive hive, HRESULT (*run)(HKEY))
+HRESULT RegisterRouter(RegistrationHive hive)
 {
     try {
-        return run(hive == RegistrationHive::Machine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER);
+        std::vector<RegistrationPart> parts;
+        HRESULT result = ReadRegistration(win32::ModulePath().value_or(std::wstring()), parts);
+        for (auto part = parts.begin(); SUCCEEDED(result) && part != parts.end(); ++part) {
+            result = Run(&WriteKeys, hive, *part);
+        }
+        return result;
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
 }
 
-} // namespace
-
-HRESULT RegisterRouter(RegistrationHive hive)
-{
-    return RunIn(hive, RegisterAll);
-}
-
 HRESULT UnregisterRouter(RegistrationHive hive)
 {
-    return RunIn(hive, UnregisterAll);
-}
-
-HRESULT ReadRegistration(const std::wstring& modulePath, std::vector<RegistrationPart>& parts)
-{
-    for (const Part& part : Parts) {
-        parts.push_back({{}, part.view});
-        const HRESULT result = LoadScript(part.script, modulePath, parts.back().script);
-        if (FAILED(result)) {
-            return result;
+    try {
+        std::vector<RegistrationPart> parts;
+        HRESULT first = ReadRegistration(win32::ModulePath().value_or(std::wstring()), parts);
+        for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
+            const HRESULT result = Run(&RemoveKeys, hive, *part);
+            first = SUCCEEDED(first) ? result : first;
         }
+        return first;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
     }
-    return S_OK;
 }

@@ -21,10 +21,10 @@ HRESULT RegisterRouter(RegistrationHive hive);
 /// after a failing step and returns the first one's HRESULT.
 HRESULT UnregisterRouter(RegistrationHive hive);
 
-/// A script, and the view of the registry that its keys go to (KEY_WOW64_64KEY, KEY_WOW64_32KEY).
+/// The keys of a script, and the view of the registry that they go to (KEY_WOW64_64KEY, KEY_WOW64_32KEY).
 struct RegistrationPart
 {
-    RegistrarScript script;
+    std::vector<RegistrationKey> keys;
     REGSAM view = 0;
 };
 

@@ -27,6 +27,20 @@ public:
     virtual void AddTrace(std::uint32_t mask, std::string text) = 0;
 };
 
+/// Closes the options gate (a manual-reset event, borrowed) for its lifetime. It neither waits nor excludes
+/// another writer: trace calls test the gate and drop their line while it is closed. Main thread.
+class CDebugOptionsLock
+{
+public:
+    explicit CDebugOptionsLock(win32::MirroredEvent& gate) noexcept : m_gate(gate) { m_gate.Reset(); }
+    virtual ~CDebugOptionsLock() { m_gate.Set(); }
+    CDebugOptionsLock(const CDebugOptionsLock&) = delete;
+    CDebugOptionsLock& operator=(const CDebugOptionsLock&) = delete;
+
+private:
+    win32::MirroredEvent& m_gate;
+};
+
 /// Installs itself as the process's sink; it and its output must outlive every thread that traces.
 class TraceFrontEnd final : public ITraceSink
 {

@@ -69,10 +69,10 @@ void RegistryKey::WriteDword(const wchar_t* name, std::uint32_t value) const noe
     ::RegSetValueExW(Get(), name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&data), sizeof data);
 }
 
-void RegistryKey::WriteString(const wchar_t* name, const std::wstring& value) const noexcept
+LSTATUS RegistryKey::WriteString(const wchar_t* name, const std::wstring& value) const noexcept
 {
     const DWORD size = static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t));
-    ::RegSetValueExW(Get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()), size);
+    return ::RegSetValueExW(Get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()), size);
 }
 
 std::optional<std::wstring> RegistryKey::SubkeyName(DWORD index) const

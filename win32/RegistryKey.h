@@ -33,7 +33,8 @@ public:
     /// another type.
     std::optional<std::wstring> ReadString(const wchar_t* name, std::size_t capacity) const;
     void WriteDword(const wchar_t* name, std::uint32_t value) const noexcept;
-    void WriteString(const wchar_t* name, const std::wstring& value) const noexcept;
+    /// Windows' error code, for those who want it.
+    LSTATUS WriteString(const wchar_t* name, const std::wstring& value) const noexcept;
 
     /// Name of the subkey at `index`, at most 99 characters; none at the end (or when the name is longer, which
     /// ends an enumeration as well).

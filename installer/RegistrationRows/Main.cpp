@@ -1,4 +1,5 @@
-// RegistrationRows: the keys that /RegServer leaves, as rows of the installer's tables. Runs while the package is made.
+// RegistrationRows: the keys that /RegServer leaves, as rows of the installer's tables. Runs while the package is
+// made.
 //
 // The installer writes and removes these rows itself, within its own transaction, so that a failed installation is
 // rolled back; a program that registers itself could not take part in that.
@@ -14,10 +15,11 @@
 
 namespace {
 
-using Key = RegistrarScript::Key;
+using Key = RegistrationKey;
 
-// With a blank, as the installed folder has one, so that command lines are quoted. The folder is always the same, and
-// the installer's name for it, unlike the one for a directory of the package, ends where no backslash may follow.
+// With a blank, as the installed folder has one, so that command lines are quoted. The folder is always the same,
+// and the installer's name for it, unlike the one for a directory of the package, ends where no backslash may
+// follow.
 constexpr wchar_t Folder[] = L"C:\\Program Files\\Morvane Port Router";
 constexpr wchar_t InstalledFolder[] = L"[ProgramFiles64Folder]Morvane Port Router";
 
@@ -142,7 +144,7 @@ int main(int count, char** arguments)
         }
         Rows rows(arguments[1]);
         for (const RegistrationPart& part : parts) {
-            for (const Key& key : part.script.Keys()) {
+            for (const Key& key : part.keys) {
                 rows.Add(part.view, L"Software\\Classes", key);
                 rows.RemoveForUser(part.view, L"Software\\Classes", key);
             }

@@ -51,7 +51,7 @@ void Write(const std::vector<RegistrationKey>& keys, std::wstring& out)
 
 std::size_t CheckKeys(const std::vector<RegistrationKey>& keys, std::size_t depth)
 {
-    Check(depth <= ScriptParser::MostLevels, "keys lie no deeper than allowed");
+    Check(depth <= MostScriptLevels, "keys lie no deeper than allowed");
     std::size_t count = keys.size();
     for (const RegistrationKey& key : keys) {
         Check(!key.name.empty(), "every key has a name");
@@ -71,7 +71,7 @@ void Registration(Input input)
     for (const std::uint8_t byte : input) {
         text += static_cast<wchar_t>(byte < 0x80 ? byte : byte * 0x51);
     }
-    const auto keys = ScriptParser(text, Replacements).Parse();
+    const auto keys = ParseScript(text, Replacements);
     if (!keys) {
         return;
     }
@@ -79,7 +79,7 @@ void Registration(Input input)
     std::wstring anew = L"HKCR { ";
     Write(*keys, anew);
     anew += L"}";
-    Check(ScriptParser(anew, {}).Parse() == keys, "written anew the keys are the same");
+    Check(ParseScript(anew, {}) == keys, "written anew the keys are the same");
 }
 
 } // namespace fuzz

@@ -1,6 +1,6 @@
 #include "tests/windows/Row.h"
 
-#include "host/ComOptions.h"
+#include "host/ComServer.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/UniqueName.h"

@@ -20,23 +20,23 @@ std::wstring Nested(std::size_t levels)
 
 TEST(ScriptParser, ReadsBlocksUpToTheDeepestLevel)
 {
-    const auto keys = ScriptParser(Nested(ScriptParser::MostLevels), {}).Parse();
+    const auto keys = ParseScript(Nested(MostScriptLevels), {});
     ASSERT_TRUE(keys);
     std::size_t depth = 0;
     for (const auto* level = &*keys; !level->empty(); level = &level->front().children) {
         ++depth;
     }
-    EXPECT_EQ(depth, ScriptParser::MostLevels - 1);
+    EXPECT_EQ(depth, MostScriptLevels - 1);
 }
 
 TEST(ScriptParser, RefusesABlockBeyondTheDeepestLevel)
 {
-    EXPECT_FALSE(ScriptParser(Nested(ScriptParser::MostLevels + 1), {}).Parse());
+    EXPECT_FALSE(ParseScript(Nested(MostScriptLevels + 1), {}));
 }
 
 TEST(ScriptParser, RefusesBlocksThatWouldFillTheStack)
 {
-    EXPECT_FALSE(ScriptParser(Nested(1'000'000), {}).Parse());
+    EXPECT_FALSE(ParseScript(Nested(1'000'000), {}));
 }
 
 TEST(ScriptParser, CountsOpenBlocksOnly)
@@ -45,7 +45,7 @@ TEST(ScriptParser, CountsOpenBlocksOnly)
     for (int key = 0; key < 100; ++key) {
         text += L"Key { } ";
     }
-    const auto keys = ScriptParser(text + L"}", {}).Parse();
+    const auto keys = ParseScript(text + L"}", {});
     ASSERT_TRUE(keys);
     EXPECT_EQ(keys->size(), 100u);
 }

@@ -1,6 +1,5 @@
 #include "host/BoundedStep.h"
 
-#include "host/CDebugOptionsLock.h"
 #include "host/TraceFrontEnd.h"
 #include "tests/support/PatchedImport.h"
 #include "tests/support/TestSupport.h"

@@ -1,6 +1,5 @@
 #include "host/CMorvaneUSBRouter.h"
 
-#include "host/CDebugOptionsLock.h"
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/AllocationCount.h"
 #include "tests/support/PipeClient.h"

@@ -1,4 +1,4 @@
-#include "host/ComOptions.h"
+#include "host/ComServer.h"
 
 #include <gtest/gtest.h>
 #include <objbase.h>

@@ -1,6 +1,5 @@
 #include "host/PortTable.h"
 
-#include "host/CDebugOptionsLock.h"
 #include "ports/CCDevicePortPipe.h"
 #include "tests/support/PipeClient.h"
 #include "tests/support/TestSupport.h"

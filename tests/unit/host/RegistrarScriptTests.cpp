@@ -10,8 +10,8 @@ namespace {
 class Script : public testing::Test
 {
 protected:
-    HRESULT Register(const std::wstring& text) { return Run(text, &RegistrarScript::Register); }
-    HRESULT Unregister(const std::wstring& text) { return Run(text, &RegistrarScript::Unregister); }
+    HRESULT Register(const std::wstring& text) { return Run(text, &WriteKeys); }
+    HRESULT Unregister(const std::wstring& text) { return Run(text, &RemoveKeys); }
 
     std::optional<std::wstring> Value(const std::wstring& path, const wchar_t* name = nullptr) const
     {
@@ -28,14 +28,12 @@ protected:
     }
     HKEY Classes() const { return m_root.Get(); }
 
-    RegistrarScript::Replacements m_replacements;
+    ScriptReplacements m_replacements;
 
 private:
-    HRESULT Run(const std::wstring& text, HRESULT (RegistrarScript::*run)(HKEY, REGSAM) const)
+    HRESULT Run(const std::wstring& text, decltype(&WriteKeys) run)
     {
-        RegistrarScript script;
-        const HRESULT result = script.Parse(text, m_replacements);
-        return SUCCEEDED(result) ? (script.*run)(Classes(), KEY_WOW64_64KEY) : result;
+        return run(Classes(), ParseScript(text, m_replacements).value(), KEY_WOW64_64KEY);
     }
 
     const support::RegistryRoot m_root{HKEY_CLASSES_ROOT};
@@ -157,10 +155,9 @@ TEST_F(Script, QuotedWordsHoldBlanksBracesAndQuotes)
 class MalformedScript : public Script, public testing::WithParamInterface<const wchar_t*>
 {};
 
-TEST_P(MalformedScript, IsRefusedBeforeAnythingIsWritten)
+TEST_P(MalformedScript, IsRefusedAsAWhole)
 {
-    EXPECT_EQ(Register(GetParam()), HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
-    EXPECT_FALSE(Exists(L"Good"));
+    EXPECT_EQ(ParseScript(GetParam(), m_replacements), std::nullopt);
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, MalformedScript,
@@ -176,9 +173,8 @@ TEST_F(Script, AFailingStepGivesItsResultAndEndsTheWriting)
     // No key can be written below one that is marked for deletion by its owner.
     const auto doomed = Create(L"Doomed");
     ::RegDeleteTreeW(Classes(), L"Doomed");
-    RegistrarScript script;
-    ASSERT_EQ(script.Parse(L"HKCR { A B }", {}), S_OK);
-    EXPECT_EQ(script.Register(doomed.Get(), KEY_WOW64_64KEY), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+    const auto keys = ParseScript(L"HKCR { A B }", {}).value();
+    EXPECT_EQ(WriteKeys(doomed.Get(), keys, KEY_WOW64_64KEY), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
 }
 
 } // namespace

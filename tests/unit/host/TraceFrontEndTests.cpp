@@ -1,4 +1,4 @@
-#include "host/CDebugOptionsLock.h"
+#include "host/TraceFrontEnd.h"
 #include "tests/unit/host/RecordingOutput.h"
 #include "trace/Trace.h"
 
