@@ -1,8 +1,7 @@
 // The module: owns everything else in the process, builds it, runs the message loop and takes it down in order.
 //
-// The main thread runs all of it. The transport's threads reach the port table, the configuration and the host
-// watch only (TransportHost); what they use there is either fixed before the transport exists or locked by its
-// owner.
+// The main thread runs all of it. The transport's threads reach only what TransportHost lists; that is fixed
+// before the transport exists or locked by its owner.
 #pragma once
 
 #include "diag/CDebugOptionDlg.h"
@@ -50,9 +49,8 @@ public:
     CCommunicationDriver* Transport() override { return m_transport.get(); }
     PortOptions OptionsOfPorts() const override { return m_configuration.OptionsOfPorts(); }
     IDeviceNames& Names() override { return m_configuration; }
-    void AddServerLock() override { m_server.AddLock(); }
-    void ReleaseServerLock() override { m_server.ReleaseLock(); }
-    bool IsStopping() const override { return m_server.IsStopping(); }
+    void AddServerLock() override { m_server.AddServerLock(); }
+    void ReleaseServerLock() override { m_server.ReleaseServerLock(); }
 
     // IDebugOptionsHost
     const DebugOptionsMap& DeviceOptions() const override { return m_configuration.DeviceOptions(); }

@@ -182,9 +182,7 @@ HRESULT CMorvaneUSBRouter::Invoke(DISPID id, REFIID /*reserved*/, LCID /*languag
                                   UINT* badArgument) noexcept
 {
     const HRESULT loaded = NeedTypeInfo();
-    if (FAILED(loaded)) {
-        return loaded;
-    }
-    return m_typeInfo->Invoke(static_cast<IMorvaneUSBRouter*>(this), id, flags, parameters, result, exception,
-                              badArgument);
+    return SUCCEEDED(loaded) ? m_typeInfo->Invoke(static_cast<IMorvaneUSBRouter*>(this), id, flags, parameters,
+                                                  result, exception, badArgument)
+                             : loaded;
 }

@@ -28,7 +28,7 @@ HRESULT SetComOptions() noexcept
     return SetComOptions(*options);
 }
 
-HRESULT CMorvaneUSBRouterFactory::QueryInterface(REFIID id, void** object) noexcept
+HRESULT ComServer::QueryInterface(REFIID id, void** object) noexcept
 {
     if (object == nullptr) {
         return E_POINTER;
@@ -41,7 +41,7 @@ HRESULT CMorvaneUSBRouterFactory::QueryInterface(REFIID id, void** object) noexc
     return S_OK;
 }
 
-HRESULT CMorvaneUSBRouterFactory::CreateInstance(IUnknown* outer, REFIID id, void** object) noexcept
+HRESULT ComServer::CreateInstance(IUnknown* outer, REFIID id, void** object) noexcept
 {
     if (object == nullptr) {
         return E_POINTER;
@@ -50,7 +50,7 @@ HRESULT CMorvaneUSBRouterFactory::CreateInstance(IUnknown* outer, REFIID id, voi
     if (outer != nullptr) {
         return CLASS_E_NOAGGREGATION;
     }
-    if (m_host.IsStopping()) {
+    if (m_isStopping) {
         return CO_E_SERVER_STOPPING;
     }
     auto* const router = new (std::nothrow) CMorvaneUSBRouter(m_host);
@@ -63,14 +63,14 @@ HRESULT CMorvaneUSBRouterFactory::CreateInstance(IUnknown* outer, REFIID id, voi
     return result;
 }
 
-HRESULT CMorvaneUSBRouterFactory::LockServer(BOOL lock) noexcept
+HRESULT ComServer::LockServer(BOOL lock) noexcept
 {
     if (!lock) {
-        m_host.ReleaseServerLock();
-    } else if (m_host.IsStopping()) {
+        ReleaseServerLock();
+    } else if (m_isStopping) {
         return CO_E_SERVER_STOPPING;
     } else {
-        m_host.AddServerLock();
+        AddServerLock();
     }
     return S_OK;
 }
@@ -79,11 +79,11 @@ HRESULT ComServer::RegisterClassObjects() noexcept
 {
     m_setOptions();   // refused by a Windows that does not know them: it then keeps its own way
     DWORD cookie = 0; // for revoking, which never happens
-    return ::CoRegisterClassObject(__uuidof(MorvaneUSBRouter), &m_factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
+    return ::CoRegisterClassObject(__uuidof(MorvaneUSBRouter), this, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
                                    &cookie);
 }
 
-void ComServer::ReleaseLock() noexcept
+void ComServer::ReleaseServerLock() noexcept
 {
     // At 0 Windows suspends the class object, so that it sends no new client here.
     if (::CoReleaseServerProcess() == 0) {

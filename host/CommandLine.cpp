@@ -19,11 +19,6 @@ constexpr std::array<Switch, 4> Switches{{
     {L"UnregServerPerUser", CommandLineAction::UnregServerPerUser},
 }};
 
-bool IsSameWord(std::wstring_view left, std::wstring_view right) noexcept
-{
-    return left.size() == right.size() && ::_wcsnicmp(left.data(), right.data(), left.size()) == 0;
-}
-
 } // namespace
 
 CommandLineAction ParseCommandLine(const wchar_t* commandLine) noexcept
@@ -37,7 +32,8 @@ CommandLineAction ParseCommandLine(const wchar_t* commandLine) noexcept
         rest.remove_prefix(introducer + 1);
         const std::wstring_view word = rest.substr(0, rest.find_first_of(L" \t"));
         for (const Switch& known : Switches) {
-            if (IsSameWord(word, known.word)) {
+            if (word.size() == known.word.size() && ::_wcsnicmp(word.data(), known.word.data(), word.size()) == 0)
+            {
                 return known.action;
             }
         }

@@ -1,10 +1,8 @@
-// The settings that the router keeps in the registry: module values, products and the debug options of its
-// devices.
+// The settings in the registry: module values, products and the debug options of the devices.
 //
 // The main thread reads them at start-up and changes them; the product table does not change once the transport is
 // there, so the transport's threads look products up without a lock. Registry failures are silent: the defaults
-// stay, or nothing is written. A user who may not write below HKEY_LOCAL_MACHINE has the settings that stand
-// there.
+// stay, or nothing is written.
 #pragma once
 
 #include "diag/CDebugOption.h"
@@ -26,7 +24,7 @@ public:
     ConfigurationStore(const ConfigurationStore&) = delete;
     ConfigurationStore& operator=(const ConfigurationStore&) = delete;
 
-    /// Reads everything. Main thread, before the transport exists. Throws std::bad_alloc.
+    /// Reads everything, once. Main thread, before the transport exists. Throws std::bad_alloc.
     void LoadConfiguration();
 
     // IProducts
@@ -34,8 +32,7 @@ public:
     /// By the table; by the built-in list when the table is empty.
     bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const noexcept override;
 
-    /// Gives a device that has no record one of that name, and saves it. Does nothing when the settings may not be
-    /// written. Main thread. Throws std::bad_alloc.
+    /// Gives a device that has no record one of that name, and saves it; nothing when settings may not be written.
     void RegisterDeviceName(const std::wstring& name, std::int32_t device) override;
 
     /// Takes the settings (the records unless there are none) and saves them. What cannot be written holds until

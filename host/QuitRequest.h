@@ -1,13 +1,12 @@
-// The wish that the router end.
+// A request to end the process.
 #pragma once
 
 #include "win32/Windows.h"
 
 #include <atomic>
 
-/// Any thread may post it; the main thread's message loop ends by the WM_QUIT. A menu that is open, or a window
-/// that is being moved, has a loop of its own that may take the message and not pass it on. So the request is
-/// kept, and the main thread repeats the message while it is still there to do so.
+/// Any thread may post it; WM_QUIT ends the main thread's message loop. The loop of an open menu or of a window
+/// that is moved may take the message for itself, so the request is kept and the main thread repeats the message.
 class QuitRequest
 {
 public:

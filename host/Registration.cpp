@@ -10,7 +10,90 @@
 
 namespace {
 
-constexpr wchar_t ApplicationId[] = L"{2D9F6A71-C04E-4B38-A5E2-91F7B3C8D605}";
+using Key = RegistrationKey;
+
+/// Success when there was nothing to remove.
+HRESULT Removed(LSTATUS status)
+{
+    return status == ERROR_FILE_NOT_FOUND ? S_OK : HRESULT_FROM_WIN32(status);
+}
+
+/// Removes a key with all that lies below it.
+HRESULT RemoveTree(HKEY parent, const std::wstring& name, REGSAM view)
+{
+    {
+        win32::RegistryKey handle;
+        const LSTATUS status =
+            win32::RegistryKey::Open(parent, name.c_str(), KEY_READ | KEY_WRITE | DELETE | view, handle);
+        if (status != ERROR_SUCCESS) {
+            return Removed(status);
+        }
+        // What lies below an opened key is in its view ("Accessing an Alternate Registry View").
+        const HRESULT result = Removed(::RegDeleteTreeW(handle.Get(), nullptr));
+        if (FAILED(result)) {
+            return result;
+        }
+    }
+    return Removed(::RegDeleteKeyExW(parent, name.c_str(), view, 0));
+}
+
+HRESULT WriteContents(const win32::RegistryKey& handle, const Key& key, REGSAM view)
+{
+    LSTATUS status = key.defaultValue ? handle.WriteString(nullptr, *key.defaultValue) : ERROR_SUCCESS;
+    for (auto value = key.values.begin(); status == ERROR_SUCCESS && value != key.values.end(); ++value) {
+        status = handle.WriteString(value->first.c_str(), value->second);
+    }
+    return status == ERROR_SUCCESS ? WriteKeys(handle.Get(), key.children, view) : HRESULT_FROM_WIN32(status);
+}
+
+HRESULT WriteKey(HKEY parent, const Key& key, REGSAM view)
+{
+    if (key.removal == Key::Removal::WithContents) {
+        if (const HRESULT removed = RemoveTree(parent, key.name, view); FAILED(removed)) {
+            return removed;
+        }
+    }
+    win32::RegistryKey handle;
+    const LSTATUS status =
+        win32::RegistryKey::Create(parent, key.name.c_str(), KEY_READ | KEY_WRITE | view, handle);
+    return status == ERROR_SUCCESS ? WriteContents(handle, key, view) : HRESULT_FROM_WIN32(status);
+}
+
+bool IsEmpty(HKEY key)
+{
+    DWORD subkeys = 0;
+    return ::RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, nullptr, nullptr,
+                              nullptr, nullptr, nullptr) == ERROR_SUCCESS &&
+           subkeys == 0;
+}
+
+/// Removes what the script put into the key; keys that others put there stay.
+HRESULT RemoveKey(HKEY parent, const Key& key, REGSAM view)
+{
+    if (key.removal == Key::Removal::WithContents) {
+        return RemoveTree(parent, key.name, view);
+    }
+    HRESULT result = S_OK; // the first failure
+    bool empty = false;
+    {
+        win32::RegistryKey handle;
+        const LSTATUS status =
+            win32::RegistryKey::Open(parent, key.name.c_str(), KEY_READ | KEY_WRITE | view, handle);
+        if (status != ERROR_SUCCESS) {
+            return Removed(status);
+        }
+        result = RemoveKeys(handle.Get(), key.children, view);
+        for (const auto& entry : key.values) {
+            const HRESULT removed = Removed(::RegDeleteValueW(handle.Get(), entry.first.c_str()));
+            result = SUCCEEDED(result) ? removed : result;
+        }
+        empty = IsEmpty(handle.Get());
+    }
+    if (SUCCEEDED(result) && empty && key.removal == Key::Removal::IfEmpty) {
+        result = Removed(::RegDeleteKeyExW(parent, key.name.c_str(), view, 0));
+    }
+    return result;
+}
 
 /// LocalServer32 holds a command line: a path with a blank in it must stand in quotes, or Windows would look for a
 /// program at each of its blanks. Any other path stands as it is.
@@ -19,17 +102,7 @@ std::wstring CommandFor(const std::wstring& modulePath)
     return modulePath.find(L' ') != std::wstring::npos ? L'"' + modulePath + L'"' : modulePath;
 }
 
-ScriptReplacements ReplacementsOfScripts(const std::wstring& path)
-{
-    return {
-        {L"APPID", ApplicationId},
-        {L"MODULE", CommandFor(path)},
-        {L"MODULE_RAW", path},
-        {L"FOLDER", path.substr(0, path.rfind(L'\\'))},
-    };
-}
-
-HRESULT LoadScript(int resource, const std::wstring& modulePath, std::vector<RegistrationKey>& keys)
+HRESULT LoadScript(int resource, const std::wstring& modulePath, std::vector<Key>& keys)
 {
     const HRSRC found = ::FindResourceW(nullptr, MAKEINTRESOURCEW(resource), L"REGISTRY");
     const HGLOBAL loaded = found != nullptr ? ::LoadResource(nullptr, found) : nullptr;
@@ -38,7 +111,10 @@ HRESULT LoadScript(int resource, const std::wstring& modulePath, std::vector<Reg
     }
     const std::string_view text(static_cast<const char*>(::LockResource(loaded)),
                                 ::SizeofResource(nullptr, found));
-    auto read = ParseScript(win32::FromAnsi(text), ReplacementsOfScripts(modulePath));
+    auto read = ParseScript(win32::FromAnsi(text), {{L"APPID", L"{2D9F6A71-C04E-4B38-A5E2-91F7B3C8D605}"},
+                                                    {L"MODULE", CommandFor(modulePath)},
+                                                    {L"MODULE_RAW", modulePath},
+                                                    {L"FOLDER", modulePath.substr(0, modulePath.rfind(L'\\'))}});
     if (!read) {
         return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
     }
@@ -75,6 +151,25 @@ HRESULT Run(decltype(&WriteKeys) run, RegistrationHive hive, const RegistrationP
 }
 
 } // namespace
+
+HRESULT WriteKeys(HKEY parent, const std::vector<Key>& keys, REGSAM view)
+{
+    HRESULT result = S_OK;
+    for (auto key = keys.begin(); SUCCEEDED(result) && key != keys.end(); ++key) {
+        result = WriteKey(parent, *key, view);
+    }
+    return result;
+}
+
+HRESULT RemoveKeys(HKEY parent, const std::vector<Key>& keys, REGSAM view)
+{
+    HRESULT first = S_OK;
+    for (const Key& key : keys) {
+        const HRESULT result = RemoveKey(parent, key, view);
+        first = SUCCEEDED(first) ? result : first;
+    }
+    return first;
+}
 
 HRESULT ReadRegistration(const std::wstring& modulePath, std::vector<RegistrationPart>& parts)
 {

@@ -21,6 +21,4 @@ public:
     /// One for each thing that keeps the process alive. The last release ends it.
     virtual void AddServerLock() = 0;
     virtual void ReleaseServerLock() = 0;
-    /// True once the last lock was released: nothing may come to life any more.
-    virtual bool IsStopping() const = 0;
 };

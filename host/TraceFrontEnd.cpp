@@ -5,16 +5,6 @@
 #include <array>
 #include <cstdio>
 
-TraceFrontEnd::TraceFrontEnd(ITraceOutput& output) : m_output(output)
-{
-    InstallTraceSink(*this);
-}
-
-TraceFrontEnd::~TraceFrontEnd()
-{
-    RemoveTraceSink(*this);
-}
-
 void TraceFrontEnd::Publish(const DebugOptionsMap& options)
 {
     m_options.ResetAll();

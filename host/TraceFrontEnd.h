@@ -47,8 +47,8 @@ class TraceFrontEnd final : public ITraceSink
 public:
     static constexpr std::size_t MaximumLineLength = 2055;
 
-    explicit TraceFrontEnd(ITraceOutput& output);
-    ~TraceFrontEnd();
+    explicit TraceFrontEnd(ITraceOutput& output) : m_output(output) { InstallTraceSink(*this); }
+    ~TraceFrontEnd() { RemoveTraceSink(*this); }
     TraceFrontEnd(const TraceFrontEnd&) = delete;
     TraceFrontEnd& operator=(const TraceFrontEnd&) = delete;
 

@@ -8,11 +8,21 @@
 
 namespace {
 
+/// Whether WM_QUIT waits in this thread's queue.
+bool QuitIsPosted()
+{
+    MSG message{};
+    return ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE) != FALSE;
+}
+
 class Factory : public testing::Test
 {
 protected:
+    ~Factory() override { QuitIsPosted(); } // none is left to the next test
+
     FakeRouterHost m_host;
-    CMorvaneUSBRouterFactory m_factory{m_host};
+    QuitRequest m_quit{::GetCurrentThreadId()};
+    ComServer m_factory{m_host, m_quit};
 };
 
 TEST_F(Factory, CreatesObjectsThatHoldALock)
@@ -42,10 +52,12 @@ TEST_F(Factory, RefusesAggregationAndNoResult)
 
 TEST_F(Factory, LockServerCountsLikeAnObject)
 {
+    m_factory.AddServerLock(); // an object's
     EXPECT_EQ(m_factory.LockServer(TRUE), S_OK);
-    EXPECT_EQ(m_host.locks, 1);
+    m_factory.ReleaseServerLock();
+    EXPECT_FALSE(m_factory.IsStopping());
     EXPECT_EQ(m_factory.LockServer(FALSE), S_OK);
-    EXPECT_EQ(m_host.locks, 0);
+    EXPECT_TRUE(m_factory.IsStopping());
 }
 
 TEST_F(Factory, AnActivationThatArrivesAfterTheLastReleaseIsToldSo)
@@ -56,7 +68,7 @@ TEST_F(Factory, AnActivationThatArrivesAfterTheLastReleaseIsToldSo)
     EXPECT_EQ(m_factory.CreateInstance(nullptr, __uuidof(IMorvaneUSBRouter), &object), CO_E_SERVER_STOPPING);
     EXPECT_EQ(object, nullptr);
     EXPECT_EQ(m_factory.LockServer(TRUE), CO_E_SERVER_STOPPING);
-    EXPECT_EQ(m_host.locks, 0);
+    EXPECT_EQ(m_host.locks, 0) << "no object came to life";
 }
 
 TEST_F(Factory, OffersItsTwoInterfacesAndNoOther)
@@ -69,13 +81,6 @@ TEST_F(Factory, OffersItsTwoInterfacesAndNoOther)
     EXPECT_EQ(found, nullptr);
 }
 
-/// Whether WM_QUIT waits in this thread's queue.
-bool QuitIsPosted()
-{
-    MSG message{};
-    return ::PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE) != FALSE;
-}
-
 TEST(ServerLocks, OnlyTheLastReleasePostsQuitToTheMainThread)
 {
     FakeRouterHost host;
@@ -83,13 +88,13 @@ TEST(ServerLocks, OnlyTheLastReleasePostsQuitToTheMainThread)
     ComServer server(host, quit);
     MSG message{};
     ::PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
-    server.AddLock();
-    server.AddLock();
-    server.ReleaseLock();
+    server.AddServerLock();
+    server.AddServerLock();
+    server.ReleaseServerLock();
     EXPECT_FALSE(server.IsStopping());
     EXPECT_FALSE(QuitIsPosted());
     EXPECT_FALSE(quit.IsWanted());
-    server.ReleaseLock();
+    server.ReleaseServerLock();
     EXPECT_TRUE(server.IsStopping());
     EXPECT_TRUE(QuitIsPosted());
     EXPECT_TRUE(quit.IsWanted());

@@ -23,18 +23,12 @@ public:
         }
     }
     void AddServerLock() override { ++locks; }
-    void ReleaseServerLock() override
-    {
-        --locks;
-        stopping = stopping || locks == 0;
-    }
-    bool IsStopping() const override { return stopping; }
+    void ReleaseServerLock() override { --locks; }
 
     FakeTransport transport;
     PortTable ports;
     PortOptions portOptions;
     std::vector<std::pair<std::wstring, std::int32_t>> names;
     bool namingFails = false;
-    int locks = 0;
-    bool stopping = false;
+    int locks = 0; // of objects
 };

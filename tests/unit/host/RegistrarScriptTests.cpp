@@ -1,4 +1,4 @@
-#include "host/RegistrarScript.h"
+#include "host/Registration.h"
 
 #include "tests/support/TestSupport.h"
 #include "win32/RegistryKey.h"
