@@ -58,8 +58,9 @@ morvane_module(diag USES trace win32 SOURCES
     CDebugOption.cpp CDebugOptionDlg.cpp CDebugThread.cpp CDebugWindow.cpp DebugList.cpp LogFile.cpp TimeStamp.cpp
     TraceQueue.cpp TracerWorker.cpp TrayIcon.cpp)
 morvane_module(host USES diag ports transport firmware usb packet trace win32 SOURCES
-    CMorvanePortRouterModule.cpp CMorvaneUSBRouter.cpp CommandLine.cpp ComServer.cpp ConfigurationStore.cpp
-    HostWatch.cpp PortTable.cpp Registration.cpp ScriptParser.cpp TraceFrontEnd.cpp TraceOptionsTable.cpp)
+    BoundedStep.cpp CMorvanePortRouterModule.cpp CMorvaneUSBRouter.cpp CommandLine.cpp ComServer.cpp
+    ConfigurationStore.cpp HostWatch.cpp PortTable.cpp Registration.cpp ScriptParser.cpp TraceFrontEnd.cpp
+    TraceOptionsTable.cpp)
 
 # Resources of the program: also linked into the test programs that need its dialogs and scripts.
 set(resource_script ${PROJECT_SOURCE_DIR}/host/MorvanePortRouter.rc)

@@ -5,13 +5,6 @@ CDebugThread::Owner CDebugThread::Create(const TracerSurroundings& surroundings)
     return Owner(new CDebugThread(surroundings));
 }
 
-void CDebugThread::Deleter::operator()(CDebugThread* tracer) const noexcept
-{
-    if (tracer->Stop()) {
-        delete tracer;
-    }
-}
-
 CDebugThread::CDebugThread(const TracerSurroundings& surroundings)
     : m_surroundings(surroundings), m_file(surroundings.Disk)
 {

@@ -30,7 +30,12 @@ public:
     /// purpose, since its thread may still come back to it.
     struct Deleter
     {
-        void operator()(CDebugThread* tracer) const noexcept;
+        void operator()(CDebugThread* tracer) const noexcept
+        {
+            if (tracer->Stop()) {
+                delete tracer;
+            }
+        }
     };
     using Owner = std::unique_ptr<CDebugThread, Deleter>;
 

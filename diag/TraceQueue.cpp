@@ -3,6 +3,8 @@
 #include "diag/TimeStamp.h"
 #include "trace/Trace.h"
 
+#include <array>
+#include <cstdio>
 #include <utility>
 
 void TraceQueue::Push(std::uint32_t mask, std::string text, Stamp stamp)
@@ -61,8 +63,9 @@ bool TraceQueue::DiscardOverflow(bool report)
     const std::size_t count = discarded.size() + std::exchange(m_uncounted, 0);
     m_data.Reset();
     if (report) {
-        std::string text = "Buffer overflow, removing " + std::to_string(count) + " entries";
-        Append(CDebugEntry{std::string(TimeStampLength, ' ') + text, true, true}, Stamp::Now);
+        std::array<char, 80> text{};
+        std::snprintf(text.data(), text.size(), "Buffer overflow, removing %d entries", static_cast<int>(count));
+        Append(CDebugEntry{std::string(TimeStampLength, ' ') + text.data(), true, true}, Stamp::Now);
     }
     return true;
 }

@@ -7,6 +7,7 @@
 #include "trace/Trace.h"
 
 #include <array>
+#include <cstdio>
 #include <exception>
 
 namespace {
@@ -184,7 +185,10 @@ void CDebugThread::EndLog() noexcept
             ProcessEntries(EntriesAtEnd);
             if (const std::size_t lost = m_queue.Size(); lost != 0) {
                 // With a blank before the line end, as the log's readers know it.
-                m_file.Write("********* " + std::to_string(lost) + " Entries Not Yet Processed ********* \r\n");
+                std::array<char, 80> text{};
+                std::snprintf(text.data(), text.size(), "********* %d Entries Not Yet Processed ********* \r\n",
+                              static_cast<int>(lost));
+                m_file.Write(text.data());
             }
             m_file.Close();
         }
@@ -202,8 +206,7 @@ void CDebugThread::OnSessionEnd() noexcept
     if (std::exchange(m_sessionEnds, true)) {
         return;
     }
-    // Called when the dialog's window procedure has returned, or the dialog was destroyed before it got the
-    // message.
+    // When the dialog's window procedure has returned, or the dialog was destroyed before it got the message.
     const SENDASYNCPROC routerEnded = [](HWND, UINT, ULONG_PTR tracer, LRESULT) noexcept {
         reinterpret_cast<CDebugThread*>(tracer)->m_routerEnded = true;
     };
