@@ -175,6 +175,10 @@ TEST_F(Script, AFailingStepGivesItsResultAndEndsTheWriting)
     ::RegDeleteTreeW(Classes(), L"Doomed");
     const auto keys = ParseScript(L"HKCR { A B }", {}).value();
     EXPECT_EQ(WriteKeys(doomed.Get(), keys, KEY_WOW64_64KEY), HRESULT_FROM_WIN32(ERROR_KEY_DELETED));
+    // No key has a name of 300 characters.
+    const auto tooLong = ParseScript(L"HKCR { " + std::wstring(300, L'K') + L" After }", {}).value();
+    EXPECT_TRUE(FAILED(WriteKeys(Classes(), tooLong, KEY_WOW64_64KEY)));
+    EXPECT_FALSE(Exists(L"After"));
 }
 
 } // namespace
