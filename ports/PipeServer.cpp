@@ -38,15 +38,6 @@ PipeServer::PipeServer(const PortSettings& settings)
 {
 }
 
-HANDLE PipeServer::CreatePipeInstance() const
-{
-    const auto outSize = static_cast<DWORD>(m_settings.readBufferSize);
-    const auto inSize = static_cast<DWORD>(m_settings.writeBufferSize);
-    const DWORD mode = m_security ? PipeMode | PIPE_REJECT_REMOTE_CLIENTS : PipeMode;
-    return ::CreateNamedPipeA(m_fullName.c_str(), OpenMode, mode, 1, outSize, inSize, 0,
-                              m_security ? m_security->Attributes() : nullptr);
-}
-
 void PipeServer::Create()
 {
     const std::int32_t channel = m_settings.address.deviceType;
@@ -56,7 +47,11 @@ void PipeServer::Create()
               static_cast<int>(m_security->Error()));
         return;
     }
-    m_pipe.Reset(CreatePipeInstance());
+    const auto outSize = static_cast<DWORD>(m_settings.readBufferSize);
+    const auto inSize = static_cast<DWORD>(m_settings.writeBufferSize);
+    const DWORD mode = m_security ? PipeMode | PIPE_REJECT_REMOTE_CLIENTS : PipeMode;
+    m_pipe.Reset(::CreateNamedPipeA(m_fullName.c_str(), OpenMode, mode, 1, outSize, inSize, 0,
+                                    m_security ? m_security->Attributes() : nullptr));
     Trace(channel, trace::DevicePipe, "(%s) Pipe Created %d th time, waiting for connection...", ShownName(),
           m_creations++);
     if (m_pipe) {

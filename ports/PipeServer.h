@@ -37,8 +37,6 @@ public:
     win32::Expectation ExpectConnect() const noexcept { return m_connect.Expected(); }
 
 private:
-    HANDLE CreatePipeInstance() const;
-
     const PortSettings& m_settings;
     const std::string m_fullName;
     const std::string m_shownName;
