@@ -24,9 +24,6 @@ public:
     /// Names the trace channels 0 and -1 in `names`. `transport` must outlive this.
     FirmwareDownloader(IFirmwareTransport& transport, IDeviceNames& names,
                        FirmwareSurroundings surroundings = FirmwareSurroundings::OfThisProcess());
-    ~FirmwareDownloader() override = default;
-    FirmwareDownloader(const FirmwareDownloader&) = delete;
-    FirmwareDownloader& operator=(const FirmwareDownloader&) = delete;
 
     /// Replaces the image by the product's file, if there is one; returns whether an image was loaded. Bootloader
     /// version 1 is sent the whole image without waiting for acknowledgements, from now on. Command thread.

@@ -25,8 +25,6 @@ public:
         : m_device(device), m_limits(limits), m_descriptor(descriptor), m_in(descriptor.IsIn())
     {
     }
-    CCyUSBEndPoint(const CCyUSBEndPoint&) = delete;
-    CCyUSBEndPoint& operator=(const CCyUSBEndPoint&) = delete;
 
     // The order of the virtual operations is part of the interface.
 

@@ -15,13 +15,8 @@ namespace usb {
 
 using ByteSpan = std::span<const std::uint8_t>;
 
-enum class DescriptorType : std::uint8_t {
-    Device = 1,
-    Configuration = 2,
-    String = 3,
-    Interface = 4,
-    Endpoint = 5
-};
+/// A descriptor's second byte.
+enum class DescriptorType : std::uint8_t { Device = 1, Configuration, String, Interface, Endpoint };
 
 /// The low two bits of an endpoint's attributes.
 enum class TransferType : std::uint8_t { Control = 0, Isochronous = 1, Bulk = 2, Interrupt = 3 };

@@ -26,8 +26,6 @@ public:
         : m_stop(stop), m_answerMs(answerMs), m_cancelMs(cancelMs)
     {
     }
-    CallLimits(const CallLimits&) = delete;
-    CallLimits& operator=(const CallLimits&) = delete;
 
     /// For devices without a stop.
     static CallLimits& WithoutStop() noexcept;

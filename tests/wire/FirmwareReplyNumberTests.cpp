@@ -40,6 +40,13 @@ TEST(FirmwareReplyNumbers, MayCarryASign)
     EXPECT_EQ(FirstChunk("RECEIVE_READY -100 29"), std::nullopt);
 }
 
+TEST(FirmwareReplyNumbers, AreMissingWhenMoreThanOneSignStandsThere)
+{
+    for (const char* const chunk : {"+-29", "-+29", "++29", "--29", "+", "-", "+ 29"}) {
+        EXPECT_EQ(FirstChunk(std::string("RECEIVE_READY 100 ") + chunk), std::nullopt) << chunk;
+    }
+}
+
 TEST(FirmwareReplyNumbers, StopAtTheFirstByteThatIsNoDigit)
 {
     EXPECT_EQ(FirstChunk("RECEIVE_READY 100 29abc"), 20U);
