@@ -84,8 +84,8 @@ protected:
     std::vector<Awaited> m_awaited; // of several completed operations the first comes first
     Bytes m_readBuffer;
     Bytes m_writing;
-    win32::FileHandle m_file; // the pipe, or the remote control of the driver
-    win32::OverlappedOperation m_read;
+    win32::FileHandle m_file;          // the pipe, or the remote control of the driver
+    win32::OverlappedOperation m_read; // cancelled before the file and the buffers are gone, as the next
     win32::OverlappedOperation m_write;
 
 private:

@@ -99,8 +99,9 @@ void Output::QueueJoined(const ResponsePlan& plan, Bytes bytes, Time now)
     const bool fits = last != nullptr && last->bytes.size() + bytes.size() <= m_script.largestWrite;
     if (fits && last->room != 0 && (last->room != AnyNumber || plan.mergeOf == 0)) {
         last->bytes.insert(last->bytes.end(), bytes.begin(), bytes.end());
-        if (last->room != AnyNumber && --last->room == 0) {
-            last->due = now;
+        if (last->room != AnyNumber) {
+            --last->room;
+            last->due = last->room == 0 ? now : last->due;
         }
     } else if (plan.mergeOf == 0) {
         m_stream.push_back({.bytes = std::move(bytes), .due = now, .room = AnyNumber});

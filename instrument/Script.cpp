@@ -23,7 +23,7 @@ template <class Target>
 struct Phrase
 {
     std::string_view syntax;
-    const char* help;
+    std::string_view help;
     void (*read)(Lexer& in, Target& target);
 };
 
@@ -329,9 +329,9 @@ std::string HelpOf(const std::vector<Phrase<Target>>& phrases, std::size_t inden
     for (const Phrase<Target>& phrase : phrases) {
         std::string line = std::string(indent, ' ').append(phrase.syntax);
         line.resize(std::max(line.size() + 2, Column), ' ');
-        for (const char* at = phrase.help; *at != '\0'; ++at) {
-            line += *at;
-            line.append(*at == '\n' ? Column : 0, ' ');
+        for (const char each : phrase.help) {
+            line += each;
+            line.append(each == '\n' ? Column : 0, ' ');
         }
         text += line + '\n';
     }
