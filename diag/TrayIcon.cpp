@@ -53,24 +53,6 @@ std::wstring TrayIcon::StateText(std::int32_t speed) const
     return text.data();
 }
 
-void TrayIcon::RemoveTrayIcon()
-{
-    m_enabled = false;
-    Notify(NIM_DELETE);
-}
-
-void TrayIcon::SetTooltip(const std::wstring& text)
-{
-    m_tooltip = text;
-    Notify(NIM_MODIFY);
-}
-
-void TrayIcon::SetIcon(UINT resourceId)
-{
-    m_iconId = resourceId;
-    Notify(NIM_MODIFY);
-}
-
 void TrayIcon::SetTimerState(bool on, UINT interval)
 {
     if (m_timer != 0) {
@@ -87,13 +69,6 @@ void TrayIcon::EnableTray(bool on)
         RemoveTrayIcon();
     } else if (!::IsWindowVisible(m_window)) {
         m_enabled = true;
-        Notify(NIM_ADD);
-    }
-}
-
-void TrayIcon::Restore()
-{
-    if (m_enabled) {
         Notify(NIM_ADD);
     }
 }

@@ -34,11 +34,28 @@ public:
     void Refresh();
 
     /// Puts the icon back: for TaskbarCreated, which says that the shell's taskbar was recreated.
-    void Restore();
+    void Restore()
+    {
+        if (m_enabled) {
+            Notify(NIM_ADD);
+        }
+    }
 
-    void RemoveTrayIcon();
-    void SetTooltip(const std::wstring& text);
-    void SetIcon(UINT resourceId);
+    void RemoveTrayIcon()
+    {
+        m_enabled = false;
+        Notify(NIM_DELETE);
+    }
+    void SetTooltip(const std::wstring& text)
+    {
+        m_tooltip = text;
+        Notify(NIM_MODIFY);
+    }
+    void SetIcon(UINT resourceId)
+    {
+        m_iconId = resourceId;
+        Notify(NIM_MODIFY);
+    }
     void SetTimerState(bool on, UINT interval);
     /// On: adds the icon, unless the dialog is visible. Off: ends the timer and removes the icon.
     void EnableTray(bool on);

@@ -60,12 +60,6 @@ void PipeServer::Create()
     }
 }
 
-bool PipeServer::FinishConnect()
-{
-    DWORD unused = 0;
-    return m_connect.Finish(m_pipe.Get(), unused);
-}
-
 void PipeServer::Close()
 {
     m_connect.Cancel();

@@ -20,7 +20,11 @@ public:
     void Create();
 
     /// Whether a client has connected. Only after the event; false leaves the reason in GetLastError().
-    bool FinishConnect();
+    bool FinishConnect()
+    {
+        DWORD unused = 0;
+        return m_connect.Finish(m_pipe.Get(), unused);
+    }
 
     /// Flushes, throws the client out and closes the pipe. FlushFileBuffers blocks until the client has read
     /// everything or is gone. Reads and writes on it must have been cancelled before.

@@ -30,12 +30,6 @@ bool SimulationLink::Open()
     return true;
 }
 
-bool SimulationLink::BeginReading()
-{
-    StartRead();
-    return true;
-}
-
 // A simulator that wrote and left lets the read fail at once. The refusal is then handled like any other failed
 // read.
 void SimulationLink::StartRead()

@@ -21,7 +21,11 @@ public:
 
     const Traits& GetTraits() const noexcept override { return LinkTraits; }
     bool Open() override;
-    bool BeginReading() override;
+    bool BeginReading() override
+    {
+        StartRead();
+        return true;
+    }
     void StopReading() override {}
     void Close() override;
 
