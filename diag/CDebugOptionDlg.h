@@ -15,8 +15,6 @@ class CDebugOptionDlg
 public:
     explicit CDebugOptionDlg(const Shell& shell = {}) noexcept : m_shell(shell), m_tray(shell) {}
     ~CDebugOptionDlg() { Destroy(); }
-    CDebugOptionDlg(const CDebugOptionDlg&) = delete;
-    CDebugOptionDlg& operator=(const CDebugOptionDlg&) = delete;
 
     /// Builds the window, hidden, and puts up the tray icon. `program` has the resources, `host` must outlive the
     /// window. False when Windows refused the window or when there is one already.

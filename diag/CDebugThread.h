@@ -48,12 +48,8 @@ public:
 
     static Owner Create(const TracerSurroundings& surroundings = {});
 
-    CDebugThread(const CDebugThread&) = delete;
-    CDebugThread& operator=(const CDebugThread&) = delete;
-
     /// `filter`: the OR of all masks that lines may come with. `fileName`: bare; null keeps the one there is.
-    /// `limitMB`: size that ends a log file; unchecked, 4096 and more wrap around. Takes effect while running,
-    /// too.
+    /// `limitMB`: size that ends a log file; unchecked, 4096 and more wrap around. Also while it runs.
     void SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append);
 
     /// Whether the debug window may be closed by its system menu. Before Start only.

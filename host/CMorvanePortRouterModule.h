@@ -31,8 +31,6 @@ public:
     explicit CMorvanePortRouterModule(HINSTANCE instance);
     /// Takes down what PostMessageLoop would; only when that was not reached.
     ~CMorvanePortRouterModule() override { TearDown(); }
-    CMorvanePortRouterModule(const CMorvanePortRouterModule&) = delete;
-    CMorvanePortRouterModule& operator=(const CMorvanePortRouterModule&) = delete;
 
     /// The process's exit code, unless the router ran: then it ends the process itself.
     int WinMain(const wchar_t* commandLine);

@@ -21,8 +21,6 @@ class PortTable final : public IPortDirectory
 public:
     PortTable();
     ~PortTable();
-    PortTable(const PortTable&) = delete;
-    PortTable& operator=(const PortTable&) = delete;
 
     /// Null when there is none. Main thread; the port stays until the main thread removes it.
     CCDevicePortPipe* FindPort(PortAddress address) const noexcept;

@@ -49,8 +49,6 @@ public:
 
     explicit TraceFrontEnd(ITraceOutput& output) : m_output(output) { InstallTraceSink(*this); }
     ~TraceFrontEnd() { RemoveTraceSink(*this); }
-    TraceFrontEnd(const TraceFrontEnd&) = delete;
-    TraceFrontEnd& operator=(const TraceFrontEnd&) = delete;
 
     /// The manual-reset event for CDebugOptionsLock; signalled while the options may be read.
     win32::MirroredEvent& Gate() noexcept { return m_gate; }
