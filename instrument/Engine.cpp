@@ -2,7 +2,7 @@
 
 #include "console/Format.h"
 #include "console/HexDump.h"
-#include "instrument/SequencedPayload.h"
+#include "console/SequencedPayload.h"
 
 #include <algorithm>
 

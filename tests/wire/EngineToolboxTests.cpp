@@ -1,6 +1,6 @@
 // Command lines and measurement payloads of the tools.
 #include "console/CommandLine.h"
-#include "instrument/SequencedPayload.h"
+#include "console/SequencedPayload.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "ListenJob.h"
 
-#include "instrument/SequencedPayload.h"
+#include "console/SequencedPayload.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "MeasureJob.h"
 
-#include "instrument/SequencedPayload.h"
+#include "console/SequencedPayload.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 // The built probe, at pipes that the test serves in the router's place (--attach).
 #include "client/RouterAutomation.h"
-#include "instrument/SequencedPayload.h"
+#include "console/SequencedPayload.h"
 #include "tests/support/TempFolder.h"
 #include "tests/unit/tools/FakePort.h"
 #include "tests/unit/tools/ToolRun.h"
