@@ -16,13 +16,13 @@ CDebugThread::CDebugThread(const TracerSurroundings& surroundings)
 
 void CDebugThread::SetOptions(std::uint32_t filter, const wchar_t* fileName, std::uint32_t limitMB, bool append)
 {
-    m_traceFilter = filter;
+    TraceFilter = filter;
     if (fileName != nullptr) {
         const win32::ExclusiveScope lock(m_namesLock);
         m_names.LogFileName = fileName;
     }
-    m_fileSizeLimit = limitMB << 20;
-    m_appendToFile = append;
+    FileSizeLimit = limitMB << 20;
+    AppendToFile = append;
     if (m_threadHeld) {
         m_settings.Set();
     }

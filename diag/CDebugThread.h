@@ -88,7 +88,7 @@ protected:
     virtual unsigned ExitInstance();
 
 private:
-    bool Accepts(std::uint32_t mask) const noexcept { return m_threadHeld && (mask & m_traceFilter) != 0; }
+    bool Accepts(std::uint32_t mask) const noexcept { return m_threadHeld && (mask & TraceFilter) != 0; }
     void Add(std::uint32_t mask, std::string text, TraceQueue::Stamp stamp);
     void BeginStop();
 
@@ -108,9 +108,9 @@ private:
     HWND m_sessionWindow = nullptr; // fixed while the thread runs
 
     // Written by SetOptions, read by the producers (the filter) and the worker.
-    std::atomic<std::uint32_t> m_traceFilter{0xFFFFFFFF};
-    std::atomic<std::uint32_t> m_fileSizeLimit{0x500000}; // bytes
-    std::atomic<bool> m_appendToFile{true};
+    std::atomic<std::uint32_t> TraceFilter{0xFFFFFFFF};
+    std::atomic<std::uint32_t> FileSizeLimit{0x500000}; // bytes
+    std::atomic<bool> AppendToFile{true};
 
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_threadHeld{false};

@@ -107,7 +107,7 @@ void CDebugThread::OnEntriesQueued()
 
 void CDebugThread::ApplySettings()
 {
-    const std::uint32_t filter = m_traceFilter;
+    const std::uint32_t filter = TraceFilter;
     if (WantsWindow(filter)) {
         m_window.Create();
         if (!m_window.Exists()) {
@@ -118,7 +118,7 @@ void CDebugThread::ApplySettings()
     }
     m_shownWindow = m_window.Window();
     if (WantsFile(filter) && !m_file.IsOpen()) {
-        m_file.Open(ChooseLogFilePath(), m_appendToFile);
+        m_file.Open(ChooseLogFilePath(), AppendToFile);
     } else if (!WantsFile(filter) && m_file.IsOpen()) {
         m_file.Close();
     }
@@ -148,19 +148,19 @@ void CDebugThread::ProcessEntries(std::uint32_t maxCount)
     int lastLine = -1;
     CDebugEntry entry;
     for (std::uint32_t taken = 0; taken < maxCount && m_queue.Pop(entry); ++taken) {
-        const std::uint32_t filter = m_traceFilter;
+        const std::uint32_t filter = TraceFilter;
         if (WantsWindow(filter) && entry.ToWindow && !entry.Text.empty()) {
             lastLine = m_window.AddLine(entry.Text, false);
         }
         if (WantsFile(filter) && m_file.TakesLines() && entry.ToFile && !entry.Text.empty()) {
-            m_file.WriteLine(entry.Text, m_fileSizeLimit);
+            m_file.WriteLine(entry.Text, FileSizeLimit);
         }
-        if (m_queue.DiscardOverflow(Accepts(EveryTrace)) && WantsWindow(m_traceFilter)) {
+        if (m_queue.DiscardOverflow(Accepts(EveryTrace)) && WantsWindow(TraceFilter)) {
             m_window.Clear();
         }
         ::Sleep(0);
     }
-    const std::uint32_t filter = m_traceFilter;
+    const std::uint32_t filter = TraceFilter;
     if (WantsWindow(filter)) {
         m_window.ScrollTo(lastLine);
     }
@@ -180,7 +180,7 @@ unsigned CDebugThread::ExitInstance()
 void CDebugThread::EndLog() noexcept
 {
     try {
-        if (WantsFile(m_traceFilter) && m_file.IsOpen()) {
+        if (WantsFile(TraceFilter) && m_file.IsOpen()) {
             m_file.Write("********* Debug Tracer Terminating *********\r\n");
             ProcessEntries(EntriesAtEnd);
             if (const std::size_t lost = m_queue.Size(); lost != 0) {
