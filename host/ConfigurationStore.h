@@ -33,6 +33,7 @@ public:
     bool IsSupportedProduct(std::uint16_t vendorId, std::uint16_t productId) const noexcept override;
 
     /// Gives a device that has no record one of that name, and saves it; nothing when settings may not be written.
+    /// Main thread. Throws std::bad_alloc.
     void RegisterDeviceName(const std::wstring& name, std::int32_t device) override;
 
     /// Takes the settings (the records unless there are none) and saves them. What cannot be written holds until
