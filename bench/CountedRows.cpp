@@ -189,7 +189,7 @@ void AddCountedRows(Table& table, const std::filesystem::path& results)
 {
     const std::map<std::string, Counted> counted = ReadCounted(results);
     table.Add({"requests to the Wine server for a routed round trip", "seven wake-ups and nothing else",
-               counted.at(RouterTrips).requests, counted.at(BarePipelineTrips).requests, "requests", AtMost(1.5),
+               counted.at(RouterTrips).requests, counted.at(BarePipelineTrips).requests, "requests", AtMost(0.78),
                ""});
     table.Add({"kernel calls of " + std::to_string(TraceCalls) + " trace calls that are not enabled", "",
                counted.at(UnwantedTraces).requests, std::nullopt, "calls", AtMost(0), ""});

@@ -82,7 +82,7 @@ void AddUnwantedRow(Table& table, const RunSize& run)
             });
         });
     table.Add({"trace call that is not enabled", "call of an empty function by pointer", trace, call, "ns",
-               AtMost(10), "its kernel calls are counted below"});
+               AtMost(4), "its kernel calls are counted below"});
 }
 
 /// What a producer does for a line, but for handing it over.
@@ -124,7 +124,7 @@ void AddWantedRows(Table& table, const RunSize& run, const Tracer& tracer)
     };
     const auto [formatting, tracing] = InTurn(run.Rounds(), [&] { return FormattingTime(lines); }, traceBurst);
     table.Add({"trace line wanted by the file, producer's side", "the same formatting into memory", tracing,
-               formatting, "ns", AtMost(3), ""});
+               formatting, "ns", AtMost(2.5), ""});
     table.Add({"trace lines into the file", "", Median(rates), std::nullopt, "lines/s", Told,
                "bursts of " + std::to_string(lines)});
     table.Add({"trace lines lost below the overflow rule", "", static_cast<double>(lost), std::nullopt, "lines",

@@ -162,7 +162,7 @@ void AddParsingRows(Table& table, const RunSize& run, const BlockParser& parse, 
     AddTenthsRow(table, run, parse, name, 15);
     AddTenthsRow(table, run, parse, name, 512);
     AddSpeedRow(table, run, parse, name, 15, Told);
-    AddSpeedRow(table, run, parse, name, 512, AtLeast(0.25));
+    AddSpeedRow(table, run, parse, name, 512, AtLeast(0.3));
 }
 
 } // namespace bench
