@@ -1,5 +1,6 @@
 # The kits that tools, tests and the benchmark share, and the tools: each folder of tools/ is a console program of its
-# name. All of them, and bench, enter at wmain: what people type reaches them as Windows has it, in UTF-16.
+# name, but PlayInstrument/, which two of them share. All of them, and bench, enter at wmain: what people type reaches
+# them as Windows has it, in UTF-16.
 
 # morvane_add_console_program(name SOURCES source... LIBRARIES library...)
 function(morvane_add_console_program name)
@@ -26,8 +27,8 @@ target_compile_definitions(morvane_clientcalls PUBLIC MORVANE_CLIENT_STATIC)
 target_link_libraries(morvane_clientcalls PUBLIC morvane_client)
 morvane_precompile(morvane_clientcalls)
 morvane_module(instrument USES console testdriver packet win32 SOURCES
-    Bootloader.cpp Endpoint.cpp Engine.cpp Output.cpp PipeEndpoint.cpp PlayProgram.cpp
-    Script.cpp UsbEndpoint.cpp)
+    Bootloader.cpp Endpoint.cpp Engine.cpp Output.cpp PipeEndpoint.cpp Script.cpp
+    UsbEndpoint.cpp)
 # One by one in every tree: a program takes the objects it needs, and with them what they import.
 set_target_properties(morvane_console morvane_client morvane_instrument PROPERTIES UNITY_BUILD OFF)
 set(MORVANE_KIT_LIBRARIES morvane_client morvane_instrument morvane_console)
@@ -52,11 +53,12 @@ function(morvane_tool name)
     morvane_release(${name})
 endfunction()
 
-morvane_tool(RouterProbe LIBRARIES morvane_clientcalls ${MORVANE_KIT_LIBRARIES} SOURCES
+morvane_tool(RouterProbe LIBRARIES morvane_clientcalls morvane_console SOURCES
     ListenJob.cpp Main.cpp MeasureJob.cpp PortJob.cpp PortWorker.cpp Probe.cpp ProbeHelp.cpp ProbeOptions.cpp
     Refusal.cpp RoundTrips.cpp RouterWatch.cpp SendJob.cpp)
-morvane_tool(InstrumentSimulator LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES Main.cpp)
-morvane_tool(InstrumentBus LIBRARIES ${MORVANE_KIT_LIBRARIES} SOURCES Main.cpp)
+morvane_module(playinstrument FOLDER tools/PlayInstrument USES instrument console win32 SOURCES PlayProgram.cpp)
+morvane_tool(InstrumentSimulator LIBRARIES morvane_playinstrument SOURCES Main.cpp)
+morvane_tool(InstrumentBus LIBRARIES morvane_playinstrument SOURCES Main.cpp)
 morvane_tool(RouterLog LIBRARIES morvane_routerlog SOURCES
     BundleCommand.cpp DoctorCommand.cpp ExplainCommand.cpp ExportCommand.cpp FollowCommand.cpp Help.cpp Main.cpp)
 add_dependencies(InstrumentBus MorvaneTestInstrument)

@@ -1,6 +1,6 @@
 // InstrumentBus: plays the instrument as a simulated USB device.
 #include "console/Format.h"
-#include "instrument/PlayProgram.h"
+#include "tools/PlayInstrument/PlayProgram.h"
 
 #include <charconv>
 

@@ -1,6 +1,6 @@
 // InstrumentSimulator: plays the instrument at the router's simulator pipe.
 #include "console/Console.h"
-#include "instrument/PlayProgram.h"
+#include "tools/PlayInstrument/PlayProgram.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "instrument/PlayProgram.h"
+#include "tools/PlayInstrument/PlayProgram.h"
 
 #include "console/Console.h"
 #include "console/Format.h"
