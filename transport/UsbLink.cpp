@@ -13,7 +13,6 @@ namespace {
 constexpr GUID DeviceInterface = {0x4E7B2C19, 0x8D35, 0x4A60, {0xB1, 0xF2, 0x7C, 0x9E, 0x05, 0xD3, 0xA6, 0x48}};
 
 constexpr std::uint8_t BulkAttributes = 2;
-constexpr std::uint8_t DirectionIn = 0x80;
 
 } // namespace
 
@@ -114,7 +113,7 @@ UsbLink::Endpoints UsbLink::ChooseEndpoints(const UsbDevice& device)
         if (endpoint == nullptr || endpoint->Attributes() != BulkAttributes) {
             continue;
         }
-        const bool in = (endpoint->Address() & DirectionIn) != 0;
+        const bool in = endpoint->IsIn();
         if (!in && chosen.out == nullptr) {
             chosen.out = endpoint;
             chosen.outIndex = static_cast<int>(index);

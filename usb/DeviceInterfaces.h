@@ -4,7 +4,6 @@
 #include "win32/Windows.h"
 
 #include <setupapi.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>

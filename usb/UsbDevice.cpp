@@ -35,9 +35,9 @@ UsbDevice::~UsbDevice()
     }
 }
 
-std::uint8_t UsbDevice::DeviceCount() const
+std::uint8_t UsbDevice::DeviceCount()
 {
-    return usb::DeviceInterfaces(m_interfaceClass).Count();
+    return m_count = usb::DeviceInterfaces(m_interfaceClass).Count();
 }
 
 bool UsbDevice::Open(std::uint8_t index)
@@ -116,6 +116,7 @@ void UsbDevice::Close()
     m_control.reset();
     m_path.clear();
     m_index = 0;
+    m_count = 0;
     m_identity = {};
     m_alternateSetting = 0;
     if (failure != nullptr) {

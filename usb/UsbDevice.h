@@ -7,7 +7,6 @@
 #include "win32/Handle.h"
 
 #include <dbt.h>
-
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -69,7 +68,7 @@ public:
     UsbDevice& operator=(const UsbDevice&) = delete;
 
     /// Counts the devices present now, at most 255.
-    std::uint8_t DeviceCount() const;
+    std::uint8_t DeviceCount();
 
     /// Closes what is open and opens the device at `index` of the present ones. False, and closed, when there is
     /// no such device, it cannot be opened, it tells no configuration, or drivers keep too many requests of
@@ -106,6 +105,7 @@ public:
     /// Of the configurations that were read, which is at most two.
     std::size_t ConfigurationCount() const noexcept { return m_configurations.size(); }
     const usb::ConfigurationRecord& Configuration(std::size_t i) const { return *m_configurations[i]; }
+    std::uint8_t SelectedConfiguration() const noexcept { return m_configuration; }
     /// As the driver told; -1 when it failed to.
     int AlternateSetting() const noexcept { return m_alternateSetting; }
 
@@ -138,10 +138,12 @@ private:
     win32::FileHandle m_device;
     std::string m_path;
     std::uint8_t m_index = 0;
+    std::uint8_t m_count = 0; // as last counted
     std::unique_ptr<CCyControlEndPoint> m_control;
     std::vector<CCyUSBEndPoint*> m_endpoints; // borrowed from m_control and m_configurations
     usb::DeviceIdentity m_identity;
     std::vector<std::unique_ptr<usb::ConfigurationRecord>> m_configurations;
+    std::uint8_t m_configuration = 0; // the selected one's place in m_configurations
     int m_alternateSetting = 0;
     std::uint32_t m_lastByteCount = 0;
     usb::DeviceNotification m_interfaceNotification; // only with a window

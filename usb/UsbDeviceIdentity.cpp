@@ -57,7 +57,7 @@ bool UsbDevice::ReadDescriptor(usb::DescriptorType type, std::uint8_t index, std
         .index = language,
     };
     const auto length = static_cast<std::uint16_t>(bytes.size());
-    const usb::RequestBlock block(CCyControlEndPoint::Header(request, length, DescriptorTimeout), length);
+    usb::RequestBlock block(CCyControlEndPoint::Header(request, length, DescriptorTimeout), length);
     if (!IoControl(usb::ControlEndpointZero, block.Bytes())) {
         return false;
     }
@@ -150,7 +150,7 @@ void UsbDevice::SelectInterface()
     std::array<std::uint8_t, 1> setting{InterfaceNumber};
     m_alternateSetting = IoControl(usb::ControlAlternateSetting, setting) ? setting[0] : -1;
     m_endpoints.push_back(m_control.get());
-    const usb::ConfigurationRecord& configuration = *m_configurations.front();
+    const usb::ConfigurationRecord& configuration = *m_configurations[m_configuration];
     if (const auto* selected = configuration.description.Select(InterfaceNumber, m_alternateSetting)) {
         const std::vector<CCyUSBEndPoint*> slots = EndpointsOf(configuration, *selected);
         m_endpoints.insert(m_endpoints.end(), slots.begin(), slots.end());
