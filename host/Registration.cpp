@@ -111,15 +111,12 @@ HRESULT LoadScript(int resource, const std::wstring& modulePath, std::vector<Key
     }
     const std::string_view text(static_cast<const char*>(::LockResource(loaded)),
                                 ::SizeofResource(nullptr, found));
-    auto read = ParseScript(win32::FromAnsi(text), {{L"APPID", L"{2D9F6A71-C04E-4B38-A5E2-91F7B3C8D605}"},
-                                                    {L"MODULE", CommandFor(modulePath)},
-                                                    {L"MODULE_RAW", modulePath},
-                                                    {L"FOLDER", modulePath.substr(0, modulePath.rfind(L'\\'))}});
-    if (!read) {
-        return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
-    }
-    keys = std::move(*read);
-    return S_OK;
+    return ReadKeys(win32::FromAnsi(text),
+                    {{L"APPID", L"{2D9F6A71-C04E-4B38-A5E2-91F7B3C8D605}"},
+                     {L"MODULE", CommandFor(modulePath)},
+                     {L"MODULE_RAW", modulePath},
+                     {L"FOLDER", modulePath.substr(0, modulePath.rfind(L'\\'))}},
+                    keys);
 }
 
 /// A part of the registration and the view of the registry that it goes to. The router is a 64-bit program: its
@@ -151,6 +148,13 @@ HRESULT Run(decltype(&WriteKeys) run, RegistrationHive hive, const RegistrationP
 }
 
 } // namespace
+
+HRESULT ReadKeys(const std::wstring& text, const ScriptReplacements& replacements, std::vector<Key>& keys)
+{
+    std::optional<std::vector<Key>> read = ParseScript(text, replacements);
+    keys = read ? std::move(*read) : std::vector<Key>();
+    return read ? S_OK : HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+}
 
 HRESULT WriteKeys(HKEY parent, const std::vector<Key>& keys, REGSAM view)
 {

@@ -34,6 +34,10 @@ struct RegistrationPart
 /// without running the program.
 HRESULT ReadRegistration(const std::wstring& modulePath, std::vector<RegistrationPart>& parts);
 
+/// The keys of a script's text. ERROR_INVALID_DATA, as an HRESULT, when it is malformed.
+HRESULT ReadKeys(const std::wstring& text, const ScriptReplacements& replacements,
+                 std::vector<RegistrationKey>& keys);
+
 /// Writes the keys with all that they list, in this order; stops at the first step that fails. `view` is
 /// KEY_WOW64_64KEY or KEY_WOW64_32KEY: what programs of that kind see.
 HRESULT WriteKeys(HKEY parent, const std::vector<RegistrationKey>& keys, REGSAM view);

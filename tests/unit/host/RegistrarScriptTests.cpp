@@ -33,7 +33,9 @@ protected:
 private:
     HRESULT Run(const std::wstring& text, decltype(&WriteKeys) run)
     {
-        return run(Classes(), ParseScript(text, m_replacements).value(), KEY_WOW64_64KEY);
+        std::vector<RegistrationKey> keys;
+        const HRESULT read = ReadKeys(text, m_replacements, keys);
+        return SUCCEEDED(read) ? run(Classes(), keys, KEY_WOW64_64KEY) : read;
     }
 
     const support::RegistryRoot m_root{HKEY_CLASSES_ROOT};
@@ -155,9 +157,10 @@ TEST_F(Script, QuotedWordsHoldBlanksBracesAndQuotes)
 class MalformedScript : public Script, public testing::WithParamInterface<const wchar_t*>
 {};
 
-TEST_P(MalformedScript, IsRefusedAsAWhole)
+TEST_P(MalformedScript, IsRefusedBeforeAnythingIsWritten)
 {
-    EXPECT_EQ(ParseScript(GetParam(), m_replacements), std::nullopt);
+    EXPECT_EQ(Register(GetParam()), HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
+    EXPECT_FALSE(Exists(L"Good"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, MalformedScript,
