@@ -2,13 +2,17 @@
 
 #include "win32/RegistryKey.h"
 
+#include <array>
+#include <cwchar>
+
 bool CDebugOption::Persist(HKEY parentKey, bool save)
 {
     constexpr std::size_t nameCapacity = 256; // characters, with the terminator
-    const std::wstring subkey = std::to_wstring(DeviceNumber);
+    std::array<wchar_t, 12> subkey{};
+    ::_itow_s(DeviceNumber, subkey.data(), subkey.size(), 10);
     const win32::RegistryKey key = save
-                                     ? win32::RegistryKey::Create(parentKey, subkey.c_str(), KEY_READ | KEY_WRITE)
-                                     : win32::RegistryKey::Open(parentKey, subkey.c_str(), KEY_READ);
+                                     ? win32::RegistryKey::Create(parentKey, subkey.data(), KEY_READ | KEY_WRITE)
+                                     : win32::RegistryKey::Open(parentKey, subkey.data(), KEY_READ);
     if (!key) {
         return false;
     }

@@ -5,12 +5,6 @@
 #include <new>
 #include <utility>
 
-namespace {
-
-constexpr const char* SimulatorPipe = R"(\\.\pipe\UsbPipeSimulator)";
-
-} // namespace
-
 SimulationLink::SimulationLink(Connection& connection, Replies& replies)
     : m_connection(connection), m_replies(replies), m_readBuffer(TransferLength)
 {
@@ -21,12 +15,13 @@ SimulationLink::SimulationLink(Connection& connection, Replies& replies)
 
 bool SimulationLink::Open()
 {
-    m_pipe.Reset(::CreateFileA(SimulatorPipe, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
+    constexpr const char* pipe = R"(\\.\pipe\UsbPipeSimulator)";
+    m_pipe.Reset(::CreateFileA(pipe, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
                                FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!m_pipe) {
         return false;
     }
-    Trace(trace::RouterChannel, trace::Usb, "Connection to USB-Simulation opened (%s)", SimulatorPipe);
+    Trace(trace::RouterChannel, trace::Usb, "Connection to USB-Simulation opened (%s)", pipe);
     return true;
 }
 
